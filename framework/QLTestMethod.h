@@ -1,0 +1,114 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <QLTClass.h>
+#include <QLTError.h>
+#include <QLTExport.h>
+#include <QLTObject.h>
+#include <QLTSubTestInfo.h>
+#include <QLTValue.h>
+#include <QLTestResult.h>
+#include <QLTestSuite.h>
+
+/// One step of a flow: the base of every test. A plug-in derives its tests from it and overrides `run`.
+///
+/// While it runs, a method reports each sub-test with one of the `add...` operations. Their `index` is the sub-test's
+/// number: the position of its specification in `subTests`, counted from 1. A number outside the list throws
+/// `std::out_of_range`, and nothing has been recorded by then. Each report appends a record that carries the
+/// suite's serial number, site and run index; a report made before `willRun` is returned and kept nowhere.
+///
+/// A method is reused for every device. It belongs to one site and is driven by one thread at a time.
+class QLT_EXPORT QLTestMethod : public QLTObject {
+ public:
+  using SubTestInfos = std::vector<std::shared_ptr<QLTSubTestInfo>>;
+
+  /// `resources` is accepted for the benefit of subclasses and not kept; `suite` is not owned.
+  QLTestMethod(std::shared_ptr<QLTestSuite> suite, std::shared_ptr<QLTResources> resources,
+               std::optional<std::string> displayName, SubTestInfos subTestInfos);
+  ~QLTestMethod() override;
+
+  // The run, as the station application drives it. `index` is the method's place in its flow, as the
+  // application counts it; it is the major part of the test number.
+
+  /// Begins a run: makes a new result list and keeps the index. True unless a subclass says otherwise.
+  virtual bool willRun(std::int32_t index, QLTError* error = nullptr);
+  /// The test itself; true when it passed. The base does nothing and returns false.
+  virtual bool run(std::int32_t index, QLTError* error = nullptr);
+  /// Ends a run and hands over its result list: the list itself, absent before the first `willRun`.
+  virtual std::shared_ptr<QLTestResults> didRun(std::int32_t index, QLTError* error = nullptr);
+  /// Runs once more into the same list, after taking away as many of its last records as there are
+  /// specifications (however many the run before reported; it stops at the empty list).
+  virtual bool retest(std::int32_t index, QLTError* error = nullptr);
+
+  // Reporting.
+
+  /// Appends and returns a record made from the specification; run index, value and result are left to the caller.
+  std::shared_ptr<QLTestResult> resultFromSubTestInfo(std::int32_t index);
+  /// Checks a number against the specification's limits, both inclusive; NaN fails. A specification without limits
+  /// passes only 0. Returns the result code.
+  std::int32_t addResultAndCompare(std::int32_t index, double value,
+                                   std::optional<QLTDictionary> extras = {},
+                                   std::optional<std::string> failMessage = {});
+  /// Checks a text against the expected one, exactly; an absent `value` passes. The record's actual value is the
+  /// outcome, "1" or "0"; the text itself is shown in the built fail message. Returns the result code.
+  std::int32_t addResultAndMatch(std::int32_t index, std::optional<std::string> value,
+                                 std::optional<QLTDictionary> extras = {},
+                                 std::optional<std::string> failMessage = {});
+  /// Records a value without a check: always as PASS, whatever `result` says. Returns the record.
+  std::shared_ptr<QLTestResult> addResult(std::int32_t index, std::optional<std::string> value,
+                                          std::optional<QLTDictionary> extras,
+                                          std::int32_t result);
+  /// Records a FAIL that stopped the sub-test from giving a value; with an index of 0 or less, the test as a whole.
+  void addRuntimeError(std::int32_t index, std::optional<std::string> errorMessage);
+
+  /// The names of all specifications, in order.
+  std::vector<std::optional<std::string>> subTestNames() const;
+  /// A view for the station application to show, or none (the base).
+  virtual std::shared_ptr<QLTObject> view();
+
+  /// The suite's resource of that name and class; see `QLTestSuite::resource`.
+  template <typename T>
+  std::shared_ptr<T> resource(std::string_view name, QLTError* error = nullptr) const;
+
+  const std::optional<std::string>& displayName() const { return displayName_; }
+  const SubTestInfos& subTests() const { return subTests_; }
+  /// The site's suite; null once it is gone.
+  std::shared_ptr<QLTestSuite> suite() const { return suite_.lock(); }
+  void setSuite(const std::shared_ptr<QLTestSuite>& suite) { suite_ = suite; }
+  /// The test's parameters as configured, usually a dictionary; absent when there are none.
+  const std::optional<QLTValue>& params() const { return params_; }
+  void setParams(std::optional<QLTValue> params) { params_ = std::move(params); }
+  /// The entry `key` of the parameters; null when there is none.
+  const QLTValue* param(std::string_view key) const;
+  /// The index of the current run.
+  std::int32_t testIndex() const { return testIndex_; }
+  bool allowRetest() const { return allowRetest_; }
+  void setAllowRetest(bool allowRetest) { allowRetest_ = allowRetest; }
+  bool shouldStopOnFail() const { return shouldStopOnFail_; }
+  void setShouldStopOnFail(bool shouldStopOnFail) { shouldStopOnFail_ = shouldStopOnFail; }
+
+ private:
+  const QLTSubTestInfo& subTest(std::int32_t index) const;
+  void stamp(QLTestResult& record) const;
+  void keep(const std::shared_ptr<QLTestResult>& record);
+
+  std::optional<std::string> displayName_;
+  SubTestInfos subTests_;
+  std::weak_ptr<QLTestSuite> suite_;
+  std::shared_ptr<QLTestResults> aryReturn_;
+  std::optional<QLTValue> params_;
+  std::int32_t testIndex_ = 0;
+  bool allowRetest_ = false;
+  bool shouldStopOnFail_ = true;
+};
+
+template <typename T>
+std::shared_ptr<T> QLTestMethod::resource(std::string_view name, QLTError* error) const {
+  return QLTestSuite::resourceOf<T>(suite().get(), name, error);
+}

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <QLTExport.h>
+#include <QLTObject.h>
+#include <QLTValue.h>
+
+class QLTestMethod;
+
+// The result codes of a record.
+inline constexpr std::int32_t kQLTestResultFail = 0;
+inline constexpr std::int32_t kQLTestResultPass = 1;
+inline constexpr std::int32_t kQLTestResultNA = 2;
+
+/// The record of one measured or compared sub-test, for one device at one site. Numbers and limits are held as
+/// the text that is shown and logged. Absent and empty texts differ.
+///
+/// Not synchronised: hand a record to another thread only when its method has run.
+class QLT_EXPORT QLTestResult : public QLTObject {
+ public:
+  /// A record that is FAIL until somebody sets it: run index -1, priority 3, empty fail message, all else absent.
+  QLTestResult() = default;
+
+  /// A record with name, serial number, site and run index taken from `method` and its suite. A method without
+  /// a suite gives an absent serial number and site, and run index 0.
+  static std::shared_ptr<QLTestResult> resultWithValues(
+      const QLTestMethod& method, std::optional<std::string> subTestName,
+      std::optional<std::string> expected, std::int32_t majorNumber, std::int32_t minorNumber,
+      std::optional<QLTDictionary> extras, std::optional<std::string> actual, std::int32_t result);
+  /// As above, with limits; `expected` is then replaced by the limits' phrase.
+  static std::shared_ptr<QLTestResult> resultWithValues(
+      const QLTestMethod& method, std::optional<std::string> subTestName,
+      std::optional<std::string> expected, float lowLimit, float highLimit,
+      std::int32_t majorNumber, std::int32_t minorNumber, std::optional<QLTDictionary> extras,
+      std::optional<std::string> actual, std::int32_t result);
+
+  /// Sets the test number to "MAJOR.MINOR".
+  void setTestNumberWithMajor(std::int32_t major, std::int32_t minor);
+  /// Sets both limits with six decimals, and the expected text to "between LOW and HIGH".
+  void setLimitsWithLow(float low, float high);
+  /// A new record with this one's test name and, where present, expected text, limits and extras; nothing else
+  /// is carried over.
+  std::shared_ptr<QLTestResult> copyAttributesWithSubTestName(
+      std::optional<std::string> subTestName, std::int32_t majorNumber,
+      std::int32_t minorNumber) const;
+  /// The record as several lines of text.
+  std::string description() const;
+
+  std::int32_t runIndex() const { return runIndex_; }
+  void setRunIndex(std::int32_t runIndex) { runIndex_ = runIndex; }
+  const std::optional<std::string>& testName() const { return testName_; }
+  void setTestName(std::optional<std::string> testName) { testName_ = std::move(testName); }
+  const std::optional<std::string>& subTestName() const { return subTestName_; }
+  void setSubTestName(std::optional<std::string> name) { subTestName_ = std::move(name); }
+  const std::optional<std::string>& serialNumber() const { return serialNumber_; }
+  void setSerialNumber(std::optional<std::string> number) { serialNumber_ = std::move(number); }
+  const std::optional<std::string>& siteName() const { return siteName_; }
+  void setSiteName(std::optional<std::string> siteName) { siteName_ = std::move(siteName); }
+  const std::optional<std::string>& expected() const { return expected_; }
+  void setExpected(std::optional<std::string> expected) { expected_ = std::move(expected); }
+  const std::optional<std::string>& actual() const { return actual_; }
+  void setActual(std::optional<std::string> actual) { actual_ = std::move(actual); }
+  const std::optional<std::string>& lowLimit() const { return lowLimit_; }
+  void setLowLimit(std::optional<std::string> lowLimit) { lowLimit_ = std::move(lowLimit); }
+  const std::optional<std::string>& highLimit() const { return highLimit_; }
+  void setHighLimit(std::optional<std::string> highLimit) { highLimit_ = std::move(highLimit); }
+  const std::optional<QLTDictionary>& extras() const { return extras_; }
+  void setExtras(std::optional<QLTDictionary> extras) { extras_ = std::move(extras); }
+  std::int32_t result() const { return result_; }
+  void setResult(std::int32_t result) { result_ = result; }
+  const std::optional<std::string>& testNumber() const { return testNumber_; }
+  void setTestNumber(std::optional<std::string> number) { testNumber_ = std::move(number); }
+  const std::optional<std::string>& failMessage() const { return failMessage_; }
+  void setFailMessage(std::optional<std::string> message) { failMessage_ = std::move(message); }
+  std::int32_t priority() const { return priority_; }
+  void setPriority(std::int32_t priority) { priority_ = priority; }
+
+ private:
+  std::int32_t runIndex_ = -1;
+  std::optional<std::string> testName_;
+  std::optional<std::string> subTestName_;
+  std::optional<std::string> serialNumber_;
+  std::optional<std::string> siteName_;
+  std::optional<std::string> expected_;
+  std::optional<std::string> actual_;
+  std::optional<std::string> lowLimit_;
+  std::optional<std::string> highLimit_;
+  std::optional<QLTDictionary> extras_;
+  std::int32_t result_ = kQLTestResultFail;
+  std::optional<std::string> testNumber_;
+  std::optional<std::string> failMessage_ = "";
+  std::int32_t priority_ = 3;
+};
+
+/// The records of one run of a test method, in the order in which they were reported.
+using QLTestResults = std::vector<std::shared_ptr<QLTestResult>>;

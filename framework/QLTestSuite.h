@@ -1,0 +1,111 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <QLTClass.h>
+#include <QLTError.h>
+#include <QLTExport.h>
+#include <QLTObject.h>
+#include <QLTValue.h>
+
+class QLTLogger;
+class QLTestMethod;
+
+/// An ordered list of test methods.
+using QLTFlow = std::vector<std::shared_ptr<QLTestMethod>>;
+
+/// The container of one test site: its resources, its flows, its attributes and the state of the device run in
+/// progress. A plug-in's principal class derives from it.
+///
+/// Suites are made by `std::make_shared`; their methods refer to them without owning them. A suite belongs to one
+/// site and is driven by one thread at a time; suites of different sites may run at once.
+class QLT_EXPORT QLTestSuite : public QLTObject,
+                               public std::enable_shared_from_this<QLTestSuite> {
+ public:
+  /// A suite with no flows and one resource, "sleeper".
+  explicit QLTestSuite(std::string siteName);
+  ~QLTestSuite() override;
+
+  // Class operations, called on a plug-in's principal class; see QLTClass for replacing them.
+
+  /// Loads the station that the bundle of `cls` configures, through the shared site manager.
+  static bool onLoad(const QLTClass& cls, const QLTDictionary& stationInfo,
+                     QLTError* error = nullptr);
+  /// True; does nothing else.
+  static bool onUnload(QLTError* error = nullptr);
+
+  // Hooks around each device. The station application treats an error that one of them leaves as the end of that
+  // device's run.
+
+  /// Draws the next station-wide run index. `dutInfo` is what the station application knows about the device. The
+  /// base returns none.
+  virtual std::shared_ptr<QLTObject> onDUTStart(const QLTDictionary& dutInfo,
+                                                QLTError* error = nullptr);
+  virtual bool onDUTFinished(QLTError* error = nullptr);  ///< all tests passed
+  virtual bool onDUTFail(QLTError* error = nullptr);      ///< a test failed
+  virtual bool onException(QLTError* error = nullptr);    ///< the run was broken off
+
+  // Resources: the site's instruments by name. `resources` may be null; then there are none.
+
+  void addResource(std::shared_ptr<QLTObject> resource, const std::string& name);
+  const std::shared_ptr<QLTResources>& resources() const { return resources_; }
+  /// Replaces the whole table, "sleeper" included. The table is shared with the caller, not copied.
+  void setResources(std::shared_ptr<QLTResources> resources);
+
+  /// The resource of that name and class. Null when there is none (the description lists the names that exist) or when
+  /// it is of another class (the description names that); both have code -80002.
+  template <typename T>
+  std::shared_ptr<T> resource(std::string_view name, QLTError* error = nullptr) const {
+    return resourceOf<T>(this, name, error);
+  }
+  /// As `resource`, for a suite that may be null.
+  template <typename T>
+  static std::shared_ptr<T> resourceOf(const QLTestSuite* suite, std::string_view name,
+                                       QLTError* error) {
+    const std::shared_ptr<QLTObject> found = find(suite, name, error);
+    std::shared_ptr<T> typed = std::dynamic_pointer_cast<T>(found);
+    if (found && !typed) reportClass(name, *found, typeid(T).name(), error);
+    return typed;
+  }
+
+  // Flows. Several names may stand for the same list.
+
+  void setFlow(std::shared_ptr<QLTFlow> flow, const std::string& name);
+  std::shared_ptr<QLTFlow> flowForName(std::string_view name) const;  ///< null when there is none
+  void removeFlow(std::string_view name);
+  std::vector<std::string> flowNames() const;
+
+  /// A logger of the plug-in's own for the station application's chain; none in the base.
+  virtual std::shared_ptr<QLTLogger> logger();
+
+  const std::string& siteName() const { return siteName_; }
+  void setSiteName(std::string siteName) { siteName_ = std::move(siteName); }
+  /// The serial number of the device under test; absent before the first device.
+  const std::optional<std::string>& currentSN() const { return currentSN_; }
+  void setCurrentSN(std::optional<std::string> currentSN) { currentSN_ = std::move(currentSN); }
+  /// The run index of the device under test.
+  std::int32_t currentIndex() const { return currentIndex_; }
+  void setCurrentIndex(std::int32_t currentIndex) { currentIndex_ = currentIndex; }
+  /// The site's attributes, filled and read in place.
+  QLTDictionary& siteAttributes() { return siteAttributes_; }
+  const QLTDictionary& siteAttributes() const { return siteAttributes_; }
+
+ private:
+  static std::shared_ptr<QLTObject> find(const QLTestSuite* suite, std::string_view name,
+                                         QLTError* error);
+  static void reportClass(std::string_view name, const QLTObject& found, const char* wanted,
+                          QLTError* error);
+
+  std::map<std::string, std::shared_ptr<QLTFlow>, std::less<>> testFlows_;
+  std::string siteName_;
+  std::optional<std::string> currentSN_;
+  std::shared_ptr<QLTResources> resources_;
+  QLTDictionary siteAttributes_;
+  std::int32_t currentIndex_ = 0;
+};

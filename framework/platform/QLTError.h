@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <QLTExport.h>
+#include <QLTValue.h>
+
+/// The key of a record's user information that holds the description.
+QLT_EXPORT extern const std::string kQLTErrorDescriptionKey;  // "description"
+
+/// The domain of errors whose code is an errno value and whose origin is the file system.
+QLT_EXPORT extern const std::string kQLTPosixErrorDomain;  // "POSIX"
+
+/// An error record: the area that failed, a code, and what is known about it. A default-constructed one is
+/// empty and means "no error".
+///
+/// Fallible operations return a "no" result and take a `QLTError*` as their last argument, which may be null.
+/// They write to it only when they fail; on success they leave it as it was.
+///
+/// Records are immutable and share their content: copies are cheap, and may be read from any thread.
+class QLT_EXPORT QLTError {
+ public:
+  QLTError() noexcept = default;
+  QLTError(std::string domain, std::int64_t code, QLTDictionary userInfo,
+           QLTError underlyingError = {});
+  /// A record whose user information holds only `description`.
+  static QLTError withDescription(std::string domain, std::int64_t code, std::string description);
+  /// A record of an errno value: domain `kQLTPosixErrorDomain`, the description being `subject` (a path, say),
+  /// a colon and the system's text.
+  static QLTError fromErrno(int errnoValue, const std::string& subject);
+
+  /// True when there is an error.
+  explicit operator bool() const noexcept { return payload_ != nullptr; }
+
+  const std::string& domain() const;      ///< "" when empty
+  std::int64_t code() const;              ///< 0 when empty
+  const QLTDictionary& userInfo() const;  ///< empty when empty
+  QLTError underlyingError() const;       ///< the wrapped record; empty when there is none
+  /// The text under the description key; absent when the record carries none.
+  std::optional<std::string> description() const;
+
+ private:
+  struct Payload;
+  std::shared_ptr<const Payload> payload_;
+};

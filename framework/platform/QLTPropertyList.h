@@ -1,0 +1,29 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <QLTError.h>
+#include <QLTValue.h>
+
+/// Reads property lists. Structure and numbers are checked strictly; document type definitions that declare
+/// entities are refused, and nesting is limited to 128 levels.
+///
+/// On failure the error has the framework's domain, code -40004, and a description of the form
+/// "TestConfig.plist:41:12: Flows/main/2/subTestInfos/0/lowLimit: not a number: 'x'" (file:line:column: key
+/// path: reason). A file that cannot be read gives domain "POSIX" and errno.
+///
+/// Every value knows the line and column at which it stood (`QLTValue::position`). Stateless; any thread.
+class QLT_EXPORT QLTPropertyList {
+ public:
+  /// Reads the file at `path`.
+  static std::optional<QLTValue> read(const std::filesystem::path& path, QLTError* error = nullptr);
+  /// As `read`, for a file whose root must be a dictionary.
+  static std::optional<QLTDictionary> readDictionary(const std::filesystem::path& path,
+                                                     QLTError* error = nullptr);
+  /// Reads a property list that is in memory; `name` stands for the file in messages.
+  static std::optional<QLTValue> parse(std::string_view bytes, const std::string& name,
+                                       QLTError* error = nullptr);
+};
