@@ -1,0 +1,9 @@
+#include "QLTObject.h"
+
+#include <typeinfo>
+
+#include "TypeName.h"
+
+QLTObject::~QLTObject() = default;
+
+std::string QLTObject::className() const { return quillon::internal::typeName(typeid(*this).name()); }

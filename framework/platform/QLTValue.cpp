@@ -1,0 +1,256 @@
+#include "QLTValue.h"
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+#include <limits>
+
+#include "Format.h"
+
+using quillon::internal::booleanReading;
+using quillon::internal::integerReading;
+using quillon::internal::realReading;
+
+namespace {
+
+template <typename... Functions>
+struct Overload : Functions... {
+  using Functions::operator()...;
+};
+template <typename... Functions>
+Overload(Functions...) -> Overload<Functions...>;
+
+std::int32_t limitedTo32Bits(double value) {
+  if (std::isnan(value)) return 0;
+  constexpr auto lowest = std::numeric_limits<std::int32_t>::min();
+  constexpr auto highest = std::numeric_limits<std::int32_t>::max();
+  if (value <= lowest) return lowest;
+  if (value >= highest) return highest;
+  return static_cast<std::int32_t>(value);
+}
+
+std::int32_t limitedTo32Bits(std::int64_t value) {
+  constexpr std::int64_t lowest = std::numeric_limits<std::int32_t>::min();
+  constexpr std::int64_t highest = std::numeric_limits<std::int32_t>::max();
+  return static_cast<std::int32_t>(value < lowest ? lowest : value > highest ? highest : value);
+}
+
+std::string shortestText(double value) {
+  std::array<char, 32> buffer{};
+  const auto [end, status] = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value);
+  return {buffer.data(), status == std::errc{} ? end : buffer.data()};
+}
+
+std::string dateText(QLTDate date) {
+  const std::time_t seconds =
+      std::chrono::floor<std::chrono::seconds>(date).time_since_epoch().count();
+  std::tm utc{};
+  gmtime_r(&seconds, &utc);
+  std::array<char, 80> text{};
+  const int length =
+      std::snprintf(text.data(), text.size(), "%04d-%02d-%02d %02d:%02d:%02d +0000",
+                    utc.tm_year + 1900, utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min,
+                    utc.tm_sec);
+  return {text.data(), static_cast<std::size_t>(length)};
+}
+
+std::string dataText(const QLTData& data) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::string text = "<";
+  for (const std::uint8_t byte : data) {
+    text += digits[byte >> 4U];
+    text += digits[byte & 0xfU];
+  }
+  return text + ">";
+}
+
+void appendListing(std::string& out, const QLTValue& value, std::size_t indent);
+
+void appendListing(std::string& out, const QLTDictionary& dictionary, std::size_t indent) {
+  out += "{\n";
+  for (const auto& [key, value] : dictionary) {
+    out.append(indent + 4, ' ');
+    out += key + " = ";
+    appendListing(out, value, indent + 4);
+    out += ";\n";
+  }
+  out.append(indent, ' ');
+  out += '}';
+}
+
+void appendListing(std::string& out, const QLTArray& array, std::size_t indent) {
+  out += "(\n";
+  for (std::size_t i = 0; i < array.size(); ++i) {
+    out.append(indent + 4, ' ');
+    appendListing(out, array[i], indent + 4);
+    out += i + 1 < array.size() ? ",\n" : "\n";
+  }
+  out.append(indent, ' ');
+  out += ')';
+}
+
+void appendListing(std::string& out, const QLTValue& value, std::size_t indent) {
+  if (const QLTDictionary* dictionary = value.dictionary()) {
+    appendListing(out, *dictionary, indent);
+  } else if (const QLTArray* array = value.array()) {
+    appendListing(out, *array, indent);
+  } else {
+    out += value.text();
+  }
+}
+
+}  // namespace
+
+QLTValue::QLTValue() : storage_(std::string()) {}
+QLTValue::QLTValue(bool value) : storage_(value) {}
+QLTValue::QLTValue(int value) : storage_(std::int64_t{value}) {}
+QLTValue::QLTValue(std::int64_t value) : storage_(value) {}
+QLTValue::QLTValue(std::uint32_t value) : storage_(std::int64_t{value}) {}
+QLTValue::QLTValue(double value) : storage_(value) {}
+QLTValue::QLTValue(const char* text) : storage_(std::string(text)) {}
+QLTValue::QLTValue(std::string text) : storage_(std::move(text)) {}
+QLTValue::QLTValue(std::string_view text) : storage_(std::string(text)) {}
+QLTValue::QLTValue(QLTDate date) : storage_(date) {}
+QLTValue::QLTValue(QLTData data) : storage_(std::move(data)) {}
+QLTValue::QLTValue(QLTArray array) : storage_(std::move(array)) {}
+QLTValue::QLTValue(QLTDictionary dictionary)
+    : storage_(std::make_unique<QLTDictionary>(std::move(dictionary))) {}
+
+QLTValue::QLTValue(const QLTValue& other)
+    : storage_(std::visit(
+          Overload{[](const std::unique_ptr<QLTDictionary>& dictionary) -> Storage {
+                     return std::make_unique<QLTDictionary>(*dictionary);
+                   },
+                   [](const auto& content) -> Storage { return content; }},
+          other.storage_)),
+      position_(other.position_) {}
+
+// A moved-from value stays usable: it is the empty text, never a dictionary without content.
+QLTValue::QLTValue(QLTValue&& other) noexcept
+    : storage_(std::exchange(other.storage_, std::string())), position_(other.position_) {}
+
+QLTValue& QLTValue::operator=(const QLTValue& other) {
+  if (this != &other) *this = QLTValue(other);
+  return *this;
+}
+
+QLTValue& QLTValue::operator=(QLTValue&& other) noexcept {
+  if (this != &other) {
+    // Taken first: `other` may be part of what this value holds.
+    Storage taken = std::exchange(other.storage_, std::string());
+    position_ = other.position_;
+    storage_ = std::move(taken);
+  }
+  return *this;
+}
+
+QLTValue::~QLTValue() = default;
+
+QLTValue::Type QLTValue::type() const { return static_cast<Type>(storage_.index()); }
+
+const std::string* QLTValue::string() const { return std::get_if<std::string>(&storage_); }
+const QLTDate* QLTValue::date() const { return std::get_if<QLTDate>(&storage_); }
+const QLTData* QLTValue::data() const { return std::get_if<QLTData>(&storage_); }
+const QLTArray* QLTValue::array() const { return std::get_if<QLTArray>(&storage_); }
+QLTArray* QLTValue::array() { return std::get_if<QLTArray>(&storage_); }
+
+const QLTDictionary* QLTValue::dictionary() const {
+  const auto* dictionary = std::get_if<std::unique_ptr<QLTDictionary>>(&storage_);
+  return dictionary != nullptr ? dictionary->get() : nullptr;
+}
+
+QLTDictionary* QLTValue::dictionary() {
+  auto* dictionary = std::get_if<std::unique_ptr<QLTDictionary>>(&storage_);
+  return dictionary != nullptr ? dictionary->get() : nullptr;
+}
+
+bool QLTValue::boolValue() const {
+  return std::visit(Overload{[](bool value) { return value; },
+                             [](std::int64_t value) { return value != 0; },
+                             [](double value) { return value != 0; },
+                             [](const std::string& text) { return booleanReading(text); },
+                             [](const auto&) { return false; }},
+                    storage_);
+}
+
+std::int32_t QLTValue::intValue() const {
+  return std::visit(
+      Overload{[](bool value) -> std::int32_t { return value ? 1 : 0; },
+               [](std::int64_t value) -> std::int32_t { return limitedTo32Bits(value); },
+               [](double value) -> std::int32_t { return limitedTo32Bits(value); },
+               [](const std::string& text) -> std::int32_t { return integerReading(text); },
+               [](const auto&) -> std::int32_t { return 0; }},
+      storage_);
+}
+
+double QLTValue::doubleValue() const {
+  return std::visit(Overload{[](bool value) { return value ? 1.0 : 0.0; },
+                             [](std::int64_t value) { return static_cast<double>(value); },
+                             [](double value) { return value; },
+                             [](const std::string& text) { return realReading(text); },
+                             [](const auto&) { return 0.0; }},
+                    storage_);
+}
+
+std::string QLTValue::text() const {
+  return std::visit(
+      Overload{[](bool value) { return std::string(value ? "1" : "0"); },
+               [](std::int64_t value) { return std::to_string(value); },
+               [](double value) { return shortestText(value); },
+               [](const std::string& text) { return text; },
+               [](QLTDate date) { return dateText(date); },
+               [](const QLTData& data) { return dataText(data); },
+               [](const QLTArray& array) {
+                 std::string out;
+                 appendListing(out, array, 0);
+                 return out;
+               },
+               [](const std::unique_ptr<QLTDictionary>& dictionary) { return dictionary->text(); }},
+      storage_);
+}
+
+bool operator==(const QLTValue& a, const QLTValue& b) {
+  const QLTDictionary* left = a.dictionary();
+  const QLTDictionary* right = b.dictionary();
+  if (left != nullptr && right != nullptr) return *left == *right;
+  return a.storage_ == b.storage_;
+}
+
+const QLTValue* QLTDictionary::find(std::string_view key) const {
+  const auto found = map_.find(key);
+  return found == map_.end() ? nullptr : &found->second;
+}
+
+QLTValue* QLTDictionary::find(std::string_view key) {
+  const auto found = map_.find(key);
+  return found == map_.end() ? nullptr : &found->second;
+}
+
+QLTValue& QLTDictionary::operator[](std::string_view key) {
+  if (QLTValue* found = find(key)) return *found;
+  return map_.emplace(key, QLTValue()).first->second;
+}
+
+void QLTDictionary::set(std::string_view key, QLTValue value) {
+  (*this)[key] = std::move(value);
+}
+
+bool QLTDictionary::remove(std::string_view key) {
+  const auto found = map_.find(key);
+  if (found == map_.end()) return false;
+  map_.erase(found);
+  return true;
+}
+
+void QLTDictionary::merge(const QLTDictionary& other) {
+  if (this == &other) return;
+  for (const auto& [key, value] : other) map_.insert_or_assign(key, value);
+}
+
+std::string QLTDictionary::text() const {
+  std::string out;
+  appendListing(out, *this, 0);
+  return out;
+}
