@@ -6,7 +6,6 @@
 
 using quillon::internal::format;
 
-const std::string QLTFrameworkErrorDomain = "Quillon Framework Error Domain";
 const std::string QLTSerialErrorDomain = "QLTSerial Error Domain";
 const std::string kQLTScipErrorDomain = "kQLTScpiErrorDomain";
 

@@ -9,8 +9,6 @@
 #include <QLTExport.h>
 #include <QLTMathUtil.h>
 
-/// The domain of the framework's own errors.
-QLT_EXPORT extern const std::string QLTFrameworkErrorDomain;  // "Quillon Framework Error Domain"
 /// The domain of errors of the serial port's system calls; the code is errno.
 QLT_EXPORT extern const std::string QLTSerialErrorDomain;  // "QLTSerial Error Domain"
 /// The domain of errors that a SCPI instrument reports. Name and value differ in spelling; callers use both.

@@ -4,6 +4,7 @@
 #include <utility>
 
 const std::string kQLTErrorDescriptionKey = "description";
+const std::string QLTFrameworkErrorDomain = "Quillon Framework Error Domain";
 const std::string kQLTPosixErrorDomain = "POSIX";
 
 struct QLTError::Payload {

@@ -11,6 +11,9 @@
 /// The key of a record's user information that holds the description.
 QLT_EXPORT extern const std::string kQLTErrorDescriptionKey;  // "description"
 
+/// The domain of the framework's own errors.
+QLT_EXPORT extern const std::string QLTFrameworkErrorDomain;  // "Quillon Framework Error Domain"
+
 /// The domain of errors whose code is an errno value and whose origin is the file system.
 QLT_EXPORT extern const std::string kQLTPosixErrorDomain;  // "POSIX"
 

@@ -41,7 +41,7 @@ bool isAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
 
 }  // namespace
 
-std::optional<std::string> readAsciiFile(const std::filesystem::path& path, QLTError* error) {
+std::optional<std::string> readFile(const std::filesystem::path& path, QLTError* error) {
   std::string content;
   const int descriptor = openForReading(path);
   int problem = errno;
@@ -53,14 +53,20 @@ std::optional<std::string> readAsciiFile(const std::filesystem::path& path, QLTE
     if (error != nullptr) *error = QLTError::fromErrno(problem, path.string());
     return std::nullopt;
   }
-  const auto foreign = std::find_if_not(content.begin(), content.end(), isAscii);
-  if (foreign != content.end()) {
+  return content;
+}
+
+std::optional<std::string> readAsciiFile(const std::filesystem::path& path, QLTError* error) {
+  std::optional<std::string> content = readFile(path, error);
+  if (!content) return std::nullopt;
+  const auto foreign = std::find_if_not(content->begin(), content->end(), isAscii);
+  if (foreign != content->end()) {
     if (error != nullptr) {
-      const auto offset = static_cast<std::size_t>(foreign - content.begin());
+      const auto offset = static_cast<std::size_t>(foreign - content->begin());
       *error = QLTError::withDescription(
           kQLTPosixErrorDomain, EILSEQ,
           format("%@:%d: byte 0x%02x is not 7-bit ASCII", path.string(),
-                 lineNumber(content, offset), static_cast<unsigned char>(*foreign)));
+                 lineNumber(*content, offset), static_cast<unsigned char>(*foreign)));
     }
     return std::nullopt;
   }

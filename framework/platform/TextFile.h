@@ -13,6 +13,9 @@
 
 namespace quillon::internal {
 
+/// The whole content of a file, as it is; absent when it cannot be read, with errno as the error.
+std::optional<std::string> readFile(const std::filesystem::path& path, QLTError* error = nullptr);
+
 /// The whole content of a file of 7-bit ASCII text; absent when it cannot be read. Errors have the
 /// domain `kQLTPosixErrorDomain` and name the file: the errno value of the read, or EILSEQ for a
 /// byte over 127, whose description is "PATH:LINE: ...".

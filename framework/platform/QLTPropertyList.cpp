@@ -1,0 +1,42 @@
+#include "QLTPropertyList.h"
+
+#include "TextFile.h"
+#include "XmlPropertyList.h"
+
+namespace {
+
+constexpr std::int64_t kMalformed = -40004;
+
+void setMalformed(QLTError* error, std::string description) {
+  if (error != nullptr) {
+    *error =
+        QLTError::withDescription(QLTFrameworkErrorDomain, kMalformed, std::move(description));
+  }
+}
+
+}  // namespace
+
+std::optional<QLTValue> QLTPropertyList::read(const std::filesystem::path& path, QLTError* error) {
+  const std::optional<std::string> bytes = quillon::internal::readFile(path, error);
+  if (!bytes) return std::nullopt;
+  return parse(*bytes, path.string(), error);
+}
+
+std::optional<QLTDictionary> QLTPropertyList::readDictionary(const std::filesystem::path& path,
+                                                             QLTError* error) {
+  std::optional<QLTValue> root = read(path, error);
+  if (!root) return std::nullopt;
+  if (QLTDictionary* dictionary = root->dictionary()) return std::move(*dictionary);
+  setMalformed(error, path.string() + ":" + std::to_string(root->position().line) + ":" +
+                          std::to_string(root->position().column) +
+                          ": the root is not a dictionary");
+  return std::nullopt;
+}
+
+std::optional<QLTValue> QLTPropertyList::parse(std::string_view bytes, const std::string& name,
+                                               QLTError* error) {
+  std::string complaint;
+  std::optional<QLTValue> value = quillon::internal::parseXmlPropertyList(bytes, complaint);
+  if (!value) setMalformed(error, name + ":" + complaint);
+  return value;
+}
