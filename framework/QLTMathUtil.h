@@ -8,7 +8,8 @@
 /// Number and text conversions, offered as operations of `QLTUtil`. Stateless; any thread.
 class QLT_EXPORT QLTMathUtil {
  public:
-  /// The leading *decimal* integer of `text`, whatever the name promises: "1F" gives 1, "0x10" gives 0.
+  /// The leading *decimal* integer of `text`, whatever the name promises: "1F" gives 1, "0x10"
+  /// gives 0.
   static std::int32_t hex2int(const std::string& text);
   /// Lower-case hexadecimal, padded with blanks on the left to at least `width` characters.
   static std::string int2hex(std::uint32_t value, int width);

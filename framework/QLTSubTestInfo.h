@@ -8,8 +8,8 @@
 #include <QLTExport.h>
 #include <QLTObject.h>
 
-/// Describes one sub-test before it runs: its name and priority, what passes (an expected text, or a closed
-/// numeric range), and the message to record when it fails.
+/// Describes one sub-test before it runs: its name and priority, what passes (an expected text, or
+/// a closed numeric range), and the message to record when it fails.
 ///
 /// Not synchronised: a specification belongs to one test method, which one thread drives at a time.
 class QLT_EXPORT QLTSubTestInfo : public QLTObject {
@@ -25,15 +25,15 @@ class QLT_EXPORT QLTSubTestInfo : public QLTObject {
                                                      std::int32_t priority,
                                                      std::optional<std::string> expected,
                                                      std::optional<std::string> failMessage);
-  /// Makes a specification with both limits and the phrase "from LOW to HIGH" as its expected text. The
-  /// spelling of the name is the interface's own.
+  /// Makes a specification with both limits and the phrase "from LOW to HIGH" as its expected text.
+  /// The spelling of the name is the interface's own.
   static std::shared_ptr<QLTSubTestInfo> subTestinfo(std::optional<std::string> name,
                                                      std::int32_t priority, double lowLimit,
                                                      double highLimit,
                                                      std::optional<std::string> failMessage);
 
-  /// Sets both limits and replaces the expected text by "from LOW to HIGH", six decimals each. A low limit above
-  /// the high one is kept as given; then no value passes.
+  /// Sets both limits and replaces the expected text by "from LOW to HIGH", six decimals each. A
+  /// low limit above the high one is kept as given; then no value passes.
   void setLimits(double lowLimit, double highLimit);
 
   const std::optional<std::string>& name() const { return name_; }
@@ -52,8 +52,8 @@ class QLT_EXPORT QLTSubTestInfo : public QLTObject {
   void setFailMessage(std::optional<std::string> failMessage);
   bool hasLimits() const { return hasLimits_; }
 
-  /// Gives up name, expected text and fail message early. Nothing needs to call it; the spelling is the interface's
-  /// own.
+  /// Gives up name, expected text and fail message early. Nothing needs to call it; the spelling is
+  /// the interface's own.
   void deaclloc();
 
  private:

@@ -11,21 +11,22 @@
 
 /// The domain of errors of the serial port's system calls; the code is errno.
 QLT_EXPORT extern const std::string QLTSerialErrorDomain;  // "QLTSerial Error Domain"
-/// The domain of errors that a SCPI instrument reports. Name and value differ in spelling; callers use both.
+/// The domain of errors that a SCPI instrument reports. Name and value differ in spelling; callers
+/// use both.
 QLT_EXPORT extern const std::string kQLTScipErrorDomain;  // "kQLTScpiErrorDomain"
 
-/// Builders of error records, and small helpers; with the conversions of `QLTMathUtil`. Stateless; any
-/// thread.
+/// Builders of error records, and small helpers; with the conversions of `QLTMathUtil`. Stateless;
+/// any thread.
 class QLT_EXPORT QLTUtil : public QLTMathUtil {
  public:
   /// As the three-argument form, in the framework's domain.
   static QLTError handleError(std::int32_t code, const std::optional<std::string>& message);
-  /// Logs "error number is: MESSAGE (CODE)" and returns a record that holds only the message; an absent message
-  /// shows as "(null)" and gives a record without a description.
+  /// Logs "error number is: MESSAGE (CODE)" and returns a record that holds only the message; an
+  /// absent message shows as "(null)" and gives a record without a description.
   static QLTError handleError(std::int32_t code, const std::string& domain,
                               const std::optional<std::string>& message);
-  /// Wraps an error from below: same domain and code, description "EXTRA. Details: DESCRIPTION", the given error
-  /// as the underlying one. Logs nothing.
+  /// Wraps an error from below: same domain and code, description "EXTRA. Details: DESCRIPTION",
+  /// the given error as the underlying one. Logs nothing.
   static QLTError handleError(const QLTError& error, const std::string& extraMessage);
 
   /// The strings in order, `delineator` between each two.

@@ -4,9 +4,9 @@
 
 #include <QLTLogger.h>
 #include <QLTSleeper.h>
+#include <QLTUtil.h>
 #include <QLTestMethod.h>
 #include <QLTestSiteManager.h>
-#include <QLTUtil.h>
 
 #include "platform/Format.h"
 #include "platform/TypeName.h"

@@ -20,13 +20,13 @@ class QLTestMethod;
 /// An ordered list of test methods.
 using QLTFlow = std::vector<std::shared_ptr<QLTestMethod>>;
 
-/// The container of one test site: its resources, its flows, its attributes and the state of the device run in
-/// progress. A plug-in's principal class derives from it.
+/// The container of one test site: its resources, its flows, its attributes and the state of the
+/// device run in progress. A plug-in's principal class derives from it.
 ///
-/// Suites are made by `std::make_shared`; their methods refer to them without owning them. A suite belongs to one
-/// site and is driven by one thread at a time; suites of different sites may run at once.
-class QLT_EXPORT QLTestSuite : public QLTObject,
-                               public std::enable_shared_from_this<QLTestSuite> {
+/// Suites are made by `std::make_shared`; their methods refer to them without owning them. A suite
+/// belongs to one site and is driven by one thread at a time; suites of different sites may run at
+/// once.
+class QLT_EXPORT QLTestSuite : public QLTObject, public std::enable_shared_from_this<QLTestSuite> {
  public:
   /// A suite with no flows and one resource, "sleeper".
   explicit QLTestSuite(std::string siteName);
@@ -40,11 +40,11 @@ class QLT_EXPORT QLTestSuite : public QLTObject,
   /// True; does nothing else.
   static bool onUnload(QLTError* error = nullptr);
 
-  // Hooks around each device. The station application treats an error that one of them leaves as the end of that
-  // device's run.
+  // Hooks around each device. The station application treats an error that one of them leaves as
+  // the end of that device's run.
 
-  /// Draws the next station-wide run index. `dutInfo` is what the station application knows about the device. The
-  /// base returns none.
+  /// Draws the next station-wide run index. `dutInfo` is what the station application knows about
+  /// the device. The base returns none.
   virtual std::shared_ptr<QLTObject> onDUTStart(const QLTDictionary& dutInfo,
                                                 QLTError* error = nullptr);
   virtual bool onDUTFinished(QLTError* error = nullptr);  ///< all tests passed
@@ -58,8 +58,9 @@ class QLT_EXPORT QLTestSuite : public QLTObject,
   /// Replaces the whole table, "sleeper" included. The table is shared with the caller, not copied.
   void setResources(std::shared_ptr<QLTResources> resources);
 
-  /// The resource of that name and class. Null when there is none (the description lists the names that exist) or when
-  /// it is of another class (the description names that); both have code -80002.
+  /// The resource of that name and class. Null when there is none (the description lists the names
+  /// that exist) or when it is of another class (the description names that); both have code
+  /// -80002.
   template <typename T>
   std::shared_ptr<T> resource(std::string_view name, QLTError* error = nullptr) const {
     return resourceOf<T>(this, name, error);

@@ -19,8 +19,14 @@ std::string_view withoutLeadingSpace(std::string_view text) {
   return text;
 }
 
-/// The decimal number at the front of `text`, with fraction and exponent; "" when there is none.
-std::string decimalToken(std::string_view text) {
+locale_t pointLocale() {
+  static const locale_t locale = newlocale(LC_ALL_MASK, "C", nullptr);
+  return locale;
+}
+
+}  // namespace
+
+std::size_t decimalLength(std::string_view text) {
   std::size_t i = 0;
   const auto digits = [&] {
     const std::size_t start = i;
@@ -33,22 +39,15 @@ std::string decimalToken(std::string_view text) {
     ++i;
     mantissa += digits();
   }
-  if (mantissa == 0) return {};
+  if (mantissa == 0) return 0;
   const std::size_t end = i;
   if (i < text.size() && (text[i] == 'e' || text[i] == 'E')) {
     ++i;
     if (i < text.size() && (text[i] == '+' || text[i] == '-')) ++i;
     if (digits() == 0) i = end;
   }
-  return std::string(text.substr(0, i));
+  return i;
 }
-
-locale_t pointLocale() {
-  static const locale_t locale = newlocale(LC_ALL_MASK, "C", nullptr);
-  return locale;
-}
-
-}  // namespace
 
 std::string sixDecimals(double value) {
   if (std::isnan(value)) return "nan";
@@ -87,8 +86,9 @@ std::int32_t integerReading(std::string_view text) {
 }
 
 double realReading(std::string_view text) {
-  const std::string token = decimalToken(withoutLeadingSpace(text));
-  return token.empty() ? 0.0 : strtod_l(token.c_str(), nullptr, pointLocale());
+  text = withoutLeadingSpace(text);
+  const std::string number(text.substr(0, decimalLength(text)));
+  return number.empty() ? 0.0 : strtod_l(number.c_str(), nullptr, pointLocale());
 }
 
 std::string formatArguments(std::string_view format, const FormatArgument* arguments,

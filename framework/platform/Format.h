@@ -19,6 +19,10 @@ bool booleanReading(std::string_view text);
 std::int32_t integerReading(std::string_view text);
 double realReading(std::string_view text);
 
+/// The length of the decimal number (with fraction and exponent) at the very front of `text`; 0
+/// when there is none.
+std::size_t decimalLength(std::string_view text);
+
 /// One argument of `format`, as the placeholder wants it.
 class FormatArgument {
  public:
@@ -61,9 +65,9 @@ struct FormatText {
   std::string_view text;
 };
 
-/// Fills a format's placeholders in order: `%@` `%s` (text; an absent one is "(null)"), `%d` `%i` `%u`
-/// (decimal), `%f` (six decimals), `%x` `%02x` (lower-case hexadecimal, at least two digits), `%%`.
-/// The arguments' text is never read as a format.
+/// Fills a format's placeholders in order: `%@` `%s` (text; an absent one is "(null)"), `%d` `%i`
+/// `%u` (decimal), `%f` (six decimals), `%x` `%02x` (lower-case hexadecimal, at least two digits),
+/// `%%`. The arguments' text is never read as a format.
 template <typename... Arguments>
 std::string format(FormatText<std::type_identity_t<Arguments>...> text,
                    const Arguments&... arguments) {

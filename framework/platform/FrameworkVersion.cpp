@@ -27,8 +27,7 @@ bool frameworkVersionFits(std::string_view builtFor, std::string_view running) {
   const auto wanted = majorMinor(builtFor);
   const auto present = majorMinor(running);
   if (!wanted || !present || wanted->first != present->first) return false;
-  return wanted->first == 0 ? wanted->second == present->second
-                            : wanted->second <= present->second;
+  return wanted->first == 0 ? wanted->second == present->second : wanted->second <= present->second;
 }
 
 }  // namespace quillon::internal

@@ -102,7 +102,8 @@ std::unique_ptr<QLTBundle> QLTBundle::load(const fs::path& path, QLTError* error
   if (!info) return nullptr;
   const std::string* builtFor = requiredText(*info, infoPath, "FrameworkVersion", error);
   if (builtFor == nullptr) return nullptr;
-  // Before any of its code runs: an object built for another interface may crash while it is opened.
+  // Before any of its code runs: an object built for another interface may crash while it is
+  // opened.
   if (!quillon::internal::frameworkVersionFits(*builtFor, quillon::internal::frameworkVersion())) {
     fail(error, format("%@: built for framework version %@, which framework version %@ cannot run; "
                        "rebuild the plug-in",

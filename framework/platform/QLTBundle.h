@@ -15,28 +15,30 @@
 
 class QLTClass;
 
-/// A bundle: a folder `NAME.bundle/Contents/` with `Info.plist`, `Resources/` and a shared object that
-/// carries classes.
+/// A bundle: a folder `NAME.bundle/Contents/` with `Info.plist`, `Resources/` and a shared object
+/// that carries classes.
 ///
-/// Keys of `Info.plist`, all texts: "BundleIdentifier", "BundleVersion", "Executable" (the shared object's file name
-/// within `Contents/`), "PrincipalClass", "FrameworkVersion" (the framework's version that the bundle was built
-/// for).
+/// Keys of `Info.plist`, all texts: "BundleIdentifier", "BundleVersion", "Executable" (the shared
+/// object's file name within `Contents/`), "PrincipalClass", "FrameworkVersion" (the framework's
+/// version that the bundle was built for).
 ///
-/// A bundle is opened once and never closed: opening the same folder again gives the same object, and pointers to
-/// bundles and their classes last as long as the process. Two bundles may have classes of the same name; each
-/// finds its own. All operations may be called from any thread.
+/// A bundle is opened once and never closed: opening the same folder again gives the same object,
+/// and pointers to bundles and their classes last as long as the process. Two bundles may have
+/// classes of the same name; each finds its own. All operations may be called from any thread.
 class QLT_EXPORT QLTBundle {
  public:
-  /// Opens the bundle at `path`: reads `Info.plist`, refuses a bundle that was built for a framework version
-  /// that does not fit, and only then opens the shared object. Null on failure; the description names the
-  /// file and the reason (code -40005, or the record of the property-list reader).
+  /// Opens the bundle at `path`: reads `Info.plist`, refuses a bundle that was built for a
+  /// framework version that does not fit, and only then opens the shared object. Null on failure;
+  /// the description names the file and the reason (code -40005, or the record of the property-list
+  /// reader).
   static const QLTBundle* open(const std::filesystem::path& path, QLTError* error = nullptr);
 
-  /// The framework's own bundle: its version, and the classes `QLTestMethod`, `QLTestMethodDelay` and
-  /// `QLTestSuite`. It has no folder.
+  /// The framework's own bundle: its version, and the classes `QLTestMethod`, `QLTestMethodDelay`
+  /// and `QLTestSuite`. It has no folder.
   static const QLTBundle& frameworkBundle();
 
-  /// Stands for the program itself: the classes that were registered outside any bundle. It has no folder.
+  /// Stands for the program itself: the classes that were registered outside any bundle. It has no
+  /// folder.
   static const QLTBundle& mainBundle();
 
   QLTBundle(const QLTBundle&) = delete;
@@ -48,13 +50,15 @@ class QLT_EXPORT QLTBundle {
   const std::optional<std::string>& version() const { return version_; }
   const QLTDictionary& infoDictionary() const { return info_; }
 
-  /// The path of the resource `name.type` ("TestConfig", "plist"); absent when there is no such file.
+  /// The path of the resource `name.type` ("TestConfig", "plist"); absent when there is no such
+  /// file.
   std::optional<std::filesystem::path> pathForResource(std::string_view name,
                                                        std::string_view type) const;
 
   /// The class of that name in this bundle, or null.
   const QLTClass* classNamed(std::string_view name) const;
-  /// The class that "PrincipalClass" names, or null when the entry is missing or names no class here.
+  /// The class that "PrincipalClass" names, or null when the entry is missing or names no class
+  /// here.
   const QLTClass* principalClass() const;
   /// The names of the bundle's classes, sorted.
   std::vector<std::string> classNames() const;

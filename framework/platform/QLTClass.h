@@ -17,26 +17,26 @@ class QLTSubTestInfo;
 class QLTestMethod;
 class QLTestSuite;
 
-/// Registers a suite class or a test-method class under its name, so that a configuration can name it. One line in
-/// the source that defines the class, outside any function:
+/// Registers a suite class or a test-method class under its name, so that a configuration can name
+/// it. One line in the source that defines the class, outside any function:
 ///
 ///     class PowerTest : public QLTestMethod { ... };
 ///     QLT_CLASS(PowerTest);
-#define QLT_CLASS(NAME)                                                                   \
-  [[maybe_unused]] static const ::quillon::internal::ClassRegistration<NAME>              \
-  QLT_CLASS_JOIN(qltClassRegistration, __COUNTER__)(#NAME)
+#define QLT_CLASS(NAME)                                                                      \
+  [[maybe_unused]] static const ::quillon::internal::ClassRegistration<NAME> QLT_CLASS_JOIN( \
+      qltClassRegistration, __COUNTER__)(#NAME)
 #define QLT_CLASS_JOIN(A, B) QLT_CLASS_JOIN_NOW(A, B)
 #define QLT_CLASS_JOIN_NOW(A, B) A##B
 
 /// A class that is found by name: what makes its objects, and its class operations.
 ///
-/// A suite class may have these static hooks; they are found when the class is registered, and one with the right
-/// name and a wrong signature does not compile:
+/// A suite class may have these static hooks; they are found when the class is registered, and one
+/// with the right name and a wrong signature does not compile:
 ///
 ///     static void customizeConfig(QLTDictionary& config, const QLTDictionary& stationInfo);
-///     static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary& entry, QLTError* error);
-///     static bool onLoad(const QLTClass& cls, const QLTDictionary& stationInfo, QLTError* error);
-///     static bool onUnload(QLTError* error);
+///     static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary& entry, QLTError*
+///     error); static bool onLoad(const QLTClass& cls, const QLTDictionary& stationInfo, QLTError*
+///     error); static bool onUnload(QLTError* error);
 ///
 /// `onLoad` and `onUnload` are inherited from `QLTestSuite` unless the class has its own.
 ///
@@ -65,8 +65,8 @@ class QLT_EXPORT QLTClass {
     OnUnload onUnload = nullptr;  ///< set for suite classes
   };
 
-  /// Enters a class into the bundle that is being opened on this thread, else into the main bundle. Called
-  /// through `QLT_CLASS`.
+  /// Enters a class into the bundle that is being opened on this thread, else into the main bundle.
+  /// Called through `QLT_CLASS`.
   static void registerClass(std::string name, const Operations& operations);
 
   const std::string& name() const { return name_; }
@@ -89,8 +89,9 @@ struct HookNames {
   int customizeConfig;
   int createInstrument;
 };
-// A class that has a member of one of these names, whatever its form, makes the name ambiguous here. (A plain look-up
-// would take an overloaded or private hook for none, and the hook would silently never run.)
+// A class that has a member of one of these names, whatever its form, makes the name ambiguous
+// here. (A plain look-up would take an overloaded or private hook for none, and the hook would
+// silently never run.)
 template <typename T>
 struct HookProbe : T, HookNames {};
 
@@ -121,7 +122,8 @@ QLTClass::Operations operationsOf() {
     operations.makeSuite = [](std::string siteName) -> std::shared_ptr<QLTestSuite> {
       return std::make_shared<T>(std::move(siteName));
     };
-    // A compile error in one of these lines means: the hook's signature differs from the one told at QLTClass.
+    // A compile error in one of these lines means: the hook's signature differs from the one told
+    // at QLTClass.
     if constexpr (hasCustomizeConfig<T>()) {
       operations.customizeConfig = static_cast<QLTClass::CustomizeConfig>(&T::customizeConfig);
     }
@@ -151,9 +153,7 @@ QLTClass::Operations operationsOf() {
 
 template <typename T>
 struct ClassRegistration {
-  explicit ClassRegistration(const char* name) {
-    QLTClass::registerClass(name, operationsOf<T>());
-  }
+  explicit ClassRegistration(const char* name) { QLTClass::registerClass(name, operationsOf<T>()); }
 };
 
 }  // namespace quillon::internal

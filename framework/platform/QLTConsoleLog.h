@@ -7,10 +7,10 @@
 
 /// The console log: the diagnostic lines of the framework and of plug-ins, meant for engineers.
 ///
-/// Without a sink of its own, the log goes to standard error: one line a message, with the time (UTC),
-/// process and thread, in one `write` so that lines of several threads never mix. Control
-/// characters of the message, as device texts carry them, are shown as escapes (`\n`, `\x1b`); a line end that
-/// closes the message is not shown.
+/// Without a sink of its own, the log goes to standard error: one line a message, with the time
+/// (UTC), process and thread, in one `write` so that lines of several threads never mix. Control
+/// characters of the message, as device texts carry them, are shown as escapes (`\n`, `\x1b`); a
+/// line end that closes the message is not shown.
 ///
 /// All functions may be called from any thread.
 
@@ -21,6 +21,6 @@ QLT_EXPORT void QLTLog(std::string_view message);
 /// It may be called from several threads at once and must not throw.
 using QLTLogSink = std::function<void(std::string_view message)>;
 
-/// Sends the console log to `sink` from now on; an empty sink restores standard error. A call of the
-/// earlier sink that is under way on another thread ends undisturbed.
+/// Sends the console log to `sink` from now on; an empty sink restores standard error. A call of
+/// the earlier sink that is under way on another thread ends undisturbed.
 QLT_EXPORT void QLTSetLogSink(QLTLogSink sink);

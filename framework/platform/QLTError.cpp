@@ -19,8 +19,7 @@ QLTError::QLTError(std::string domain, std::int64_t code, QLTDictionary userInfo
     : payload_(std::make_shared<const Payload>(
           Payload{std::move(domain), code, std::move(userInfo), std::move(underlyingError)})) {}
 
-QLTError QLTError::withDescription(std::string domain, std::int64_t code,
-                                   std::string description) {
+QLTError QLTError::withDescription(std::string domain, std::int64_t code, std::string description) {
   QLTDictionary userInfo;
   userInfo.set(kQLTErrorDescriptionKey, std::move(description));
   return {std::move(domain), code, std::move(userInfo)};

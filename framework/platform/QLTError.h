@@ -17,13 +17,14 @@ QLT_EXPORT extern const std::string QLTFrameworkErrorDomain;  // "Quillon Framew
 /// The domain of errors whose code is an errno value and whose origin is the file system.
 QLT_EXPORT extern const std::string kQLTPosixErrorDomain;  // "POSIX"
 
-/// An error record: the area that failed, a code, and what is known about it. A default-constructed one is
-/// empty and means "no error".
+/// An error record: the area that failed, a code, and what is known about it. A default-constructed
+/// one is empty and means "no error".
 ///
-/// Fallible operations return a "no" result and take a `QLTError*` as their last argument, which may be null.
-/// They write to it only when they fail; on success they leave it as it was.
+/// Fallible operations return a "no" result and take a `QLTError*` as their last argument, which
+/// may be null. They write to it only when they fail; on success they leave it as it was.
 ///
-/// Records are immutable and share their content: copies are cheap, and may be read from any thread.
+/// Records are immutable and share their content: copies are cheap, and may be read from any
+/// thread.
 class QLT_EXPORT QLTError {
  public:
   QLTError() noexcept = default;
@@ -31,8 +32,8 @@ class QLT_EXPORT QLTError {
            QLTError underlyingError = {});
   /// A record whose user information holds only `description`.
   static QLTError withDescription(std::string domain, std::int64_t code, std::string description);
-  /// A record of an errno value: domain `kQLTPosixErrorDomain`, the description being `subject` (a path, say),
-  /// a colon and the system's text.
+  /// A record of an errno value: domain `kQLTPosixErrorDomain`, the description being `subject` (a
+  /// path, say), a colon and the system's text.
   static QLTError fromErrno(int errnoValue, const std::string& subject);
 
   /// True when there is an error.

@@ -6,4 +6,6 @@
 
 QLTObject::~QLTObject() = default;
 
-std::string QLTObject::className() const { return quillon::internal::typeName(typeid(*this).name()); }
+std::string QLTObject::className() const {
+  return quillon::internal::typeName(typeid(*this).name());
+}

@@ -6,7 +6,8 @@
 
 #include <QLTExport.h>
 
-/// The root of everything that can sit in a suite's resources: instruments, loggers, utility objects.
+/// The root of everything that can sit in a suite's resources: instruments, loggers, utility
+/// objects.
 ///
 /// Objects have identity and are shared by `std::shared_ptr`; they are not copied.
 class QLT_EXPORT QLTObject {

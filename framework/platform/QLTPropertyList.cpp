@@ -9,8 +9,7 @@ constexpr std::int64_t kMalformed = -40004;
 
 void setMalformed(QLTError* error, std::string description) {
   if (error != nullptr) {
-    *error =
-        QLTError::withDescription(QLTFrameworkErrorDomain, kMalformed, std::move(description));
+    *error = QLTError::withDescription(QLTFrameworkErrorDomain, kMalformed, std::move(description));
   }
 }
 

@@ -49,10 +49,9 @@ std::string dateText(QLTDate date) {
   std::tm utc{};
   gmtime_r(&seconds, &utc);
   std::array<char, 80> text{};
-  const int length =
-      std::snprintf(text.data(), text.size(), "%04d-%02d-%02d %02d:%02d:%02d +0000",
-                    utc.tm_year + 1900, utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min,
-                    utc.tm_sec);
+  const int length = std::snprintf(text.data(), text.size(), "%04d-%02d-%02d %02d:%02d:%02d +0000",
+                                   utc.tm_year + 1900, utc.tm_mon + 1, utc.tm_mday, utc.tm_hour,
+                                   utc.tm_min, utc.tm_sec);
   return {text.data(), static_cast<std::size_t>(length)};
 }
 
@@ -119,12 +118,11 @@ QLTValue::QLTValue(QLTDictionary dictionary)
     : storage_(std::make_unique<QLTDictionary>(std::move(dictionary))) {}
 
 QLTValue::QLTValue(const QLTValue& other)
-    : storage_(std::visit(
-          Overload{[](const std::unique_ptr<QLTDictionary>& dictionary) -> Storage {
-                     return std::make_unique<QLTDictionary>(*dictionary);
-                   },
-                   [](const auto& content) -> Storage { return content; }},
-          other.storage_)),
+    : storage_(std::visit(Overload{[](const std::unique_ptr<QLTDictionary>& dictionary) -> Storage {
+                                     return std::make_unique<QLTDictionary>(*dictionary);
+                                   },
+                                   [](const auto& content) -> Storage { return content; }},
+                          other.storage_)),
       position_(other.position_) {}
 
 // A moved-from value stays usable: it is the empty text, never a dictionary without content.
@@ -167,12 +165,12 @@ QLTDictionary* QLTValue::dictionary() {
 }
 
 bool QLTValue::boolValue() const {
-  return std::visit(Overload{[](bool value) { return value; },
-                             [](std::int64_t value) { return value != 0; },
-                             [](double value) { return value != 0; },
-                             [](const std::string& text) { return booleanReading(text); },
-                             [](const auto&) { return false; }},
-                    storage_);
+  return std::visit(
+      Overload{[](bool value) { return value; }, [](std::int64_t value) { return value != 0; },
+               [](double value) { return value != 0; },
+               [](const std::string& text) { return booleanReading(text); },
+               [](const auto&) { return false; }},
+      storage_);
 }
 
 std::int32_t QLTValue::intValue() const {
@@ -233,9 +231,7 @@ QLTValue& QLTDictionary::operator[](std::string_view key) {
   return map_.emplace(key, QLTValue()).first->second;
 }
 
-void QLTDictionary::set(std::string_view key, QLTValue value) {
-  (*this)[key] = std::move(value);
-}
+void QLTDictionary::set(std::string_view key, QLTValue value) { (*this)[key] = std::move(value); }
 
 bool QLTDictionary::remove(std::string_view key) {
   const auto found = map_.find(key);

@@ -20,8 +20,8 @@ using QLTArray = std::vector<QLTValue>;
 using QLTData = std::vector<std::uint8_t>;
 using QLTDate = std::chrono::sys_time<std::chrono::milliseconds>;
 
-/// Where a value stood in the file it was read from: line and column count from 1. Both are 0 for a value
-/// that was made in code.
+/// Where a value stood in the file it was read from: line and column count from 1. Both are 0 for a
+/// value that was made in code.
 struct QLTPosition {
   int line = 0;
   int column = 0;
@@ -29,9 +29,9 @@ struct QLTPosition {
 
 /// One property-list value: boolean, integer, real, text, date, data, array or dictionary.
 ///
-/// A value type: copies are deep, equality compares type and content (not the position). There is no null:
-/// a value that is absent is not there (`QLTDictionary::find` gives null). As with other value types, one
-/// thread may write an object or several may read it.
+/// A value type: copies are deep, equality compares type and content (not the position). There is
+/// no null: a value that is absent is not there (`QLTDictionary::find` gives null). As with other
+/// value types, one thread may write an object or several may read it.
 class QLT_EXPORT QLTValue {
  public:
   enum class Type { Boolean, Integer, Real, Text, Date, Data, Array, Dictionary };
@@ -68,18 +68,21 @@ class QLT_EXPORT QLTValue {
   const QLTDictionary* dictionary() const;
   QLTDictionary* dictionary();
 
-  // Lenient readings. They never fail: what has no reading is false or 0. None depends on the locale.
+  // Lenient readings. They never fail: what has no reading is false or 0. None depends on the
+  // locale.
 
-  /// A number is true unless it is 0 (NaN is true). A text is true when, after white space, a sign and zeros,
-  /// the next character is one of Y y T t 1-9. Everything else is false.
+  /// A number is true unless it is 0 (NaN is true). A text is true when, after white space, a sign
+  /// and zeros, the next character is one of Y y T t 1-9. Everything else is false.
   bool boolValue() const;
-  /// A number without its fraction, a boolean as 1 or 0, a text's leading decimal digits; limited to 32 bits.
+  /// A number without its fraction, a boolean as 1 or 0, a text's leading decimal digits; limited
+  /// to 32 bits.
   std::int32_t intValue() const;
   /// As `intValue` with fraction and exponent: the text " 1.5e3 V" reads 1500.
   double doubleValue() const;
 
-  /// The value as text for people and logs: a text as it is, a number in decimal, a boolean as 1 or 0, a date
-  /// as "2026-11-14 22:16:30 +0000", data as "<0aff>", arrays and dictionaries as several lines.
+  /// The value as text for people and logs: a text as it is, a number in decimal, a boolean as 1 or
+  /// 0, a date as "2026-11-14 22:16:30 +0000", data as "<0aff>", arrays and dictionaries as several
+  /// lines.
   std::string text() const;
 
   /// Where the value stood in its file.
@@ -95,8 +98,8 @@ class QLT_EXPORT QLTValue {
   QLTPosition position_;
 };
 
-/// An ordered map from text to value. The order is that of the keys, so listings are stable; nothing depends on
-/// it. A value type, with the thread-safety of one.
+/// An ordered map from text to value. The order is that of the keys, so listings are stable;
+/// nothing depends on it. A value type, with the thread-safety of one.
 class QLT_EXPORT QLTDictionary {
  public:
   using Map = std::map<std::string, QLTValue, std::less<>>;
@@ -104,7 +107,8 @@ class QLT_EXPORT QLTDictionary {
   QLTDictionary() = default;
   QLTDictionary(std::initializer_list<Map::value_type> entries) : map_(entries) {}
 
-  /// The value under `key`, or null when there is none. The pointer lasts until the entry is removed.
+  /// The value under `key`, or null when there is none. The pointer lasts until the entry is
+  /// removed.
   const QLTValue* find(std::string_view key) const;
   QLTValue* find(std::string_view key);
   bool contains(std::string_view key) const { return find(key) != nullptr; }
@@ -126,7 +130,8 @@ class QLT_EXPORT QLTDictionary {
   Map::iterator begin() { return map_.begin(); }
   Map::iterator end() { return map_.end(); }
 
-  /// A listing with one `key = value;` line an entry between braces; nested containers are indented.
+  /// A listing with one `key = value;` line an entry between braces; nested containers are
+  /// indented.
   std::string text() const;
 
   friend bool operator==(const QLTDictionary& a, const QLTDictionary& b) {

@@ -13,8 +13,8 @@ namespace quillon::internal {
 /// How deep arrays and dictionaries may be nested in a property list.
 inline constexpr int kDeepestPropertyList = 128;
 
-/// Reads an XML property list. On failure, `complaint` is "LINE:COLUMN: KEY PATH: REASON" (without the key path
-/// at the root).
+/// Reads an XML property list. On failure, `complaint` is "LINE:COLUMN: KEY PATH: REASON" (without
+/// the key path at the root).
 std::optional<QLTValue> parseXmlPropertyList(std::string_view bytes, std::string& complaint);
 
 }  // namespace quillon::internal

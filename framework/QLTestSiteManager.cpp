@@ -1,0 +1,456 @@
+#include "QLTestSiteManager.h"
+
+#include <utility>
+
+#include <QLTConsoleLog.h>
+#include <QLTInstruments.h>
+#include <QLTPropertyList.h>
+#include <QLTSubTestInfo.h>
+#include <QLTUtil.h>
+#include <QLTestMethod.h>
+
+#include "StationConfig.h"
+#include "platform/Format.h"
+#include "platform/TextFile.h"
+
+using quillon::internal::callPlugin;
+using quillon::internal::ConfigEntry;
+using quillon::internal::configFile;
+using quillon::internal::format;
+using quillon::internal::kConfigUnreadable;
+using quillon::internal::kConfigWrong;
+using quillon::internal::kFlowWrong;
+using quillon::internal::kInstrumentTypeUnknown;
+using quillon::internal::kPluginClassUnusable;
+using quillon::internal::kResourceMissing;
+using quillon::internal::setError;
+
+const std::string kVeltroQLTAttributeBundleVersion = "VeltroQLTBundleVersion";
+const std::string kVeltroQLTAttributeFrameworkVersion = "VeltroQLTFrameworkVersion";
+const std::string kVeltroQLTMethodPrefix = "VeltroQLTMethod";
+
+namespace {
+
+// Never destroyed: what is left of a station at the end of the process is the operating system's to
+// clean up.
+std::shared_ptr<QLTestSiteManager>& sharedSlot() {
+  static auto* const slot = new std::shared_ptr<QLTestSiteManager>;
+  return *slot;
+}
+
+void setVersion(QLTDictionary& attributes, const std::string& key,
+                const std::optional<std::string>& version) {
+  if (version) {
+    attributes.set(key, *version);
+  } else {
+    attributes.remove(key);
+  }
+}
+
+std::string textOf(const QLTError& error) {
+  return error.description().value_or(error.domain() + " " + std::to_string(error.code()));
+}
+
+/// Makes an instrument of a class that the factory does not know. Null with an error when the
+/// plug-in does not know it, either, or fails.
+std::shared_ptr<QLTObject> makePluginInstrument(const QLTClass* principalClass,
+                                                const QLTDictionary& entry, QLTError& error) {
+  if (principalClass != nullptr && principalClass->operations().createInstrument != nullptr) {
+    QLTError pluginError;
+    auto made = callPlugin(
+        *principalClass, "createInstrument",
+        [&] { return principalClass->operations().createInstrument(entry, &pluginError); }, error);
+    if (!made) return nullptr;
+    if (*made) return *made;
+    if (pluginError) {
+      error = pluginError;
+      return nullptr;
+    }
+  }
+  std::optional<std::string> cls;
+  if (const QLTValue* value = entry.find("class")) cls = value->text();
+  error = QLTUtil::handleError(kInstrumentTypeUnknown, format("unknown instrument type %@", cls));
+  return nullptr;
+}
+
+std::shared_ptr<QLTestSuite> makeSuite(const QLTClass* principalClass, const std::string& siteName,
+                                       QLTError& error) {
+  if (principalClass == nullptr || principalClass->operations().makeSuite == nullptr) {
+    error = QLTUtil::handleError(
+        kPluginClassUnusable,
+        principalClass == nullptr
+            ? std::string("the bundle's Info.plist names no principal class of the bundle (is it "
+                          "registered with QLT_CLASS?)")
+            : format("the bundle's principal class %@ is not a suite class",
+                     principalClass->name()));
+    return nullptr;
+  }
+  auto suite = callPlugin(
+      *principalClass, "its constructor",
+      [&] { return principalClass->operations().makeSuite(siteName); }, error);
+  return suite ? *suite : nullptr;
+}
+
+/// One sub-test as configured; null with a complaint when the entry is malformed.
+std::shared_ptr<QLTSubTestInfo> makeSubTest(const ConfigEntry& entry, std::string& complaint) {
+  if (entry.dictionary(complaint) == nullptr) return nullptr;
+  const std::optional<std::string> name = entry.at("name").text(complaint);
+  const QLTValue* const priority = entry.at("priority").number(complaint);
+  const ConfigEntry expected = entry.at("expected");
+  const QLTValue* const lowLimit = entry.at("lowLimit").number(complaint);
+  const QLTValue* const highLimit = entry.at("highLimit").number(complaint);
+  const std::optional<std::string> failMessage = entry.at("failMessage").text(complaint);
+  if (!complaint.empty()) return nullptr;
+
+  const auto info =
+      QLTSubTestInfo::subTestInfo(name, priority != nullptr ? priority->intValue() : 0);
+  if (expected.present()) info->setExpected(expected.value().text());
+  if (lowLimit != nullptr) {
+    info->setLimits(lowLimit->doubleValue(), highLimit != nullptr ? highLimit->doubleValue() : 0.0);
+  }
+  info->setFailMessage(failMessage ? *failMessage : format("failed %@", name));
+  return info;
+}
+
+struct TestEntry {
+  std::optional<std::string> className;
+  std::optional<std::string> displayName;
+  std::optional<QLTValue> params;
+  std::optional<bool> retest;
+  std::optional<bool> stopOnFail;
+  QLTClass::SubTestInfos subTests;
+};
+
+/// One test as configured; absent with a complaint when the entry is malformed.
+std::optional<TestEntry> readTest(const ConfigEntry& entry, std::string& complaint) {
+  TestEntry test;
+  if (entry.dictionary(complaint) == nullptr) return std::nullopt;
+  test.className = entry.at("class").text(complaint);
+  test.displayName = entry.at("displayName").text(complaint);
+  if (entry.at("params").present()) test.params = entry.at("params").value();
+  test.retest = entry.at("retest").boolean(complaint);
+  test.stopOnFail = entry.at("stopOnFail").boolean(complaint);
+  const ConfigEntry infos = entry.at("subTestInfos");
+  const QLTArray* const list = infos.array(complaint);
+  for (std::size_t i = 0; list != nullptr && i < list->size(); ++i) {
+    const auto info = makeSubTest(infos.at(i), complaint);
+    if (!info) return std::nullopt;
+    test.subTests.push_back(info);
+  }
+  if (!complaint.empty()) return std::nullopt;
+  return test;
+}
+
+/// The class of a test: of the plug-in, else of the framework. Null with an error when there is no
+/// such test method.
+const QLTClass* methodClass(const QLTBundle& bundle, const ConfigEntry& entry,
+                            const std::optional<std::string>& name, QLTError& error) {
+  const QLTClass* cls = name ? bundle.classNamed(*name) : nullptr;
+  if (cls == nullptr && name) cls = QLTBundle::frameworkBundle().classNamed(*name);
+  if (cls == nullptr) {
+    QLTLog(entry.placed("no class of this name in the plug-in or the framework"));
+    error = QLTUtil::handleError(kFlowWrong, format("unrecognized test method class %@", name));
+  } else if (cls->operations().makeMethod == nullptr) {
+    error = QLTUtil::handleError(kFlowWrong,
+                                 entry.placed(format("the class %@ is not a test method", *name)));
+    return nullptr;
+  }
+  return cls;
+}
+
+/// Complains about a default flow that does not exist.
+QLTError defaultFlowError(const ConfigEntry& entry, const std::vector<std::string>& flowNames) {
+  const std::string flows = QLTUtil::arrayToString(flowNames, ", ");
+  return QLTUtil::handleError(
+      kFlowWrong, entry.present()
+                      ? entry.placed(format("there is no flow \"%@\"; the flows are: %@",
+                                            entry.value().text(), flows))
+                      : entry.placed(format("missing; it must name one of the flows: %@", flows)));
+}
+
+}  // namespace
+
+const std::filesystem::path& QLTestSiteManager::testerConfigPath() {
+  static const std::filesystem::path path = "/vault/Quillon/TesterConfig_oc.csv";
+  return path;
+}
+
+std::shared_ptr<QLTestSiteManager> QLTestSiteManager::sharedInstance() {
+  if (!sharedSlot()) init();
+  return sharedSlot();
+}
+
+void QLTestSiteManager::releaseSharedInstance() {
+  // Emptied before the manager goes: its destructor looks at the slot again.
+  const auto given = std::exchange(sharedSlot(), nullptr);
+}
+
+std::shared_ptr<QLTestSiteManager> QLTestSiteManager::init() {
+  if (sharedSlot()) {
+    releaseSharedInstance();
+    return nullptr;
+  }
+  sharedSlot().reset(new QLTestSiteManager);
+  return sharedSlot();
+}
+
+QLTestSiteManager::~QLTestSiteManager() {
+  sites_.clear();
+  instruments_.clear();
+  releaseSharedInstance();
+}
+
+bool QLTestSiteManager::loadConfig(const QLTBundle& bundle, const QLTDictionary& stationInfo,
+                                   QLTError* error) {
+  const std::string file = configFile_ = configFile(bundle);
+  QLTError problem;
+  std::optional<QLTDictionary> read = QLTPropertyList::readDictionary(file, &problem);
+  config_ = read ? *std::move(read) : QLTDictionary();
+  if (problem) {
+    QLTLog(format("************Error reading plist: %@, format %d", file, 0));
+    QLTLog(textOf(problem));
+    setError(error, QLTUtil::handleError(kConfigUnreadable, std::nullopt));
+    return false;
+  }
+
+  setVersion(stationAttributes_, kVeltroQLTAttributeBundleVersion, bundle.version());
+  setVersion(stationAttributes_, kVeltroQLTAttributeFrameworkVersion,
+             QLTBundle::frameworkBundle().version());
+  std::string complaint;
+  const ConfigEntry attributes(file, "stationAttributes", config_.find("stationAttributes"));
+  if (const QLTDictionary* entries = attributes.dictionary(complaint)) {
+    stationAttributes_.merge(*entries);
+  }
+  if (!complaint.empty()) {
+    setError(error, QLTUtil::handleError(kConfigWrong, complaint));
+    return false;
+  }
+
+  const QLTClass* const principalClass = bundle.principalClass();
+  if (principalClass != nullptr && principalClass->operations().customizeConfig != nullptr) {
+    const auto called = callPlugin(
+        *principalClass, "customizeConfig",
+        [&] {
+          principalClass->operations().customizeConfig(config_, stationInfo);
+          return true;
+        },
+        problem);
+    if (!called) {
+      setError(error, problem);
+      return false;
+    }
+  }
+
+  const auto failed = [&](const char* stage) {
+    setError(error, QLTUtil::handleError(problem, stage));
+    return false;
+  };
+  if (!loadTesterConfig(&problem)) return failed("load instruments failed. Tests can not be run");
+  if (!loadInstruments(principalClass, stationInfo, &problem)) {
+    return failed("load instruments failed. Tests can not be run");
+  }
+  if (!loadSites(principalClass, &problem)) return failed("load site failed. Tests can not be run");
+  if (!loadFlows(bundle, &problem)) return failed("load flow failed. Tests can not be run");
+  // A skipped instrument or a disabled site does not end the load, but the caller hears of it.
+  if (problem) setError(error, problem);
+  runIndex_ = 0;
+  return true;
+}
+
+bool QLTestSiteManager::loadTesterConfig(QLTError* error) {
+  const auto text = quillon::internal::readAsciiFile(testerConfigPath(), error);
+  if (!text) return false;
+  std::optional<QLTDictionary> table = parseTesterConfig(*text, testerConfigPath().string(), error);
+  if (!table) return false;
+  config_.set("Instruments", *std::move(table));
+  return true;
+}
+
+bool QLTestSiteManager::loadInstruments(const QLTClass* principalClass, const QLTDictionary&,
+                                        QLTError* error) {
+  std::string complaint;
+  const ConfigEntry section(testerConfigPath().string(), "Instruments",
+                            config_.find("Instruments"));
+  const QLTDictionary* const entries = section.dictionary(complaint);
+  if (entries != nullptr) {
+    for (const auto& [name, value] : *entries) {
+      const QLTDictionary* const entry = section.at(name).dictionary(complaint);
+      if (entry == nullptr) break;
+      QLTError problem;
+      auto made = QLTInstruments::creaeteInstrument(*entry, &problem);
+      std::shared_ptr<QLTObject> instrument;
+      if (auto* known = std::get_if<std::shared_ptr<QLTObject>>(&made)) {
+        if (!*known) {
+          QLTLog(format("error loading instrument %@:%@", name, problem.description()));
+          setError(error, problem);
+          continue;
+        }
+        instrument = std::move(*known);
+      } else {
+        instrument = makePluginInstrument(principalClass, *entry, problem);
+        if (!instrument) {
+          setError(error, problem);
+          return false;
+        }
+      }
+      instruments_.insert_or_assign(name, std::move(instrument));
+    }
+  }
+  if (complaint.empty()) return true;
+  setError(error, QLTUtil::handleError(kConfigWrong, complaint));
+  return false;
+}
+
+bool QLTestSiteManager::loadSites(const QLTClass* principalClass, QLTError* error) {
+  std::string complaint;
+  const ConfigEntry section(configFile_, "Sites", config_.find("Sites"));
+  const QLTDictionary* const sites = section.dictionary(complaint);
+  if (sites != nullptr) {
+    for (const auto& [name, value] : *sites) {
+      const ConfigEntry entry = section.at(name);
+      if (entry.dictionary(complaint) == nullptr) break;
+      if (entry.at("disable").boolean(complaint).value_or(false)) {
+        QLTLog(format("site %@ is disabled. Skipping load...", name));
+        continue;
+      }
+      const QLTDictionary* const table = entry.at("Resources").dictionary(complaint);
+      if (!complaint.empty()) break;
+      QLTError problem;
+      const std::shared_ptr<QLTestSuite> suite = makeSuite(principalClass, name, problem);
+      if (!suite) {
+        setError(error, problem);
+        return false;
+      }
+      bool usable = true;
+      if (table != nullptr) {
+        for (const auto& [resourceName, instrumentName] : *table) {
+          const auto instrument = instruments_.find(instrumentName.text());
+          if (instrument == instruments_.end()) {
+            setError(error, QLTUtil::handleError(
+                                kResourceMissing,
+                                format("resource %@ for site %@ does not exist! This site will be "
+                                       "disabled",
+                                       resourceName, name)));
+            usable = false;
+            break;
+          }
+          suite->addResource(instrument->second, resourceName);
+        }
+      }
+      suite->siteAttributes().merge(stationAttributes_);
+      if (usable) setSuite(suite, name);
+    }
+  }
+  if (complaint.empty()) return true;
+  setError(error, QLTUtil::handleError(kConfigWrong, complaint));
+  return false;
+}
+
+bool QLTestSiteManager::loadFlows(const QLTBundle& bundle, QLTError* error) {
+  const std::string file = configFile(bundle);
+  std::string complaint;
+  const ConfigEntry section(file, "Flows", config_.find("Flows"));
+  const ConfigEntry defaultFlow(file, "defaultFlow", config_.find("defaultFlow"));
+  const QLTDictionary* const flows = section.dictionary(complaint);
+  const std::optional<std::string> defaultName = defaultFlow.text(complaint);
+  if (!complaint.empty()) {
+    setError(error, QLTUtil::handleError(kFlowWrong, complaint));
+    return false;
+  }
+  for (const auto& [siteName, suite] : sites_) {
+    std::vector<std::string> flowNames;
+    if (flows != nullptr) {
+      for (const auto& [flowName, tests] : *flows) {
+        flowNames.push_back(flowName);
+        if (!loadFlow(bundle, suite, flowName, tests, error)) return false;
+      }
+    }
+    const std::shared_ptr<QLTFlow> flow = defaultName ? suite->flowForName(*defaultName) : nullptr;
+    if (!flow) {
+      setError(error, defaultFlowError(defaultFlow, flowNames));
+      return false;
+    }
+    suite->setFlow(flow, "default");
+  }
+  return true;
+}
+
+bool QLTestSiteManager::loadFlow(const QLTBundle& bundle, const std::shared_ptr<QLTestSuite>& suite,
+                                 const std::string& flowName, const QLTValue& tests,
+                                 QLTError* error) {
+  // Registered before it is filled: a flow that fails half way stays, partly filled.
+  const auto flow = std::make_shared<QLTFlow>();
+  suite->setFlow(flow, flowName);
+
+  std::string complaint;
+  const ConfigEntry section(configFile(bundle), "Flows/" + flowName, &tests);
+  const QLTArray* const entries = section.array(complaint);
+  for (std::size_t i = 0; entries != nullptr && i < entries->size(); ++i) {
+    const ConfigEntry entry = section.at(i);
+    std::optional<TestEntry> test = readTest(entry, complaint);
+    if (!test) break;
+    QLTError problem;
+    const QLTClass* const cls = methodClass(bundle, entry.at("class"), test->className, problem);
+    if (cls == nullptr) {
+      setError(error, problem);
+      return false;
+    }
+    const auto made = callPlugin(
+        *cls, "its constructor",
+        [&] {
+          return cls->operations().makeMethod(suite, suite->resources(), test->displayName,
+                                              std::move(test->subTests));
+        },
+        problem);
+    if (!made) {
+      setError(error, problem);
+      return false;
+    }
+    const std::shared_ptr<QLTestMethod>& method = *made;
+    method->setParams(std::move(test->params));
+    if (test->retest) method->setAllowRetest(*test->retest);
+    if (test->stopOnFail) method->setShouldStopOnFail(*test->stopOnFail);
+    flow->push_back(method);
+  }
+  if (complaint.empty()) return true;
+  setError(error, QLTUtil::handleError(kFlowWrong, complaint));
+  return false;
+}
+
+void QLTestSiteManager::setSuite(std::shared_ptr<QLTestSuite> suite, const std::string& siteName) {
+  sites_.insert_or_assign(siteName, std::move(suite));
+}
+
+std::shared_ptr<QLTestSuite> QLTestSiteManager::suiteForSite(std::string_view siteName) const {
+  const auto found = sites_.find(siteName);
+  return found == sites_.end() ? nullptr : found->second;
+}
+
+std::vector<std::string> QLTestSiteManager::siteNames() const {
+  std::vector<std::string> names;
+  names.reserve(sites_.size());
+  for (const auto& entry : sites_) names.push_back(entry.first);
+  return names;
+}
+
+std::optional<std::string> QLTestSiteManager::nextAvailableSite() const { return std::nullopt; }
+
+std::uint32_t QLTestSiteManager::nextRunIndex() {
+  {
+    const std::lock_guard lock(mutex_);
+    ++runIndex_;
+  }
+  // Read after the lock on purpose: of two sites that start together, both may take the later
+  // number.
+  return runIndex_;
+}
+
+std::optional<QLTDictionary> QLTestSiteManager::infoForSites() const {
+  const std::lock_guard lock(mutex_);
+  return infoForSites_;
+}
+
+void QLTestSiteManager::setInfoForSites(std::optional<QLTDictionary> infoForSites) {
+  const std::lock_guard lock(mutex_);
+  infoForSites_ = std::move(infoForSites);
+}

@@ -1,0 +1,87 @@
+#pragma once
+
+// Internal: not installed.
+
+#include <cstdint>
+#include <exception>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include <QLTBundle.h>
+#include <QLTClass.h>
+#include <QLTError.h>
+#include <QLTValue.h>
+
+namespace quillon::internal {
+
+// Codes of a station configuration that cannot be loaded.
+inline constexpr std::int32_t kConfigUnreadable = -40000;
+inline constexpr std::int32_t kFlowWrong = -40001;
+inline constexpr std::int32_t kTesterConfigMalformed = -40002;
+inline constexpr std::int32_t kConfigWrong = -40003;
+inline constexpr std::int32_t kPluginClassUnusable = -40006;
+inline constexpr std::int32_t kInstrumentTypeUnknown = -70000;
+inline constexpr std::int32_t kResourceMissing = -80001;
+
+void setError(QLTError* error, QLTError record);
+
+/// A value of the station configuration together with where it stands, for messages.
+class ConfigEntry {
+ public:
+  /// `file` names the configuration file. `value` may be null: then the entry is absent.
+  ConfigEntry(std::string file, std::string keyPath, const QLTValue* value)
+      : file_(std::move(file)), keyPath_(std::move(keyPath)), value_(value) {}
+
+  bool present() const { return value_ != nullptr; }
+  const QLTValue& value() const { return *value_; }
+  /// The entry under `key` of this dictionary; absent when this is none.
+  ConfigEntry at(std::string_view key) const;
+  /// The element `index` of this array.
+  ConfigEntry at(std::size_t index) const;
+
+  // Typed content; null, or absent, with a complaint in `complaint` when the type is wrong. An
+  // absent entry gives null without a complaint.
+  const QLTDictionary* dictionary(std::string& complaint) const;
+  const QLTArray* array(std::string& complaint) const;
+  /// A text, or a number or boolean read as one.
+  std::optional<std::string> text(std::string& complaint) const;
+  /// A number or boolean, or a text that is a number as a whole.
+  const QLTValue* number(std::string& complaint) const;
+  /// Anything with a boolean reading.
+  std::optional<bool> boolean(std::string& complaint) const;
+
+  /// "TestConfig.plist:41:7: Flows/main/2/class: REASON"
+  std::string placed(std::string_view reason) const;
+
+ private:
+  ConfigEntry step(std::string key, const QLTValue* value) const;
+  void expected(std::string& complaint, std::string_view what) const;
+
+  std::string file_;
+  std::string keyPath_;
+  const QLTValue* value_;
+};
+
+/// The path of a bundle's "TestConfig" resource, whether or not it exists.
+std::string configFile(const QLTBundle& bundle);
+
+QLTError pluginThrew(const QLTClass& cls, const char* operation, const char* what);
+
+/// Runs a hook or constructor of a plug-in; what it throws becomes an error record that names class
+/// and operation.
+template <typename Function>
+auto callPlugin(const QLTClass& cls, const char* operation, Function function, QLTError& error)
+    -> std::optional<decltype(function())> {
+  try {
+    return function();
+  } catch (const std::exception& exception) {
+    error = pluginThrew(cls, operation, exception.what());
+  } catch (...) {
+    error = pluginThrew(cls, operation, "an unknown exception");
+  }
+  return std::nullopt;
+}
+
+}  // namespace quillon::internal
