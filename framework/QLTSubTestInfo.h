@@ -4,12 +4,13 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include <QLTExport.h>
 #include <QLTObject.h>
 
-/// Describes one sub-test before it runs: its name and priority, what passes (an expected text, or a closed
-/// numeric range), and the message to record when it fails.
+/// Describes one sub-test before it runs: its name and priority, what passes (an expected text, or
+/// a closed numeric range), and the message to record when it fails.
 ///
 /// Not synchronised: a specification belongs to one test method, which one thread drives at a time.
 class QLT_EXPORT QLTSubTestInfo : public QLTObject {
@@ -25,19 +26,19 @@ class QLT_EXPORT QLTSubTestInfo : public QLTObject {
                                                      std::int32_t priority,
                                                      std::optional<std::string> expected,
                                                      std::optional<std::string> failMessage);
-  /// Makes a specification with both limits and the phrase "from LOW to HIGH" as its expected text. The
-  /// spelling of the name is the interface's own.
+  /// Makes a specification with both limits and the phrase "from LOW to HIGH" as its expected text.
+  /// The spelling of the name is the interface's own.
   static std::shared_ptr<QLTSubTestInfo> subTestinfo(std::optional<std::string> name,
                                                      std::int32_t priority, double lowLimit,
                                                      double highLimit,
                                                      std::optional<std::string> failMessage);
 
-  /// Sets both limits and replaces the expected text by "from LOW to HIGH", six decimals each. A low limit above
-  /// the high one is kept as given; then no value passes.
+  /// Sets both limits and replaces the expected text by "from LOW to HIGH", six decimals each. A
+  /// low limit above the high one is kept as given; then no value passes.
   void setLimits(double lowLimit, double highLimit);
 
   const std::optional<std::string>& name() const { return name_; }
-  void setName(std::optional<std::string> name);
+  void setName(std::optional<std::string> name) { name_ = std::move(name); }
   std::int32_t priority() const { return priority_; }
   void setPriority(std::int32_t priority) { priority_ = priority; }
   double lowLimit() const { return lowLimit_; }
@@ -47,13 +48,13 @@ class QLT_EXPORT QLTSubTestInfo : public QLTObject {
   /// Sets the upper limit only: a specification has limits exactly when a lower one was given.
   void setHighLimit(double highLimit) { highLimit_ = highLimit; }
   const std::optional<std::string>& expected() const { return expected_; }
-  void setExpected(std::optional<std::string> expected);
+  void setExpected(std::optional<std::string> expected) { expected_ = std::move(expected); }
   const std::optional<std::string>& failMessage() const { return failMessage_; }
-  void setFailMessage(std::optional<std::string> failMessage);
+  void setFailMessage(std::optional<std::string> message) { failMessage_ = std::move(message); }
   bool hasLimits() const { return hasLimits_; }
 
-  /// Gives up name, expected text and fail message early. Nothing needs to call it; the spelling is the interface's
-  /// own.
+  /// Gives up name, expected text and fail message early. Nothing needs to call it; the spelling is
+  /// the interface's own.
   void deaclloc();
 
  private:

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <QLTClass.h>
@@ -16,27 +17,32 @@
 #include <QLTestResult.h>
 #include <QLTestSuite.h>
 
-/// One step of a flow: the base of every test. A plug-in derives its tests from it and overrides `run`.
+/// One step of a flow: the base of every test. A plug-in derives its tests from it and overrides
+/// `run`.
 ///
-/// While it runs, a method reports each sub-test with one of the `add...` operations. Their `index` is the sub-test's
-/// number: the position of its specification in `subTests`, counted from 1. A number outside the list throws
-/// `std::out_of_range`, and nothing has been recorded by then. Each report appends a record that carries the
-/// suite's serial number, site and run index; a report made before `willRun` is returned and kept nowhere.
+/// While it runs, a method reports each sub-test with one of the `add...` operations. Their `index`
+/// is the sub-test's number: the position of its specification in `subTests`, counted from 1. A
+/// number outside the list throws `std::out_of_range`, and nothing has been recorded by then. Each
+/// report appends a record that carries the suite's serial number, site and run index; a report
+/// made before `willRun` is returned and kept nowhere.
 ///
-/// A method is reused for every device. It belongs to one site and is driven by one thread at a time.
+/// A method is reused for every device. It belongs to one site and is driven by one thread at a
+/// time.
 class QLT_EXPORT QLTestMethod : public QLTObject {
  public:
   using SubTestInfos = std::vector<std::shared_ptr<QLTSubTestInfo>>;
 
-  /// `resources` is accepted for the benefit of subclasses and not kept; `suite` is not owned.
+  /// `resources` is accepted for the benefit of subclasses and not kept; `suite` may be null and is
+  /// not owned. Null entries of `subTestInfos` are left out.
   QLTestMethod(std::shared_ptr<QLTestSuite> suite, std::shared_ptr<QLTResources> resources,
                std::optional<std::string> displayName, SubTestInfos subTestInfos);
   ~QLTestMethod() override;
 
-  // The run, as the station application drives it. `index` is the method's place in its flow, as the
-  // application counts it; it is the major part of the test number.
+  // The run, as the station application drives it. `index` is the method's place in its flow, as
+  // the application counts it; it is the major part of the test number.
 
-  /// Begins a run: makes a new result list and keeps the index. True unless a subclass says otherwise.
+  /// Begins a run: makes a new result list and keeps the index. True unless a subclass says
+  /// otherwise.
   virtual bool willRun(std::int32_t index, QLTError* error = nullptr);
   /// The test itself; true when it passed. The base does nothing and returns false.
   virtual bool run(std::int32_t index, QLTError* error = nullptr);
@@ -48,23 +54,25 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
 
   // Reporting.
 
-  /// Appends and returns a record made from the specification; run index, value and result are left to the caller.
+  /// Appends and returns a record made from the specification; run index, value and result are left
+  /// to the caller.
   std::shared_ptr<QLTestResult> resultFromSubTestInfo(std::int32_t index);
-  /// Checks a number against the specification's limits, both inclusive; NaN fails. A specification without limits
-  /// passes only 0. Returns the result code.
+  /// Checks a number against the specification's limits, both inclusive; NaN fails. A specification
+  /// without limits passes only 0. Returns the result code.
   std::int32_t addResultAndCompare(std::int32_t index, double value,
                                    std::optional<QLTDictionary> extras = {},
                                    std::optional<std::string> failMessage = {});
-  /// Checks a text against the expected one, exactly; an absent `value` passes. The record's actual value is the
-  /// outcome, "1" or "0"; the text itself is shown in the built fail message. Returns the result code.
+  /// Checks a text against the expected one, exactly; an absent `value` passes. The record's actual
+  /// value is the outcome, "1" or "0"; the text itself is shown in the built fail message. Returns
+  /// the result code.
   std::int32_t addResultAndMatch(std::int32_t index, std::optional<std::string> value,
                                  std::optional<QLTDictionary> extras = {},
                                  std::optional<std::string> failMessage = {});
   /// Records a value without a check: always as PASS, whatever `result` says. Returns the record.
   std::shared_ptr<QLTestResult> addResult(std::int32_t index, std::optional<std::string> value,
-                                          std::optional<QLTDictionary> extras,
-                                          std::int32_t result);
-  /// Records a FAIL that stopped the sub-test from giving a value; with an index of 0 or less, the test as a whole.
+                                          std::optional<QLTDictionary> extras, std::int32_t result);
+  /// Records a FAIL that stopped the sub-test from giving a value; with an index of 0 or less, the
+  /// test as a whole.
   void addRuntimeError(std::int32_t index, std::optional<std::string> errorMessage);
 
   /// The names of all specifications, in order.
@@ -95,8 +103,9 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
 
  private:
   const QLTSubTestInfo& subTest(std::int32_t index) const;
-  void stamp(QLTestResult& record) const;
-  void keep(const std::shared_ptr<QLTestResult>& record);
+  std::shared_ptr<QLTestResult> newRecord(std::optional<std::string> subTestName,
+                                          std::int32_t priority, std::int32_t number);
+  std::int32_t currentRunIndex() const;
 
   std::optional<std::string> displayName_;
   SubTestInfos subTests_;

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <QLTExport.h>
@@ -17,17 +18,18 @@ inline constexpr std::int32_t kQLTestResultFail = 0;
 inline constexpr std::int32_t kQLTestResultPass = 1;
 inline constexpr std::int32_t kQLTestResultNA = 2;
 
-/// The record of one measured or compared sub-test, for one device at one site. Numbers and limits are held as
-/// the text that is shown and logged. Absent and empty texts differ.
+/// The record of one measured or compared sub-test, for one device at one site. Numbers and limits
+/// are held as the text that is shown and logged. Absent and empty texts differ.
 ///
 /// Not synchronised: hand a record to another thread only when its method has run.
 class QLT_EXPORT QLTestResult : public QLTObject {
  public:
-  /// A record that is FAIL until somebody sets it: run index -1, priority 3, empty fail message, all else absent.
+  /// A record that is FAIL until somebody sets it: run index -1, priority 3, empty fail message,
+  /// all else absent.
   QLTestResult() = default;
 
-  /// A record with name, serial number, site and run index taken from `method` and its suite. A method without
-  /// a suite gives an absent serial number and site, and run index 0.
+  /// A record with name, serial number, site and run index taken from `method` and its suite. A
+  /// method without a suite gives an absent serial number and site, and run index 0.
   static std::shared_ptr<QLTestResult> resultWithValues(
       const QLTestMethod& method, std::optional<std::string> subTestName,
       std::optional<std::string> expected, std::int32_t majorNumber, std::int32_t minorNumber,
@@ -43,8 +45,8 @@ class QLT_EXPORT QLTestResult : public QLTObject {
   void setTestNumberWithMajor(std::int32_t major, std::int32_t minor);
   /// Sets both limits with six decimals, and the expected text to "between LOW and HIGH".
   void setLimitsWithLow(float low, float high);
-  /// A new record with this one's test name and, where present, expected text, limits and extras; nothing else
-  /// is carried over.
+  /// A new record with this one's test name and, where present, expected text, limits and extras;
+  /// nothing else is carried over.
   std::shared_ptr<QLTestResult> copyAttributesWithSubTestName(
       std::optional<std::string> subTestName, std::int32_t majorNumber,
       std::int32_t minorNumber) const;
