@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include <QLTExport.h>
 #include <QLTObject.h>
@@ -37,7 +38,7 @@ class QLT_EXPORT QLTSubTestInfo : public QLTObject {
   void setLimits(double lowLimit, double highLimit);
 
   const std::optional<std::string>& name() const { return name_; }
-  void setName(std::optional<std::string> name);
+  void setName(std::optional<std::string> name) { name_ = std::move(name); }
   std::int32_t priority() const { return priority_; }
   void setPriority(std::int32_t priority) { priority_ = priority; }
   double lowLimit() const { return lowLimit_; }
@@ -47,9 +48,9 @@ class QLT_EXPORT QLTSubTestInfo : public QLTObject {
   /// Sets the upper limit only: a specification has limits exactly when a lower one was given.
   void setHighLimit(double highLimit) { highLimit_ = highLimit; }
   const std::optional<std::string>& expected() const { return expected_; }
-  void setExpected(std::optional<std::string> expected);
+  void setExpected(std::optional<std::string> expected) { expected_ = std::move(expected); }
   const std::optional<std::string>& failMessage() const { return failMessage_; }
-  void setFailMessage(std::optional<std::string> failMessage);
+  void setFailMessage(std::optional<std::string> message) { failMessage_ = std::move(message); }
   bool hasLimits() const { return hasLimits_; }
 
   /// Gives up name, expected text and fail message early. Nothing needs to call it; the spelling is

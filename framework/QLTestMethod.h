@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <QLTClass.h>
@@ -31,7 +32,8 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
  public:
   using SubTestInfos = std::vector<std::shared_ptr<QLTSubTestInfo>>;
 
-  /// `resources` is accepted for the benefit of subclasses and not kept; `suite` is not owned.
+  /// `resources` is accepted for the benefit of subclasses and not kept; `suite` may be null and is
+  /// not owned. Null entries of `subTestInfos` are left out.
   QLTestMethod(std::shared_ptr<QLTestSuite> suite, std::shared_ptr<QLTResources> resources,
                std::optional<std::string> displayName, SubTestInfos subTestInfos);
   ~QLTestMethod() override;
@@ -101,8 +103,9 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
 
  private:
   const QLTSubTestInfo& subTest(std::int32_t index) const;
-  void stamp(QLTestResult& record) const;
-  void keep(const std::shared_ptr<QLTestResult>& record);
+  std::shared_ptr<QLTestResult> newRecord(std::optional<std::string> subTestName,
+                                          std::int32_t priority, std::int32_t number);
+  std::int32_t currentRunIndex() const;
 
   std::optional<std::string> displayName_;
   SubTestInfos subTests_;

@@ -1,0 +1,142 @@
+#include "QLTLogger.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <time.h>
+
+#include <QLTConsoleLog.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr double oldestKeptInSeconds = 43200;
+
+// Seconds since the epoch. A double holds every date that a file can carry.
+double secondsOf(const struct statx_timestamp& stamp) {
+  return static_cast<double>(stamp.tv_sec) + stamp.tv_nsec * 1e-9;
+}
+
+double now() {
+  timespec time{};
+  clock_gettime(CLOCK_REALTIME, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+/// The earlier of birth and modification time of the item itself, not of what a link leads to.
+std::optional<double> creationDate(const fs::path& item) {
+  struct statx status {};
+  int result = -1;
+  do {
+    result = statx(AT_FDCWD, item.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BTIME | STATX_MTIME, &status);
+  } while (result != 0 && errno == EINTR);
+  if (result != 0) return std::nullopt;
+  const double modified = secondsOf(status.stx_mtime);
+  if ((status.stx_mask & STATX_BTIME) == 0) return modified;
+  return std::min(modified, secondsOf(status.stx_btime));
+}
+
+bool isTooOld(const fs::path& item) {
+  const std::optional<double> created = creationDate(item);
+  return created && now() - *created > oldestKeptInSeconds;
+}
+
+std::vector<fs::path> itemsOf(const fs::path& folder) {
+  std::vector<fs::path> items;
+  std::error_code problem;
+  for (fs::directory_iterator entry(folder, problem), end; !problem && entry != end;
+       entry.increment(problem)) {
+    items.push_back(entry->path());
+  }
+  return items;
+}
+
+void clearFolder(const fs::path& folder) {
+  for (const fs::path& item : itemsOf(folder)) {
+    std::error_code ignored;
+    if (isTooOld(item)) fs::remove_all(item, ignored);
+    // A young folder, or an old one of which a part could not be removed.
+    if (fs::symlink_status(item, ignored).type() == fs::file_type::directory) clearFolder(item);
+  }
+}
+
+}  // namespace
+
+bool QLTLogger::open(const std::vector<std::string>& deviceAttributeKeys,
+                     const std::vector<std::string>&, QLTError* error) {
+  const std::shared_ptr<QLTLogger> lower = lowerLogger();
+  return !lower || lower->open(deviceAttributeKeys, extraKeys(), error);
+}
+
+void QLTLogger::log(const std::shared_ptr<const QLTestResult>& result) {
+  if (const std::shared_ptr<QLTLogger> lower = lowerLogger()) lower->log(result);
+}
+
+bool QLTLogger::close(QLTError* error) {
+  const std::shared_ptr<QLTLogger> lower = lowerLogger();
+  return !lower || lower->close(error);
+}
+
+void QLTLogger::startDevice(QLTDictionary attributes) {
+  setDeviceAttributes(std::move(attributes));
+}
+
+std::shared_ptr<QLTLogger> QLTLogger::lowerLogger() const {
+  const std::lock_guard lock(mutex_);
+  return lowerLogger_;
+}
+
+void QLTLogger::setLowerLogger(std::shared_ptr<QLTLogger> lowerLogger) {
+  const std::lock_guard lock(mutex_);
+  // Swapped, so that the earlier logger is disposed of by the argument, after the lock is released.
+  lowerLogger_.swap(lowerLogger);
+}
+
+std::vector<std::string> QLTLogger::extraKeys() const {
+  const std::lock_guard lock(mutex_);
+  return extraKeys_;
+}
+
+void QLTLogger::setExtraKeys(std::vector<std::string> extraKeys) {
+  const std::lock_guard lock(mutex_);
+  extraKeys_ = std::move(extraKeys);
+}
+
+std::vector<std::string> QLTLogger::deviceAttributeKeys() const {
+  const std::lock_guard lock(mutex_);
+  return deviceAttributeKeys_;
+}
+
+void QLTLogger::setDeviceAttributeKeys(std::vector<std::string> deviceAttributeKeys) {
+  const std::lock_guard lock(mutex_);
+  deviceAttributeKeys_ = std::move(deviceAttributeKeys);
+}
+
+QLTDictionary QLTLogger::deviceAttributes() const {
+  const std::lock_guard lock(mutex_);
+  return deviceAttributes_;
+}
+
+void QLTLogger::setDeviceAttributes(QLTDictionary deviceAttributes) {
+  const std::lock_guard lock(mutex_);
+  deviceAttributes_ = std::move(deviceAttributes);
+}
+
+bool QLTLogger::createLogPath(const std::string& path, QLTError* error) {
+  QLTLog("createLogPath called");
+  std::error_code problem;
+  if (fs::exists(path, problem)) return true;
+  fs::create_directories(path, problem);
+  if (!problem) return true;
+  if (error != nullptr) *error = QLTError::fromErrno(problem.value(), path);
+  return false;
+}
+
+void QLTLogger::clearLogs(const std::string& path) { clearFolder(path); }
