@@ -218,12 +218,11 @@ class Reader {
 
   std::string keyPath() const {
     std::string path;
-    for (std::size_t i = 0; i < stack_.size(); ++i) {
-      const Open& open = stack_[i];
+    for (const Open& open : stack_) {
       std::string step;
       if (open.element == Element::Dict && open.key) {
         step = *open.key;
-      } else if (open.element == Element::Array && i + 1 < stack_.size()) {
+      } else if (open.element == Element::Array) {
         step = std::to_string(open.array.size());
       } else {
         continue;
@@ -237,12 +236,17 @@ class Reader {
     if (!complaint_.empty()) return;
     const auto* const known = std::find_if(elementNames.begin(), elementNames.end(),
                                            [&](const auto& entry) { return entry.first == name; });
+    const std::string tag = "<" + std::string(name) + ">";
+    if (stack_.empty() && name != "plist") {
+      complain("expected <plist>, found " + tag);
+      return;
+    }
     if (known == elementNames.end()) {
-      complain("unknown element <" + std::string(name) + ">");
+      complain("unknown element " + tag);
       return;
     }
     const Element element = known->second;
-    if (const std::string reason = misplaced(element, name); !reason.empty()) {
+    if (const std::string reason = misplaced(element, tag); !reason.empty()) {
       complain(reason);
       return;
     }
@@ -254,11 +258,8 @@ class Reader {
   }
 
   /// Why an element may not stand here; "" when it may.
-  std::string misplaced(Element element, std::string_view name) const {
-    const std::string tag = "<" + std::string(name) + ">";
-    if (stack_.empty()) {
-      return element == Element::Plist ? "" : "expected <plist>, found " + tag;
-    }
+  std::string misplaced(Element element, const std::string& tag) const {
+    if (stack_.empty()) return "";
     const Open& parent = stack_.back();
     if (element == Element::Plist) return "unexpected <plist>";
     switch (parent.element) {

@@ -1,0 +1,175 @@
+#include <QLTValue.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+namespace {
+
+using Type = QLTValue::Type;
+
+TEST(QLTValue, IsTheEmptyTextByDefault) {
+  EXPECT_EQ(QLTValue().type(), Type::Text);
+  EXPECT_EQ(QLTValue().text(), "");
+}
+
+TEST(QLTValue, KnowsItsType) {
+  EXPECT_EQ(QLTValue(true).type(), Type::Boolean);
+  EXPECT_EQ(QLTValue(1).type(), Type::Integer);
+  EXPECT_EQ(QLTValue(std::uint32_t{4'000'000'000}).type(), Type::Integer);
+  EXPECT_EQ(QLTValue(1.0).type(), Type::Real);
+  EXPECT_EQ(QLTValue("1").type(), Type::Text);
+  EXPECT_EQ(QLTValue(QLTDate()).type(), Type::Date);
+  EXPECT_EQ(QLTValue(QLTData()).type(), Type::Data);
+  EXPECT_EQ(QLTValue(QLTArray()).type(), Type::Array);
+  EXPECT_EQ(QLTValue(QLTDictionary()).type(), Type::Dictionary);
+}
+
+TEST(QLTValue, GivesContentOnlyOfItsOwnType) {
+  const QLTValue text("abc");
+  ASSERT_NE(text.string(), nullptr);
+  EXPECT_EQ(*text.string(), "abc");
+  EXPECT_EQ(text.array(), nullptr);
+  EXPECT_EQ(text.dictionary(), nullptr);
+  EXPECT_EQ(text.data(), nullptr);
+  EXPECT_EQ(text.date(), nullptr);
+  EXPECT_EQ(QLTValue(1).string(), nullptr);
+}
+
+TEST(QLTValue, ReadsABooleanFromAText) {
+  for (const char* text :
+       {"YES", "yes", "Yes", "true", "T", "1", "9", " \t\n1", "+1", "-1", "007", "-0y"}) {
+    EXPECT_TRUE(QLTValue(text).boolValue()) << text;
+  }
+  for (const char* text : {"", "0", "NO", "no", "false", "off", "on", "x1", "000", "-", "+-1"}) {
+    EXPECT_FALSE(QLTValue(text).boolValue()) << text;
+  }
+}
+
+TEST(QLTValue, ReadsABooleanFromOtherTypes) {
+  EXPECT_TRUE(QLTValue(true).boolValue());
+  EXPECT_FALSE(QLTValue(false).boolValue());
+  EXPECT_TRUE(QLTValue(-2).boolValue());
+  EXPECT_FALSE(QLTValue(0).boolValue());
+  EXPECT_TRUE(QLTValue(0.1).boolValue());
+  EXPECT_FALSE(QLTValue(0.0).boolValue());
+  EXPECT_FALSE(QLTValue(QLTArray{1}).boolValue());
+  EXPECT_FALSE(QLTValue(QLTDictionary{{"a", 1}}).boolValue());
+}
+
+TEST(QLTValue, ReadsAnIntegerFromAText) {
+  EXPECT_EQ(QLTValue(" 42abc").intValue(), 42);
+  EXPECT_EQ(QLTValue("0x10").intValue(), 0);
+  EXPECT_EQ(QLTValue("").intValue(), 0);
+  EXPECT_EQ(QLTValue("abc").intValue(), 0);
+  EXPECT_EQ(QLTValue("-7.9").intValue(), -7);
+  EXPECT_EQ(QLTValue("+7").intValue(), 7);
+  EXPECT_EQ(QLTValue("+-7").intValue(), 0);
+  EXPECT_EQ(QLTValue("- 7").intValue(), 0);
+}
+
+TEST(QLTValue, LimitsIntegersTo32Bits) {
+  constexpr auto lowest = std::numeric_limits<std::int32_t>::min();
+  constexpr auto highest = std::numeric_limits<std::int32_t>::max();
+  EXPECT_EQ(QLTValue("2147483647").intValue(), highest);
+  EXPECT_EQ(QLTValue("2147483648").intValue(), highest);
+  EXPECT_EQ(QLTValue("-2147483648").intValue(), lowest);
+  EXPECT_EQ(QLTValue("-2147483649").intValue(), lowest);
+  EXPECT_EQ(QLTValue("99999999999999999999999999999999999").intValue(), highest);
+  EXPECT_EQ(QLTValue(std::int64_t{1} << 40).intValue(), highest);
+  EXPECT_EQ(QLTValue(-(std::int64_t{1} << 40)).intValue(), lowest);
+  EXPECT_EQ(QLTValue(1e300).intValue(), highest);
+  EXPECT_EQ(QLTValue(-1e300).intValue(), lowest);
+  EXPECT_EQ(QLTValue(std::nan("")).intValue(), 0);
+  EXPECT_EQ(QLTValue(-3.9).intValue(), -3);
+}
+
+TEST(QLTValue, ReadsARealFromAText) {
+  EXPECT_EQ(QLTValue(" 1.5e3 V").doubleValue(), 1500.0);
+  EXPECT_EQ(QLTValue("abc").doubleValue(), 0.0);
+  EXPECT_EQ(QLTValue("").doubleValue(), 0.0);
+  EXPECT_EQ(QLTValue(".5").doubleValue(), 0.5);
+  EXPECT_EQ(QLTValue("5.").doubleValue(), 5.0);
+  EXPECT_EQ(QLTValue("+0.25").doubleValue(), 0.25);
+  EXPECT_EQ(QLTValue("-2.5V").doubleValue(), -2.5);
+  EXPECT_EQ(QLTValue("3e").doubleValue(), 3.0);
+  EXPECT_EQ(QLTValue("3e+").doubleValue(), 3.0);
+  EXPECT_EQ(QLTValue("1,5").doubleValue(), 1.0);
+  EXPECT_EQ(QLTValue("0x10").doubleValue(), 0.0);
+  EXPECT_EQ(QLTValue("nan").doubleValue(), 0.0);
+  EXPECT_EQ(QLTValue("inf").doubleValue(), 0.0);
+  EXPECT_EQ(QLTValue(".").doubleValue(), 0.0);
+  EXPECT_EQ(QLTValue("1e999").doubleValue(), HUGE_VAL);
+  EXPECT_EQ(QLTValue("1e-999").doubleValue(), 0.0);
+}
+
+TEST(QLTValue, ShowsItselfAsText) {
+  EXPECT_EQ(QLTValue("a b").text(), "a b");
+  EXPECT_EQ(QLTValue(-5).text(), "-5");
+  EXPECT_EQ(QLTValue(true).text(), "1");
+  EXPECT_EQ(QLTValue(false).text(), "0");
+  EXPECT_EQ(QLTValue(0.5).text(), "0.5");
+  EXPECT_EQ(QLTValue(QLTData{0x0a, 0xff}).text(), "<0aff>");
+  EXPECT_EQ(QLTValue(QLTDate(std::chrono::seconds(1'794'694'590))).text(),
+            "2026-11-14 22:16:30 +0000");
+}
+
+TEST(QLTValue, ShowsContainersAsStableListings) {
+  const QLTDictionary dictionary{
+      {"b", QLTArray{1, "two"}}, {"a", QLTDictionary{{"x", true}}}, {"c", QLTArray{}}};
+  EXPECT_EQ(dictionary.text(),
+            "{\n"
+            "    a = {\n"
+            "        x = 1;\n"
+            "    };\n"
+            "    b = (\n"
+            "        1,\n"
+            "        two\n"
+            "    );\n"
+            "    c = (\n"
+            "    );\n"
+            "}");
+  EXPECT_EQ(QLTValue(dictionary).text(), dictionary.text());
+}
+
+TEST(QLTValue, CopiesDeeply) {
+  QLTValue original(QLTDictionary{{"list", QLTArray{1}}});
+  const QLTValue copy = original;
+  original.dictionary()->find("list")->array()->push_back(2);
+  EXPECT_EQ(copy.dictionary()->find("list")->array()->size(), 1U);
+}
+
+TEST(QLTValue, CanTakeThePlaceOfItsOwnContainer) {
+  QLTValue value(QLTDictionary{{"inner", QLTDictionary{{"x", 1}}}});
+  value = *value.dictionary()->find("inner");
+  EXPECT_EQ(value, QLTValue(QLTDictionary{{"x", 1}}));
+  QLTValue moved(QLTDictionary{{"inner", QLTDictionary{{"x", 1}}}});
+  moved = std::move(*moved.dictionary()->find("inner"));
+  EXPECT_EQ(moved, QLTValue(QLTDictionary{{"x", 1}}));
+}
+
+TEST(QLTValue, ComparesTypeAndContentButNotPosition) {
+  QLTValue a(1);
+  a.setPosition({3, 4});
+  EXPECT_EQ(a, QLTValue(1));
+  EXPECT_FALSE(QLTValue(1) == QLTValue(1.0));
+  EXPECT_FALSE(QLTValue("1") == QLTValue(1));
+  EXPECT_EQ(QLTValue(QLTDictionary{{"a", 1}}), QLTValue(QLTDictionary{{"a", 1}}));
+  EXPECT_FALSE(QLTValue(QLTDictionary{{"a", 1}}) == QLTValue(QLTDictionary{{"a", 2}}));
+}
+
+TEST(QLTDictionary, FindsSetsRemovesAndMerges) {
+  QLTDictionary dictionary{{"a", 1}};
+  EXPECT_EQ(dictionary.find("b"), nullptr);
+  dictionary.set("b", "two");
+  dictionary["c"] = 3;
+  EXPECT_EQ(dictionary.size(), 3U);
+  EXPECT_TRUE(dictionary.remove("a"));
+  EXPECT_FALSE(dictionary.remove("a"));
+  dictionary.merge({{"b", "new"}, {"d", 4}});
+  EXPECT_EQ(dictionary, (QLTDictionary{{"b", "new"}, {"c", 3}, {"d", 4}}));
+  dictionary.merge(dictionary);
+  EXPECT_EQ(dictionary.size(), 3U);
+}
+
+}  // namespace
