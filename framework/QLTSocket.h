@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <QLTByteStream.h>
+#include <QLTError.h>
+#include <QLTExport.h>
+#include <QLTObject.h>
+
+/// A client connection to an instrument that listens on a TCP port of an IPv4 address.
+///
+/// It exists only connected; destroying it closes the connection. All waiting is polling in steps
+/// of 10 ms on the calling thread. Errors are in the framework's domain: -20000 for a write, -20001
+/// for a read. Bytes are taken as UTF-8 without a check, so a text holds what the peer sent. A peer
+/// that has hung up makes a read fail at once.
+///
+/// Not synchronised: one thread uses a socket at a time.
+class QLT_EXPORT QLTSocket : public QLTObject {
+ public:
+  /// Connects to `address`, dotted IPv4, within about 10 s. Null when that fails: the console log
+  /// says so, except for an address or port that is none.
+  static std::shared_ptr<QLTSocket> init(const std::string& address, std::int32_t port);
+  ~QLTSocket() override;
+
+  /// Waits until `stream` can take bytes or its connection has failed: true; false when
+  /// `timeOutInSeconds` have passed.
+  virtual bool WaitForConnection(QLTWriteStream& stream);
+
+  /// Sends `text` as it stands. Of a text with characters beyond ASCII only as many bytes are sent
+  /// as it has characters. Fails when the peer takes nothing more for `timeOutInSeconds` in all.
+  virtual bool write(const std::string& text, QLTError* error = nullptr);
+  /// One read of at most 5000 bytes. Waits about 1 s for something to come; when nothing does, the
+  /// result is "" and the error is set. Absent when the read itself failed. The text ends at the
+  /// first zero byte.
+  virtual std::optional<std::string> read(QLTError* error = nullptr);
+  /// Reads until `terminator` has come. The text keeps it and what followed it in the same read.
+  /// Absent on failure and after `timeOutInSeconds`.
+  ///
+  /// The text starts as many bytes into what was read as that holds zero bytes, wherever they
+  /// stand.
+  virtual std::optional<std::string> readUntil(const std::string& terminator,
+                                               QLTError* error = nullptr);
+  /// As `readUntil`, for a line feed or carriage return. Only the zero bytes at the front are
+  /// dropped.
+  virtual std::optional<std::string> readLine(QLTError* error = nullptr);
+
+  /// The address as it was given to `init`.
+  const std::string& strIPAddr() const { return strIPAddr_; }
+  /// Bounds the wait for the connection, a blocked write, `readUntil` and `readLine`, in seconds. A
+  /// read loop makes at most 100 passes a second of it; one pass takes in at most 5000 bytes, at
+  /// once, or waits 10 ms.
+  std::int32_t timeOutInSeconds() const { return timeOutInSeconds_; }
+  void setTimeOutInSeconds(std::int32_t seconds) { timeOutInSeconds_ = seconds; }
+
+ protected:
+  /// A socket that is not connected, with a time-out of 0. For subclasses.
+  explicit QLTSocket(std::string address);
+  /// What `init` does after making the object, for the initialisers of subclasses. An object for
+  /// which it is false must not be used.
+  bool connect(std::int32_t port);
+
+ private:
+  std::int64_t polls() const { return std::int64_t{timeOutInSeconds_} * 100; }
+  bool pass(std::string& bytes, QLTError* error);
+
+  std::unique_ptr<QLTReadStream> rStream_;
+  std::unique_ptr<QLTWriteStream> wStream_;
+  std::int32_t timeOutInSeconds_ = 0;
+  std::string strIPAddr_;
+};
