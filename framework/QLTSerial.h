@@ -88,7 +88,7 @@ class QLT_EXPORT QLTSerial : public QLTAsciiReadWriteDevice {
   void setInterCharDelayInMicroSeconds(std::uint32_t delay) {
     interCharDelayInMicroSeconds_ = delay;
   }
-  /// 0 none, 1 odd, 2 even; other values leave the device's own setting.
+  /// 0 none, 1 odd, 2 even; other values none.
   std::int32_t parity() const { return parity_; }
   void setParity(std::int32_t parity) { parity_ = parity; }
   /// 0 five data bits, 1 six, 2 seven, 3 eight; other values leave eight.

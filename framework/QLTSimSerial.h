@@ -1,15 +1,17 @@
 #pragma once
 
-#include <atomic>
-#include <chrono>
 #include <cstdint>
-#include <mutex>
+#include <memory>
 #include <optional>
 #include <string>
 
 #include <QLTExport.h>
 #include <QLTSerial.h>
 #include <QLTValue.h>
+
+namespace quillon::internal {
+class SimulatedExchange;
+}
 
 /// A serial port without hardware: answers each read with the reply that the response map holds for
 /// the text written last, or with "\n:-)", so that a console driver finds its prompt.
@@ -22,7 +24,9 @@
 /// time.
 class QLT_EXPORT QLTSimSerial : public QLTSerial {
  public:
-  using QLTSerial::QLTSerial;
+  /// A closed port; `path` only names it.
+  explicit QLTSimSerial(std::string path);
+  ~QLTSimSerial() override;
 
   /// Installs the map for all simulated ports, in place of an earlier one.
   static void setResponseMap(QLTDictionary responseMap);
@@ -49,14 +53,10 @@ class QLT_EXPORT QLTSimSerial : public QLTSerial {
   void setLastCmd(std::optional<std::string> lastCmd);
   /// How long after a write its reply is held back, in seconds. With a delay, a port that was never
   /// written to has no reply yet.
-  double delayTimeInSeconds() const { return delayTimeInSeconds_; }
-  void setDelayTimeInSeconds(double seconds) { delayTimeInSeconds_ = seconds; }
+  double delayTimeInSeconds() const;
+  void setDelayTimeInSeconds(double seconds);
 
  private:
-  mutable std::mutex lastCmdMutex_;
-  std::optional<std::string> lastCmd_;
-  std::atomic<double> delayTimeInSeconds_ = 0.0;
-  std::optional<std::chrono::steady_clock::time_point> writeDate_;
-  bool answered_ = false;
+  std::unique_ptr<quillon::internal::SimulatedExchange> exchange_;
   bool isOpen_ = false;
 };

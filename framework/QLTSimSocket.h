@@ -1,16 +1,17 @@
 #pragma once
 
-#include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include <QLTExport.h>
 #include <QLTSocket.h>
 #include <QLTValue.h>
+
+namespace quillon::internal {
+class SimulatedExchange;
+}
 
 /// A socket without a network: answers each read with the reply that the response map holds for the
 /// text written last, or with "no reponse set up for " and that text. It never fails.
@@ -25,6 +26,7 @@ class QLT_EXPORT QLTSimSocket : public QLTSocket {
  public:
   /// Makes no connection; never null.
   static std::shared_ptr<QLTSimSocket> init(const std::string& address, std::int32_t port);
+  ~QLTSimSocket() override;
 
   /// Installs the map for all simulated sockets, in place of an earlier one.
   static void setResponseMap(QLTDictionary responseMap);
@@ -46,16 +48,12 @@ class QLT_EXPORT QLTSimSocket : public QLTSocket {
   void setLastCmd(std::optional<std::string> lastCmd);
   /// How long after a write its reply is held back, in seconds. With a delay, a socket that was
   /// never written to has no reply yet.
-  double delayTimeInSeconds() const { return delayTimeInSeconds_; }
-  void setDelayTimeInSeconds(double seconds) { delayTimeInSeconds_ = seconds; }
+  double delayTimeInSeconds() const;
+  void setDelayTimeInSeconds(double seconds);
 
  protected:
-  using QLTSocket::QLTSocket;
+  explicit QLTSimSocket(std::string address);
 
  private:
-  mutable std::mutex lastCmdMutex_;
-  std::optional<std::string> lastCmd_;
-  std::atomic<double> delayTimeInSeconds_ = 0.0;
-  std::optional<std::chrono::steady_clock::time_point> writeDate_;
-  bool answered_ = false;
+  std::unique_ptr<quillon::internal::SimulatedExchange> exchange_;
 };

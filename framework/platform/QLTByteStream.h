@@ -18,6 +18,8 @@ enum class QLTStreamStatus {
   Error = 7,
 };
 
+struct QLTStreamPair;
+
 /// One half of a TCP connection; see `QLTStreamPair`. No operation waits, and none raises SIGPIPE.
 ///
 /// One thread at a time uses the two halves.
@@ -36,6 +38,7 @@ class QLT_EXPORT QLTByteStream {
   virtual void close();
 
  protected:
+  friend struct QLTStreamPair;
   class Connection;
   explicit QLTByteStream(std::shared_ptr<Connection> connection);
 
