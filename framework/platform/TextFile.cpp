@@ -12,9 +12,6 @@
 namespace quillon::internal {
 namespace {
 
-constexpr std::string_view newlines = "\n\v\f\r";
-constexpr std::string_view whiteSpaceAndNewlines = " \t\n\v\f\r";
-
 int openForReading(const std::filesystem::path& path) {
   int descriptor = -1;
   do {
@@ -73,22 +70,7 @@ std::optional<std::string> readAsciiFile(const std::filesystem::path& path, QLTE
   return content;
 }
 
-std::vector<std::string> splitLines(std::string_view text) {
-  std::vector<std::string> lines;
-  while (true) {
-    const std::size_t end = text.find_first_of(newlines);
-    lines.emplace_back(text.substr(0, end));
-    if (end == std::string_view::npos) return lines;
-    text.remove_prefix(end + 1);
-  }
-}
-
-std::string trimmed(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(whiteSpaceAndNewlines);
-  if (first == std::string_view::npos) return {};
-  const std::size_t last = text.find_last_not_of(whiteSpaceAndNewlines);
-  return std::string(text.substr(first, last - first + 1));
-}
+std::vector<std::string> splitLines(std::string_view text) { return split(text, newlines); }
 
 int lineNumber(std::string_view text, std::size_t offset) {
   int line = 1;

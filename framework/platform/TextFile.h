@@ -11,6 +11,8 @@
 
 #include <QLTError.h>
 
+#include "Text.h"
+
 namespace quillon::internal {
 
 /// The whole content of a file, as it is; absent when it cannot be read, with errno as the error.
@@ -26,9 +28,6 @@ std::optional<std::string> readAsciiFile(const std::filesystem::path& path,
 /// included: one more piece than there are newline characters, so CR LF leaves an empty piece
 /// between the two.
 std::vector<std::string> splitLines(std::string_view text);
-
-/// `text` without the blanks, tabs and newline characters at both ends.
-std::string trimmed(std::string_view text);
 
 /// The number, from 1, of the line that holds `offset`, as editors count: LF, CR and CR LF each end
 /// one line.
