@@ -1,0 +1,55 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <QLTError.h>
+#include <QLTExport.h>
+#include <QLTObject.h>
+#include <QLTSerial.h>
+
+/// The diagnostics console of the device under test, on a serial line. The console answers each
+/// command line with its output and then its prompt, ":-)".
+///
+/// One caller at a time per object; every operation blocks its caller. Nothing is kept between two
+/// commands.
+class QLT_EXPORT QLTDiags : public QLTObject {
+ public:
+  /// Opens the serial port at `path`, with the port's default settings, and makes a console on it.
+  /// Null when the port does not open; the console log tells why.
+  static std::shared_ptr<QLTDiags> init(const std::string& path);
+  /// A console on an open port. Sends nothing: a test that wants to know whether the console is
+  /// there calls `open`. Null only for a null port.
+  static std::shared_ptr<QLTDiags> initWithPort(std::shared_ptr<QLTSerial> port);
+
+  /// Checks that the console is there: sends an empty line and expects a prompt that ends the
+  /// answer. Otherwise false and code 15000, also when the console was silent.
+  virtual bool open(QLTError* error = nullptr);
+
+  /// Sends `command` and a line feed, and waits for the prompt. Returns the answer's lines without
+  /// their line ends: the echo first, if the device echoes, empty lines as empty texts, the prompt
+  /// last. What came along behind the prompt stays in the answer.
+  ///
+  /// Absent when the port cannot write (the port's error), or when no prompt came within
+  /// `timeOutInSeconds` (code -10001). A failed read is taken for one that brought nothing, so the
+  /// wait goes on; its record may be in `error` even when the command succeeds.
+  virtual std::optional<std::vector<std::string>> sendCommand(const std::string& command,
+                                                              QLTError* error = nullptr);
+
+  /// Closes the port and opens it again, without asking for a prompt.
+  virtual bool resetCommunication(QLTError* error = nullptr);
+
+  /// How long `sendCommand` waits for the prompt; 12 at first.
+  double timeOutInSeconds() const { return timeOutInSeconds_; }
+  void setTimeOutInSeconds(double seconds) { timeOutInSeconds_ = seconds; }
+  const std::shared_ptr<QLTSerial>& com() const { return com_; }
+
+ protected:
+  explicit QLTDiags(std::shared_ptr<QLTSerial> port);
+
+ private:
+  std::shared_ptr<QLTSerial> com_;
+  double timeOutInSeconds_ = 12.0;
+};
