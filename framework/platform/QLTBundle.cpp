@@ -125,6 +125,12 @@ std::unique_ptr<QLTBundle> QLTBundle::load(const fs::path& path, QLTError* error
                        reason != nullptr ? reason : "unknown reason"));
     return nullptr;
   }
+  if (bundle->classes_.empty()) {
+    fail(error,
+         format("%@: registers no class with QLT_CLASS, or is open under another path already",
+                executablePath.string()));
+    return nullptr;
+  }
   if (!bundle->registeredTwice_.empty()) {
     fail(error, format("%@: the class %@ is registered twice", executablePath.string(),
                        bundle->registeredTwice_.front()));

@@ -1,0 +1,210 @@
+#include <QLTBundle.h>
+#include <QLTClass.h>
+#include <QLTestMethod.h>
+#include <QLTestSuite.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/ConsoleLog.h"
+#include "support/PluginBundle.h"
+
+using test::PluginBundle;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class MainProgramTest : public QLTestMethod {
+ public:
+  using QLTestMethod::QLTestMethod;
+};
+QLT_CLASS(MainProgramTest);
+
+namespace inner {
+class NamespacedSuite final : public QLTestSuite {
+ public:
+  using QLTestSuite::QLTestSuite;
+  static void customizeConfig(QLTDictionary&, const QLTDictionary&) {}
+};
+}  // namespace inner
+QLT_CLASS(inner::NamespacedSuite);
+
+namespace {
+
+std::string failureOf(const PluginBundle& bundle) {
+  QLTError error;
+  EXPECT_EQ(bundle.open(&error), nullptr);
+  EXPECT_TRUE(error);
+  EXPECT_EQ(bundle.open(), nullptr);
+  return error.description().value_or("(none)");
+}
+
+TEST(QLTBundle, TellsItsInformation) {
+  const PluginBundle files(STATION_PLUGIN);
+  files.setConfig("");
+  QLTError error("earlier", 1, {});
+  const QLTBundle* bundle = files.open(&error);
+  ASSERT_NE(bundle, nullptr);
+  EXPECT_EQ(error.domain(), "earlier");
+  EXPECT_EQ(bundle->identifier(), "test.plugin");
+  EXPECT_EQ(bundle->version(), "7.1");
+  EXPECT_EQ(bundle->path(), std::filesystem::canonical(files.path()));
+  EXPECT_EQ(bundle->infoDictionary().find("Executable")->text(), "T.so");
+  EXPECT_EQ(bundle->pathForResource("TestConfig", "plist"),
+            bundle->path() / "Contents/Resources/TestConfig.plist");
+  EXPECT_EQ(bundle->pathForResource("Missing", "plist"), std::nullopt);
+}
+
+TEST(QLTBundle, FindsTheClassesThatItsObjectRegisters) {
+  const PluginBundle files(STATION_PLUGIN);
+  const QLTBundle* bundle = files.open();
+  ASSERT_NE(bundle, nullptr);
+  EXPECT_THAT(bundle->classNames(),
+              ElementsAre("HookedSuite", "OwnLoadSuite", "PlainSuite", "PowerTest", "ResourcesTest",
+                          "ThrowingSuite", "ThrowingTest"));
+  const QLTClass* cls = bundle->classNamed("PowerTest");
+  ASSERT_NE(cls, nullptr);
+  EXPECT_EQ(cls->name(), "PowerTest");
+  EXPECT_EQ(&cls->bundle(), bundle);
+  EXPECT_NE(cls->operations().makeMethod, nullptr);
+  EXPECT_EQ(cls->operations().makeSuite, nullptr);
+  EXPECT_EQ(bundle->classNamed("MainProgramTest"), nullptr);
+  EXPECT_EQ(bundle->principalClass(), bundle->classNamed("HookedSuite"));
+}
+
+TEST(QLTBundle, IsOpenedOnce) {
+  const PluginBundle files(STATION_PLUGIN);
+  const QLTBundle* bundle = files.open();
+  EXPECT_EQ(QLTBundle::open(files.path() / "Contents" / ".."), bundle);
+}
+
+TEST(QLTBundle, TwoBundlesEachFindTheirOwnClassOfTheSameName) {
+  const PluginBundle first(STATION_PLUGIN);
+  const PluginBundle second(STATION_PLUGIN);
+  const QLTClass* one = first.open()->classNamed("PowerTest");
+  const QLTClass* other = second.open()->classNamed("PowerTest");
+  ASSERT_NE(one, nullptr);
+  ASSERT_NE(other, nullptr);
+  EXPECT_NE(one, other);
+  EXPECT_NE(reinterpret_cast<void*>(one->operations().makeMethod),
+            reinterpret_cast<void*>(other->operations().makeMethod));
+}
+
+TEST(QLTBundle, FindsHooksAsTheyAreDeclared) {
+  const PluginBundle files(STATION_PLUGIN);
+  const QLTBundle* bundle = files.open();
+  const QLTClass::Operations& hooked = bundle->classNamed("HookedSuite")->operations();
+  EXPECT_NE(hooked.customizeConfig, nullptr);
+  EXPECT_NE(hooked.createInstrument, nullptr);
+  const QLTClass::Operations& plain = bundle->classNamed("PlainSuite")->operations();
+  EXPECT_EQ(plain.customizeConfig, nullptr);
+  EXPECT_EQ(plain.createInstrument, nullptr);
+  EXPECT_EQ(plain.onLoad, &QLTestSuite::onLoad);
+  EXPECT_EQ(plain.onUnload, &QLTestSuite::onUnload);
+  EXPECT_NE(bundle->classNamed("OwnLoadSuite")->operations().onLoad, &QLTestSuite::onLoad);
+}
+
+TEST(QLTBundle, TheMainBundleHoldsTheProgramsClasses) {
+  const QLTClass* cls = QLTBundle::mainBundle().classNamed("MainProgramTest");
+  ASSERT_NE(cls, nullptr);
+  EXPECT_EQ(&cls->bundle(), &QLTBundle::mainBundle());
+  EXPECT_EQ(QLTBundle::mainBundle().pathForResource("TestConfig", "plist"), std::nullopt);
+  const QLTClass* namespaced = QLTBundle::mainBundle().classNamed("inner::NamespacedSuite");
+  ASSERT_NE(namespaced, nullptr);
+  EXPECT_NE(namespaced->operations().customizeConfig, nullptr);
+  EXPECT_EQ(namespaced->operations().createInstrument, nullptr);
+}
+
+TEST(QLTBundle, TheFrameworkHasABundleOfItsOwn) {
+  const QLTBundle& framework = QLTBundle::frameworkBundle();
+  EXPECT_THAT(framework.classNames(),
+              ElementsAre("QLTestMethod", "QLTestMethodDelay", "QLTestSuite"));
+  EXPECT_EQ(framework.identifier(), "org.quillon.framework");
+  EXPECT_EQ(framework.version(), QUILLON_VERSION);
+}
+
+TEST(QLTBundle, NamesAFolderThatIsNotThere) {
+  QLTError error;
+  EXPECT_EQ(QLTBundle::open("/no/such/X.bundle", &error), nullptr);
+  EXPECT_EQ(error.code(), -40005);
+  EXPECT_EQ(error.description(), "/no/such/X.bundle: No such file or directory");
+}
+
+TEST(QLTBundle, NamesAMissingInfoFile) {
+  const PluginBundle files(STATION_PLUGIN);
+  std::filesystem::remove(files.path() / "Contents/Info.plist");
+  EXPECT_EQ(failureOf(files),
+            (files.path() / "Contents/Info.plist").string() + ": No such file or directory");
+}
+
+TEST(QLTBundle, NamesAMissingKey) {
+  const PluginBundle files(STATION_PLUGIN);
+  files.setInfo("<key>Executable</key><string>T.so</string>");
+  EXPECT_EQ(failureOf(files), (files.path() / "Contents/Info.plist").string() +
+                                  ": the key \"FrameworkVersion\" is missing");
+}
+
+TEST(QLTBundle, NamesAKeyOfTheWrongType) {
+  const PluginBundle files(STATION_PLUGIN);
+  files.setInfo("<key>FrameworkVersion</key><true/>");
+  EXPECT_EQ(failureOf(files), (files.path() / "Contents/Info.plist").string() +
+                                  ":2:28: FrameworkVersion: expected a text");
+}
+
+TEST(QLTBundle, RefusesAnotherFrameworkVersionBeforeItOpensTheObject) {
+  // The object is no object at all: had it been opened, the complaint would be another one.
+  const PluginBundle files("");
+  files.setInfo(
+      "<key>FrameworkVersion</key><string>99.5.1</string><key>Executable</key><string>T.so</"
+      "string>");
+  EXPECT_EQ(failureOf(files),
+            files.path().string() +
+                ": built for framework version 99.5.1, which framework version " QUILLON_VERSION
+                " cannot run; rebuild the plug-in");
+  files.setInfo(
+      "<key>FrameworkVersion</key><string>new</string><key>Executable</key><string>T.so</string>");
+  EXPECT_THAT(failureOf(files), HasSubstr("built for framework version new"));
+}
+
+TEST(QLTBundle, TellsWhyTheObjectCannotBeOpened) {
+  const PluginBundle files("");
+  const std::string object = (files.path() / "Contents/T.so").string();
+  EXPECT_THAT(failureOf(files), StartsWith(object + ": cannot be opened: "));
+  EXPECT_THAT(failureOf(files), HasSubstr("No such file or directory"));
+}
+
+TEST(QLTBundle, CanBeOpenedOnceItsFaultIsMended) {
+  const PluginBundle files("");
+  failureOf(files);
+  std::filesystem::copy_file(STATION_PLUGIN, files.path() / "Contents/T.so");
+  EXPECT_NE(files.open(), nullptr);
+}
+
+TEST(QLTBundle, RefusesAnObjectThatIsOpenUnderAnotherPath) {
+  const PluginBundle first(STATION_PLUGIN);
+  ASSERT_NE(first.open(), nullptr);
+  const PluginBundle second("");
+  std::filesystem::create_symlink(first.path() / "Contents/T.so", second.path() / "Contents/T.so");
+  EXPECT_THAT(failureOf(second), HasSubstr("registers no class"));
+}
+
+TEST(QLTBundle, HasNoPrincipalClassWhenTheEntryIsMissingOrNamesNone) {
+  const PluginBundle unknown(STATION_PLUGIN, "NoSuchSuite");
+  EXPECT_EQ(unknown.open()->principalClass(), nullptr);
+  const PluginBundle missing(STATION_PLUGIN);
+  missing.setInfo(
+      "<key>Executable</key><string>T.so</string><key>FrameworkVersion</"
+      "key><string>" QUILLON_VERSION "</string>");
+  const QLTBundle* bundle = missing.open();
+  EXPECT_EQ(bundle->principalClass(), nullptr);
+  EXPECT_EQ(bundle->version(), std::nullopt);
+  EXPECT_EQ(bundle->identifier(), "");
+}
+
+TEST(QLTBundle, RefusesTwoClassesOfOneName) {
+  const PluginBundle files(TWICE_PLUGIN);
+  EXPECT_EQ(failureOf(files),
+            (std::filesystem::canonical(files.path()) / "Contents/T.so").string() +
+                ": the class TwiceTest is registered twice");
+}
+
+}  // namespace
