@@ -1,0 +1,788 @@
+#include <QLTCSVLogger.h>
+#include <QLTConsoleLog.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/CommaLocale.h"
+#include "support/ConsoleLog.h"
+#include "support/TemporaryFolder.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/ioctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Strings = std::vector<std::string>;
+using test::ConsoleLog;
+using test::contentOf;
+using test::TemporaryFolder;
+
+constexpr const char* kHeader =
+    "runIndex, sn,site,test,subtest,number,expected,value,PF,fail message,\n";
+
+const QLTError kFilled = QLTError::withDescription("domain", 7, "left from before");
+
+/// The record of the line `3,C02X,site1,Power,VBUS,1.2,5.01,P,"(null)",`: no expected text, no
+/// extras.
+std::shared_ptr<QLTestResult> powerRecord() {
+  auto record = std::make_shared<QLTestResult>();
+  record->setRunIndex(3);
+  record->setSerialNumber("C02X");
+  record->setSiteName("site1");
+  record->setTestName("Power");
+  record->setSubTestName("VBUS");
+  record->setTestNumber("1.2");
+  record->setActual("5.01");
+  record->setFailMessage(std::nullopt);
+  record->setResult(kQLTestResultPass);
+  return record;
+}
+constexpr const char* kPowerLine = "3,C02X,site1,Power,VBUS,1.2,5.01,P,\"(null)\",\n";
+
+/// Counts what is handed on to it.
+class CountingLogger : public QLTLogger {
+ public:
+  bool open(const Strings& keys, const Strings& extras, QLTError* error) override {
+    ++opened;
+    openedWith = {keys, extras};
+    if (fails && error != nullptr) *error = QLTError::withDescription("lower", 3, "refused");
+    return !fails;
+  }
+  void log(const std::shared_ptr<const QLTestResult>& result) override {
+    ++logged;
+    last = result;
+  }
+  bool close(QLTError* error) override {
+    ++closed;
+    if (fails && error != nullptr) *error = QLTError::withDescription("lower", 4, "busy");
+    return !fails;
+  }
+  bool fails = false;
+  int opened = 0;
+  int logged = 0;
+  int closed = 0;
+  std::pair<Strings, Strings> openedWith;
+  std::shared_ptr<const QLTestResult> last;
+};
+
+int openDescriptors() {
+  return static_cast<int>(
+      std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
+}
+
+class QLTCSVLoggerTest : public testing::Test {
+ protected:
+  std::string path() const { return (folder_.path() / "log.csv").string(); }
+  std::string content() const { return contentOf(path()); }
+  /// What a logger without extra columns writes for `record`.
+  std::string lineOf(const std::shared_ptr<QLTestResult>& record) {
+    QLTCSVLogger logger(path());
+    logger.open({}, {});
+    const std::size_t before = content().size();
+    logger.log(record);
+    return content().substr(before);
+  }
+
+  TemporaryFolder folder_;
+};
+
+// Opening and the header.
+
+TEST_F(QLTCSVLoggerTest, MakingALoggerTouchesNoFile) {
+  const QLTCSVLogger logger(path());
+  EXPECT_EQ(logger.path(), path());
+  EXPECT_FALSE(fs::exists(path()));
+}
+
+TEST_F(QLTCSVLoggerTest, OpeningWritesTheHeader) {
+  QLTCSVLogger logger(path());
+  EXPECT_TRUE(logger.open({"station", "fixture"}, {"temp"}));
+  EXPECT_EQ(content(),
+            "station,fixture,runIndex, sn,site,test,subtest,number,expected,value,PF,"
+            "fail message,temp,\n");
+  EXPECT_EQ(logger.deviceAttributeKeys(), (Strings{"station", "fixture"}));
+  EXPECT_EQ(logger.extraKeys(), Strings{"temp"});
+}
+
+TEST_F(QLTCSVLoggerTest, NewFileIsForItsOwnerOnly) {
+  QLTCSVLogger logger(path());
+  const mode_t mask = umask(0);
+  logger.open({}, {});
+  umask(mask);
+  EXPECT_EQ(static_cast<int>(fs::status(path()).permissions()), 0700);
+}
+
+TEST_F(QLTCSVLoggerTest, OpeningTwiceWritesOneHeaderAndTakesTheNewKeys) {
+  QLTCSVLogger logger(path());
+  const auto lower = std::make_shared<CountingLogger>();
+  logger.setLowerLogger(lower);
+  EXPECT_TRUE(logger.open({}, {}));
+  EXPECT_TRUE(logger.open({"station"}, {"temp"}));
+  EXPECT_EQ(content(), kHeader);
+  EXPECT_EQ(logger.deviceAttributeKeys(), Strings{"station"});
+  EXPECT_EQ(logger.extraKeys(), Strings{"temp"});
+  EXPECT_EQ(lower->opened, 2);
+}
+
+TEST_F(QLTCSVLoggerTest, SecondLoggerOnTheFileAppendsAHeader) {
+  QLTCSVLogger first(path());
+  first.open({}, {});
+  first.log(powerRecord());
+  QLTCSVLogger second(path());
+  second.open({}, {});
+  first.log(powerRecord());
+  EXPECT_EQ(content(), std::string(kHeader) + kPowerLine + kHeader + kPowerLine);
+}
+
+TEST_F(QLTCSVLoggerTest, ReopeningAppendsAHeader) {
+  QLTCSVLogger logger(path());
+  logger.open({}, {});
+  logger.close();
+  logger.open({}, {"temp"});
+  EXPECT_EQ(content(), std::string(kHeader) +
+                           "runIndex, sn,site,test,subtest,number,expected,value,PF,"
+                           "fail message,temp,\n");
+}
+
+TEST_F(QLTCSVLoggerTest, HeaderAfterATornLineStartsItsOwn) {
+  folder_.write("log.csv", "3,C02X,si");
+  QLTCSVLogger logger(path());
+  EXPECT_TRUE(logger.open({}, {}));
+  logger.log(powerRecord());
+  EXPECT_EQ(content(), std::string("3,C02X,si\n") + kHeader + kPowerLine);
+}
+
+TEST_F(QLTCSVLoggerTest, HeaderAfterAnEmptyFileIsTheFirstLine) {
+  folder_.write("log.csv", "");
+  QLTCSVLogger logger(path());
+  EXPECT_TRUE(logger.open({}, {}));
+  EXPECT_EQ(content(), kHeader);
+}
+
+TEST_F(QLTCSVLoggerTest, OpensTheLowerLogger) {
+  QLTCSVLogger logger(path());
+  const auto lower = std::make_shared<CountingLogger>();
+  logger.setLowerLogger(lower);
+  logger.setExtraKeys({"from before"});
+  EXPECT_TRUE(logger.open({"station"}, {"temp"}));
+  EXPECT_EQ(lower->openedWith.first, Strings{"station"});
+  EXPECT_EQ(lower->openedWith.second, Strings{"temp"});
+}
+
+TEST_F(QLTCSVLoggerTest, FailureOfTheLowerLoggerIsItsOwn) {
+  QLTCSVLogger logger(path());
+  const auto lower = std::make_shared<CountingLogger>();
+  lower->fails = true;
+  logger.setLowerLogger(lower);
+  QLTError error = kFilled;
+  EXPECT_FALSE(logger.open({}, {}, &error));
+  EXPECT_EQ(error.description(), "refused");
+  EXPECT_FALSE(logger.close(&error));
+  EXPECT_EQ(error.description(), "busy");
+  EXPECT_FALSE(logger.open({}, {}));
+  EXPECT_FALSE(logger.close());
+}
+
+TEST_F(QLTCSVLoggerTest, FileThatCannotBeOpenedStopsTheOpening) {
+  const std::string nowhere = (folder_.path() / "no/such/folder/log.csv").string();
+  QLTCSVLogger logger(nowhere);
+  const auto lower = std::make_shared<CountingLogger>();
+  logger.setLowerLogger(lower);
+  const ConsoleLog log;
+  QLTError error = kFilled;
+  EXPECT_FALSE(logger.open({"station"}, {"temp"}));
+  EXPECT_FALSE(logger.open({"station"}, {"temp"}, &error));
+  EXPECT_EQ(error.domain(), "domain");
+  EXPECT_EQ(error.code(), 7);
+  EXPECT_EQ(error.description(), "left from before");
+  EXPECT_EQ(lower->opened, 0);
+  EXPECT_EQ(logger.deviceAttributeKeys(), Strings{});
+  EXPECT_EQ(logger.extraKeys(), Strings{});
+  const std::string line = "In CSV logger, unable to open file " + nowhere + " for write";
+  EXPECT_EQ(log.lines(), (Strings{line, line}));
+}
+
+TEST_F(QLTCSVLoggerTest, OpeningASlotWithoutErrorLeavesItEmpty) {
+  QLTCSVLogger logger(folder_.path().string());
+  const ConsoleLog log;
+  QLTError error;
+  EXPECT_FALSE(logger.open({}, {}, &error));
+  EXPECT_FALSE(error);
+}
+
+TEST_F(QLTCSVLoggerTest, SuccessLeavesTheErrorAlone) {
+  QLTCSVLogger logger(path());
+  QLTError error = kFilled;
+  EXPECT_TRUE(logger.open({}, {}, &error));
+  EXPECT_TRUE(logger.close(&error));
+  EXPECT_EQ(error.code(), 7);
+}
+
+// Result lines.
+
+TEST_F(QLTCSVLoggerTest, AbsentExpectedTextShiftsTheLine) {
+  EXPECT_EQ(lineOf(powerRecord()), kPowerLine);
+}
+
+TEST_F(QLTCSVLoggerTest, EmptyTextsDoNotShiftTheLine) {
+  const auto record = powerRecord();
+  record->setExpected("");
+  record->setFailMessage("");
+  EXPECT_EQ(lineOf(record), "3,C02X,site1,Power,VBUS,1.2,,5.01,P,\"\",\n");
+}
+
+TEST_F(QLTCSVLoggerTest, RecordWithNothingKnown) {
+  EXPECT_EQ(lineOf(std::make_shared<QLTestResult>()), "-1,F,\"\",\n");
+}
+
+TEST_F(QLTCSVLoggerTest, EachAbsentTextLeavesOutItsField) {
+  using Clear = void (*)(QLTestResult&);
+  const std::vector<std::pair<Clear, std::string>> cases{
+      {[](QLTestResult& r) { r.setSerialNumber({}); }, "3,site1,Power,VBUS,1.2,5V,5.01,P,\"\",\n"},
+      {[](QLTestResult& r) { r.setSiteName({}); }, "3,C02X,Power,VBUS,1.2,5V,5.01,P,\"\",\n"},
+      {[](QLTestResult& r) { r.setTestName({}); }, "3,C02X,site1,VBUS,1.2,5V,5.01,P,\"\",\n"},
+      {[](QLTestResult& r) { r.setSubTestName({}); }, "3,C02X,site1,Power,1.2,5V,5.01,P,\"\",\n"},
+      {[](QLTestResult& r) { r.setTestNumber({}); }, "3,C02X,site1,Power,VBUS,5V,5.01,P,\"\",\n"},
+      {[](QLTestResult& r) { r.setExpected({}); }, "3,C02X,site1,Power,VBUS,1.2,5.01,P,\"\",\n"},
+      {[](QLTestResult& r) { r.setActual({}); }, "3,C02X,site1,Power,VBUS,1.2,5V,P,\"\",\n"},
+  };
+  for (const auto& [clear, line] : cases) {
+    const auto record = powerRecord();
+    record->setExpected("5V");
+    record->setFailMessage("");
+    clear(*record);
+    EXPECT_EQ(lineOf(record), line);
+  }
+}
+
+TEST_F(QLTCSVLoggerTest, PassFailColumn) {
+  const auto record = powerRecord();
+  record->setResult(kQLTestResultFail);
+  EXPECT_EQ(lineOf(record), "3,C02X,site1,Power,VBUS,1.2,5.01,F,\"(null)\",\n");
+  record->setResult(kQLTestResultNA);
+  EXPECT_EQ(lineOf(record), "3,C02X,site1,Power,VBUS,1.2,5.01,P,\"(null)\",\n");
+  record->setResult(3);
+  EXPECT_EQ(lineOf(record), "3,C02X,site1,Power,VBUS,1.2,5.01,\"(null)\",\n");
+  record->setResult(-1);
+  EXPECT_EQ(lineOf(record), "3,C02X,site1,Power,VBUS,1.2,5.01,\"(null)\",\n");
+}
+
+TEST_F(QLTCSVLoggerTest, NothingIsEscaped) {
+  const auto record = powerRecord();
+  record->setTestName("a,b");
+  record->setActual("100% %@ \xc3\xa4");
+  record->setFailMessage("say \"no\", then stop");
+  EXPECT_EQ(lineOf(record),
+            "3,C02X,site1,a,b,VBUS,1.2,100% %@ \xc3\xa4,P,\"say \"no\", then stop\",\n");
+}
+
+TEST_F(QLTCSVLoggerTest, DeviceAttributesStandInFront) {
+  QLTCSVLogger logger(path());
+  logger.open({"station", "missing", "count", "ratio"}, {});
+  logger.startDevice({{"station", "A1"}, {"count", 12}, {"ratio", 0.5}, {"unused", "x"}});
+  const std::size_t before = content().size();
+  logger.log(powerRecord());
+  EXPECT_EQ(content().substr(before), std::string("A1,(null),12,0.5,") + kPowerLine);
+}
+
+TEST_F(QLTCSVLoggerTest, DeviceAttributesAreTheCurrentDevices) {
+  QLTCSVLogger logger(path());
+  logger.open({"fixture"}, {});
+  const std::size_t before = content().size();
+  logger.log(powerRecord());
+  logger.startDevice({{"fixture", "F1"}});
+  logger.log(powerRecord());
+  logger.startDevice({{"fixture", ""}});
+  logger.log(powerRecord());
+  EXPECT_EQ(content().substr(before),
+            std::string("(null),") + kPowerLine + "F1," + kPowerLine + "," + kPowerLine);
+}
+
+TEST_F(QLTCSVLoggerTest, ExtrasStandAtTheEndInTheOrderOfTheKeys) {
+  QLTCSVLogger logger(path());
+  logger.open({}, {"temp", "missing", "band"});
+  const std::size_t before = content().size();
+  const auto record = powerRecord();
+  record->setExtras(QLTDictionary{{"band", "5 GHz"}, {"temp", 21}, {"unused", "x"}});
+  logger.log(record);
+  EXPECT_EQ(content().substr(before),
+            "3,C02X,site1,Power,VBUS,1.2,5.01,P,\"(null)\",21,(null),5 GHz,\n");
+}
+
+TEST_F(QLTCSVLoggerTest, RecordWithoutExtrasHasNoExtraFieldsAtAll) {
+  QLTCSVLogger logger(path());
+  logger.open({}, {"temp", "band"});
+  const std::size_t before = content().size();
+  logger.log(powerRecord());
+  const auto record = powerRecord();
+  record->setExtras(QLTDictionary{});
+  logger.log(record);
+  EXPECT_EQ(
+      content().substr(before),
+      std::string(kPowerLine) + "3,C02X,site1,Power,VBUS,1.2,5.01,P,\"(null)\",(null),(null),\n");
+}
+
+TEST_F(QLTCSVLoggerTest, NumbersHaveAPointInACommaLocale) {
+  const test::CommaLocale locale;
+  if (!locale.isSet()) GTEST_SKIP() << "no locale with a decimal comma, and none can be made";
+  QLTCSVLogger logger(path());
+  logger.open({"ratio"}, {"temp"});
+  logger.startDevice({{"ratio", 1.5}});
+  const std::size_t before = content().size();
+  const auto record = powerRecord();
+  record->setRunIndex(1234567);
+  record->setExtras(QLTDictionary{{"temp", 1234.5}});
+  logger.log(record);
+  EXPECT_EQ(content().substr(before),
+            "1.5,1234567,C02X,site1,Power,VBUS,1.2,5.01,P,\"(null)\",1234.5,\n");
+}
+
+TEST_F(QLTCSVLoggerTest, LogHandsOnTheRecordAfterWriting) {
+  QLTCSVLogger logger(path());
+  const auto lower = std::make_shared<CountingLogger>();
+  logger.setLowerLogger(lower);
+  logger.open({}, {});
+  const auto record = powerRecord();
+  logger.log(record);
+  EXPECT_EQ(lower->last, record);
+  EXPECT_EQ(lower->logged, 1);
+}
+
+TEST_F(QLTCSVLoggerTest, LogBeforeOpeningOnlyHandsOn) {
+  QLTCSVLogger logger(path());
+  const auto lower = std::make_shared<CountingLogger>();
+  logger.setLowerLogger(lower);
+  logger.log(powerRecord());
+  logger.writeString("text");
+  EXPECT_EQ(lower->logged, 1);
+  EXPECT_FALSE(fs::exists(path()));
+}
+
+TEST_F(QLTCSVLoggerTest, ChainOfTwoFiles) {
+  const auto lower = std::make_shared<QLTCSVLogger>((folder_.path() / "lower.csv").string());
+  QLTCSVLogger upper(path());
+  upper.setLowerLogger(lower);
+  EXPECT_TRUE(upper.open({"station"}, {"temp"}));
+  upper.log(powerRecord());
+  EXPECT_TRUE(upper.close());
+  EXPECT_EQ(content(), contentOf(folder_.path() / "lower.csv"));
+  EXPECT_EQ(lower->extraKeys(), Strings{"temp"});
+}
+
+TEST_F(QLTCSVLoggerTest, AppendPropertyReadsTextsByName) {
+  const auto record = powerRecord();
+  record->setExpected("5V");
+  record->setLimitsWithLow(1, 2);
+  record->setExpected("5V");
+  record->setFailMessage("message");
+  std::string line = "start:";
+  for (const char* name : {"serialNumber", "siteName", "testName", "subTestName", "testNumber",
+                           "expected", "actual", "lowLimit", "highLimit", "failMessage"}) {
+    QLTCSVLogger::appendProperty(name, *record, line);
+  }
+  EXPECT_EQ(line, "start:C02X,site1,Power,VBUS,1.2,5V,5.01,1.000000,2.000000,message,");
+  record->setActual(std::nullopt);
+  QLTCSVLogger::appendProperty("actual", *record, line);
+  QLTCSVLogger::appendProperty("no such text", *record, line);
+  EXPECT_EQ(line, "start:C02X,site1,Power,VBUS,1.2,5V,5.01,1.000000,2.000000,message,");
+}
+
+TEST_F(QLTCSVLoggerTest, WriteStringAppendsTheTextAsItIs) {
+  QLTCSVLogger logger(path());
+  logger.open({}, {});
+  logger.writeString("no line end");
+  logger.writeString("");
+  logger.writeString(", 100% \xc3\xa4\n");
+  EXPECT_EQ(content(), std::string(kHeader) + "no line end, 100% \xc3\xa4\n");
+}
+
+// Closing and disposal.
+
+TEST_F(QLTCSVLoggerTest, ClosingEndsTheWriting) {
+  QLTCSVLogger logger(path());
+  const auto lower = std::make_shared<CountingLogger>();
+  logger.setLowerLogger(lower);
+  logger.open({}, {});
+  EXPECT_TRUE(logger.close());
+  logger.log(powerRecord());
+  EXPECT_EQ(content(), kHeader);
+  EXPECT_TRUE(logger.close());
+  EXPECT_EQ(lower->closed, 2);
+}
+
+TEST_F(QLTCSVLoggerTest, NoDescriptorIsLeftOpen) {
+  const int before = openDescriptors();
+  {
+    QLTCSVLogger logger(path());
+    logger.open({}, {});
+    EXPECT_EQ(openDescriptors(), before + 1);
+    logger.close();
+    EXPECT_EQ(openDescriptors(), before);
+    logger.open({}, {});
+    EXPECT_EQ(openDescriptors(), before + 1);
+  }
+  EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(QLTCSVLoggerTest, DescriptorIsNotInherited) {
+  QLTCSVLogger logger(path());
+  logger.open({}, {});
+  const std::string command = "test -z \"$(find /proc/self/fd -lname '" + path() + "')\"";
+  EXPECT_EQ(std::system(command.c_str()), 0);
+}
+
+TEST_F(QLTCSVLoggerTest, DisposalDoesNotRunClose) {
+  const auto lower = std::make_shared<CountingLogger>();
+  {
+    QLTCSVLogger logger(path());
+    logger.setLowerLogger(lower);
+    logger.open({}, {});
+  }
+  EXPECT_EQ(lower->closed, 0);
+}
+
+TEST_F(QLTCSVLoggerTest, GivingUpClosesTheChainOnlyWhenNoFileIsOpen) {
+  QLTCSVLogger logger(path());
+  const auto lower = std::make_shared<CountingLogger>();
+  logger.setLowerLogger(lower);
+  logger.open({}, {});
+  logger.dealooc();
+  EXPECT_EQ(logger.path(), std::nullopt);
+  EXPECT_EQ(lower->closed, 0);
+  logger.log(powerRecord());
+  EXPECT_EQ(content(), std::string(kHeader) + kPowerLine);
+  logger.close();
+  logger.dealooc();
+  EXPECT_EQ(lower->closed, 2);
+}
+
+TEST_F(QLTCSVLoggerTest, WithoutAPathItCannotBeOpened) {
+  QLTCSVLogger logger(path());
+  logger.setPath(std::nullopt);
+  const ConsoleLog log;
+  EXPECT_FALSE(logger.open({}, {}));
+  EXPECT_EQ(log.lines(), Strings{"In CSV logger, unable to open file (null) for write"});
+}
+
+// The path.
+
+TEST_F(QLTCSVLoggerTest, PathServesTheNextOpening) {
+  QLTCSVLogger logger(path());
+  logger.open({}, {});
+  const std::string other = (folder_.path() / "other.csv").string();
+  logger.setPath(other);
+  EXPECT_EQ(logger.path(), other);
+  logger.log(powerRecord());
+  EXPECT_EQ(content(), std::string(kHeader) + kPowerLine);
+  logger.close();
+  logger.open({}, {});
+  EXPECT_EQ(contentOf(other), kHeader);
+}
+
+/// Sets or unsets HOME for as long as it lives.
+class Home {
+ public:
+  explicit Home(const char* value) {
+    if (const char* before = std::getenv("HOME")) before_ = before;
+    value != nullptr ? setenv("HOME", value, 1) : unsetenv("HOME");
+  }
+  ~Home() { before_ ? setenv("HOME", before_->c_str(), 1) : unsetenv("HOME"); }
+  Home(const Home&) = delete;
+  Home& operator=(const Home&) = delete;
+
+ private:
+  std::optional<std::string> before_;
+};
+
+TEST_F(QLTCSVLoggerTest, TildeStandsForTheHomeFolder) {
+  const Home home(folder_.path().c_str());
+  QLTCSVLogger logger("~/log.csv");
+  EXPECT_EQ(logger.path(), path());
+  EXPECT_TRUE(logger.open({}, {}));
+  EXPECT_EQ(content(), kHeader);
+  EXPECT_EQ(QLTCSVLogger("~").path(), folder_.path().string());
+}
+
+TEST_F(QLTCSVLoggerTest, TildeElsewhereIsATilde) {
+  const Home home("/home/someone");
+  EXPECT_EQ(QLTCSVLogger("/a/~/log.csv").path(), "/a/~/log.csv");
+  EXPECT_EQ(QLTCSVLogger("~log.csv").path(), "~log.csv");
+  EXPECT_EQ(QLTCSVLogger("").path(), "");
+}
+
+TEST_F(QLTCSVLoggerTest, WithoutHomeTheUserDatabaseKnowsTheFolder) {
+  const Home home(nullptr);
+  const std::string path = QLTCSVLogger("~/log.csv").path().value();
+  EXPECT_TRUE(path.starts_with("/")) << path;
+  EXPECT_TRUE(path.ends_with("/log.csv")) << path;
+  const Home empty("");
+  EXPECT_EQ(QLTCSVLogger("~/log.csv").path(), path);
+}
+
+TEST(QLTCSVLoggerFileNameTest, CarriesPrefixDateAndUniversalTime) {
+  const char* zone = std::getenv("TZ");
+  const std::string zoneBefore = zone != nullptr ? zone : "";
+  setenv("TZ", "XYZ-14", 1);
+  tzset();
+  const time_t earliest = time(nullptr);
+  const std::string name = QLTCSVLogger::timeStampedFileName("station1");
+  const time_t latest = time(nullptr);
+  zone != nullptr ? setenv("TZ", zoneBefore.c_str(), 1) : unsetenv("TZ");
+  tzset();
+
+  std::smatch parts;
+  ASSERT_TRUE(std::regex_match(
+      name, parts,
+      std::regex("station1_([0-9]{4}-[0-9]{2}-[0-9]{2}_[0-9]{2}:[0-9]{2}:[0-9]{2})\\.csv")))
+      << name;
+  tm universal{};
+  ASSERT_NE(strptime(parts[1].str().c_str(), "%Y-%m-%d_%H:%M:%S", &universal), nullptr);
+  EXPECT_GE(timegm(&universal), earliest);
+  EXPECT_LE(timegm(&universal), latest);
+}
+
+TEST(QLTCSVLoggerFileNameTest, PrefixIsTakenAsItIs) {
+  EXPECT_EQ(QLTCSVLogger::timeStampedFileName("").front(), '_');
+  EXPECT_TRUE(QLTCSVLogger::timeStampedFileName("a b%d").starts_with("a b%d_"));
+}
+
+// Errors while writing.
+
+TEST(QLTCSVLoggerFullDiskTest, IsReportedOncePerOpeningAndNeverStopsTheCaller) {
+  const std::string line =
+      "In CSV logger, error writing to file /dev/full: "
+      "No space left on device";
+  QLTCSVLogger logger("/dev/full");
+  const auto lower = std::make_shared<CountingLogger>();
+  logger.setLowerLogger(lower);
+  const ConsoleLog log;
+  QLTError error = kFilled;
+  EXPECT_TRUE(logger.open({}, {}, &error));
+  for (int i = 0; i < 5; ++i) logger.log(powerRecord());
+  EXPECT_EQ(error.code(), 7);
+  EXPECT_EQ(lower->logged, 5);
+  EXPECT_EQ(log.lines(), Strings{line});
+  EXPECT_TRUE(logger.close());
+  EXPECT_TRUE(logger.open({}, {}));
+  EXPECT_EQ(log.lines(), (Strings{line, line}));
+}
+
+TEST(QLTCSVLoggerFullDiskTest, ConsoleLogMayLeadBackToTheLogger) {
+  QLTCSVLogger logger("/dev/full");
+  int messages = 0;
+  QLTSetLogSink([&](std::string_view message) {
+    ++messages;
+    logger.writeString(message);
+  });
+  logger.open({}, {});
+  logger.log(powerRecord());
+  logger.log(powerRecord());
+  QLTSetLogSink({});
+  EXPECT_EQ(messages, 1);
+}
+
+/// Limits the size to which this process may grow a file, for as long as it lives.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(std::uintmax_t bytes) {
+    handlerBefore_ = std::signal(SIGXFSZ, SIG_IGN);
+    getrlimit(RLIMIT_FSIZE, &before_);
+    rlimit limit = before_;
+    limit.rlim_cur = bytes;
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, handlerBefore_);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  rlimit before_{};
+  void (*handlerBefore_)(int) = SIG_DFL;
+};
+
+TEST_F(QLTCSVLoggerTest, LineThatIsBrokenOffIsEndedBeforeTheNext) {
+  QLTCSVLogger logger(path());
+  logger.open({}, {});
+  const ConsoleLog log;
+  {
+    const FileSizeLimit limit(content().size() + 6);
+    logger.log(powerRecord());
+    logger.log(powerRecord());
+  }
+  EXPECT_EQ(content(), std::string(kHeader) + "3,C02X");
+  logger.log(powerRecord());
+  logger.log(powerRecord());
+  EXPECT_EQ(content(), std::string(kHeader) + "3,C02X\n" + kPowerLine + kPowerLine);
+  EXPECT_EQ(log.lines(),
+            Strings{"In CSV logger, error writing to file " + path() + ": File too large"});
+}
+
+// Interrupted writes, seen through a pipe with a name: a signal ends a blocked write short.
+
+class QLTCSVLoggerPipeTest : public QLTCSVLoggerTest {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(mkfifo(path().c_str(), 0700), 0);
+    reader_ = open(path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(reader_, 0);
+    ASSERT_EQ(fcntl(reader_, F_SETPIPE_SZ, 4096), 4096);
+    struct sigaction action {};
+    action.sa_handler = [](int) {};  // and no SA_RESTART
+    sigaction(SIGUSR1, &action, &before_);
+  }
+  void TearDown() override {
+    sigaction(SIGUSR1, &before_, nullptr);
+    ::close(reader_);
+  }
+
+  int waiting() const {
+    int count = 0;
+    ioctl(reader_, FIONREAD, &count);
+    return count;
+  }
+  std::string readSome() const {
+    char buffer[4096];
+    const ssize_t count = read(reader_, buffer, sizeof buffer);
+    return {buffer, count > 0 ? static_cast<std::size_t>(count) : 0};
+  }
+
+  int reader_ = -1;
+  struct sigaction before_ {};
+};
+
+TEST_F(QLTCSVLoggerPipeTest, InterruptedLinesAreCompleted) {
+  const ConsoleLog log;
+  QLTCSVLogger logger(path());
+  logger.open({}, {});
+  ASSERT_EQ(readSome(), kHeader);
+
+  const auto record = powerRecord();
+  record->setActual(std::string(10000, 'x'));
+  std::atomic<bool> done = false;
+  std::thread writer([&] {
+    logger.log(record);
+    done = true;
+  });
+  std::string received;
+  while (!done || waiting() > 0) {
+    // Once the pipe is full, the write is blocked: with a part of the line written at first, with
+    // none after that.
+    if (waiting() == 4096) {
+      for (int i = 0; i < 5; ++i) {
+        pthread_kill(writer.native_handle(), SIGUSR1);
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+      }
+    }
+    received += readSome();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  writer.join();
+  EXPECT_EQ(received,
+            "3,C02X,site1,Power,VBUS,1.2," + std::string(10000, 'x') + ",P,\"(null)\",\n");
+  EXPECT_EQ(log.lines(), Strings{});
+}
+
+// Several sites.
+
+TEST_F(QLTCSVLoggerTest, LinesOfSeveralThreadsNeverMix) {
+  constexpr int kThreads = 8;
+  constexpr int kLines = 125;
+  QLTCSVLogger logger(path());
+  logger.open({"fixture"}, {"temp"});
+  std::vector<std::thread> threads;
+  for (int site = 0; site < kThreads; ++site) {
+    threads.emplace_back([&logger, site] {
+      for (int i = 0; i < kLines; ++i) {
+        const auto record = powerRecord();
+        record->setRunIndex(i);
+        record->setSiteName("site" + std::to_string(site));
+        record->setExpected(std::string(200, static_cast<char>('a' + site)));
+        record->setExtras(QLTDictionary{{"temp", site}});
+        logger.startDevice({{"fixture", "F" + std::to_string(site)}});
+        logger.log(record);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+
+  std::vector<int> next(kThreads, 0);
+  std::istringstream lines(content());
+  std::string line;
+  std::getline(lines, line);
+  EXPECT_EQ(line + "\n",
+            "fixture," + std::string(kHeader).substr(0, std::strlen(kHeader) - 1) + "temp,\n");
+  const std::regex form(
+      "F[0-7],([0-9]+),C02X,site([0-7]),Power,VBUS,1\\.2,(.)\\3{199},5\\.01,P,\"\\(null\\)\","
+      "([0-7]),");
+  int count = 0;
+  while (std::getline(lines, line)) {
+    std::smatch parts;
+    ASSERT_TRUE(std::regex_match(line, parts, form)) << line;
+    const int site = std::stoi(parts[2]);
+    EXPECT_EQ(parts[3], std::string(1, static_cast<char>('a' + site)));
+    EXPECT_EQ(parts[4], std::to_string(site));
+    EXPECT_EQ(std::stoi(parts[1]), next[static_cast<std::size_t>(site)]++);
+    ++count;
+  }
+  EXPECT_EQ(count, kThreads * kLines);
+}
+
+TEST_F(QLTCSVLoggerTest, ClosingWhileOthersLogLosesNoPartOfALine) {
+  QLTCSVLogger logger(path());
+  logger.open({}, {});
+  std::atomic<bool> stop = false;
+  std::atomic<int> logged = 0;
+  std::thread other([&] {
+    while (!stop) {
+      logger.log(powerRecord());
+      ++logged;
+    }
+  });
+  for (int i = 0; i < 20; ++i) {
+    const int before = logged;
+    while (logged < before + 2) std::this_thread::yield();
+    logger.close();
+    logger.open({}, {});
+  }
+  stop = true;
+  other.join();
+  std::istringstream lines(content());
+  std::string line;
+  int headers = 0;
+  while (std::getline(lines, line)) {
+    if (line + "\n" == kHeader) {
+      ++headers;
+    } else {
+      ASSERT_EQ(line + "\n", kPowerLine);
+    }
+  }
+  EXPECT_EQ(headers, 21);
+}
+
+}  // namespace
