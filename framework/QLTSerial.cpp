@@ -190,7 +190,7 @@ std::optional<std::string> QLTSerial::read(std::int32_t size, QLTError* error) {
     return std::nullopt;
   }
   std::array<char, longestRead> buffer;
-  const auto wanted = static_cast<std::size_t>(std::max(size - 1, 0));
+  const auto wanted = static_cast<std::size_t>(std::max(size, 1) - 1);
   const ssize_t count = readBytes(fd_, buffer.data(), wanted, readTimeOut(*options_));
   if (count < 0) {
     fail(errno, "read serial port failed", error);

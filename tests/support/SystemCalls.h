@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+
+#include <sys/types.h>
+#include <termios.h>
+
+namespace test {
+
+/// Sees the library's system calls, for as long as it lives, and may answer in their place: a
+/// function that returns nothing lets the call go on. For one thread.
+class SystemCalls {
+ public:
+  SystemCalls();
+  ~SystemCalls();
+  SystemCalls(const SystemCalls&) = delete;
+  SystemCalls& operator=(const SystemCalls&) = delete;
+
+  std::function<std::optional<ssize_t>(int descriptor, void* bytes, std::size_t size)> onRead;
+  std::function<std::optional<ssize_t>(int descriptor, const void* bytes, std::size_t size)>
+      onWrite;
+  std::function<std::optional<int>(int descriptor, unsigned long request, void* argument)> onIoctl;
+  std::function<std::optional<int>(int descriptor, int command)> onFcntl;
+  std::function<std::optional<int>(int descriptor)> onFlush;
+  std::function<std::optional<int>(int descriptor, const termios& attributes)> onSetAttributes;
+};
+
+/// Fails a system call: sets errno and gives -1.
+int failWith(int errnoValue);
+
+}  // namespace test

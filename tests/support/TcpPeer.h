@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "Endpoint.h"
+
+namespace test {
+
+/// A listener on a loopback port of its own choice, as an instrument has one. The system completes
+/// connections before `accept`, so most tests need no thread for it.
+class TcpPeer {
+ public:
+  TcpPeer();
+
+  std::int32_t port() const { return port_; }
+  /// The connection of the client that came first.
+  Endpoint accept() const;
+  /// Ends listening: from now on a client is refused, and those not accepted are reset.
+  void refuse() { listener_.close(); }
+  /// Fills the queue of connections not accepted, so that the next client is left waiting.
+  void stopAnswering();
+
+  /// Breaks a connection off, so that the other end sees a reset and not an end.
+  static void reset(Endpoint& connection);
+
+ private:
+  Endpoint listener_;
+  std::vector<Endpoint> queued_;
+  std::int32_t port_ = 0;
+};
+
+}  // namespace test
