@@ -20,6 +20,8 @@ class TcpPeer {
   void refuse() { listener_.close(); }
   /// Fills the queue of connections not accepted, so that the next client is left waiting.
   void stopAnswering();
+  /// How many clients `stopAnswering` left in the queue.
+  std::size_t queued() const { return queued_.size(); }
 
   /// Breaks a connection off, so that the other end sees a reset and not an end.
   static void reset(Endpoint& connection);
