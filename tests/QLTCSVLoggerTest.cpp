@@ -29,8 +29,28 @@
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
+
+namespace {
+
+std::atomic<int> flushes = 0;
+std::atomic<int> flushesToFail = 0;
+std::atomic<int> flushErrno = 0;
+
+}  // namespace
+
+/// Stands in front of the system's function for the whole program, the library included.
+extern "C" __attribute__((visibility("default"))) int fdatasync(int descriptor) {
+  ++flushes;
+  if (flushesToFail > 0) {
+    --flushesToFail;
+    errno = flushErrno;
+    return -1;
+  }
+  return static_cast<int>(syscall(SYS_fdatasync, descriptor));
+}
 
 namespace {
 
@@ -636,11 +656,53 @@ TEST_F(QLTCSVLoggerTest, LineThatIsBrokenOffIsEndedBeforeTheNext) {
     logger.log(powerRecord());
   }
   EXPECT_EQ(content(), std::string(kHeader) + "3,C02X");
+  {
+    const FileSizeLimit limit(content().size() + 1);
+    logger.log(powerRecord());
+  }
+  EXPECT_EQ(content(), std::string(kHeader) + "3,C02X\n");
   logger.log(powerRecord());
   logger.log(powerRecord());
   EXPECT_EQ(content(), std::string(kHeader) + "3,C02X\n" + kPowerLine + kPowerLine);
   EXPECT_EQ(log.lines(),
             Strings{"In CSV logger, error writing to file " + path() + ": File too large"});
+}
+
+TEST_F(QLTCSVLoggerTest, EveryLineIsFlushedByItself) {
+  QLTCSVLogger logger(path());
+  flushes = 0;
+  logger.open({}, {});
+  EXPECT_EQ(flushes, 1);
+  logger.log(powerRecord());
+  logger.log(powerRecord());
+  EXPECT_EQ(flushes, 3);
+}
+
+TEST_F(QLTCSVLoggerTest, InterruptedFlushIsRepeated) {
+  QLTCSVLogger logger(path());
+  logger.open({}, {});
+  const ConsoleLog log;
+  flushErrno = EINTR;
+  flushesToFail = 2;
+  flushes = 0;
+  logger.log(powerRecord());
+  EXPECT_EQ(flushes, 3);
+  EXPECT_EQ(log.lines(), Strings{});
+}
+
+TEST_F(QLTCSVLoggerTest, EachCauseOfAFailureIsReportedOnce) {
+  QLTCSVLogger logger(path());
+  logger.open({}, {});
+  const ConsoleLog log;
+  for (const int cause : {EIO, ENOSPC, EIO, ENOSPC}) {
+    flushErrno = cause;
+    flushesToFail = 1;
+    logger.log(powerRecord());
+  }
+  EXPECT_EQ(
+      log.lines(),
+      (Strings{"In CSV logger, error flushing file " + path() + ": Input/output error",
+               "In CSV logger, error flushing file " + path() + ": No space left on device"}));
 }
 
 // Interrupted writes, seen through a pipe with a name: a signal ends a blocked write short.
