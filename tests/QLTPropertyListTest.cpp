@@ -1,7 +1,9 @@
 #include <QLTPropertyList.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdlib>
 
 #include "support/TemporaryFolder.h"
 
@@ -188,5 +190,149 @@ TEST(QLTPropertyList, WantsADictionaryWhereOneIsNeeded) {
   EXPECT_EQ(error.description(), path.string() + ":2:1: the root is not a dictionary");
   EXPECT_EQ(error.code(), -40004);
 }
+
+// Binary property lists. The files are put together here by hand, byte by byte.
+
+/// A binary list of the given objects, of which the first is the root.
+std::string binary(const std::vector<std::string>& objects) {
+  std::string bytes = "bplist00";
+  std::string table;
+  for (const std::string& object : objects) {
+    table += static_cast<char>(bytes.size());
+    bytes += object;
+  }
+  const char tableOffset = static_cast<char>(bytes.size());
+  bytes += table;
+  bytes += std::string(6, '\0') + '\1' + '\1';
+  bytes += std::string(7, '\0') + static_cast<char>(objects.size());
+  bytes += std::string(8, '\0');
+  bytes += std::string(7, '\0') + tableOffset;
+  return bytes;
+}
+
+std::optional<QLTValue> parseBinary(const std::vector<std::string>& objects) {
+  QLTError error;
+  auto value = QLTPropertyList::parse(binary(objects), "b", &error);
+  EXPECT_EQ(value.has_value(), !error) << error.description().value_or("");
+  return value;
+}
+
+std::string binaryComplaint(const std::string& bytes) {
+  QLTError error;
+  EXPECT_EQ(QLTPropertyList::parse(bytes, "b", &error), std::nullopt);
+  EXPECT_EQ(error.code(), -40004);
+  return error.description().value_or("(none)");
+}
+
+using namespace std::string_literals;
+
+TEST(QLTBinaryPropertyList, ReadsEveryType) {
+  EXPECT_EQ(parseBinary({"\x08"}), QLTValue(false));
+  EXPECT_EQ(parseBinary({"\x09"}), QLTValue(true));
+  EXPECT_EQ(parseBinary({"\x10\xff"}), QLTValue(255));
+  EXPECT_EQ(parseBinary({"\x11\x01\x02"}), QLTValue(258));
+  EXPECT_EQ(parseBinary({"\x12\xff\xff\xff\xff"}), QLTValue(std::uint32_t{0xffffffff}));
+  EXPECT_EQ(parseBinary({"\x13" + std::string(8, '\xff')}), QLTValue(-1));
+  EXPECT_EQ(parseBinary({"\x14" + std::string(15, '\0') + "\x05"}), QLTValue(5));
+  EXPECT_EQ(parseBinary({"\x14" + std::string(16, '\xff')}), QLTValue(-1));
+  EXPECT_EQ(parseBinary({"\x22\x3f\xc0\x00\x00"s}), QLTValue(1.5));
+  EXPECT_EQ(parseBinary({"\x23\x3f\xf8\x00\x00\x00\x00\x00\x00"s}), QLTValue(1.5));
+  EXPECT_EQ(parseBinary({"\x33" + std::string(8, '\0')}),
+            QLTValue(QLTDate(std::chrono::seconds(978'307'200))));
+  EXPECT_EQ(parseBinary({"\x42\x0a\xff"}), QLTValue(QLTData{0x0a, 0xff}));
+  EXPECT_EQ(parseBinary({"\x53"
+                         "abc"}),
+            QLTValue("abc"));
+  EXPECT_EQ(parseBinary({"\x50"}), QLTValue(""));
+  EXPECT_EQ(parseBinary({"\x5f\x10\x10"
+                         "0123456789abcdef"}),
+            QLTValue("0123456789abcdef"));
+  EXPECT_EQ(parseBinary({"\x64\x00\x61\x00\xe4\x20\xac\x08\x00"s}),
+            QLTValue("a\xc3\xa4\xe2\x82\xac\xe0\xa0\x80"));
+  EXPECT_EQ(parseBinary({"\x62\xd8\x3d\xde\x00"s}), QLTValue("\xf0\x9f\x98\x80"));
+  EXPECT_EQ(parseBinary({"\xa2\x01\x01", "\x10\x07"}), QLTValue(QLTArray{7, 7}));
+  EXPECT_EQ(parseBinary({"\xd1\x01\x02",
+                         "\x51"
+                         "k",
+                         "\xd0"}),
+            QLTValue(QLTDictionary{{"k", QLTDictionary{}}}));
+}
+
+TEST(QLTBinaryPropertyList, RefusesWhatIsCutShort) {
+  const std::string whole = binary({"\xd1\x01\x02",
+                                    "\x51"
+                                    "k",
+                                    "\x53"
+                                    "abc"});
+  ASSERT_TRUE(QLTPropertyList::parse(whole, "b"));
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    EXPECT_FALSE(QLTPropertyList::parse(whole.substr(0, length), "b")) << length;
+  }
+  EXPECT_EQ(binaryComplaint("bplist00"),
+            "b:offset 0: not a complete binary property list of version 00");
+  EXPECT_EQ(binaryComplaint("bplist15" + std::string(40, '\0')),
+            "b:offset 0: not a complete binary property list of version 00");
+}
+
+TEST(QLTBinaryPropertyList, NamesOffsetAndKeyPath) {
+  EXPECT_EQ(binaryComplaint(binary({"\xd1\x01\x02",
+                                    "\x51"
+                                    "k",
+                                    "\xa2\x03\x04", "\x09", "\x70"})),
+            "b:offset 17: k/1: unknown kind of object 0x70");
+}
+
+TEST(QLTBinaryPropertyList, RefusesWrongObjects) {
+  EXPECT_EQ(binaryComplaint(binary({"\x00"s})), "b:offset 8: unknown kind of object 0x00");
+  EXPECT_EQ(binaryComplaint(binary({"\x80\x01"})), "b:offset 8: unknown kind of object 0x80");
+  EXPECT_EQ(binaryComplaint(binary({"\x15"})), "b:offset 8: impossible size of a whole number");
+  EXPECT_EQ(binaryComplaint(binary({"\x14\x01" + std::string(15, '\0')})),
+            "b:offset 8: not a whole number of 64 bits");
+  EXPECT_EQ(binaryComplaint(binary({"\x24"})), "b:offset 8: impossible size of a number");
+  EXPECT_EQ(binaryComplaint(binary({"\x33\x7f\xf0" + std::string(6, '\0')})),
+            "b:offset 8: not a date");
+  EXPECT_EQ(binaryComplaint(binary({"\x52"
+                                    "a\xe4"})),
+            "b:offset 10: a byte over 127 in an ASCII text");
+  EXPECT_EQ(binaryComplaint(binary({"\x61\xd8\x00"s})), "b:offset 9: half a surrogate pair");
+  EXPECT_EQ(binaryComplaint(binary({"\x61\xdc\x00"s})), "b:offset 9: half a surrogate pair");
+  EXPECT_EQ(binaryComplaint(binary({"\x5f\x50"})), "b:offset 9: expected a count");
+  EXPECT_EQ(binaryComplaint(binary({"\x5f\x13" + std::string(8, '\xff')})),
+            "b:offset 8: reaches past the end of the file");
+  EXPECT_EQ(binaryComplaint(binary({"\xa1\x05"})),
+            "b:offset 9: 0: refers to an object that does not exist");
+  EXPECT_EQ(binaryComplaint(binary({"\xd1\x01\x01", "\x09"})), "b:offset 11: a key is not a text");
+  EXPECT_EQ(binaryComplaint(binary({"\xd2\x01\x01\x02\x02",
+                                    "\x51"
+                                    "k",
+                                    "\x09"})),
+            "b:offset 10: the key 'k' stands twice");
+}
+
+TEST(QLTBinaryPropertyList, RefusesCyclesAndValuesThatUnfoldWithoutLimit) {
+  EXPECT_THAT(binaryComplaint(binary({"\xa1\x00"s})),
+              testing::HasSubstr("nested deeper than 128 levels"));
+  std::vector<std::string> doubling;
+  for (char i = 1; i <= 40; ++i) doubling.push_back(std::string("\xa2") + i + i);
+  doubling.emplace_back("\x09");
+  EXPECT_THAT(binaryComplaint(binary(doubling)), testing::HasSubstr("more than 1000000 values"));
+}
+
+#ifdef PYTHON
+TEST(QLTBinaryPropertyList, AgreesWithTheXmlFormOfAnIndependentWriter) {
+  const test::TemporaryFolder folder;
+  const std::string command =
+      std::string(PYTHON " " WRITE_PLISTS " ") + folder.path().string() + " 50";
+  ASSERT_EQ(std::system(command.c_str()), 0);
+  for (int i = 0; i < 50; ++i) {
+    const auto name = [&](const char* form) { return folder.path() / (std::to_string(i) + form); };
+    QLTError error;
+    const auto fromXml = QLTPropertyList::read(name(".xml"), &error);
+    const auto fromBinary = QLTPropertyList::read(name(".binary"), &error);
+    ASSERT_TRUE(fromXml && fromBinary) << *error.description();
+    EXPECT_EQ(*fromXml, *fromBinary) << fromXml->text() << fromBinary->text();
+  }
+}
+#endif
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "QLTPropertyList.h"
 
+#include "BinaryPropertyList.h"
+#include "Format.h"
 #include "TextFile.h"
 #include "XmlPropertyList.h"
 
@@ -26,8 +28,10 @@ std::optional<QLTDictionary> QLTPropertyList::readDictionary(const std::filesyst
   std::optional<QLTValue> root = read(path, error);
   if (!root) return std::nullopt;
   if (QLTDictionary* dictionary = root->dictionary()) return std::move(*dictionary);
-  setMalformed(error, path.string() + ":" + std::to_string(root->position().line) + ":" +
-                          std::to_string(root->position().column) +
+  const QLTPosition at = root->position();
+  setMalformed(error, path.string() +
+                          (at.line > 0 ? quillon::internal::format(":%d:%d", at.line, at.column)
+                                       : std::string()) +
                           ": the root is not a dictionary");
   return std::nullopt;
 }
@@ -35,7 +39,9 @@ std::optional<QLTDictionary> QLTPropertyList::readDictionary(const std::filesyst
 std::optional<QLTValue> QLTPropertyList::parse(std::string_view bytes, const std::string& name,
                                                QLTError* error) {
   std::string complaint;
-  std::optional<QLTValue> value = quillon::internal::parseXmlPropertyList(bytes, complaint);
+  std::optional<QLTValue> value = quillon::internal::isBinaryPropertyList(bytes)
+                                      ? quillon::internal::parseBinaryPropertyList(bytes, complaint)
+                                      : quillon::internal::parseXmlPropertyList(bytes, complaint);
   if (!value) setMalformed(error, name + ":" + complaint);
   return value;
 }

@@ -8,15 +8,16 @@
 #include <QLTError.h>
 #include <QLTValue.h>
 
-/// Reads property lists. Structure and numbers are checked strictly; document type definitions that
-/// declare entities are refused, and nesting is limited to 128 levels.
+/// Reads property lists, XML and binary ones. Structure and numbers are checked strictly; document
+/// type definitions that declare entities are refused, and nesting is limited to 128 levels.
 ///
 /// On failure the error has the framework's domain, code -40004, and a description of the form
 /// "TestConfig.plist:41:12: Flows/main/2/subTestInfos/0/lowLimit: not a number: 'x'"
-/// (file:line:column: key path: reason). A file that cannot be read gives domain "POSIX" and errno.
+/// (file:line:column: key path: reason); for a binary list, "TestConfig.plist:offset 417:
+/// Flows/main: ...". A file that cannot be read gives domain "POSIX" and errno.
 ///
-/// Every value knows the line and column at which it stood (`QLTValue::position`). Stateless; any
-/// thread.
+/// Every value read from XML knows the line and column at which it stood (`QLTValue::position`).
+/// Stateless; any thread.
 class QLT_EXPORT QLTPropertyList {
  public:
   /// Reads the file at `path`.
