@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "Endpoint.h"
@@ -12,6 +13,12 @@ namespace test {
 class TcpPeer {
  public:
   TcpPeer();
+  /// A listener at a certain port of `ownAddress`.
+  explicit TcpPeer(std::int32_t port);
+
+  /// A loopback address that no other process uses, so that tests which need the same port run in
+  /// parallel.
+  static std::string ownAddress();
 
   std::int32_t port() const { return port_; }
   /// The connection of the client that came first.
