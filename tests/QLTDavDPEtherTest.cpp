@@ -1,5 +1,6 @@
 #include <QLTDavDPEther.h>
 
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -13,6 +14,7 @@
 
 #include "support/ConsoleLog.h"
 #include "support/Errors.h"
+#include "support/TcpPeer.h"
 
 namespace {
 
@@ -188,6 +190,91 @@ TEST(QLTDavDPEtherCreationTest, SimulatedUnitAnswersTheVersionQuery) {
   ASSERT_TRUE(unit);
   EXPECT_EQ(unit->revFPGA(), "1");
   EXPECT_EQ(unit->revPIC(), "4");
+}
+
+/// A unit and the test's end of its connection.
+class QLTDavDPEtherOverTcpTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    auto socket = QLTSocket::init("127.0.0.1", peer.port());
+    ASSERT_TRUE(socket);
+    connection.emplace(peer.accept());
+    connection->send("P,1.1,2.2,3.3,4.4\r\n");
+    unit = QLTDavDPEther::initWithSocket(std::move(socket));
+    ASSERT_TRUE(unit);
+    ASSERT_EQ(connection->receiveUntil('\n'), "&1,0000\n");
+  }
+
+  const test::ConsoleLog log;
+  test::TcpPeer peer;
+  std::optional<test::Endpoint> connection;
+  std::shared_ptr<QLTDavDPEther> unit;
+};
+
+TEST_F(QLTDavDPEtherOverTcpTest, ExchangesOneLine) {
+  const test::Device device(*connection, [](const std::string& line) {
+    return std::vector<std::string>{" OK,", line, ",1.2 \r\n"};
+  });
+  QLTError error = earlierError();
+
+  EXPECT_THAT(unit->sendCommand("P", 5, &error), Optional(ElementsAre("OK", "P", "1.2")));
+
+  EXPECT_THAT(error, isUntouched());
+  EXPECT_EQ(unit->revPIC(), "4.4");
+  EXPECT_EQ(unit->socket()->timeOutInSeconds(), 10);
+}
+
+TEST_F(QLTDavDPEtherOverTcpTest, TimedOutExchangeGivesTheSocketItsTimeOutBack) {
+  QLTError error = earlierError();
+
+  EXPECT_THAT(unit->sendCommand("&7,0001", 0, &error), Optional(ElementsAre("")));
+
+  EXPECT_THAT(error, IsError(QLTFrameworkErrorDomain, -20001, "timeout reading socket"));
+  EXPECT_EQ(unit->socket()->timeOutInSeconds(), 10);
+  EXPECT_EQ(connection->receiveUntil('\n'), "&7,0001\n");
+}
+
+TEST_F(QLTDavDPEtherOverTcpTest, UnitThatHangsUpGivesAnEmptyReplyAtOnce) {
+  connection->close();
+  QLTError error;
+
+  EXPECT_THAT(unit->sendCommand("&7,0001", 5, &error), Optional(ElementsAre("")));
+
+  EXPECT_THAT(error, IsError(QLTFrameworkErrorDomain, -20001, "Error reading socket"));
+}
+
+TEST_F(QLTDavDPEtherOverTcpTest, DestructionEndsTheConnection) {
+  unit.reset();
+
+  EXPECT_EQ(connection->receive(1), "");
+}
+
+TEST(QLTDavDPEtherInitTest, ConnectsToTheUnitsPort) {
+  const test::TcpPeer peer(QLTDavDPEther::kPort);
+  auto served = std::async(std::launch::async, [&peer] {
+    test::Endpoint connection = peer.accept();
+    const std::string query = connection.receiveUntil('\n');
+    connection.send("P,1.1,2.2,3.3,4.4\r\n");
+    return query;
+  });
+
+  const auto unit = QLTDavDPEther::init(test::TcpPeer::ownAddress());
+
+  EXPECT_EQ(served.get(), "&1,0000\n");
+  ASSERT_TRUE(unit);
+  EXPECT_EQ(QLTDavDPEther::kPort, 9760);
+  EXPECT_EQ(unit->socket()->strIPAddr(), test::TcpPeer::ownAddress());
+  EXPECT_EQ(unit->socket().use_count(), 1);
+  EXPECT_EQ(unit->revFPGA(), "1.1");
+}
+
+TEST(QLTDavDPEtherInitTest, RefusedConnectionGivesNoneAndALine) {
+  const test::ConsoleLog log;
+
+  EXPECT_FALSE(QLTDavDPEther::init(test::TcpPeer::ownAddress()));
+
+  EXPECT_THAT(log.lines(),
+              ElementsAre("unable to connect to remote socket", "error creating socket to DAVDP"));
 }
 
 }  // namespace

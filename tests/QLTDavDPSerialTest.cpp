@@ -12,6 +12,7 @@
 
 #include "support/ConsoleLog.h"
 #include "support/Errors.h"
+#include "support/Pty.h"
 #include "support/ScriptedPort.h"
 
 namespace {
@@ -221,6 +222,71 @@ TEST_F(QLTDavDPSerialTest, SimulatedUnitAnswersTheVersionQuery) {
 
   ASSERT_TRUE(unit);
   EXPECT_EQ(unit->revPIC(), "4");
+}
+
+std::vector<std::string> unitAnswer(const std::string& line) {
+  if (line == "@&1,0000") return {"P,1.1,2.", "2,3.3,4.4\r\n"};
+  if (line == "&7,0001") return {"OK,P,1.2\r\n"};
+  return {"?\r\n"};
+}
+
+TEST(QLTDavDPSerialOnAPtyTest, InitOpensTheLineWithTheUnitsSettingsAndWakesIt) {
+  test::Pty pty;
+  const test::Device device(pty.master(), unitAnswer);
+  const std::size_t descriptors = test::openDescriptors();
+
+  auto unit = QLTDavDPSerial::init(pty.path());
+
+  ASSERT_TRUE(unit);
+  EXPECT_EQ(pty.lineSpeed(), 19200u);
+  EXPECT_EQ(unit->com()->interCharDelayInMicroSeconds(), 3000u);
+  EXPECT_EQ(unit->revFPGA(), "1.1");
+  EXPECT_EQ(unit->revDPRx(), "2.2");
+  EXPECT_EQ(unit->revHDMIRx(), "3.3");
+  EXPECT_EQ(unit->revPIC(), "4.4");
+  EXPECT_THAT(unit->sendCommand("&7,0001", 5), Optional(ElementsAre("OK", "P", "1.2")));
+  EXPECT_EQ(unit->com().use_count(), 1);
+  unit.reset();
+  EXPECT_EQ(test::openDescriptors(), descriptors);
+}
+
+TEST(QLTDavDPSerialOnAPtyTest, WhatTheUnitSentBeforeTheWakeUpIsDiscarded) {
+  test::Pty pty;
+  const auto port = std::make_shared<QLTSerial>(pty.path());
+  ASSERT_TRUE(port->open());
+  pty.master().send("power on\r\n");
+  const test::Device device(pty.master(), unitAnswer);
+
+  const auto unit = QLTDavDPSerial::initWithPort(port);
+
+  ASSERT_TRUE(unit);
+  EXPECT_EQ(unit->revFPGA(), "1.1");
+}
+
+TEST(QLTDavDPSerialOnAPtyTest, SilentUnitIsATimeOut) {
+  test::Pty pty;
+  const auto port = std::make_shared<QLTSerial>(pty.path());
+  port->setTimeOutInSeconds(0);
+  ASSERT_TRUE(port->open());
+  QuickUnit unit(port);
+  QLTError error = earlierError();
+
+  EXPECT_EQ(unit.sendCommand("&7,0001", 0, &error), std::nullopt);
+
+  EXPECT_THAT(error,
+              IsError(QLTFrameworkErrorDomain, -10001, "timeout trying to read from serial port"));
+  EXPECT_EQ(pty.master().receivePending(), "&7,0001\n");
+}
+
+TEST(QLTDavDPSerialOnAPtyTest, ResetCommunicationSendsTheWakeUpCharacterAlone) {
+  test::Pty pty;
+  const auto port = std::make_shared<QLTSerial>(pty.path());
+  ASSERT_TRUE(port->open());
+  QuickUnit unit(port);
+
+  EXPECT_TRUE(unit.resetCommunication());
+
+  EXPECT_EQ(pty.master().receivePending(), "@");
 }
 
 }  // namespace

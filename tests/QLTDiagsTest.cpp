@@ -13,6 +13,7 @@
 
 #include "support/ConsoleLog.h"
 #include "support/Errors.h"
+#include "support/Pty.h"
 #include "support/ScriptedPort.h"
 
 namespace {
@@ -280,6 +281,79 @@ TEST(QLTDiagsOnASimulatedPortTest, ClosedPortFailsTheCommand) {
   EXPECT_EQ(diags->sendCommand("temp", &error), std::nullopt);
 
   EXPECT_THAT(error, IsError(QLTFrameworkErrorDomain, -10000, "sim serial port is not open!"));
+}
+
+std::vector<std::string> consoleAnswer(const std::string& command) {
+  if (command.empty()) return {"\r\n:-)"};
+  return {command + "\r", "\nOK\r\n", ":", "-)"};
+}
+
+TEST(QLTDiagsOnAPtyTest, InitOpensThePortAndSendsNothing) {
+  test::Pty pty;
+  const std::size_t descriptors = test::openDescriptors();
+
+  auto diags = QLTDiags::init(pty.path());
+
+  ASSERT_TRUE(diags);
+  EXPECT_EQ(diags->com()->bsdPath(), pty.path());
+  EXPECT_EQ(diags->com()->baudRate(), 115200u);
+  EXPECT_EQ(pty.lineSpeed(), 115200u);
+  EXPECT_EQ(diags->timeOutInSeconds(), 12.0);
+  EXPECT_EQ(diags->com().use_count(), 1);
+  EXPECT_EQ(pty.master().receivePending(), "");
+  diags.reset();
+  EXPECT_EQ(test::openDescriptors(), descriptors);
+}
+
+TEST(QLTDiagsOnAPtyTest, InitOnAMissingDeviceGivesNoneAndALine) {
+  const test::ConsoleLog log;
+
+  EXPECT_FALSE(QLTDiags::init("/dev/quillon-no-such-device"));
+
+  EXPECT_EQ(log.lines().back(), "error opening comport for diag: No such file or directory");
+}
+
+TEST(QLTDiagsOnAPtyTest, TalksToAConsoleThatEchoesInPieces) {
+  test::Pty pty;
+  const test::Device device(pty.master(), consoleAnswer);
+  const auto diags = QLTDiags::init(pty.path());
+  ASSERT_TRUE(diags);
+  QLTError error = earlierError();
+
+  EXPECT_TRUE(diags->open(&error));
+  EXPECT_THAT(diags->sendCommand("version", &error), Optional(ElementsAre("version", "OK", ":-)")));
+  EXPECT_TRUE(diags->resetCommunication(&error));
+  EXPECT_THAT(diags->sendCommand("again", &error), Optional(ElementsAre("again", "OK", ":-)")));
+
+  EXPECT_THAT(error, isUntouched());
+}
+
+TEST(QLTDiagsOnAPtyTest, SilentConsoleIsATimeOut) {
+  test::Pty pty;
+  const auto port = std::make_shared<QLTSerial>(pty.path());
+  port->setTimeOutInSeconds(0);
+  ASSERT_TRUE(port->open());
+  const auto diags = QLTDiags::initWithPort(port);
+  diags->setTimeOutInSeconds(0.05);
+  QLTError error;
+
+  EXPECT_EQ(diags->sendCommand("version", &error), std::nullopt);
+
+  EXPECT_THAT(error, IsError(QLTFrameworkErrorDomain, -10001, "timeout trying to read from diags"));
+  EXPECT_EQ(pty.master().receivePending(), "version\n");
+}
+
+TEST(QLTDiagsOnAPtyTest, LineThatIsGoneIsATimeOutToo) {
+  test::Pty pty;
+  const auto diags = QLTDiags::init(pty.path());
+  ASSERT_TRUE(diags);
+  diags->setTimeOutInSeconds(0.05);
+  pty.master().close();
+  QLTError error;
+
+  EXPECT_EQ(diags->sendCommand("", &error), std::nullopt);
+
+  EXPECT_THAT(error, IsError(QLTFrameworkErrorDomain, -10001, "timeout trying to read from diags"));
 }
 
 }  // namespace

@@ -1,8 +1,11 @@
 #include <QLTInstruments.h>
 
+#include <cerrno>
+#include <future>
 #include <memory>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,6 +19,8 @@
 
 #include "support/ConsoleLog.h"
 #include "support/Errors.h"
+#include "support/Pty.h"
+#include "support/TcpPeer.h"
 
 namespace {
 
@@ -223,6 +228,76 @@ TEST_F(QLTInstrumentsTest, UnitOnASerialLineThatDoesNotAnswerTheVersionQueryIsNo
 
   EXPECT_THAT(error, IsError(QLTFrameworkErrorDomain, -21001,
                              "error creating DAVDP with serial port /dev/sim"));
+}
+
+TEST_F(QLTInstrumentsTest, ConsoleOnARealPortIsNotAskedForItsPrompt) {
+  test::Pty pty;
+  QLTError error = earlierError();
+
+  const auto diags = make<QLTDiags>({{"class", "QLTDiags"}, {"bsdPath", pty.path()}}, &error);
+
+  ASSERT_TRUE(diags);
+  EXPECT_EQ(pty.lineSpeed(), 115200u);
+  EXPECT_EQ(pty.master().receivePending(), "");
+  EXPECT_FALSE(std::dynamic_pointer_cast<QLTSimSerial>(diags->com()));
+  EXPECT_THAT(error, isUntouched());
+}
+
+TEST_F(QLTInstrumentsTest, UnitOnARealSerialLineIsWokenAtItsLineSpeed) {
+  test::Pty pty;
+  const test::Device device(pty.master(), [](const std::string& line) {
+    return std::vector<std::string>{line == "@&1,0000" ? "P,1.1,2.2,3.3,4.4\r\n" : "?\r\n"};
+  });
+  QLTError error = earlierError();
+
+  const auto unit =
+      make<QLTDavDPSerial>({{"class", "QLTDavDPSerial"}, {"bsdPath", pty.path()}}, &error);
+
+  ASSERT_TRUE(unit);
+  EXPECT_EQ(pty.lineSpeed(), 19200u);
+  EXPECT_EQ(unit->revPIC(), "4.4");
+  EXPECT_THAT(error, isUntouched());
+}
+
+TEST_F(QLTInstrumentsTest, PortOfAUnitThatIsNotCreatedIsClosed) {
+  test::Pty pty;
+  const test::Device device(
+      pty.master(), [](const std::string&) { return std::vector<std::string>{"P,1,2,3\r\n"}; });
+  const std::size_t descriptors = test::openDescriptors();
+  QLTError error;
+
+  EXPECT_FALSE(
+      make<QLTDavDPSerial>({{"class", "QLTDavDPSerial"}, {"bsdPath", pty.path()}}, &error));
+
+  EXPECT_THAT(error, IsError(QLTFrameworkErrorDomain, -21001,
+                             "error creating DAVDP with serial port " + pty.path()));
+  EXPECT_EQ(test::openDescriptors(), descriptors);
+}
+
+TEST_F(QLTInstrumentsTest, UnitOverTcpIsReachedAtItsPort) {
+  const test::TcpPeer peer(9760);
+  auto served = std::async(std::launch::async, [&peer] {
+    const test::Endpoint connection = peer.accept();
+    const std::string query = connection.receiveUntil('\n');
+    connection.send("P,1.1,2.2,3.3,4.4\r\n");
+    return query;
+  });
+  QLTError error = earlierError();
+
+  const auto unit = make<QLTDavDPEther>(
+      {{"class", "QLTDavDPEther"}, {"ip", test::TcpPeer::ownAddress()}, {"sim", 2}}, &error);
+
+  EXPECT_EQ(served.get(), "&1,0000\n");
+  ASSERT_TRUE(unit);
+  EXPECT_EQ(unit->revHDMIRx(), "3.3");
+  EXPECT_THAT(error, isUntouched());
+}
+
+TEST_F(QLTInstrumentsTest, RefusedConnectionIsReported) {
+  EXPECT_THAT(failureOf({{"class", "QLTDavDPEther"}, {"ip", test::TcpPeer::ownAddress()}}),
+              IsError(QLTFrameworkErrorDomain, -21001,
+                      "error creating socket at " + test::TcpPeer::ownAddress()));
+  EXPECT_THAT(log.lines(), Contains("unable to connect to remote socket"));
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #include <QLTScpiInstrument.h>
 
 #include <atomic>
-#include <deque>
+#include <cerrno>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,6 +18,7 @@
 
 #include "support/ConsoleLog.h"
 #include "support/Errors.h"
+#include "support/Pty.h"
 #include "support/TemporaryFolder.h"
 
 namespace {
@@ -369,6 +370,65 @@ TEST(QLTScpiInstrumentOnAScriptedDeviceTest, AnswersFromTheSimulationFile) {
 
   device->setInScript(true);
   EXPECT_FALSE(meter->queryError());
+}
+
+std::shared_ptr<QLTSerial> openPort(const test::Pty& pty) {
+  auto port = std::make_shared<QLTSerial>(pty.path());
+  port->setTimeOutInSeconds(0);
+  EXPECT_TRUE(port->open());
+  return port;
+}
+
+std::vector<std::string> meterAnswer(const std::string& command) {
+  if (command == "*IDN?") return {"ACME,M1,1,1.0\r\n"};
+  if (command == "SYST:ERR?") return {"-113,\"Undefined header\"\r\n"};
+  return {};
+}
+
+TEST(QLTScpiInstrumentOnAPtyTest, AsksAMeterForItsErrors) {
+  test::Pty pty;
+  const test::Device device(pty.master(), meterAnswer, '\r');
+  const auto port = std::make_shared<QLTSerial>(pty.path());
+  ASSERT_TRUE(port->open());
+  QLTError error;
+
+  const auto meter = QLTScpiInstrument::initWithDevice(port);
+
+  ASSERT_TRUE(meter);
+  EXPECT_THAT(meter->identity(), Optional(std::string("ACME,M1,1,1.0\r\n")));
+  EXPECT_TRUE(meter->queryError(&error));
+  EXPECT_THAT(error, IsError("kQLTScpiErrorDomain", -113, "\"Undefined header\"\r\n"));
+}
+
+TEST(QLTScpiInstrumentOnAPtyTest, SendsCommandsWithTheLineEnd) {
+  test::Pty pty;
+  const auto meter = QLTScpiInstrument::initWithDevice(openPort(pty));
+  ASSERT_TRUE(meter);  // a port that brings nothing reports no error
+
+  EXPECT_TRUE(meter->reset());
+  meter->setLineEnd("\n");
+  EXPECT_TRUE(meter->clearStatus());
+
+  EXPECT_EQ(pty.master().receivePending(), "*IDN?\r*RST\r*CLS\n");
+}
+
+TEST(QLTScpiInstrumentOnAPtyTest, ClosedPortMakesNoInstrument) {
+  const test::Pty pty;
+
+  EXPECT_FALSE(QLTScpiInstrument::initWithDevice(std::make_shared<QLTSerial>(pty.path())));
+}
+
+TEST(QLTScpiInstrumentOnAPtyTest, CloseClosesThePort) {
+  test::Pty pty;
+  const auto port = openPort(pty);
+  const auto meter = QLTScpiInstrument::initWithDevice(port);
+  ASSERT_TRUE(meter);
+  QLTError error;
+
+  EXPECT_TRUE(meter->close());
+
+  EXPECT_EQ(meter->read(10, &error), std::nullopt);
+  EXPECT_EQ(error.code(), EBADF);
 }
 
 TEST(QLTScpiInstrumentConstantsTest, HaveTheirExactValues) {
