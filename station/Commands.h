@@ -1,0 +1,19 @@
+#pragma once
+
+#include <functional>
+
+namespace CLI {
+class App;
+}
+
+namespace station {
+
+/// What the command line asks for; returns the exit status.
+using Command = std::function<int()>;
+
+// Each subcommand has a source of its own with one function that describes its command line to
+// `app` and, when it is the one that was given, puts what it does into `chosen`.
+
+void addRunCommand(CLI::App& app, Command& chosen);
+
+}  // namespace station

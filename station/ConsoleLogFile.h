@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "Screen.h"
+
+namespace station {
+
+/// Takes the console log, the diagnostics of framework and plug-in, to a file as long as it lives.
+/// A line is "2026-11-14 22:16:30.123 [left] message"; the name is the site whose thread logged,
+/// "station" outside of any. Problems with writing the result log, which the CSV logger tells only
+/// there, are shown on the screen as well. Any thread may log.
+class ConsoleLogFile {
+ public:
+  /// Opens `path` for appending; `CannotRun` when that fails. `alsoShown`: lines go to standard
+  /// error as well.
+  ConsoleLogFile(const std::string& path, bool alsoShown, std::shared_ptr<Screen> screen);
+  ~ConsoleLogFile();
+  ConsoleLogFile(const ConsoleLogFile&) = delete;
+  ConsoleLogFile& operator=(const ConsoleLogFile&) = delete;
+
+  /// Names this thread in the log.
+  static void nameThread(std::string name);
+
+  /// True when the result log could not be written at some time.
+  bool resultLogFailed() const;
+
+ private:
+  class File;
+  std::shared_ptr<File> file_;  // shared with calls that are under way on other threads
+};
+
+}  // namespace station

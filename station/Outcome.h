@@ -1,0 +1,20 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace station {
+
+enum class Verdict { Pass, Fail, BrokenOff };
+
+/// How one device fared.
+struct Outcome {
+  std::string site;
+  std::string serialNumber;
+  Verdict verdict = Verdict::Pass;
+  std::optional<std::string> firstFailure;  ///< of the tests
+  std::optional<std::string> brokenOff;     ///< why the run was broken off
+  double seconds = 0;
+};
+
+}  // namespace station

@@ -1,0 +1,67 @@
+#include "Screen.h"
+
+#include <cerrno>
+#include <cstdlib>
+
+#include <unistd.h>
+
+namespace station {
+namespace {
+
+bool coloursFit(int descriptor) {
+  const char* const unwanted = std::getenv("NO_COLOR");
+  if (unwanted != nullptr && *unwanted != '\0') return false;
+  const char* const terminal = std::getenv("TERM");
+  return isatty(descriptor) == 1 && terminal != nullptr && std::string_view(terminal) != "dumb";
+}
+
+std::string inColour(const std::string& text, Colour colour) {
+  switch (colour) {
+    case Colour::Plain:
+      return text;
+    case Colour::Green:
+      return "\x1b[32m" + text + "\x1b[0m";
+    case Colour::Red:
+      return "\x1b[31m" + text + "\x1b[0m";
+    case Colour::Yellow:
+      return "\x1b[33m" + text + "\x1b[0m";
+  }
+  return text;
+}
+
+}  // namespace
+
+Screen::Screen()
+    : colourOutput_(coloursFit(STDOUT_FILENO)), colourErrors_(coloursFit(STDERR_FILENO)) {}
+
+void Screen::line(std::string_view text) { write(STDOUT_FILENO, std::string(text) + "\n"); }
+
+void Screen::warning(const std::string& text) {
+  write(STDERR_FILENO,
+        inColour("Warning:", colourErrors_ ? Colour::Yellow : Colour::Plain) + " " + text + "\n");
+}
+
+void Screen::problem(const std::string& problem, const std::string& advice) {
+  std::string text =
+      inColour("quillon:", colourErrors_ ? Colour::Red : Colour::Plain) + " " + problem + "\n";
+  if (!advice.empty()) text += advice + "\n";
+  write(STDERR_FILENO, text);
+}
+
+void Screen::prompt(std::string_view text) { write(STDERR_FILENO, text); }
+
+std::string Screen::coloured(const std::string& text, Colour colour) const {
+  return colourOutput_ ? inColour(text, colour) : text;
+}
+
+void Screen::write(int descriptor, std::string_view text) {
+  const std::lock_guard lock(mutex_);
+  while (!text.empty()) {
+    const ssize_t count = ::write(descriptor, text.data(), text.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return;  // Nobody reads any more; the tests and their log matter more.
+    text.remove_prefix(static_cast<std::size_t>(count));
+  }
+}
+
+}  // namespace station

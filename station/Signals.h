@@ -1,0 +1,28 @@
+#pragma once
+
+#include <csignal>
+
+namespace station {
+
+/// Takes care of SIGINT and SIGTERM as long as it lives: the first one asks the run to stop, a
+/// second one ends the program at once. SIGPIPE is ignored: a screen that is gone must not break
+/// off a test. One object at a time; the class operations may be called from any thread.
+class Signals {
+ public:
+  Signals();
+  ~Signals();
+  Signals(const Signals&) = delete;
+  Signals& operator=(const Signals&) = delete;
+
+  /// True from the first signal on.
+  static bool stopRequested();
+  /// A descriptor that is readable from the first signal on, for waiting along with others.
+  static int descriptor();
+
+ private:
+  struct sigaction earlierInt_ {};
+  struct sigaction earlierTerm_ {};
+  struct sigaction earlierPipe_ {};
+};
+
+}  // namespace station

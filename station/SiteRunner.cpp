@@ -1,0 +1,196 @@
+#include "SiteRunner.h"
+
+#include <chrono>
+#include <exception>
+#include <optional>
+#include <stdexcept>
+#include <utility>
+
+#include "Signals.h"
+#include "Text.h"
+
+namespace station {
+namespace {
+
+/// Ends a device's run early.
+struct BrokenOff : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+/// Calls into the plug-in; gives what went wrong, with `place` in front, when it throws.
+template <typename Function>
+std::optional<std::string> problemOf(const std::string& place, Function&& function) {
+  try {
+    std::forward<Function>(function)();
+    return std::nullopt;
+  } catch (const BrokenOff& reason) {
+    return reason.what();
+  } catch (const std::exception& exception) {
+    return place + " threw an exception: " + exception.what();
+  } catch (...) {
+    return place + " threw an exception of an unknown kind";
+  }
+}
+
+/// Calls a hook that ends a device's run. One that returns false or leaves an error has failed.
+std::optional<std::string> problemOfHook(QLTestSuite& suite, const std::string& name,
+                                         bool (QLTestSuite::*hook)(QLTError*)) {
+  return problemOf(name, [&] {
+    QLTError error;
+    const bool succeeded = (suite.*hook)(&error);
+    if (!succeeded || error) {
+      throw BrokenOff(name + " failed" + (error ? ": " + describe(error) : ""));
+    }
+  });
+}
+
+double secondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+/// A record for a test that failed without one, so that the log never shows a failed test as
+/// passed.
+std::shared_ptr<QLTestResult> failureRecord(const QLTestMethod& method, std::int32_t index,
+                                            const std::string& message) {
+  auto record = QLTestResult::resultWithValues(method, "runtime error", std::nullopt, index, 0,
+                                               std::nullopt, "run time error", kQLTestResultFail);
+  record->setPriority(0);
+  record->setFailMessage(message);
+  return record;
+}
+
+std::string nameOf(const QLTestMethod& method, std::int32_t index) {
+  return method.displayName().value_or("test " + std::to_string(index));
+}
+
+}  // namespace
+
+/// What one test of the flow came to.
+struct SiteRunner::TestRun {
+  bool passed = false;
+  bool retested = false;
+  QLTestResults records;
+  std::string reason;                    // of a failure that left no record
+  std::optional<std::string> exception;  // ends the device's run
+};
+
+SiteRunner::SiteRunner(std::shared_ptr<QLTestSuite> suite, std::string flowName, LogChain& logs,
+                       const Report& report)
+    : suite_(std::move(suite)), flowName_(std::move(flowName)), logs_(logs), report_(report) {}
+
+Outcome SiteRunner::test(const std::string& serialNumber, int round) {
+  Outcome outcome;
+  outcome.site = site();
+  outcome.serialNumber = serialNumber;
+  const auto started = std::chrono::steady_clock::now();
+  outcome.brokenOff = problemOf("onDUTStart", [&] { start(serialNumber, round); });
+  if (!outcome.brokenOff) {
+    outcome.brokenOff = problemOf("the flow", [&] { runFlow(outcome); });
+  }
+  end(outcome);
+  outcome.seconds = secondsSince(started);
+  report_.deviceDone(outcome);
+  return outcome;
+}
+
+void SiteRunner::start(const std::string& serialNumber, int round) {
+  suite_->setCurrentSN(serialNumber);
+  logs_.startDevice(*suite_);
+  QLTError error;
+  suite_->onDUTStart(
+      {{"serialNumber", serialNumber}, {"siteName", site()}, {"flow", flowName_}, {"round", round}},
+      &error);
+  if (error) throw BrokenOff("onDUTStart failed: " + describe(error));
+}
+
+void SiteRunner::runFlow(Outcome& outcome) {
+  const std::shared_ptr<QLTFlow> flow = suite_->flowForName(flowName_);
+  std::int32_t index = 0;
+  for (const auto& method : *flow) {
+    ++index;
+    if (Signals::stopRequested()) {
+      throw BrokenOff("stopped on request before " + nameOf(*method, index));
+    }
+    if (runTest(*method, index, outcome)) continue;
+    outcome.verdict = Verdict::Fail;
+    if (method->shouldStopOnFail()) return;
+  }
+}
+
+bool SiteRunner::runTest(QLTestMethod& method, std::int32_t index, Outcome& outcome) {
+  const auto started = std::chrono::steady_clock::now();
+  const std::string name = nameOf(method, index);
+  const TestRun test = run(method, index);
+  std::string failure;
+  for (const auto& record : test.records) {
+    if (failure.empty() && record->result() == kQLTestResultFail)
+      failure = Report::failure(*record);
+  }
+  report_.testDone({.site = site(),
+                    .test = name,
+                    .passed = test.passed,
+                    .retested = test.retested,
+                    .seconds = secondsSince(started),
+                    .failure = failure});
+  if (!test.passed && !outcome.firstFailure) outcome.firstFailure = name + " / " + failure;
+  for (const auto& record : test.records) logs_.log(*suite_, record);
+  if (test.exception) throw BrokenOff(*test.exception);
+  return test.passed;
+}
+
+SiteRunner::TestRun SiteRunner::run(QLTestMethod& method, std::int32_t index) const {
+  TestRun test;
+  bool started = false;
+  QLTError error;
+  test.exception = problemOf(nameOf(method, index), [&] {
+    started = method.willRun(index, &error);
+    if (!started) return;
+    test.passed = method.run(index, &error);
+    test.retested = !test.passed && method.allowRetest() && !Signals::stopRequested();
+    if (test.retested) {
+      error = {};
+      test.passed = method.retest(index, &error);
+    }
+  });
+  // Also after an exception: what was measured until then belongs into the log.
+  if (started) {
+    QLTError takingError;
+    const auto problem = problemOf(nameOf(method, index), [&] {
+      if (const auto records = method.didRun(index, &takingError)) test.records = *records;
+    });
+    if (!test.exception) test.exception = problem;
+    if (takingError) {
+      test.passed = false;
+      error = takingError;
+    }
+  }
+  std::erase(test.records, nullptr);
+
+  bool failureRecorded = false;
+  for (const auto& record : test.records) {
+    if (record->result() == kQLTestResultFail) failureRecorded = true;
+  }
+  if (failureRecorded || test.exception) test.passed = false;
+  if (!test.passed && !failureRecorded) {
+    const std::string reason = test.exception ? *test.exception
+                               : error        ? describe(error)
+                               : started      ? "failed without giving a reason"
+                                              : "was not run";
+    test.records.push_back(failureRecord(method, index, reason));
+  }
+  return test;
+}
+
+void SiteRunner::end(Outcome& outcome) {
+  if (!outcome.brokenOff) {
+    outcome.brokenOff = outcome.verdict == Verdict::Pass
+                            ? problemOfHook(*suite_, "onDUTFinished", &QLTestSuite::onDUTFinished)
+                            : problemOfHook(*suite_, "onDUTFail", &QLTestSuite::onDUTFail);
+  }
+  if (!outcome.brokenOff) return;
+  outcome.verdict = Verdict::BrokenOff;
+  const auto problem = problemOfHook(*suite_, "onException", &QLTestSuite::onException);
+  if (problem) *outcome.brokenOff += "; " + *problem;
+}
+
+}  // namespace station

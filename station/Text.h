@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <QLTError.h>
+
+namespace station {
+
+/// `text` fit for one line of a terminal: control characters, as device texts carry them, as
+/// escapes (`\n`, `\x1b`).
+std::string printable(std::string_view text);
+
+/// The number of characters of an UTF-8 text.
+std::size_t widthOf(std::string_view text);
+/// `text` with blanks at its end, at least `width` characters.
+std::string padded(std::string text, std::size_t width);
+
+/// "1.5 s"
+std::string secondsText(double seconds);
+
+/// A decimal number without the zeros that end its fraction: "5.010000" is "5.01". Any other text
+/// as it is.
+std::string shortNumber(const std::string& text);
+
+/// "left, right"
+std::string listOf(const std::vector<std::string>& names);
+
+/// The description of an error; its domain and code when it has none.
+std::string describe(const QLTError& error);
+
+}  // namespace station
