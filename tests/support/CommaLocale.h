@@ -1,15 +1,13 @@
 #pragma once
 
 #include <locale>
-#include <optional>
 #include <string>
-
-#include "TemporaryFolder.h"
 
 namespace test {
 
-/// Sets a process locale that writes "1,5" for as long as it lives: one that is installed, else one
-/// that `localedef` makes in a folder of its own.
+/// Sets a process locale that writes "1,5", in C functions and in C++ streams, for as long as it
+/// lives. The C locale is one that is installed, else one that `localedef` makes in a folder of its
+/// own.
 class CommaLocale {
  public:
   CommaLocale();
@@ -18,13 +16,15 @@ class CommaLocale {
   CommaLocale& operator=(const CommaLocale&) = delete;
 
   /// False when the machine has neither such a locale nor the means to make one.
-  bool isSet() const { return previous_.has_value(); }
+  bool isSet() const { return isSet_; }
 
  private:
-  bool trySetting(const std::string& name);
+  static bool trySetting(const char* name);
+  static bool makeAndSet();
 
-  std::optional<TemporaryFolder> made_;
-  std::optional<std::locale> previous_;
+  std::string previousC_;
+  std::locale previous_;
+  bool isSet_ = false;
 };
 
 }  // namespace test
