@@ -5,15 +5,17 @@
 #include <QLTConsoleLog.h>
 #include <QLTInstruments.h>
 #include <QLTPropertyList.h>
-#include <QLTSubTestInfo.h>
 #include <QLTUtil.h>
 #include <QLTestMethod.h>
 
+#include "FlowConfig.h"
 #include "StationConfig.h"
 #include "platform/Format.h"
 #include "platform/TextFile.h"
 
 using quillon::internal::callPlugin;
+using quillon::internal::classOfTest;
+using quillon::internal::Complaints;
 using quillon::internal::ConfigEntry;
 using quillon::internal::configFile;
 using quillon::internal::format;
@@ -23,7 +25,10 @@ using quillon::internal::kFlowWrong;
 using quillon::internal::kInstrumentTypeUnknown;
 using quillon::internal::kPluginClassUnusable;
 using quillon::internal::kResourceMissing;
+using quillon::internal::readDefaultFlow;
+using quillon::internal::readTest;
 using quillon::internal::setError;
+using quillon::internal::TestEntry;
 
 const std::string kVeltroQLTAttributeBundleVersion = "VeltroQLTBundleVersion";
 const std::string kVeltroQLTAttributeFrameworkVersion = "VeltroQLTFrameworkVersion";
@@ -91,81 +96,44 @@ std::shared_ptr<QLTestSuite> makeSuite(const QLTClass* principalClass, const std
   return suite ? *suite : nullptr;
 }
 
-/// One sub-test as configured; null with a complaint when the entry is malformed.
-std::shared_ptr<QLTSubTestInfo> makeSubTest(const ConfigEntry& entry, std::string& complaint) {
-  if (entry.dictionary(complaint) == nullptr) return nullptr;
-  const std::optional<std::string> name = entry.at("name").text(complaint);
-  const QLTValue* const priority = entry.at("priority").number(complaint);
-  const ConfigEntry expected = entry.at("expected");
-  const QLTValue* const lowLimit = entry.at("lowLimit").number(complaint);
-  const QLTValue* const highLimit = entry.at("highLimit").number(complaint);
-  const std::optional<std::string> failMessage = entry.at("failMessage").text(complaint);
-  if (!complaint.empty()) return nullptr;
-
-  const auto info =
-      QLTSubTestInfo::subTestInfo(name, priority != nullptr ? priority->intValue() : 0);
-  if (expected.present()) info->setExpected(expected.value().text());
-  if (lowLimit != nullptr) {
-    info->setLimits(lowLimit->doubleValue(), highLimit != nullptr ? highLimit->doubleValue() : 0.0);
-  }
-  info->setFailMessage(failMessage ? *failMessage : format("failed %@", name));
-  return info;
-}
-
-struct TestEntry {
-  std::optional<std::string> className;
-  std::optional<std::string> displayName;
-  std::optional<QLTValue> params;
-  std::optional<bool> retest;
-  std::optional<bool> stopOnFail;
-  QLTClass::SubTestInfos subTests;
-};
-
-/// One test as configured; absent with a complaint when the entry is malformed.
-std::optional<TestEntry> readTest(const ConfigEntry& entry, std::string& complaint) {
-  TestEntry test;
-  if (entry.dictionary(complaint) == nullptr) return std::nullopt;
-  test.className = entry.at("class").text(complaint);
-  test.displayName = entry.at("displayName").text(complaint);
-  if (entry.at("params").present()) test.params = entry.at("params").value();
-  test.retest = entry.at("retest").boolean(complaint);
-  test.stopOnFail = entry.at("stopOnFail").boolean(complaint);
-  const ConfigEntry infos = entry.at("subTestInfos");
-  const QLTArray* const list = infos.array(complaint);
-  for (std::size_t i = 0; list != nullptr && i < list->size(); ++i) {
-    const auto info = makeSubTest(infos.at(i), complaint);
-    if (!info) return std::nullopt;
-    test.subTests.push_back(info);
-  }
-  if (!complaint.empty()) return std::nullopt;
-  return test;
-}
-
-/// The class of a test: of the plug-in, else of the framework. Null with an error when there is no
-/// such test method.
-const QLTClass* methodClass(const QLTBundle& bundle, const ConfigEntry& entry,
-                            const std::optional<std::string>& name, QLTError& error) {
-  const QLTClass* cls = name ? bundle.classNamed(*name) : nullptr;
-  if (cls == nullptr && name) cls = QLTBundle::frameworkBundle().classNamed(*name);
+/// Makes the test method of an entry. Null with an error when its class is unknown, no test method,
+/// or fails.
+std::shared_ptr<QLTestMethod> makeMethod(const QLTBundle& bundle,
+                                         const std::shared_ptr<QLTestSuite>& suite,
+                                         const ConfigEntry& entry, TestEntry test,
+                                         QLTError& error) {
+  const QLTClass* const cls = classOfTest(bundle, test.className);
   if (cls == nullptr) {
-    QLTLog(entry.placed("no class of this name in the plug-in or the framework"));
-    error = QLTUtil::handleError(kFlowWrong, format("unrecognized test method class %@", name));
-  } else if (cls->operations().makeMethod == nullptr) {
-    error = QLTUtil::handleError(kFlowWrong,
-                                 entry.placed(format("the class %@ is not a test method", *name)));
+    const std::string message = format("unrecognized test method class %@", test.className);
+    // The record's text is fixed; the place is for the log.
+    QLTLog(entry.at("class").complaint(message).text());
+    error = QLTUtil::handleError(kFlowWrong, message);
     return nullptr;
   }
-  return cls;
+  if (cls->operations().makeMethod == nullptr) {
+    const std::string message = format("the class %@ is not a test method", cls->name());
+    error = QLTUtil::handleError(kFlowWrong, entry.at("class").complaint(message).text());
+    return nullptr;
+  }
+  const auto made = callPlugin(
+      *cls, "its constructor",
+      [&] {
+        return cls->operations().makeMethod(suite, suite->resources(), test.displayName,
+                                            std::move(test.subTests));
+      },
+      error);
+  if (!made) return nullptr;
+  const std::shared_ptr<QLTestMethod>& method = *made;
+  method->setParams(std::move(test.params));
+  if (test.retest) method->setAllowRetest(*test.retest);
+  if (test.stopOnFail) method->setShouldStopOnFail(*test.stopOnFail);
+  return method;
 }
 
-/// Complains about a default flow that does not exist.
-QLTError defaultFlowError(const ConfigEntry& entry, const std::vector<std::string>& flowNames) {
-  const std::string flows = QLTUtil::arrayToString(flowNames, ", ");
-  return QLTUtil::handleError(
-      kFlowWrong, entry.present()
-                      ? entry.placed(format("there is no flow \"%@\"; the flows are: %@",
-                                            entry.value().text(), flows))
-                      : entry.placed(format("missing; it must name one of the flows: %@", flows)));
+/// Ends a stage with the first complaint.
+bool fail(std::int32_t code, const Complaints& complaints, QLTError* error) {
+  setError(error, QLTUtil::handleError(code, complaints.front().text()));
+  return false;
 }
 
 }  // namespace
@@ -216,15 +184,12 @@ bool QLTestSiteManager::loadConfig(const QLTBundle& bundle, const QLTDictionary&
   setVersion(stationAttributes_, kVeltroQLTAttributeBundleVersion, bundle.version());
   setVersion(stationAttributes_, kVeltroQLTAttributeFrameworkVersion,
              QLTBundle::frameworkBundle().version());
-  std::string complaint;
+  Complaints complaints;
   const ConfigEntry attributes(file, "stationAttributes", config_.find("stationAttributes"));
-  if (const QLTDictionary* entries = attributes.dictionary(complaint)) {
+  if (const QLTDictionary* entries = attributes.dictionary(complaints)) {
     stationAttributes_.merge(*entries);
   }
-  if (!complaint.empty()) {
-    setError(error, QLTUtil::handleError(kConfigWrong, complaint));
-    return false;
-  }
+  if (!complaints.empty()) return fail(kConfigWrong, complaints, error);
 
   const QLTClass* const principalClass = bundle.principalClass();
   if (principalClass != nullptr && principalClass->operations().customizeConfig != nullptr) {
@@ -268,13 +233,13 @@ bool QLTestSiteManager::loadTesterConfig(QLTError* error) {
 
 bool QLTestSiteManager::loadInstruments(const QLTClass* principalClass, const QLTDictionary&,
                                         QLTError* error) {
-  std::string complaint;
+  Complaints complaints;
   const ConfigEntry section(testerConfigPath().string(), "Instruments",
                             config_.find("Instruments"));
-  const QLTDictionary* const entries = section.dictionary(complaint);
+  const QLTDictionary* const entries = section.dictionary(complaints);
   if (entries != nullptr) {
     for (const auto& [name, value] : *entries) {
-      const QLTDictionary* const entry = section.at(name).dictionary(complaint);
+      const QLTDictionary* const entry = section.at(name).dictionary(complaints);
       if (entry == nullptr) break;
       QLTError problem;
       auto made = QLTInstruments::creaeteInstrument(*entry, &problem);
@@ -296,25 +261,23 @@ bool QLTestSiteManager::loadInstruments(const QLTClass* principalClass, const QL
       instruments_.insert_or_assign(name, std::move(instrument));
     }
   }
-  if (complaint.empty()) return true;
-  setError(error, QLTUtil::handleError(kConfigWrong, complaint));
-  return false;
+  return complaints.empty() || fail(kConfigWrong, complaints, error);
 }
 
 bool QLTestSiteManager::loadSites(const QLTClass* principalClass, QLTError* error) {
-  std::string complaint;
+  Complaints complaints;
   const ConfigEntry section(configFile_, "Sites", config_.find("Sites"));
-  const QLTDictionary* const sites = section.dictionary(complaint);
+  const QLTDictionary* const sites = section.dictionary(complaints);
   if (sites != nullptr) {
     for (const auto& [name, value] : *sites) {
       const ConfigEntry entry = section.at(name);
-      if (entry.dictionary(complaint) == nullptr) break;
-      if (entry.at("disable").boolean(complaint).value_or(false)) {
+      if (entry.dictionary(complaints) == nullptr) break;
+      if (entry.at("disable").boolean(complaints).value_or(false)) {
         QLTLog(format("site %@ is disabled. Skipping load...", name));
         continue;
       }
-      const QLTDictionary* const table = entry.at("Resources").dictionary(complaint);
-      if (!complaint.empty()) break;
+      const QLTDictionary* const table = entry.at("Resources").dictionary(complaints);
+      if (!complaints.empty()) break;
       QLTError problem;
       const std::shared_ptr<QLTestSuite> suite = makeSuite(principalClass, name, problem);
       if (!suite) {
@@ -341,36 +304,25 @@ bool QLTestSiteManager::loadSites(const QLTClass* principalClass, QLTError* erro
       if (usable) setSuite(suite, name);
     }
   }
-  if (complaint.empty()) return true;
-  setError(error, QLTUtil::handleError(kConfigWrong, complaint));
-  return false;
+  return complaints.empty() || fail(kConfigWrong, complaints, error);
 }
 
 bool QLTestSiteManager::loadFlows(const QLTBundle& bundle, QLTError* error) {
   const std::string file = configFile(bundle);
-  std::string complaint;
+  Complaints complaints;
   const ConfigEntry section(file, "Flows", config_.find("Flows"));
   const ConfigEntry defaultFlow(file, "defaultFlow", config_.find("defaultFlow"));
-  const QLTDictionary* const flows = section.dictionary(complaint);
-  const std::optional<std::string> defaultName = defaultFlow.text(complaint);
-  if (!complaint.empty()) {
-    setError(error, QLTUtil::handleError(kFlowWrong, complaint));
-    return false;
-  }
+  const QLTDictionary* const flows = section.dictionary(complaints);
+  if (!complaints.empty()) return fail(kFlowWrong, complaints, error);
   for (const auto& [siteName, suite] : sites_) {
-    std::vector<std::string> flowNames;
     if (flows != nullptr) {
       for (const auto& [flowName, tests] : *flows) {
-        flowNames.push_back(flowName);
         if (!loadFlow(bundle, suite, flowName, tests, error)) return false;
       }
     }
-    const std::shared_ptr<QLTFlow> flow = defaultName ? suite->flowForName(*defaultName) : nullptr;
-    if (!flow) {
-      setError(error, defaultFlowError(defaultFlow, flowNames));
-      return false;
-    }
-    suite->setFlow(flow, "default");
+    const auto name = readDefaultFlow(defaultFlow, suite->flowNames(), complaints);
+    if (!name) return fail(kFlowWrong, complaints, error);
+    suite->setFlow(suite->flowForName(*name), "default");
   }
   return true;
 }
@@ -382,39 +334,21 @@ bool QLTestSiteManager::loadFlow(const QLTBundle& bundle, const std::shared_ptr<
   const auto flow = std::make_shared<QLTFlow>();
   suite->setFlow(flow, flowName);
 
-  std::string complaint;
+  Complaints complaints;
   const ConfigEntry section(configFile(bundle), "Flows/" + flowName, &tests);
-  const QLTArray* const entries = section.array(complaint);
+  const QLTArray* const entries = section.array(complaints);
   for (std::size_t i = 0; entries != nullptr && i < entries->size(); ++i) {
-    const ConfigEntry entry = section.at(i);
-    std::optional<TestEntry> test = readTest(entry, complaint);
+    std::optional<TestEntry> test = readTest(section.at(i), complaints);
     if (!test) break;
     QLTError problem;
-    const QLTClass* const cls = methodClass(bundle, entry.at("class"), test->className, problem);
-    if (cls == nullptr) {
+    const auto method = makeMethod(bundle, suite, section.at(i), *std::move(test), problem);
+    if (!method) {
       setError(error, problem);
       return false;
     }
-    const auto made = callPlugin(
-        *cls, "its constructor",
-        [&] {
-          return cls->operations().makeMethod(suite, suite->resources(), test->displayName,
-                                              std::move(test->subTests));
-        },
-        problem);
-    if (!made) {
-      setError(error, problem);
-      return false;
-    }
-    const std::shared_ptr<QLTestMethod>& method = *made;
-    method->setParams(std::move(test->params));
-    if (test->retest) method->setAllowRetest(*test->retest);
-    if (test->stopOnFail) method->setShouldStopOnFail(*test->stopOnFail);
     flow->push_back(method);
   }
-  if (complaint.empty()) return true;
-  setError(error, QLTUtil::handleError(kFlowWrong, complaint));
-  return false;
+  return complaints.empty() || fail(kFlowWrong, complaints, error);
 }
 
 void QLTestSiteManager::setSuite(std::shared_ptr<QLTestSuite> suite, const std::string& siteName) {

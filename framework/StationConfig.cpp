@@ -3,23 +3,37 @@
 #include <QLTUtil.h>
 
 #include "platform/Format.h"
+#include "platform/TextFile.h"
 
 namespace quillon::internal {
 namespace {
 
+/// Whether a text is a number as a whole, so that a text limit means what a number element would
+/// mean.
 bool isNumber(const std::string& text) {
-  // The reader's own number syntax, so that a text limit means what a number element would mean.
-  constexpr std::string_view blanks = " \t\n\r";
-  const std::size_t first = text.find_first_not_of(blanks);
-  if (first == std::string::npos) return false;
-  const std::size_t last = text.find_last_not_of(blanks);
-  return decimalLength(std::string_view(text).substr(first)) == last - first + 1;
+  const std::string number = trimmed(text);
+  return !number.empty() && decimalLength(number) == number.size();
+}
+
+bool isScalar(const QLTValue& value) {
+  switch (value.type()) {
+    case QLTValue::Type::Boolean:
+    case QLTValue::Type::Integer:
+    case QLTValue::Type::Real:
+    case QLTValue::Type::Text:
+      return true;
+    default:
+      return false;
+  }
 }
 
 }  // namespace
 
-void setError(QLTError* error, QLTError record) {
-  if (error != nullptr) *error = std::move(record);
+std::string Complaint::text() const {
+  std::string result = file;
+  if (position.line > 0) result += format(":%d", position.line);
+  if (position.line > 0 && position.column > 0) result += format(":%d", position.column);
+  return result + ": " + keyPath + (keyPath.empty() ? "" : ": ") + reason;
 }
 
 ConfigEntry ConfigEntry::at(std::string_view key) const {
@@ -35,75 +49,51 @@ ConfigEntry ConfigEntry::step(std::string key, const QLTValue* value) const {
   return {file_, keyPath_.empty() ? std::move(key) : keyPath_ + "/" + key, value};
 }
 
-void ConfigEntry::expected(std::string& complaint, std::string_view what) const {
-  complaint = placed("expected " + std::string(what));
+Complaint ConfigEntry::complaint(std::string reason) const {
+  return {file_, present() ? value_->position() : QLTPosition{}, keyPath_, std::move(reason)};
 }
 
-const QLTDictionary* ConfigEntry::dictionary(std::string& complaint) const {
-  if (present() && value_->dictionary() == nullptr) expected(complaint, "a dictionary");
-  return present() ? value_->dictionary() : nullptr;
-}
-
-const QLTArray* ConfigEntry::array(std::string& complaint) const {
-  if (present() && value_->array() == nullptr) expected(complaint, "an array");
-  return present() ? value_->array() : nullptr;
-}
-
-std::optional<std::string> ConfigEntry::text(std::string& complaint) const {
-  if (!present()) return std::nullopt;
-  switch (value_->type()) {
-    case QLTValue::Type::Text:
-    case QLTValue::Type::Boolean:
-    case QLTValue::Type::Integer:
-    case QLTValue::Type::Real:
-      return value_->text();
-    default:
-      expected(complaint, "a text");
-      return std::nullopt;
-  }
-}
-
-const QLTValue* ConfigEntry::number(std::string& complaint) const {
+const QLTDictionary* ConfigEntry::dictionary(Complaints& complaints) const {
   if (!present()) return nullptr;
-  switch (value_->type()) {
-    case QLTValue::Type::Boolean:
-    case QLTValue::Type::Integer:
-    case QLTValue::Type::Real:
-      return value_;
-    case QLTValue::Type::Text:
-      if (isNumber(*value_->string())) return value_;
-      expected(complaint, "a number, found '" + *value_->string() + "'");
-      return nullptr;
-    default:
-      expected(complaint, "a number");
-      return nullptr;
-  }
+  if (value_->dictionary() == nullptr) complaints.push_back(complaint("expected a dictionary"));
+  return value_->dictionary();
 }
 
-std::optional<bool> ConfigEntry::boolean(std::string& complaint) const {
+const QLTArray* ConfigEntry::array(Complaints& complaints) const {
+  if (!present()) return nullptr;
+  if (value_->array() == nullptr) complaints.push_back(complaint("expected an array"));
+  return value_->array();
+}
+
+std::optional<std::string> ConfigEntry::text(Complaints& complaints) const {
   if (!present()) return std::nullopt;
-  switch (value_->type()) {
-    case QLTValue::Type::Boolean:
-    case QLTValue::Type::Integer:
-    case QLTValue::Type::Real:
-    case QLTValue::Type::Text:
-      return value_->boolValue();
-    default:
-      expected(complaint, "a boolean");
-      return std::nullopt;
-  }
+  if (isScalar(*value_)) return value_->text();
+  complaints.push_back(complaint("expected a text"));
+  return std::nullopt;
 }
 
-std::string ConfigEntry::placed(std::string_view reason) const {
-  std::string result = file_;
-  if (present() && value_->position().line > 0) {
-    result += format(":%d:%d", value_->position().line, value_->position().column);
-  }
-  return result + ": " + keyPath_ + (keyPath_.empty() ? "" : ": ") + std::string(reason);
+const QLTValue* ConfigEntry::number(Complaints& complaints) const {
+  if (!present()) return nullptr;
+  const std::string* const text = value_->string();
+  if (isScalar(*value_) && (text == nullptr || isNumber(*text))) return value_;
+  complaints.push_back(
+      complaint("expected a number" + (text != nullptr ? ", found '" + *text + "'" : "")));
+  return nullptr;
+}
+
+std::optional<bool> ConfigEntry::boolean(Complaints& complaints) const {
+  if (!present()) return std::nullopt;
+  if (isScalar(*value_)) return value_->boolValue();
+  complaints.push_back(complaint("expected a boolean"));
+  return std::nullopt;
 }
 
 std::string configFile(const QLTBundle& bundle) {
   return (bundle.path() / "Contents" / "Resources" / "TestConfig.plist").string();
+}
+
+void setError(QLTError* error, QLTError record) {
+  if (error != nullptr) *error = std::move(record);
 }
 
 QLTError pluginThrew(const QLTClass& cls, const char* operation, const char* what) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include <QLTBundle.h>
 #include <QLTClass.h>
@@ -25,7 +26,20 @@ inline constexpr std::int32_t kPluginClassUnusable = -40006;
 inline constexpr std::int32_t kInstrumentTypeUnknown = -70000;
 inline constexpr std::int32_t kResourceMissing = -80001;
 
-void setError(QLTError* error, QLTError record);
+/// One thing that is wrong at one place of a configuration.
+struct Complaint {
+  std::string file;
+  QLTPosition position;  // 0 where it is not known
+  std::string keyPath;   // "" for the file as a whole
+  std::string reason;
+
+  /// "TestConfig.plist:41:7: Flows/main/2/class: REASON"
+  std::string text() const;
+};
+
+/// What is wrong with a configuration, in the order in which it was found. Loading stops at the
+/// first.
+using Complaints = std::vector<Complaint>;
 
 /// A value of the station configuration together with where it stands, for messages.
 class ConfigEntry {
@@ -41,23 +55,22 @@ class ConfigEntry {
   /// The element `index` of this array.
   ConfigEntry at(std::size_t index) const;
 
-  // Typed content; null, or absent, with a complaint in `complaint` when the type is wrong. An
-  // absent entry gives null without a complaint.
-  const QLTDictionary* dictionary(std::string& complaint) const;
-  const QLTArray* array(std::string& complaint) const;
-  /// A text, or a number or boolean read as one.
-  std::optional<std::string> text(std::string& complaint) const;
-  /// A number or boolean, or a text that is a number as a whole.
-  const QLTValue* number(std::string& complaint) const;
-  /// Anything with a boolean reading.
-  std::optional<bool> boolean(std::string& complaint) const;
+  // Typed content; null or absent when there is none, with a complaint when there is one of a wrong
+  // type.
 
-  /// "TestConfig.plist:41:7: Flows/main/2/class: REASON"
-  std::string placed(std::string_view reason) const;
+  const QLTDictionary* dictionary(Complaints& complaints) const;
+  const QLTArray* array(Complaints& complaints) const;
+  /// A text, or a number or boolean read as one.
+  std::optional<std::string> text(Complaints& complaints) const;
+  /// A number or boolean, or a text that is a number as a whole.
+  const QLTValue* number(Complaints& complaints) const;
+  /// Anything with a boolean reading.
+  std::optional<bool> boolean(Complaints& complaints) const;
+
+  Complaint complaint(std::string reason) const;
 
  private:
   ConfigEntry step(std::string key, const QLTValue* value) const;
-  void expected(std::string& complaint, std::string_view what) const;
 
   std::string file_;
   std::string keyPath_;
@@ -66,6 +79,8 @@ class ConfigEntry {
 
 /// The path of a bundle's "TestConfig" resource, whether or not it exists.
 std::string configFile(const QLTBundle& bundle);
+
+void setError(QLTError* error, QLTError record);
 
 QLTError pluginThrew(const QLTClass& cls, const char* operation, const char* what);
 
