@@ -33,10 +33,9 @@ std::optional<std::string> QLTAsciiReadWriteSimDevice::response(
 }
 
 std::optional<std::string> QLTAsciiReadWriteSimDevice::nextScriptedResponse() {
-  const auto next = static_cast<std::size_t>(currentScriptIndex_ + 1);
-  if (next >= scriptResponses_.size()) return std::nullopt;
+  if (currentScriptIndex_ + 1 >= std::ssize(scriptResponses_)) return std::nullopt;
   ++currentScriptIndex_;
-  return textOf(&scriptResponses_[next]);
+  return textOf(&scriptResponses_[static_cast<std::size_t>(currentScriptIndex_)]);
 }
 
 void QLTAsciiReadWriteSimDevice::addResponse(const std::string& response,

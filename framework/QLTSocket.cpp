@@ -28,7 +28,7 @@ constexpr std::int32_t writeFailed = -20000;
 constexpr std::int32_t readFailed = -20001;
 constexpr std::chrono::milliseconds pollInterval(10);
 constexpr std::size_t longestRead = 5000;
-constexpr std::size_t longestText = 1024 * 1024;
+constexpr std::size_t longestText = 1 << 20;
 
 bool fail(std::int32_t code, const char* message, QLTError* error) {
   const QLTError record = QLTUtil::handleError(code, message);
