@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <ctime>
+#include <mutex>
 #include <system_error>
 #include <utility>
 
@@ -38,38 +39,56 @@ std::string timeStamp() {
   return std::string(text.data()) + "." + fraction;
 }
 
-void writeLine(int descriptor, const std::string& line) {
-  // One write keeps the line whole. Its failure has nowhere to be reported.
-  while (write(descriptor, line.data(), line.size()) < 0 && errno == EINTR) {
+void writeAll(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t count = write(descriptor, text.data(), text.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return;  // There is nowhere to report it.
+    text.remove_prefix(static_cast<std::size_t>(count));
   }
 }
 
 }  // namespace
 
-/// The open file; closes with its last user.
+/// The file; closes with its last user.
 class ConsoleLogFile::File {
  public:
-  File(const std::string& path, bool alsoShown, std::shared_ptr<Screen> screen)
-      : alsoShown_(alsoShown), screen_(std::move(screen)) {
+  File(bool alsoShown, std::shared_ptr<Screen> screen)
+      : alsoShown_(alsoShown), screen_(std::move(screen)) {}
+  ~File() {
+    if (descriptor_ >= 0) close(descriptor_);
+  }
+  File(const File&) = delete;
+  File& operator=(const File&) = delete;
+
+  bool create(const std::string& path) {
+    const std::lock_guard lock(mutex_);
     do {
-      descriptor_ = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+      descriptor_ = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     } while (descriptor_ < 0 && errno == EINTR);
+    if (descriptor_ < 0 && errno == EEXIST) return false;
     if (descriptor_ < 0) {
       throw CannotRun(
           "cannot write the log " + path + ": " + std::generic_category().message(errno),
           "Give a folder that you may write to with --log-dir.");
     }
+    writeAll(descriptor_, std::exchange(early_, {}));
+    return true;
   }
-  ~File() { close(descriptor_); }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
 
   void write(std::string_view message) {
     const int earlierErrno = errno;
     if (message.ends_with('\n')) message.remove_suffix(1);
     const std::string line = timeStamp() + " [" + threadName + "] " + printable(message) + "\n";
-    writeLine(descriptor_, line);
-    if (alsoShown_) writeLine(STDERR_FILENO, line);
+    {
+      const std::lock_guard lock(mutex_);
+      if (descriptor_ >= 0) {
+        writeAll(descriptor_, line);
+      } else {
+        early_ += line;
+      }
+      if (alsoShown_) writeAll(STDERR_FILENO, line);
+    }
     if (message.starts_with(kCsvLoggerMessage)) {
       resultLogFailed_ = true;
       screen_->warning("result log: " + printable(message.substr(kCsvLoggerMessage.size())));
@@ -83,16 +102,19 @@ class ConsoleLogFile::File {
   const bool alsoShown_;
   const std::shared_ptr<Screen> screen_;
   std::atomic<bool> resultLogFailed_ = false;
+  std::mutex mutex_;  // guards what follows, and keeps lines whole
+  std::string early_;
   int descriptor_ = -1;
 };
 
-ConsoleLogFile::ConsoleLogFile(const std::string& path, bool alsoShown,
-                               std::shared_ptr<Screen> screen)
-    : file_(std::make_shared<File>(path, alsoShown, std::move(screen))) {
+ConsoleLogFile::ConsoleLogFile(bool alsoShown, std::shared_ptr<Screen> screen)
+    : file_(std::make_shared<File>(alsoShown, std::move(screen))) {
   QLTSetLogSink([file = file_](std::string_view message) { file->write(message); });
 }
 
 ConsoleLogFile::~ConsoleLogFile() { QLTSetLogSink({}); }
+
+bool ConsoleLogFile::create(const std::string& path) { return file_->create(path); }
 
 void ConsoleLogFile::nameThread(std::string name) { threadName = std::move(name); }
 

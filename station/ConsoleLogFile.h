@@ -13,12 +13,14 @@ namespace station {
 /// there, are shown on the screen as well. Any thread may log.
 class ConsoleLogFile {
  public:
-  /// Opens `path` for appending; `CannotRun` when that fails. `alsoShown`: lines go to standard
-  /// error as well.
-  ConsoleLogFile(const std::string& path, bool alsoShown, std::shared_ptr<Screen> screen);
+  /// Keeps the lines until the file is open. `alsoShown`: they go to standard error as well.
+  ConsoleLogFile(bool alsoShown, std::shared_ptr<Screen> screen);
   ~ConsoleLogFile();
   ConsoleLogFile(const ConsoleLogFile&) = delete;
   ConsoleLogFile& operator=(const ConsoleLogFile&) = delete;
+
+  /// Makes the file at `path`. False when there is one already; `CannotRun` when it cannot be made.
+  bool create(const std::string& path);
 
   /// Names this thread in the log.
   static void nameThread(std::string name);

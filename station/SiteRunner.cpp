@@ -59,10 +59,6 @@ std::shared_ptr<QLTestResult> failureRecord(const QLTestMethod& method, std::int
   return record;
 }
 
-std::string nameOf(const QLTestMethod& method, std::int32_t index) {
-  return method.displayName().value_or("test " + std::to_string(index));
-}
-
 }  // namespace
 
 /// What one test of the flow came to.
@@ -77,6 +73,10 @@ struct SiteRunner::TestRun {
 SiteRunner::SiteRunner(std::shared_ptr<QLTestSuite> suite, std::string flowName, LogChain& logs,
                        const Report& report)
     : suite_(std::move(suite)), flowName_(std::move(flowName)), logs_(logs), report_(report) {}
+
+std::string SiteRunner::nameOf(const QLTestMethod& method, std::int32_t index) {
+  return method.displayName().value_or("test " + std::to_string(index));
+}
 
 Outcome SiteRunner::test(const std::string& serialNumber, int round) {
   Outcome outcome;

@@ -28,6 +28,9 @@ class SiteRunner {
   /// device off before its next test.
   Outcome test(const std::string& serialNumber, int round);
 
+  /// What a test is called on the screen; `index` is its place in the flow, from 1.
+  static std::string nameOf(const QLTestMethod& method, std::int32_t index);
+
   const std::string& site() const { return suite_->siteName(); }
 
  private:

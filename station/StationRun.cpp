@@ -1,6 +1,8 @@
 #include "StationRun.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cstdint>
 #include <set>
 #include <system_error>
 #include <thread>
@@ -23,6 +25,25 @@ namespace {
 constexpr int kAllPassed = 0;
 constexpr int kNotAllPassed = 1;
 
+/// The two files that a run writes.
+struct LogFiles {
+  std::string csv;
+  std::string diagnostics;
+};
+
+/// Names the files after the plug-in and the time, and makes the one for the diagnostics. Each run
+/// has files of its own: when another one has taken the names of this second, it takes those of the
+/// next.
+LogFiles makeLogFiles(const std::filesystem::path& folder, const std::string& name,
+                      ConsoleLogFile& diagnostics) {
+  while (true) {
+    const std::filesystem::path csv = folder / QLTCSVLogger::timeStampedFileName(name);
+    const std::string log = std::filesystem::path(csv).replace_extension("log");
+    if (diagnostics.create(log)) return {csv, log};
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+}
+
 void createLogFolder(const std::string& folder) {
   QLTError error;
   if (QLTLogger::createLogPath(folder, &error)) return;
@@ -43,7 +64,9 @@ QLTDictionary stationInfo(const QLTBundle& bundle, const RunOptions& options) {
 
 std::vector<std::string> testNames(const QLTFlow& flow) {
   std::vector<std::string> names;
-  for (const auto& method : flow) names.push_back(method->displayName().value_or("test 1"));
+  for (const auto& method : flow) {
+    names.push_back(SiteRunner::nameOf(*method, static_cast<std::int32_t>(names.size()) + 1));
+  }
   return names;
 }
 
@@ -68,16 +91,14 @@ std::vector<Outcome> testDevices(std::vector<SiteRunner>& runners,
 StationRun::StationRun(RunOptions options) : options_(std::move(options)) {}
 
 int StationRun::run() {
+  ConsoleLogFile diagnostics(options_.verbose, screen_);
   const QLTBundle& bundle = Plugin::openBundle(options_.bundle);
   createLogFolder(options_.logFolder);
-  const std::filesystem::path csvPath = std::filesystem::path(options_.logFolder) /
-                                        QLTCSVLogger::timeStampedFileName(bundle.path().stem());
-  const std::string diagnosticsPath = std::filesystem::path(csvPath).replace_extension("log");
-  const ConsoleLogFile diagnostics(diagnosticsPath, options_.verbose, screen_);
+  const LogFiles files = makeLogFiles(options_.logFolder, bundle.path().stem(), diagnostics);
   Plugin plugin(bundle, *screen_);
-  plugin.load(stationInfo(bundle, options_), diagnosticsPath);
-  const int status = runOn(plugin, diagnostics, csvPath);
-  screen_->line("Results:     " + csvPath.string() + "\nDiagnostics: " + diagnosticsPath);
+  plugin.load(stationInfo(bundle, options_), files.diagnostics);
+  const int status = runOn(plugin, diagnostics, files.csv);
+  screen_->line("Results:     " + files.csv + "\nDiagnostics: " + files.diagnostics);
   return status;
 }
 
