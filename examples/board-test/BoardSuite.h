@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QLTestSuite.h>
+
+/// The principal class of the plug-in: what the plug-in adds to loading a station, and what happens
+/// around each board.
+class BoardSuite : public QLTestSuite {
+ public:
+  using QLTestSuite::QLTestSuite;
+
+  // Loading. The framework finds these hooks by their names.
+
+  /// Remembers the plug-in's bundle, then loads as every suite does.
+  static bool onLoad(const QLTClass& cls, const QLTDictionary& stationInfo, QLTError* error);
+  /// Gives the simulated instruments their replies, before any instrument is made.
+  static void customizeConfig(QLTDictionary& config, const QLTDictionary& stationInfo);
+  /// Makes the instruments that the framework does not know.
+  static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary& entry, QLTError* error);
+
+  // Around each board. Whatever became of the board, it is without power when somebody takes it
+  // out.
+
+  bool onDUTFinished(QLTError* error) override;
+  bool onDUTFail(QLTError* error) override;
+  bool onException(QLTError* error) override;
+
+ private:
+  bool powerDown(QLTError* error);
+};
