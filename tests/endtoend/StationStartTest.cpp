@@ -1,0 +1,171 @@
+#include <algorithm>
+#include <filesystem>
+
+#include "StationProcess.h"
+#include "TroubleBundle.h"
+
+// What keeps the station from testing, and how it says so.
+
+namespace {
+
+using test::StationProcess;
+using test::TroubleBundle;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class StationStart : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_NO_THROW(test::writeTesterConfig(""));
+    bundle_.configure(TroubleBundle::test("Volts", ""));
+  }
+
+  /// Expects that the station refuses to test, and returns what it says.
+  std::string refusal(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {"run", bundle_.path()});
+    StationProcess station(arguments);
+    EXPECT_EQ(station.wait(), 2);
+    EXPECT_EQ(station.output(), "");
+    EXPECT_EQ(station.results(), "");
+    return station.errors();
+  }
+
+  const std::vector<std::string> serialNumbers_{"--sn", "left=A", "--sn", "right=B"};
+  TroubleBundle bundle_{TROUBLE_PLUGIN};
+};
+
+}  // namespace
+
+TEST_F(StationStart, versionAndHelpSucceed) {
+  StationProcess version({"--version"});
+  EXPECT_EQ(version.wait(), 0);
+  EXPECT_EQ(version.output(), "quillon " QUILLON_VERSION " (framework " QUILLON_VERSION ")\n");
+  StationProcess help({"run", "--help"});
+  EXPECT_EQ(help.wait(), 0);
+  EXPECT_THAT(help.output(),
+              AllOf(HasSubstr("--flow"), HasSubstr("--site"), HasSubstr("--sn"),
+                    HasSubstr("--log-dir"), HasSubstr("--repeat"), HasSubstr("Exit status: 0")));
+}
+
+TEST_F(StationStart, aWrongCommandLineIsRefused) {
+  for (const std::vector<std::string>& arguments :
+       std::vector<std::vector<std::string>>{{},
+                                             {"run"},
+                                             {"dance"},
+                                             {"run", bundle_.path(), "--repeat", "0"},
+                                             {"run", bundle_.path(), "--repeat", "x"},
+                                             {"run", bundle_.path(), "--unknown"}}) {
+    StationProcess station(arguments);
+    EXPECT_EQ(station.wait(), 2);
+    EXPECT_NE(station.errors(), "");
+  }
+}
+
+TEST_F(StationStart, aBundleThatIsNotThereIsNamed) {
+  StationProcess station({"run", "nowhere.bundle"});
+  EXPECT_EQ(station.wait(), 2);
+  EXPECT_THAT(station.errors(),
+              StartsWith("quillon: cannot open the plug-in: nowhere.bundle: No such file"));
+  EXPECT_FALSE(std::filesystem::exists(station.folder() / "logs"));
+}
+
+TEST_F(StationStart, aPrincipalClassThatIsNoSuiteIsNamed) {
+  bundle_.bundle().setInfo(test::PluginBundle::info("TroubleTest"));
+  EXPECT_THAT(refusal({}), HasSubstr("principal class TroubleTest is not a suite"));
+  bundle_.bundle().setInfo(test::PluginBundle::info("Nothing"));
+  EXPECT_THAT(refusal({}), HasSubstr("has no class Nothing, its principal class"));
+}
+
+TEST_F(StationStart, unknownFlowsAndSitesAreAnsweredWithTheExistingOnes) {
+  EXPECT_THAT(refusal({"--flow", "nightly"}),
+              StartsWith("quillon: there is no flow \"nightly\" at site left\n"
+                         "The flows are: default, empty, main, other\n"));
+  EXPECT_THAT(refusal({"--site", "middle"}),
+              StartsWith("quillon: there is no site \"middle\" to test at\n"
+                         "The sites of this station are: left, right\n"));
+  EXPECT_THAT(refusal({"--site", "spare"}), HasSubstr("no site \"spare\" to test at"));
+}
+
+TEST_F(StationStart, anEmptyFlowIsRefused) {
+  std::vector<std::string> arguments = serialNumbers_;
+  arguments.insert(arguments.end(), {"--flow", "empty"});
+  EXPECT_THAT(refusal(arguments), StartsWith("quillon: the flow \"empty\" has no tests\n"));
+}
+
+TEST_F(StationStart, aSerialNumberThatIsMissingIsRefusedWithoutATerminal) {
+  EXPECT_THAT(refusal({"--sn", "left=A"}),
+              StartsWith("quillon: no serial number for: right\n"
+                         "Give it with --sn right=SERIAL, or start quillon on a terminal"));
+}
+
+TEST_F(StationStart, wrongSerialNumbersAreRefused) {
+  EXPECT_THAT(refusal({"--sn", "left"}), HasSubstr("--sn left is not of the form SITE=SERIAL"));
+  EXPECT_THAT(refusal({"--sn", "=A"}), HasSubstr("not of the form SITE=SERIAL"));
+  EXPECT_THAT(refusal({"--sn", "left= "}), HasSubstr("A serial number is needed."));
+  EXPECT_THAT(refusal({"--sn", "left=A,B"}), HasSubstr("must not contain commas"));
+  EXPECT_THAT(refusal({"--sn", "left=A", "--sn", "left=B"}), HasSubstr("twice for the site left"));
+  EXPECT_THAT(refusal({"--sn", "middle=A"}),
+              HasSubstr("the site \"middle\", which is not one of those to test at\n"
+                        "The sites are: left, right\n"));
+  EXPECT_THAT(refusal({"--site", "left", "--sn", "right=B"}), HasSubstr("The sites are: left\n"));
+}
+
+TEST_F(StationStart, aMissingTesterConfigIsExplained) {
+  std::filesystem::remove("/vault/Quillon/TesterConfig_oc.csv");
+  EXPECT_THAT(refusal(serialNumbers_),
+              AllOf(StartsWith("quillon: cannot load "),
+                    HasSubstr("load instruments failed. Tests can not be run. Details: "
+                              "/vault/Quillon/TesterConfig_oc.csv: No such file or directory\n"
+                              "Each tester needs the list of its instruments in "),
+                    HasSubstr("The diagnostics are in logs/T_")));
+}
+
+TEST_F(StationStart, aBrokenConfigurationIsShownWithItsPlace) {
+  bundle_.bundle().setConfig("<key>Sites</key>\n<strin>x</strin>");
+  EXPECT_THAT(refusal(serialNumbers_),
+              AllOf(HasSubstr("TestConfig.plist:3:1: "), HasSubstr("Correct the plug-in's")));
+  std::filesystem::remove(bundle_.path() + "/Contents/Resources/TestConfig.plist");
+  EXPECT_THAT(refusal(serialNumbers_),
+              HasSubstr("it has no configuration, Contents/Resources/TestConfig.plist\n"));
+}
+
+TEST_F(StationStart, anUnknownInstrumentClassIsExplained) {
+  test::writeTesterConfig("meter,Voltmeter,0,port=1\n");
+  EXPECT_THAT(refusal(serialNumbers_),
+              AllOf(HasSubstr("unknown instrument type Voltmeter\n"), HasSubstr("second field")));
+}
+
+TEST_F(StationStart, aStationWithoutSitesIsRefused) {
+  bundle_.bundle().setConfig("<key>Flows</key><dict/>");
+  EXPECT_THAT(refusal({}), StartsWith("quillon: the station has no site to test at\n"));
+}
+
+TEST_F(StationStart, aLogFolderThatCannotBeUsedIsRefusedBeforeAnything) {
+  StationProcess underFile({"run", bundle_.path(), "--log-dir", "output/logs"});
+  EXPECT_EQ(underFile.wait(), 2);
+  EXPECT_THAT(underFile.errors(),
+              StartsWith("quillon: cannot make the log folder output/logs: output/logs: Not a "
+                         "directory\n"));
+  StationProcess file({"run", bundle_.path(), "--log-dir", "output"});
+  EXPECT_EQ(file.wait(), 2);
+  EXPECT_THAT(file.errors(), HasSubstr("cannot write the log output/T_"));
+}
+
+TEST_F(StationStart, wrongColumnKeysAreRefused) {
+  bundle_.configure(TroubleBundle::test("Volts", ""), TroubleBundle::text("csvExtraKeys", "note"));
+  EXPECT_THAT(refusal(serialNumbers_),
+              StartsWith("quillon: stationAttributes/csvExtraKeys must be an array of texts\n"));
+}
+
+TEST_F(StationStart, aSiteThatLacksAnInstrumentIsLeftOutWithAWarning) {
+  bundle_.configure(TroubleBundle::test("Volts", ""), "",
+                    "<key>Resources</key><dict><key>meter</key><string>gone</string></dict>");
+  StationProcess station({"run", bundle_.path(), "--sn", "right=B"});
+  EXPECT_EQ(station.wait(), 0);
+  EXPECT_THAT(station.errors(),
+              AllOf(StartsWith("Warning: the station loaded only in part: resource meter for site "
+                               "left does not exist! This site will be disabled\n"),
+                    HasSubstr("does not list the instrument, or it did not come up")));
+  EXPECT_THAT(station.output(), HasSubstr("1 passed, 0 failed, 0 broken off"));
+}

@@ -1,0 +1,104 @@
+#include "StationProcess.h"
+#include "TroubleBundle.h"
+
+// The station on a terminal: its prompts, its colours.
+
+namespace {
+
+using test::StationProcess;
+using test::TroubleBundle;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+class StationTerminal : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_NO_THROW(test::writeTesterConfig(""));
+    bundle_.configure(TroubleBundle::test("Volts", ""));
+  }
+
+  TroubleBundle bundle_{TROUBLE_PLUGIN};
+};
+
+}  // namespace
+
+TEST_F(StationTerminal, asksForEachSerialNumberThatIsNotGiven) {
+  StationProcess station({"run", bundle_.path(), "--sn", "right=B"},
+                         StationProcess::Input::Terminal);
+  ASSERT_TRUE(station.waitForOutput("Serial number of the device at site left: "));
+  station.type(" SN7 \n");
+  EXPECT_EQ(station.wait(), 0);
+  EXPECT_THAT(station.output(), Not(HasSubstr("at site right: ")));
+  EXPECT_THAT(station.results(),
+              AllOf(HasSubstr(",SN7,left,Volts,"), HasSubstr(",B,right,Volts,")));
+}
+
+TEST_F(StationTerminal, asksAgainForWhatCannotBeASerialNumber) {
+  StationProcess station({"run", bundle_.path(), "--site", "left"},
+                         StationProcess::Input::Terminal);
+  ASSERT_TRUE(station.waitForOutput("site left: "));
+  station.type("\n");
+  ASSERT_TRUE(station.waitForOutput("A serial number is needed. (Ctrl-D ends.)"));
+  ASSERT_TRUE(station.waitForOutput("site left: ", 2));
+  station.type("A,B\n");
+  ASSERT_TRUE(station.waitForOutput("must not contain commas"));
+  ASSERT_TRUE(station.waitForOutput("site left: ", 3));
+  station.type("A\n");
+  EXPECT_EQ(station.wait(), 0);
+}
+
+TEST_F(StationTerminal, asksInEachRound) {
+  StationProcess station({"run", bundle_.path(), "--site", "left", "--repeat", "2"},
+                         StationProcess::Input::Terminal);
+  ASSERT_TRUE(station.waitForOutput("site left: "));
+  station.type("A1\n");
+  ASSERT_TRUE(station.waitForOutput("site left: ", 2));
+  station.type("A2\n");
+  EXPECT_EQ(station.wait(), 0);
+  EXPECT_THAT(station.results(),
+              AllOf(HasSubstr("1,A1,left,Volts,"), HasSubstr("2,A2,left,Volts,")));
+}
+
+TEST_F(StationTerminal, theSameSerialNumberAtTwoSitesIsAWarning) {
+  StationProcess station({"run", bundle_.path()}, StationProcess::Input::Terminal);
+  ASSERT_TRUE(station.waitForOutput("site left: "));
+  station.type("A\n");
+  ASSERT_TRUE(station.waitForOutput("site right: "));
+  station.type("A\n");
+  EXPECT_EQ(station.wait(), 0);
+  EXPECT_THAT(station.output(), HasSubstr("another site has the same serial number A"));
+}
+
+TEST_F(StationTerminal, ctrlCAndCtrlDAtThePromptEndTheProgram) {
+  for (const char* const key : {"\x03", "\x04"}) {
+    StationProcess station({"run", bundle_.path(), "--repeat", "2"},
+                           StationProcess::Input::Terminal);
+    ASSERT_TRUE(station.waitForOutput("site left: "));
+    station.type(key);
+    EXPECT_EQ(station.wait(), 1);
+    EXPECT_THAT(station.output(), AllOf(HasSubstr("No device was tested."),
+                                        Not(HasSubstr("site right: ")), HasSubstr("Results: ")));
+  }
+}
+
+TEST_F(StationTerminal, endingTheSeriesAtThePromptKeepsItsTable) {
+  StationProcess station({"run", bundle_.path(), "--site", "left", "--repeat", "9"},
+                         StationProcess::Input::Terminal);
+  ASSERT_TRUE(station.waitForOutput("site left: "));
+  station.type("A\n");
+  ASSERT_TRUE(station.waitForOutput("site left: ", 2));
+  station.type("\x04");
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.output(), HasSubstr("1 passed, 0 failed, 0 broken off"));
+}
+
+TEST_F(StationTerminal, coloursAreForTerminalsOnly) {
+  StationProcess terminal({"run", bundle_.path(), "--site", "left", "--sn", "left=A"},
+                          StationProcess::Input::Terminal);
+  EXPECT_EQ(terminal.wait(), 0);
+  EXPECT_THAT(terminal.output(), HasSubstr("\x1b[32mPASS\x1b[0m  Volts"));
+  StationProcess file({"run", bundle_.path(), "--site", "left", "--sn", "left=A"});
+  EXPECT_EQ(file.wait(), 0);
+  EXPECT_THAT(file.output(), Not(HasSubstr("\x1b")));
+}

@@ -1,0 +1,180 @@
+// A plug-in that misbehaves as its configuration says, and tells what was called.
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <QLTConsoleLog.h>
+#include <QLTLogger.h>
+#include <QLTestMethod.h>
+#include <QLTestSiteManager.h>
+#include <QLTestSuite.h>
+
+namespace {
+
+/// Appends one line in one write, as several sites may do at once.
+void append(const std::string& path, const std::string& text) {
+  const int file = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+  const std::string line = text + "\n";
+  if (file < 0 || write(file, line.data(), line.size()) < 0) std::abort();
+  close(file);
+}
+
+std::string attribute(const QLTDictionary& attributes, const char* key) {
+  const QLTValue* const value = attributes.find(key);
+  return value != nullptr ? value->text() : "";
+}
+
+/// Writes what reaches it to the file of the attribute "ownLogger".
+class OwnLogger : public QLTLogger {
+ public:
+  explicit OwnLogger(std::string path) : path_(std::move(path)) {}
+  bool open(const std::vector<std::string>& keys, const std::vector<std::string>& extras,
+            QLTError* error) override {
+    append(path_, "open");
+    return QLTLogger::open(keys, extras, error);
+  }
+  void log(const std::shared_ptr<const QLTestResult>& result) override {
+    append(path_, "log " + result->siteName().value_or("?") + " " +
+                      deviceAttributes().find("station")->text());
+  }
+  bool close(QLTError* error) override {
+    append(path_, "close");
+    return QLTLogger::close(error);
+  }
+
+ private:
+  std::string path_;
+};
+
+/// An instrument whose end shows.
+class Instrument : public QLTObject {
+ public:
+  explicit Instrument(std::string path) : path_(std::move(path)) {}
+  ~Instrument() override { append(path_, "instrument closed"); }
+
+ private:
+  std::string path_;
+};
+
+/// Station attributes: "calls" is the file for what is called; "fails" and "throws" name the hook
+/// that does so, at the site "left"; "returnsFalse" likewise.
+class TroubleSuite : public QLTestSuite {
+ public:
+  using QLTestSuite::QLTestSuite;
+
+  static bool onUnload(QLTError*) {
+    const QLTDictionary& attributes = QLTestSiteManager::sharedInstance()->stationAttributes();
+    if (attributes.contains("calls")) append(attribute(attributes, "calls"), "onUnload");
+    return attribute(attributes, "fails") != "onUnload";
+  }
+  static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary& entry, QLTError*) {
+    if (attribute(entry, "class") != "Instrument") return nullptr;
+    return std::make_shared<Instrument>(attribute(entry, "calls"));
+  }
+
+  std::shared_ptr<QLTObject> onDUTStart(const QLTDictionary& dutInfo, QLTError* error) override {
+    QLTestSuite::onDUTStart(dutInfo, error);
+    called("onDUTStart " + attribute(dutInfo, "serialNumber") + " " + attribute(dutInfo, "flow") +
+               " " + attribute(dutInfo, "round"),
+           "onDUTStart", error);
+    return nullptr;
+  }
+  bool onDUTFinished(QLTError* error) override {
+    return called("onDUTFinished", "onDUTFinished", error);
+  }
+  bool onDUTFail(QLTError* error) override { return called("onDUTFail", "onDUTFail", error); }
+  bool onException(QLTError* error) override { return called("onException", "onException", error); }
+
+  std::shared_ptr<QLTLogger> logger() override {
+    const std::string path = attribute(siteAttributes(), "ownLogger");
+    if (path.empty()) return nullptr;
+    static const auto shared = std::make_shared<OwnLogger>(path);
+    return shared;
+  }
+
+ private:
+  bool called(const std::string& text, const std::string& hook, QLTError* error) {
+    if (siteAttributes().contains("calls")) {
+      append(attribute(siteAttributes(), "calls"), siteName() + " " + text);
+    }
+    if (siteName() != "left") return true;
+    if (attribute(siteAttributes(), "throws") == hook) throw std::runtime_error("hook trouble");
+    if (attribute(siteAttributes(), "fails") == hook) {
+      *error = QLTError::withDescription("test", 1, "the database is away");
+    }
+    return attribute(siteAttributes(), "returnsFalse") != hook;
+  }
+};
+
+/// Does what its parameters say; "at" restricts the trouble to one site. Reports its first sub-test
+/// with "value".
+class TroubleTest : public QLTestMethod {
+ public:
+  using QLTestMethod::QLTestMethod;
+
+  bool willRun(std::int32_t index, QLTError* error) override {
+    if (does("refuse")) {
+      if (error != nullptr) *error = QLTError::withDescription("test", 2, "the door is open");
+      return false;
+    }
+    return QLTestMethod::willRun(index, error);
+  }
+
+  bool run(std::int32_t, QLTError* error) override {
+    ++attempts_;
+    if (const QLTValue* text = param("log")) QLTLog(text->text());
+    if (param("await") != nullptr) await();
+    if (does("throwInt")) throw 42;
+    if (does("failSilently")) return false;
+    if (does("failWithError")) {
+      *error = QLTError::withDescription("test", 3, "no answer\nfrom the device");
+      return false;
+    }
+    if (does("passWithError")) *error = QLTError::withDescription("test", 3, "stale");
+    const bool secondTime = does("secondTime") && attempts_ == 1;
+    const double value = param("value") != nullptr ? param("value")->doubleValue() : 1.5;
+    const bool isTroubled = param("at") == nullptr || param("at")->text() == suite()->siteName();
+    const std::int32_t result = addResultAndCompare(
+        1, secondTime ? 9.0 : (isTroubled ? value : 1.5), QLTDictionary{{"note", "n"}});
+    if (does("throw")) throw std::runtime_error("the cable is off");
+    return result == kQLTestResultPass || does("lie");
+  }
+
+  std::shared_ptr<QLTestResults> didRun(std::int32_t index, QLTError* error) override {
+    if (does("failDidRun")) *error = QLTError::withDescription("test", 4, "records are gone");
+    return does("loseRecords") ? nullptr : QLTestMethod::didRun(index, error);
+  }
+
+ private:
+  bool does(const char* key) const {
+    const QLTValue* const wanted = param(key);
+    const QLTValue* const at = param("at");
+    return wanted != nullptr && wanted->boolValue() &&
+           (at == nullptr || at->text() == suite()->siteName());
+  }
+
+  /// Tells that it runs by the file "await".SITE, and goes on when the file "await" is there.
+  void await() const {
+    const std::string path = param("await")->text();
+    append(path + "." + suite()->siteName(), "running");
+    for (int i = 0; i < 6000 && !std::filesystem::exists(path); ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+  }
+
+  int attempts_ = 0;
+};
+
+}  // namespace
+
+QLT_CLASS(TroubleSuite);
+QLT_CLASS(TroubleTest);
