@@ -107,9 +107,9 @@ int StationRun::runOn(Plugin& plugin, const ConsoleLogFile& diagnostics,
   const Suites suites = chosenSites(plugin);
   checkFlow(suites);
   checkSerialNumbers(suites);
+  LogChain logs(csvPath, plugin.manager().stationAttributes(), suites, *screen_);
   reportUnusedSites(plugin);
 
-  LogChain logs(csvPath, plugin.manager().stationAttributes(), suites, *screen_);
   std::vector<std::string> sites;
   for (const auto& suite : suites) sites.push_back(suite->siteName());
   const Report report(*screen_, sites, testNames(*suites.front()->flowForName(options_.flow)));
