@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "Format.h"
-#include "XmlPropertyList.h"
 
 namespace quillon::internal {
 namespace {
@@ -52,16 +51,15 @@ class Reader {
  public:
   explicit Reader(std::string_view bytes) : bytes_(bytes) {}
 
-  std::optional<QLTValue> parse(std::string& complaint) {
+  std::optional<QLTValue> parse(PropertyListComplaint& complaint) {
     try {
       readTrailer();
       return value(topObject_, 0);
     } catch (const Malformed& malformed) {
-      complaint = format("offset %d: ", malformed.offset);
-      std::string path;
-      for (const std::string& step : path_) path += (path.empty() ? "" : "/") + step;
-      if (!path.empty()) complaint += path + ": ";
-      complaint += malformed.reason;
+      complaint = {{}, malformed.offset, {}, malformed.reason};
+      for (const std::string& step : path_) {
+        complaint.keyPath += (complaint.keyPath.empty() ? "" : "/") + step;
+      }
       return std::nullopt;
     }
   }
@@ -282,7 +280,8 @@ class Reader {
 
 bool isBinaryPropertyList(std::string_view bytes) { return bytes.starts_with(magic); }
 
-std::optional<QLTValue> parseBinaryPropertyList(std::string_view bytes, std::string& complaint) {
+std::optional<QLTValue> parseBinaryPropertyList(std::string_view bytes,
+                                                PropertyListComplaint& complaint) {
   return Reader(bytes).parse(complaint);
 }
 

@@ -8,13 +8,15 @@
 
 #include <QLTValue.h>
 
+#include "XmlPropertyList.h"
+
 namespace quillon::internal {
 
 /// Whether `bytes` begin like a binary property list.
 bool isBinaryPropertyList(std::string_view bytes);
 
-/// Reads a binary property list. On failure, `complaint` is "offset OFFSET: KEY PATH: REASON"
-/// (without the key path at the root).
-std::optional<QLTValue> parseBinaryPropertyList(std::string_view bytes, std::string& complaint);
+/// Reads a binary property list; absent with `complaint` filled when it is malformed.
+std::optional<QLTValue> parseBinaryPropertyList(std::string_view bytes,
+                                                PropertyListComplaint& complaint);
 
 }  // namespace quillon::internal

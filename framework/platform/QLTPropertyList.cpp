@@ -5,14 +5,32 @@
 #include "TextFile.h"
 #include "XmlPropertyList.h"
 
+using quillon::internal::format;
+using quillon::internal::PropertyListComplaint;
+
 namespace {
 
 constexpr std::int64_t kMalformed = -40004;
 
-void setMalformed(QLTError* error, std::string description) {
-  if (error != nullptr) {
-    *error = QLTError::withDescription(QLTFrameworkErrorDomain, kMalformed, std::move(description));
+void setMalformed(QLTError* error, const std::string& name,
+                  const PropertyListComplaint& complaint) {
+  if (error == nullptr) return;
+  const QLTPosition at = complaint.position;
+  std::string description = name;
+  if (at.line > 0) {
+    description += format(":%d:%d", at.line, at.column);
+  } else if (complaint.offset > 0) {
+    description += format(":offset %d", complaint.offset);
   }
+  description += ": " + complaint.keyPath + (complaint.keyPath.empty() ? "" : ": ");
+  *error = {QLTFrameworkErrorDomain,
+            kMalformed,
+            {{kQLTErrorDescriptionKey, description + complaint.reason},
+             {"file", name},
+             {"line", at.line},
+             {"column", at.column},
+             {"keyPath", complaint.keyPath},
+             {"reason", complaint.reason}}};
 }
 
 }  // namespace
@@ -28,20 +46,16 @@ std::optional<QLTDictionary> QLTPropertyList::readDictionary(const std::filesyst
   std::optional<QLTValue> root = read(path, error);
   if (!root) return std::nullopt;
   if (QLTDictionary* dictionary = root->dictionary()) return std::move(*dictionary);
-  const QLTPosition at = root->position();
-  setMalformed(error, path.string() +
-                          (at.line > 0 ? quillon::internal::format(":%d:%d", at.line, at.column)
-                                       : std::string()) +
-                          ": the root is not a dictionary");
+  setMalformed(error, path.string(), {root->position(), 0, "", "the root is not a dictionary"});
   return std::nullopt;
 }
 
 std::optional<QLTValue> QLTPropertyList::parse(std::string_view bytes, const std::string& name,
                                                QLTError* error) {
-  std::string complaint;
+  PropertyListComplaint complaint;
   std::optional<QLTValue> value = quillon::internal::isBinaryPropertyList(bytes)
                                       ? quillon::internal::parseBinaryPropertyList(bytes, complaint)
                                       : quillon::internal::parseXmlPropertyList(bytes, complaint);
-  if (!value) setMalformed(error, name + ":" + complaint);
+  if (!value) setMalformed(error, name, complaint);
   return value;
 }

@@ -14,7 +14,9 @@
 /// On failure the error has the framework's domain, code -40004, and a description of the form
 /// "TestConfig.plist:41:12: Flows/main/2/subTestInfos/0/lowLimit: not a number: 'x'"
 /// (file:line:column: key path: reason); for a binary list, "TestConfig.plist:offset 417:
-/// Flows/main: ...". A file that cannot be read gives domain "POSIX" and errno.
+/// Flows/main: ...". The parts stand in the
+/// user information, too: "file", "line", "column" (0 where unknown), "keyPath", "reason". A file
+/// that cannot be read gives domain "POSIX" and errno.
 ///
 /// Every value read from XML knows the line and column at which it stood (`QLTValue::position`).
 /// Stateless; any thread.

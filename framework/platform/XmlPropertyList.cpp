@@ -177,7 +177,7 @@ class Reader {
         });
   }
 
-  std::optional<QLTValue> parse(std::string_view bytes, std::string& complaint) {
+  std::optional<QLTValue> parse(std::string_view bytes, PropertyListComplaint& complaint) {
     constexpr std::size_t portion = 1U << 20U;  // Expat counts in int
     XML_Status status = XML_STATUS_OK;
     do {
@@ -186,11 +186,11 @@ class Reader {
       status = XML_Parse(parser_.get(), part.data(), static_cast<int>(part.size()),
                          bytes.empty() ? 1 : 0);
     } while (status == XML_STATUS_OK && !bytes.empty());
-    if (status != XML_STATUS_OK && complaint_.empty()) {
+    if (status != XML_STATUS_OK && complaint_.reason.empty()) {
       complain(XML_ErrorString(XML_GetErrorCode(parser_.get())));
     }
-    if (complaint_.empty() && !result_) complain("no value");
-    if (complaint_.empty()) return std::move(result_);
+    if (complaint_.reason.empty() && !result_) complain("no value");
+    if (complaint_.reason.empty()) return std::move(result_);
     complaint = complaint_;
     return std::nullopt;
   }
@@ -208,11 +208,8 @@ class Reader {
 
   /// Notes the first complaint and stops the parser.
   void complain(std::string_view reason, QLTPosition at) {
-    if (!complaint_.empty()) return;
-    complaint_ = format("%d:%d: ", at.line, at.column);
-    const std::string path = keyPath();
-    if (!path.empty()) complaint_ += path + ": ";
-    complaint_ += reason;
+    if (!complaint_.reason.empty()) return;
+    complaint_ = {at, 0, keyPath(), std::string(reason)};
     XML_StopParser(parser_.get(), XML_FALSE);
   }
 
@@ -233,7 +230,7 @@ class Reader {
   }
 
   void startElement(std::string_view name) {
-    if (!complaint_.empty()) return;
+    if (!complaint_.reason.empty()) return;
     const auto* const known = std::find_if(elementNames.begin(), elementNames.end(),
                                            [&](const auto& entry) { return entry.first == name; });
     const std::string tag = "<" + std::string(name) + ">";
@@ -279,7 +276,7 @@ class Reader {
   }
 
   void characters(std::string_view text) {
-    if (!complaint_.empty() || stack_.empty()) return;
+    if (!complaint_.reason.empty() || stack_.empty()) return;
     Open& open = stack_.back();
     switch (open.element) {
       case Element::Plist:
@@ -295,7 +292,7 @@ class Reader {
   }
 
   void endElement() {
-    if (!complaint_.empty()) return;
+    if (!complaint_.reason.empty()) return;
     Open closed = std::move(stack_.back());
     if (closed.element == Element::Dict && closed.key) {
       stack_.back() = std::move(closed);
@@ -382,12 +379,13 @@ class Reader {
   std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser_;
   std::vector<Open> stack_;
   std::optional<QLTValue> result_;
-  std::string complaint_;
+  PropertyListComplaint complaint_;
 };
 
 }  // namespace
 
-std::optional<QLTValue> parseXmlPropertyList(std::string_view bytes, std::string& complaint) {
+std::optional<QLTValue> parseXmlPropertyList(std::string_view bytes,
+                                             PropertyListComplaint& complaint) {
   return Reader().parse(bytes, complaint);
 }
 

@@ -2,6 +2,7 @@
 
 // Internal: not installed.
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,8 +14,16 @@ namespace quillon::internal {
 /// How deep arrays and dictionaries may be nested in a property list.
 inline constexpr int kDeepestPropertyList = 128;
 
-/// Reads an XML property list. On failure, `complaint` is "LINE:COLUMN: KEY PATH: REASON" (without
-/// the key path at the root).
-std::optional<QLTValue> parseXmlPropertyList(std::string_view bytes, std::string& complaint);
+/// Why a property list cannot be read.
+struct PropertyListComplaint {
+  QLTPosition position;    // of XML
+  std::size_t offset = 0;  // of a binary list
+  std::string keyPath;     // "" at the root
+  std::string reason;
+};
+
+/// Reads an XML property list; absent with `complaint` filled when it is malformed.
+std::optional<QLTValue> parseXmlPropertyList(std::string_view bytes,
+                                             PropertyListComplaint& complaint);
 
 }  // namespace quillon::internal
