@@ -144,7 +144,7 @@ bool QLTSerial::open(QLTError* error) {
       !setLineSpeed(fd_, speed)) {
     return fail(errno, "error setting options", error);
   }
-  return flushBuffer(error);
+  return QLTSerial::flushBuffer(error);
 }
 
 bool QLTSerial::close(QLTError* error) {

@@ -11,13 +11,17 @@
 #include <utility>
 #include <vector>
 
+#include <fcntl.h>
 #include <linux/sockios.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include "support/ConsoleLog.h"
 #include "support/SignalStorm.h"
+#include "support/SystemCalls.h"
 #include "support/TcpPeer.h"
 
 namespace {
@@ -208,6 +212,23 @@ TEST_F(QLTSocketInitTest, ConnectionThatComesLateIsWaitedFor) {
   EXPECT_THAT(log_.lines(), ElementsAre("Waiting for connection...\n"));
 }
 
+/// Polls that find nothing as often as `times` says.
+auto nothingFor(int times) {
+  return [left = times]() mutable { return left-- > 0 ? std::optional(0) : std::nullopt; };
+}
+
+TEST_F(QLTSocketInitTest, WaitIsLoggedAtItsSecondPoll) {
+  const test::TcpPeer peer;
+  test::SystemCalls calls;
+  calls.onPoll = nothingFor(1);
+  EXPECT_NE(QLTSocket::init(loopback, peer.port()), nullptr);
+  EXPECT_THAT(log_.lines(), IsEmpty());
+  const test::TcpPeer another;
+  calls.onPoll = nothingFor(2);
+  EXPECT_NE(QLTSocket::init(loopback, another.port()), nullptr);
+  EXPECT_THAT(log_.lines(), ElementsAre("Waiting for connection...\n"));
+}
+
 TEST_F(QLTSocketInitTest, WaitWithoutTimeGivesUpAtOnce) {
   const test::TcpPeer peer;
   const auto noTime = [](WaitingSocket& socket, QLTWriteStream& stream) {
@@ -216,6 +237,27 @@ TEST_F(QLTSocketInitTest, WaitWithoutTimeGivesUpAtOnce) {
   };
   EXPECT_EQ(WaitingSocket::init(loopback, peer.port(), noTime), nullptr);
   EXPECT_THAT(log_.lines(), ElementsAre("unable to open the streams for socket"));
+}
+
+TEST_F(QLTSocketInitTest, ConnectionIsClosedOnExec) {
+  const test::TcpPeer peer;
+  const int next = dup(STDERR_FILENO);  // the lowest that is free, so the socket's
+  close(next);
+  const std::shared_ptr<QLTSocket> socket = QLTSocket::init(loopback, peer.port());
+  ASSERT_NE(socket, nullptr);
+  EXPECT_EQ(fcntl(next, F_GETFD), FD_CLOEXEC);
+}
+
+TEST_F(QLTSocketInitTest, NoDescriptorLeftGivesNoneSilently) {
+  const test::TcpPeer peer;
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  rlimit none = before;
+  none.rlim_cur = 0;
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  EXPECT_EQ(QLTSocket::init(loopback, peer.port()), nullptr);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
 TEST_F(QLTSocketInitTest, ConnectingOutlastsSignals) {
@@ -380,6 +422,14 @@ TEST_F(QLTSocketTest, ReadEndsAtAZeroByteAndDropsNoneInFront) {
   EXPECT_TRUE(isUntouched(error_));
 }
 
+TEST_F(QLTSocketTest, ReadLogsItsWaitAtTheSecondPoll) {
+  arrive("OK");
+  test::SystemCalls calls;
+  calls.onPoll = nothingFor(1);
+  EXPECT_EQ(socket_->read(), "OK");
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
 TEST_F(QLTSocketTest, ReadWaitsForWhatIsToCome) {
   std::thread device([this] {
     std::this_thread::sleep_for(milliseconds(60));
@@ -491,6 +541,8 @@ TEST_F(QLTSocketTest, ReadLineKeepsTheLineEndAndWhatFollows) {
   EXPECT_EQ(socket_->readLine(&error_), "a\rb");
   arrive("a\nb");
   EXPECT_EQ(socket_->readLine(&error_), "a\nb");
+  arrive("\n");
+  EXPECT_EQ(socket_->readLine(&error_), "\n");
   EXPECT_TRUE(isUntouched(error_));
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
@@ -531,13 +583,18 @@ TEST_F(QLTSocketTest, ReadLineTimesOutOnThePassThatBringsTheLineEnd) {
 }
 
 TEST_F(QLTSocketTest, RepliesMayBeSplitAnywhere) {
-  const std::string reply = "123.45,\u00B5V\r\n> ";
+  const std::string reply = "1.2,\u00B5V\r\n> ";
+  const std::string line = "1.2345,\u00B5V\n";
+  ASSERT_EQ(line.size(), reply.size());
   for (std::size_t cut = 1; cut < reply.size(); ++cut) {
-    const test::Device device(device_, [&](const std::string&) {
-      return std::vector<std::string>{reply.substr(0, cut), reply.substr(cut)};
+    const test::Device device(device_, [&](const std::string& command) {
+      const std::string& text = command == "line?" ? line : reply;
+      return std::vector<std::string>{text.substr(0, cut), text.substr(cut)};
     });
     EXPECT_TRUE(socket_->write("read?\n"));
     EXPECT_EQ(socket_->readUntil("> ", &error_), reply) << cut;
+    EXPECT_TRUE(socket_->write("line?\n"));
+    EXPECT_EQ(socket_->readLine(&error_), line) << cut;
   }
   EXPECT_TRUE(isUntouched(error_));
 }

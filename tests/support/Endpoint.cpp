@@ -13,7 +13,8 @@ namespace test {
 namespace {
 
 constexpr std::chrono::milliseconds patience(5000);
-constexpr std::chrono::milliseconds pieceInterval(2);
+// Longer than a socket's poll interval, so that the pieces are read one by one.
+constexpr std::chrono::milliseconds pieceInterval(15);
 
 }  // namespace
 
@@ -93,9 +94,10 @@ Device::Device(Endpoint& endpoint, Script script, char lineEnd)
               line += byte;
               continue;
             }
-            for (const std::string& piece : script(std::exchange(line, {}))) {
-              endpoint.send(piece);
-              std::this_thread::sleep_for(pieceInterval);
+            const std::vector<std::string> pieces = script(std::exchange(line, {}));
+            for (std::size_t i = 0; i < pieces.size(); ++i) {
+              if (i > 0) std::this_thread::sleep_for(pieceInterval);
+              endpoint.send(pieces[i]);
             }
           }
         }

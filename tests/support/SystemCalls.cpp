@@ -5,6 +5,7 @@
 #include <cstdarg>
 
 #include <dlfcn.h>
+#include <poll.h>
 
 // The test program's own definitions stand before those of the system's library, for the framework
 // too.
@@ -70,6 +71,14 @@ INTERPOSED int fcntl(int descriptor, int command, ...) {
     if (const auto result = calls->onFcntl(descriptor, command)) return *result;
   }
   return real(descriptor, command, argument);
+}
+
+INTERPOSED int poll(pollfd* descriptors, nfds_t count, int milliseconds) {
+  static auto* const real = test::next<int(pollfd*, nfds_t, int)>("poll");
+  if (const test::SystemCalls* const calls = test::current; calls != nullptr && calls->onPoll) {
+    if (const auto result = calls->onPoll()) return *result;
+  }
+  return real(descriptors, count, milliseconds);
 }
 
 INTERPOSED int tcflush(int descriptor, int queue) noexcept {
