@@ -1,6 +1,7 @@
 #include <QLTByteStream.h>
 #include <QLTSocket.h>
 
+#include <cerrno>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -15,7 +16,6 @@
 #include <linux/sockios.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -250,13 +250,9 @@ TEST_F(QLTSocketInitTest, ConnectionIsClosedOnExec) {
 
 TEST_F(QLTSocketInitTest, NoDescriptorLeftGivesNoneSilently) {
   const test::TcpPeer peer;
-  rlimit before{};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-  rlimit none = before;
-  none.rlim_cur = 0;
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  test::SystemCalls calls;
+  calls.onSocket = [] { return test::failWith(EMFILE); };
   EXPECT_EQ(QLTSocket::init(loopback, peer.port()), nullptr);
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 

@@ -6,6 +6,7 @@
 
 #include <dlfcn.h>
 #include <poll.h>
+#include <sys/socket.h>
 
 // The test program's own definitions stand before those of the system's library, for the framework
 // too.
@@ -79,6 +80,14 @@ INTERPOSED int poll(pollfd* descriptors, nfds_t count, int milliseconds) {
     if (const auto result = calls->onPoll()) return *result;
   }
   return real(descriptors, count, milliseconds);
+}
+
+INTERPOSED int socket(int domain, int type, int protocol) noexcept {
+  static auto* const real = test::next<int(int, int, int)>("socket");
+  if (const test::SystemCalls* const calls = test::current; calls != nullptr && calls->onSocket) {
+    if (const auto result = calls->onSocket()) return *result;
+  }
+  return real(domain, type, protocol);
 }
 
 INTERPOSED int tcflush(int descriptor, int queue) noexcept {
