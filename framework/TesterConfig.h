@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <QLTValue.h>
 
@@ -11,9 +12,18 @@
 
 namespace quillon::internal {
 
-/// The instruments that a tester-config text lists, by name; every malformed line is a complaint,
-/// and left out. Each entry knows the line at which it stands.
-QLTDictionary readTesterConfig(std::string_view text, const std::string& fileName,
-                               Complaints& complaints);
+/// One instrument line of a tester-config file.
+struct InstrumentLine {
+  QLTPosition position;
+  std::vector<std::string> fields;  // trimmed, at least four
+  QLTDictionary entry;              // what the instrument is made from
+
+  const std::string& name() const { return fields[0]; }
+};
+
+/// The instrument lines of a tester-config text, in its order; every malformed line is a complaint,
+/// and left out.
+std::vector<InstrumentLine> readTesterConfig(std::string_view text, const std::string& fileName,
+                                             Complaints& complaints);
 
 }  // namespace quillon::internal

@@ -14,8 +14,10 @@
 #include <thread>
 
 #include "support/ConsoleLog.h"
+#include "support/Plist.h"
 #include "support/PluginBundle.h"
 
+using namespace test::plist;
 using test::PluginBundle;
 using testing::Contains;
 using testing::ElementsAre;
@@ -66,27 +68,7 @@ class QLTestSiteManagerTest : public testing::Test {
   test::ConsoleLog log_;
 };
 
-std::string key(const std::string& name, const std::string& value) {
-  return "<key>" + name + "</key>" + value + "\n";
-}
-std::string text(const std::string& value) { return "<string>" + value + "</string>"; }
-std::string dict(const std::string& body) { return "<dict>" + body + "</dict>"; }
-std::string array(const std::string& body) { return "<array>" + body + "</array>"; }
-
 const std::string kHeader = "name,class,sim,attributes\n";
-const std::string kEmptyFlows =
-    key("Flows", dict(key("main", array("")))) + key("defaultFlow", text("main"));
-const std::string kLeftSite = key("Sites", dict(key("left", dict(""))));
-
-/// A configuration with one site and one flow whose single test is `test`.
-std::string flowOf(const std::string& test) {
-  return kLeftSite + key("Flows", dict(key("main", array(test)))) +
-         key("defaultFlow", text("main"));
-}
-std::string testOf(const std::string& cls, const std::string& more = "") {
-  return dict(key("class", text(cls)) + more);
-}
-std::string subTests(const std::string& entries) { return key("subTestInfos", array(entries)); }
 
 // The shared manager and the run counter.
 
