@@ -44,6 +44,8 @@ std::optional<std::string> problemOfHook(QLTestSuite& suite, const std::string& 
   });
 }
 
+constexpr const char* kLogger = "the plug-in's logger";
+
 double secondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
@@ -95,7 +97,8 @@ Outcome SiteRunner::test(const std::string& serialNumber, int round) {
 
 void SiteRunner::start(const std::string& serialNumber, int round) {
   suite_->setCurrentSN(serialNumber);
-  logs_.startDevice(*suite_);
+  const auto problem = problemOf(kLogger, [&] { logs_.startDevice(*suite_); });
+  if (problem) throw BrokenOff(*problem);
   QLTError error;
   suite_->onDUTStart(
       {{"serialNumber", serialNumber}, {"siteName", site()}, {"flow", flowName_}, {"round", round}},
@@ -105,8 +108,10 @@ void SiteRunner::start(const std::string& serialNumber, int round) {
 
 void SiteRunner::runFlow(Outcome& outcome) {
   const std::shared_ptr<QLTFlow> flow = suite_->flowForName(flowName_);
+  if (!flow) throw BrokenOff("the plug-in has removed the flow");
   std::int32_t index = 0;
-  for (const auto& method : *flow) {
+  // A copy: a test may change the flow.
+  for (const auto& method : QLTFlow(*flow)) {
     ++index;
     if (Signals::stopRequested()) {
       throw BrokenOff("stopped on request before " + nameOf(*method, index));
@@ -122,9 +127,13 @@ bool SiteRunner::runTest(QLTestMethod& method, std::int32_t index, Outcome& outc
   const std::string name = nameOf(method, index);
   const TestRun test = run(method, index);
   std::string failure;
+  std::optional<std::string> problem = test.exception;
   for (const auto& record : test.records) {
-    if (failure.empty() && record->result() == kQLTestResultFail)
-      failure = Report::failure(*record);
+    const bool failed = record->result() == kQLTestResultFail;
+    if (failed && failure.empty()) failure = Report::failure(*record);
+    // Each record, although the logger failed at an earlier one: the CSV file gets them all.
+    const auto logProblem = problemOf(kLogger, [&] { logs_.log(*suite_, record); });
+    if (!problem) problem = logProblem;
   }
   report_.testDone({.site = site(),
                     .test = name,
@@ -133,8 +142,7 @@ bool SiteRunner::runTest(QLTestMethod& method, std::int32_t index, Outcome& outc
                     .seconds = secondsSince(started),
                     .failure = failure});
   if (!test.passed && !outcome.firstFailure) outcome.firstFailure = name + " / " + failure;
-  for (const auto& record : test.records) logs_.log(*suite_, record);
-  if (test.exception) throw BrokenOff(*test.exception);
+  if (problem) throw BrokenOff(*problem);
   return test.passed;
 }
 

@@ -300,6 +300,19 @@ TEST_F(StationRun, aLoggerOfThePluginIsOpenedOnceAndGetsTheRecords) {
   EXPECT_THAT(made, ElementsAre("open", "log left S1", "log right S1", "close"));
 }
 
+TEST_F(StationRun, aLoggerOfThePluginThatThrowsBreaksTheDeviceOff) {
+  bundle_.configure(entry("Unloggable", flag("lie") + text("value", "9")) + entry("Later", ""),
+                    text("ownLogger", calls()));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.steadyOutput(),
+              HasSubstr("left  A              BROKEN OFF  0.0 s  Unloggable / volts: 9, limits 1 "
+                        "to 2; then the plug-in's logger threw an exception: the server is "
+                        "away\n"));
+  EXPECT_EQ(station.results(),
+            kHeader + line("1,A,left", "Unloggable", "1.1", "9.000000", "F,\"failed volts\""));
+}
+
 TEST_F(StationRun, instrumentsAreClosedAtTheEnd) {
   test::writeTesterConfig("meter,Instrument,0,calls=" + calls() + "\n");
   bundle_.configure(entry("Volts", ""), callsAttribute(),

@@ -43,6 +43,8 @@ class OwnLogger : public QLTLogger {
     return QLTLogger::open(keys, extras, error);
   }
   void log(const std::shared_ptr<const QLTestResult>& result) override {
+    const std::string test = result->testName().value_or("");
+    if (test == "Unloggable") throw std::runtime_error("the server is away");
     append(path_, "log " + result->siteName().value_or("?") + " " +
                       deviceAttributes().find("station")->text());
   }
