@@ -33,12 +33,12 @@ need_packages() {
 
 # build PRESET - configures and builds; what the tools say is shown only when something is wrong.
 build() {
-  log=$(mktemp "${TMPDIR:-/tmp}/quillon-build-XXXXXX")
-  if cmake --preset "$1" > "$log" 2>&1 && cmake --build --preset "$1" -j2 >> "$log" 2>&1; then
-    rm -f "$log"
+  build_log=$(mktemp "${TMPDIR:-/tmp}/quillon-build-XXXXXX")
+  if cmake --preset "$1" > "$build_log" 2>&1 && cmake --build --preset "$1" -j2 >> "$build_log" 2>&1; then
+    rm -f "$build_log"
     return 0
   fi
-  cat "$log" >&2
-  rm -f "$log"
+  cat "$build_log" >&2
+  rm -f "$build_log"
   return 1
 }
