@@ -114,6 +114,25 @@ TEST(QLTBundle, TheMainBundleHoldsTheProgramsClasses) {
   EXPECT_EQ(namespaced->operations().createInstrument, nullptr);
 }
 
+TEST(QLTBundle, AClassFindsItsBundle) {
+  const QLTClass* cls = QLTClass::of<MainProgramTest>();
+  ASSERT_NE(cls, nullptr);
+  EXPECT_EQ(cls->name(), "MainProgramTest");
+  EXPECT_EQ(&cls->bundle(), &QLTBundle::mainBundle());
+  EXPECT_EQ(QLTClass::of<QLTestSuite>(), nullptr);
+}
+
+TEST(QLTBundle, EachPluginsClassFindsItsOwnBundle) {
+  for (int i = 0; i < 2; ++i) {
+    const PluginBundle files(STATION_PLUGIN);
+    const QLTBundle* bundle = files.open();
+    // The hook enters where its class thinks that it lives.
+    QLTDictionary config;
+    bundle->principalClass()->operations().customizeConfig(config, {});
+    EXPECT_EQ(config.find("own bundle")->text(), bundle->path().string());
+  }
+}
+
 TEST(QLTBundle, TheFrameworkHasABundleOfItsOwn) {
   const QLTBundle& framework = QLTBundle::frameworkBundle();
   EXPECT_THAT(framework.classNames(),

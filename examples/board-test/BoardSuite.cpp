@@ -13,12 +13,10 @@ QLT_CLASS(BoardSuite);
 
 namespace {
 
-const QLTBundle* pluginBundle = nullptr;  // set once, while the station loads
-
 /// The section of replies.plist for one kind of instrument. A hook that throws while a station
 /// loads ends the load with this text.
 QLTDictionary replies(const char* section) {
-  const auto file = pluginBundle->pathForResource("replies", "plist");
+  const auto file = QLTClass::of<BoardSuite>()->bundle().pathForResource("replies", "plist");
   if (!file) throw std::runtime_error("the resource replies.plist is missing");
   QLTError error;
   const auto content = QLTPropertyList::readDictionary(*file, &error);
@@ -51,11 +49,6 @@ QLTDictionary videoMap() {
 }
 
 }  // namespace
-
-bool BoardSuite::onLoad(const QLTClass& cls, const QLTDictionary& stationInfo, QLTError* error) {
-  pluginBundle = &cls.bundle();
-  return QLTestSuite::onLoad(cls, stationInfo, error);
-}
 
 void BoardSuite::customizeConfig(QLTDictionary&, const QLTDictionary&) {
   QLTSimSerial::setResponseMap(consoleMap());

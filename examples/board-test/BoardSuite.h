@@ -10,8 +10,6 @@ class BoardSuite : public QLTestSuite {
 
   // Loading. The framework finds these hooks by their names.
 
-  /// Remembers the plug-in's bundle, then loads as every suite does.
-  static bool onLoad(const QLTClass& cls, const QLTDictionary& stationInfo, QLTError* error);
   /// Gives the simulated instruments their replies, before any instrument is made.
   static void customizeConfig(QLTDictionary& config, const QLTDictionary& stationInfo);
   /// Makes the instruments that the framework does not know.

@@ -190,8 +190,10 @@ std::vector<std::string> QLTBundle::classNames() const {
   return names;
 }
 
-void QLTBundle::add(std::unique_ptr<QLTClass> registered) {
+const QLTClass* QLTBundle::add(std::unique_ptr<QLTClass> registered) {
   const std::lock_guard lock(mutex_);
   const std::string name = registered->name();
-  if (!classes_.emplace(name, std::move(registered)).second) registeredTwice_.push_back(name);
+  const auto [entry, isNew] = classes_.emplace(name, std::move(registered));
+  if (!isNew) registeredTwice_.push_back(name);
+  return entry->second.get();
 }

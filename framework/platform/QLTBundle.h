@@ -68,7 +68,7 @@ class QLT_EXPORT QLTBundle {
   QLTBundle(std::filesystem::path path, QLTDictionary info);
   static std::unique_ptr<QLTBundle> load(const std::filesystem::path& path, QLTError* error);
   static QLTBundle& main();
-  void add(std::unique_ptr<QLTClass> registered);
+  const QLTClass* add(std::unique_ptr<QLTClass> registered);
 
   std::filesystem::path path_;
   QLTDictionary info_;

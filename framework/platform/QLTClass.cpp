@@ -2,9 +2,9 @@
 
 #include "BundleLoading.h"
 
-void QLTClass::registerClass(std::string name, const Operations& operations) {
+const QLTClass* QLTClass::registerClass(std::string name, const Operations& operations) {
   QLTBundle* bundle = quillon::internal::bundleBeingOpened();
   if (bundle == nullptr) bundle = &QLTBundle::main();
   // Not make_unique: the constructor is private.
-  bundle->add(std::unique_ptr<QLTClass>(new QLTClass(std::move(name), operations, bundle)));
+  return bundle->add(std::unique_ptr<QLTClass>(new QLTClass(std::move(name), operations, bundle)));
 }

@@ -66,8 +66,13 @@ class QLT_EXPORT QLTClass {
   };
 
   /// Enters a class into the bundle that is being opened on this thread, else into the main bundle.
-  /// Called through `QLT_CLASS`.
-  static void registerClass(std::string name, const Operations& operations);
+  /// Called through `QLT_CLASS`. Gives the class that has the name there from now on.
+  static const QLTClass* registerClass(std::string name, const Operations& operations);
+
+  /// The class that `T` was registered as, so `QLTClass::of<BoardSuite>()->bundle()` is the bundle
+  /// that a plug-in finds its resources in. Null when `T` is not registered, or not yet.
+  template <typename T>
+  static const QLTClass* of();
 
   const std::string& name() const { return name_; }
   const QLTBundle& bundle() const { return *bundle_; }
@@ -153,7 +158,17 @@ QLTClass::Operations operationsOf() {
 
 template <typename T>
 struct ClassRegistration {
-  explicit ClassRegistration(const char* name) { QLTClass::registerClass(name, operationsOf<T>()); }
+  explicit ClassRegistration(const char* name) {
+    registered = QLTClass::registerClass(name, operationsOf<T>());
+  }
+  // Hidden, whatever the plug-in is compiled with: another plug-in's class of the same name has its
+  // own.
+  [[gnu::visibility("hidden")]] static inline const QLTClass* registered = nullptr;
 };
 
 }  // namespace quillon::internal
+
+template <typename T>
+const QLTClass* QLTClass::of() {
+  return quillon::internal::ClassRegistration<T>::registered;
+}

@@ -27,6 +27,7 @@ class HookedSuite : public QLTestSuite {
       throw std::runtime_error(text->text());
     }
     config.set("customized with", QLTValue(stationInfo));
+    config.set("own bundle", QLTClass::of<HookedSuite>()->bundle().path().string());
     config.set("Instruments", QLTDictionary{{"from the hook", QLTDictionary{{"class", "X"}}}});
     if (const QLTValue* sites = stationInfo.find("sites")) config.set("Sites", *sites);
   }
