@@ -2,6 +2,7 @@
 
 #include <map>
 #include <utility>
+#include <vector>
 
 #include <dlfcn.h>
 
@@ -62,6 +63,7 @@ std::string textOr(const QLTDictionary& info, std::string_view key, std::string 
 struct Registry {
   std::recursive_mutex mutex;  // a plug-in's static initialiser may open another bundle
   std::map<fs::path, std::unique_ptr<QLTBundle>> bundles;
+  std::vector<std::unique_ptr<QLTBundle>> refused;  // their objects stay open, so they must stay
 };
 
 Registry& registry() {
@@ -134,8 +136,7 @@ std::unique_ptr<QLTBundle> QLTBundle::load(const fs::path& path, QLTError* error
   if (!bundle->registeredTwice_.empty()) {
     fail(error, format("%@: the class %@ is registered twice", executablePath.string(),
                        bundle->registeredTwice_.front()));
-    // The object stays open, so what it registered must stay, too.
-    static_cast<void>(bundle.release());
+    registry().refused.push_back(std::move(bundle));
     return nullptr;
   }
   return bundle;
