@@ -1,0 +1,44 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "Behaviour.h"
+#include "Simulation.h"
+
+namespace sim {
+
+/// What the command line asks for.
+struct CommandLine {
+  enum class Kind { Console, DavDP, Scpi };
+
+  Kind kind = Kind::Console;
+  std::filesystem::path replies;  ///< empty: none
+  Behaviour behaviour;
+  std::string lineEnd;
+
+  std::string prompt;  // of the console
+  bool echo = false;
+  std::optional<bool> sleeps;  // of the DAVDP unit; it depends on the line otherwise
+  std::string identity;        // of the multimeter
+  std::map<std::string, double> readings;
+
+  bool pty = false;  ///< else TCP
+  std::filesystem::path link;
+  std::string tcpAddress;
+  std::uint16_t tcpPort = 0;
+  std::chrono::milliseconds refusing{0};
+
+  Simulation::Limits limits;
+  bool isVerbose = false;
+};
+
+/// Reads the command line. Absent when the program is to exit with `status`: help was printed, or
+/// what is wrong.
+std::optional<CommandLine> readCommandLine(int argc, char** argv, int& status);
+
+}  // namespace sim
