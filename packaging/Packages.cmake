@@ -1,0 +1,51 @@
+# Debian packages: `cpack -G DEB` in a build folder, or `cmake --workflow --preset packages`.
+
+get_target_property(soversion quillon SOVERSION)
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_PACKAGE_CONTACT "Quillon developers <quillon@example.com>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION [[
+This package holds the library that station applications and test plug-ins
+use: the test model, the station's configuration, instrument drivers and
+result logs.]])
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME "libquillon${soversion}")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+# By the first, packages of plug-ins and station applications get their dependency on this one.
+file(CONFIGURE OUTPUT shlibs
+    CONTENT "libquillon ${soversion} libquillon${soversion} (>= ${PROJECT_VERSION})\n")
+file(CONFIGURE OUTPUT triggers CONTENT "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+    "${CMAKE_CURRENT_BINARY_DIR}/shlibs;${CMAKE_CURRENT_BINARY_DIR}/triggers")
+
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION [[
+This package holds headers, the CMake package, guides and examples, for
+those who write test plug-ins and station applications.]])
+set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libquillon-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "cmake, g++, quillon-station")
+
+if(TARGET quillon-station)
+  list(APPEND CPACK_COMPONENTS_ALL station)
+  set(CPACK_COMPONENT_STATION_DESCRIPTION [[
+This package holds the program that runs a test plug-in at the sites of a
+station, and stand-ins for instruments that are not there.]])
+  set(CPACK_COMPONENT_STATION_DEPENDS runtime)
+  set(CPACK_DEBIAN_STATION_PACKAGE_NAME quillon-station)
+  set(CPACK_DEBIAN_STATION_PACKAGE_SECTION electronics)
+  set(CPACK_DEBIAN_STATION_PACKAGE_SHLIBDEPS ON)
+  # Where dpkg-shlibdeps finds the library, which is in no installed package.
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
+endif()
+
+include(CPack)
