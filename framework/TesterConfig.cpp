@@ -38,20 +38,22 @@ std::vector<InstrumentLine> readTesterConfig(std::string_view text, const std::s
                                              Complaints& complaints) {
   std::vector<InstrumentLine> instruments;
   bool isHeader = true;
-  std::size_t offset = 0;
+  int lineCount = 1;
   for (const std::string& piece : splitLines(text)) {
-    const std::size_t start = offset;
-    offset += piece.size() + 1;
+    const QLTPosition position{lineCount, 0};
+    text.remove_prefix(piece.size());
+    if (endsLine(text)) ++lineCount;
+    if (!text.empty()) text.remove_prefix(1);
     if (std::exchange(isHeader, false)) continue;
     const std::string line = trimmed(piece);
     if (line.empty()) continue;
     InstrumentLine instrument;
-    instrument.position.line = lineNumber(text, start);
+    instrument.position = position;
     const std::string reason = readInstrument(line, instrument);
     if (reason.empty()) {
       instruments.push_back(std::move(instrument));
     } else {
-      complaints.push_back({fileName, instrument.position, "", reason + ": " + line});
+      complaints.push_back({fileName, position, "", reason + ": " + line});
     }
   }
   return instruments;

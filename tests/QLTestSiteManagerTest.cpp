@@ -176,6 +176,17 @@ TEST_F(QLTestSiteManagerTest, ReadsAnInstrumentListOfTheTester) {
                                   {"addr", "22"}}}}));
 }
 
+TEST_F(QLTestSiteManagerTest, NumbersTheLinesOfALongListInOnePass) {
+  // Counting anew for each line would take minutes here.
+  std::string list = "h\r\n";
+  for (int i = 0; i < 100'000; ++i) list += "dut,QLTDiags,0,k=v\r\n\n\r";
+  QLTError error;
+  EXPECT_EQ(parse(list + "dut", &error), std::nullopt);
+  EXPECT_EQ(error.description(),
+            "T.csv:300002: expected the four fields name,class,sim,attributes, found 1: dut");
+  EXPECT_EQ(parse(list)->find("dut")->position().line, 299'999);
+}
+
 TEST_F(QLTestSiteManagerTest, AHeaderAloneListsNoInstruments) {
   EXPECT_EQ(parse(kHeader), QLTDictionary());
   EXPECT_EQ(parse(""), QLTDictionary());

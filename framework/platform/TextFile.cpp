@@ -75,10 +75,13 @@ std::vector<std::string> splitLines(std::string_view text) { return split(text, 
 int lineNumber(std::string_view text, std::size_t offset) {
   int line = 1;
   for (std::size_t i = 0; i < offset && i < text.size(); ++i) {
-    const bool crBeforeLf = text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n';
-    if (text[i] == '\n' || (text[i] == '\r' && !crBeforeLf)) ++line;
+    if (endsLine(text.substr(i))) ++line;
   }
   return line;
+}
+
+bool endsLine(std::string_view rest) {
+  return rest.starts_with('\n') || (rest.starts_with('\r') && !rest.starts_with("\r\n"));
 }
 
 }  // namespace quillon::internal

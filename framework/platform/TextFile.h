@@ -33,4 +33,8 @@ std::vector<std::string> splitLines(std::string_view text);
 /// one line.
 int lineNumber(std::string_view text, std::size_t offset);
 
+/// Whether the first character of `rest`, what is left of a text, ends a line in that count: the CR
+/// of CR LF does not.
+bool endsLine(std::string_view rest);
+
 }  // namespace quillon::internal
