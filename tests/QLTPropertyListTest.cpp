@@ -195,18 +195,21 @@ TEST(QLTPropertyList, WantsADictionaryWhereOneIsNeeded) {
 
 /// A binary list of the given objects, of which the first is the root.
 std::string binary(const std::vector<std::string>& objects) {
+  const auto bytesOf = [](std::size_t offset) {
+    return std::string{static_cast<char>(offset >> 8U), static_cast<char>(offset)};
+  };
   std::string bytes = "bplist00";
   std::string table;
   for (const std::string& object : objects) {
-    table += static_cast<char>(bytes.size());
+    table += bytesOf(bytes.size());
     bytes += object;
   }
-  const char tableOffset = static_cast<char>(bytes.size());
+  const std::string tableOffset = bytesOf(bytes.size());
   bytes += table;
-  bytes += std::string(6, '\0') + '\1' + '\1';
+  bytes += std::string(6, '\0') + '\2' + '\1';
   bytes += std::string(7, '\0') + static_cast<char>(objects.size());
   bytes += std::string(8, '\0');
-  bytes += std::string(7, '\0') + tableOffset;
+  bytes += std::string(6, '\0') + tableOffset;
   return bytes;
 }
 
@@ -309,13 +312,67 @@ TEST(QLTBinaryPropertyList, RefusesWrongObjects) {
             "b:offset 10: the key 'k' stands twice");
 }
 
-TEST(QLTBinaryPropertyList, RefusesCyclesAndValuesThatUnfoldWithoutLimit) {
+/// Arrays of two, each of which holds the next array twice, `depth` deep; at the end `leaf`.
+std::vector<std::string> doubling(char depth, const std::string& leaf) {
+  std::vector<std::string> objects;
+  for (char i = 1; i <= depth; ++i) objects.push_back(std::string("\xa2") + i + i);
+  objects.push_back(leaf);
+  return objects;
+}
+
+/// Data (0x40), a text (0x50) or a text of UTF-16 (0x60) with `count` times the unit of content.
+std::string content(char marker, std::size_t count, const std::string& unit) {
+  std::string bytes{static_cast<char>(marker | 0xf), '\x11', static_cast<char>(count >> 8U),
+                    static_cast<char>(count)};
+  for (std::size_t i = 0; i < count; ++i) bytes += unit;
+  return bytes;
+}
+
+TEST(QLTBinaryPropertyList, RefusesCyclesAndWhatUnfoldsWithoutLimit) {
   EXPECT_THAT(binaryComplaint(binary({"\xa1\x00"s})),
               testing::HasSubstr("nested deeper than 128 levels"));
-  std::vector<std::string> doubling;
-  for (char i = 1; i <= 40; ++i) doubling.push_back(std::string("\xa2") + i + i);
-  doubling.emplace_back("\x09");
-  EXPECT_THAT(binaryComplaint(binary(doubling)), testing::HasSubstr("more than 1000000 values"));
+  EXPECT_THAT(binaryComplaint(binary(doubling(40, "\x09"))),
+              testing::HasSubstr(": unfolds to more than "));
+}
+
+TEST(QLTBinaryPropertyList, RefusesContentThatUnfoldsWithoutLimit) {
+  // A few kilobytes of file, tens of megabytes of content, though not so many values.
+  for (const std::string& leaf : {content('\x40', 2000, "x"), content('\x50', 2000, "x"),
+                                  content('\x60', 2000, "\x20\xac")}) {
+    EXPECT_THAT(binaryComplaint(binary(doubling(14, leaf))),
+                testing::HasSubstr(": unfolds to more than "));
+  }
+  std::vector<std::string> keys;
+  for (char i = 1; i <= 14; ++i) keys.push_back(std::string("\xd2\x0f\x10") + i + i);
+  keys.insert(keys.end(), {"\x09", content('\x50', 2000, "a"), content('\x50', 2000, "b")});
+  EXPECT_THAT(binaryComplaint(binary(keys)), testing::HasSubstr(": unfolds to more than "));
+}
+
+TEST(QLTBinaryPropertyList, ReadsWhatIsSharedWithinReason) {
+  const auto value = parseBinary(doubling(12, content('\x50', 1000, "a")));
+  ASSERT_TRUE(value);
+  EXPECT_GT(value->text().size(), 4096U * 1000);
+}
+
+TEST(QLTBinaryPropertyList, ReadsAnyLargeFileInWhichNothingIsShared) {
+  // As many values to the byte as there can be: empty arrays within one, 300,000 of them.
+  constexpr std::size_t count = 300'000;
+  const auto big = [](std::size_t number, std::size_t size) {
+    std::string bytes;
+    for (std::size_t i = size; i > 0; --i) bytes += static_cast<char>(number >> (8 * (i - 1)));
+    return bytes;
+  };
+  std::string file = "bplist00\xaf\x12" + big(count, 4);
+  for (std::size_t i = 1; i <= count; ++i) file += big(i, 3);
+  const std::size_t first = file.size();
+  file += std::string(count, '\xa0');
+  const std::size_t table = file.size();
+  file += big(8, 3);
+  for (std::size_t i = 0; i < count; ++i) file += big(first + i, 3);
+  file += std::string(6, '\0') + "\3\3" + big(count + 1, 8) + big(0, 8) + big(table, 8);
+  const auto value = QLTPropertyList::parse(file, "b");
+  ASSERT_TRUE(value && value->array() != nullptr);
+  EXPECT_EQ(value->array()->size(), count);
 }
 
 #ifdef PYTHON

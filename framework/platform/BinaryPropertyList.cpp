@@ -15,8 +15,17 @@ namespace {
 constexpr std::string_view magic = "bplist";
 constexpr std::string_view version = "bplist00";
 constexpr std::size_t trailerSize = 32;
-// A value may be referred to from several places, so a small file could unfold without limit.
-constexpr std::size_t mostValues = 1'000'000;
+
+// An object may be referred to from several places, so a small file could unfold into any number of
+// values and any amount of text. What it unfolds to is counted in bytes, so many for a value or key
+// besides its content, which is about what it takes in memory.
+constexpr std::size_t valueCost = 100;
+// A file in which nothing is used twice stays within this much for each of its bytes: every value
+// and key takes a reference of at least one byte, every byte of content is there.
+constexpr std::size_t costOfFileByte = valueCost;
+// What writers may share besides: they store equal texts and numbers once.
+constexpr std::size_t sharedCost = 10'000'000;
+
 // Dates count from 2001-01-01.
 constexpr std::int64_t dateEpoch = 978'307'200;
 
@@ -49,7 +58,8 @@ void appendUtf8(std::string& text, std::uint32_t c) {
 
 class Reader {
  public:
-  explicit Reader(std::string_view bytes) : bytes_(bytes) {}
+  explicit Reader(std::string_view bytes)
+      : bytes_(bytes), mostCost_(sharedCost + costOfFileByte * bytes.size()) {}
 
   std::optional<QLTValue> parse(PropertyListComplaint& complaint) {
     try {
@@ -119,9 +129,7 @@ class Reader {
     if (depth > kDeepestPropertyList) {
       throw Malformed{offset, format("nested deeper than %d levels", kDeepestPropertyList)};
     }
-    if (++values_ > mostValues) {
-      throw Malformed{offset, format("more than %d values", mostValues)};
-    }
+    charge(offset, valueCost);
     const std::uint64_t marker = number(offset, 1);
     const unsigned low = marker & 0xfU;
     switch (marker >> 4U) {
@@ -138,6 +146,7 @@ class Reader {
         break;
       case 0x4: {
         const auto [start, size] = extent(offset, low, 1);
+        charge(offset, size);
         const auto data = bytes_.substr(start, size);
         return QLTData(data.begin(), data.end());
       }
@@ -153,6 +162,13 @@ class Reader {
         break;
     }
     throw Malformed{offset, format("unknown kind of object 0x%02x", marker)};
+  }
+
+  void charge(std::size_t offset, std::size_t cost) {
+    cost_ += cost;
+    if (cost_ > mostCost_) {
+      throw Malformed{offset, format("unfolds to more than %d bytes", mostCost_)};
+    }
   }
 
   /// Where the content of an object starts, and how many items of `itemSize` bytes it has.
@@ -203,8 +219,9 @@ class Reader {
                    std::chrono::milliseconds(std::llround(seconds * 1000)));
   }
 
-  std::string ascii(std::size_t offset, unsigned low) const {
+  std::string ascii(std::size_t offset, unsigned low) {
     const auto [start, size] = extent(offset, low, 1);
+    charge(offset, size);
     std::string text(bytes_.substr(start, size));
     for (std::size_t i = 0; i < text.size(); ++i) {
       if (static_cast<unsigned char>(text[i]) > 0x7f) {
@@ -214,8 +231,9 @@ class Reader {
     return text;
   }
 
-  std::string utf16(std::size_t offset, unsigned low) const {
+  std::string utf16(std::size_t offset, unsigned low) {
     const auto [start, count] = extent(offset, low, 2);
+    charge(offset, 2 * count);
     std::string text;
     for (std::size_t i = 0; i < count; ++i) {
       const std::size_t at = start + 2 * i;
@@ -260,6 +278,7 @@ class Reader {
 
   std::string keyText(std::uint64_t object, std::size_t from) {
     const std::size_t offset = objectOffset(object, from);
+    charge(offset, valueCost);
     const std::uint64_t marker = number(offset, 1);
     if (marker >> 4U == 0x5) return ascii(offset, marker & 0xfU);
     if (marker >> 4U == 0x6) return utf16(offset, marker & 0xfU);
@@ -267,12 +286,13 @@ class Reader {
   }
 
   std::string_view bytes_;
+  const std::size_t mostCost_;
   std::size_t offsetSize_ = 0;
   std::size_t referenceSize_ = 0;
   std::uint64_t objectCount_ = 0;
   std::uint64_t topObject_ = 0;
   std::size_t offsetTable_ = 0;
-  std::size_t values_ = 0;
+  std::size_t cost_ = 0;           // of what has been read so far
   std::vector<std::string> path_;  // to the value being read
 };
 
