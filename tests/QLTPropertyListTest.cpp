@@ -151,6 +151,25 @@ TEST(QLTPropertyList, RefusesEntityDeclarations) {
   EXPECT_NE(error.description()->find("entity declarations are not allowed"), std::string::npos);
 }
 
+TEST(QLTPropertyList, RefusesEntitiesOfAnAbsentDocumentType) {
+  const std::string doctype = "<!DOCTYPE plist SYSTEM \"p.dtd\">\n";
+  QLTError error;
+  EXPECT_FALSE(QLTPropertyList::parse(
+      doctype + "<plist><dict><key>a</key><string>1&nbsp;V</string></dict></plist>", "t", &error));
+  EXPECT_EQ(error.description(), "t:2:35: a: unknown entity &nbsp;");
+  EXPECT_FALSE(QLTPropertyList::parse(
+      "<!DOCTYPE plist [%p;<!ENTITY a \"x\">]><plist><string>&a;</string></plist>", "t", &error));
+  EXPECT_EQ(QLTPropertyList::parse(doctype + "<plist><string>&lt;&#65;</string></plist>", "t"),
+            QLTValue("<A"));
+}
+
+TEST(QLTPropertyList, RefusesAttributeDeclarations) {
+  QLTError error;
+  EXPECT_FALSE(QLTPropertyList::parse(
+      "<!DOCTYPE plist [<!ATTLIST true a CDATA \"x\">]><plist><true/></plist>", "t", &error));
+  EXPECT_THAT(*error.description(), testing::EndsWith("attribute declarations are not allowed"));
+}
+
 std::string nested(int depth) {
   std::string body;
   for (int i = 0; i < depth; ++i) body += "<array>";

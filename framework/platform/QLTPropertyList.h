@@ -9,7 +9,8 @@
 #include <QLTValue.h>
 
 /// Reads property lists, XML and binary ones. Structure and numbers are checked strictly; document
-/// type definitions that declare entities are refused, and nesting is limited to 128 levels.
+/// type definitions that declare entities or attributes are refused, and so is a binary list that
+/// unfolds to many times its size. Nesting is limited to 128 levels.
 ///
 /// On failure the error has the framework's domain, code -40004, and a description of the form
 /// "TestConfig.plist:41:12: Flows/main/2/subTestInfos/0/lowLimit: not a number: 'x'"

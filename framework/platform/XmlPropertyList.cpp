@@ -169,12 +169,7 @@ class Reader {
     XML_SetCharacterDataHandler(parser_.get(), [](void* self, const XML_Char* text, int length) {
       static_cast<Reader*>(self)->characters({text, static_cast<std::size_t>(length)});
     });
-    // Entities could make a small file expand without limit, or reach for other files.
-    XML_SetEntityDeclHandler(
-        parser_.get(), [](void* self, const XML_Char*, int, const XML_Char*, int, const XML_Char*,
-                          const XML_Char*, const XML_Char*, const XML_Char*) {
-          static_cast<Reader*>(self)->complain("entity declarations are not allowed");
-        });
+    refuseDeclarations();
   }
 
   std::optional<QLTValue> parse(std::string_view bytes, PropertyListComplaint& complaint) {
@@ -196,6 +191,24 @@ class Reader {
   }
 
  private:
+  void refuseDeclarations() {
+    // Entities could make a small file expand without limit, or reach for other files.
+    XML_SetEntityDeclHandler(
+        parser_.get(), [](void* self, const XML_Char*, int, const XML_Char*, int, const XML_Char*,
+                          const XML_Char*, const XML_Char*, const XML_Char*) {
+          static_cast<Reader*>(self)->complain("entity declarations are not allowed");
+        });
+    // An unknown entity may be one of a document type elsewhere; it would be left out of the text.
+    XML_SetSkippedEntityHandler(parser_.get(), [](void* self, const XML_Char* name, int) {
+      static_cast<Reader*>(self)->complain("unknown entity &" + std::string(name) + ";");
+    });
+    // Each element would get every default attribute of its kind, which nobody reads.
+    XML_SetAttlistDeclHandler(parser_.get(), [](void* self, const XML_Char*, const XML_Char*,
+                                                const XML_Char*, const XML_Char*, int) {
+      static_cast<Reader*>(self)->complain("attribute declarations are not allowed");
+    });
+  }
+
   QLTPosition here() const {
     const auto limited = [](XML_Size n) {
       return static_cast<int>(std::min<XML_Size>(n, INT_MAX - 1));
