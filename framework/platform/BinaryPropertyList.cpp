@@ -24,7 +24,7 @@ constexpr std::size_t valueCost = 100;
 // and key takes a reference of at least one byte, every byte of content is there.
 constexpr std::size_t costOfFileByte = valueCost;
 // What writers may share besides: they store equal texts and numbers once.
-constexpr std::size_t sharedCost = 10'000'000;
+constexpr std::size_t sharedCost = 2'000'000;
 
 // Dates count from 2001-01-01.
 constexpr std::int64_t dateEpoch = 978'307'200;
