@@ -9,6 +9,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -78,16 +79,26 @@ std::optional<std::string> failLine(const std::string& message, QLTError* error)
   return std::nullopt;
 }
 
+/// Waits until a terminal can be read or written, or has failed, for at most `timeOut`. False when
+/// that has passed.
+bool awaitTerminal(int descriptor, short events, steady_clock::duration timeOut) {
+  if (descriptor < 0) return true;
+  const auto end = steady_clock::now() + timeOut;
+  while (true) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - steady_clock::now());
+    pollfd terminal{descriptor, events, 0};
+    const int ready = ::poll(&terminal, 1, std::max(static_cast<int>(left.count()), 0));
+    if (ready >= 0 || errno != EINTR) return ready != 0;
+  }
+}
+
 /// One read of a terminal, which waits for at most `timeOut`.
 ssize_t readBytes(int descriptor, char* bytes, std::size_t size, steady_clock::duration timeOut) {
-  const auto start = steady_clock::now();
-  while (true) {
-    const ssize_t count = ::read(descriptor, bytes, size);
-    if (count >= 0 || errno != EINTR) return count;
-    // The terminal's timer starts anew with each read, so frequent signals would keep it from ever
-    // running out.
-    if (steady_clock::now() - start > timeOut) return 0;
-  }
+  // The terminal's own timer starts anew after every signal, even within one system call where
+  // handlers ask for restarts, so frequent signals would keep it from ever running out.
+  const bool waits = size > 0 && timeOut > steady_clock::duration::zero();
+  if (waits && !awaitTerminal(descriptor, POLLIN, timeOut)) return 0;
+  return retried([&] { return ::read(descriptor, bytes, size); });
 }
 
 /// Bytes as 7-bit text: without zero bytes at the front, up to the next one.

@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <functional>
 #include <limits>
@@ -24,6 +25,7 @@
 #include "support/Pty.h"
 #include "support/SignalStorm.h"
 #include "support/SystemCalls.h"
+#include "support/Watchdog.h"
 
 namespace {
 
@@ -683,6 +685,13 @@ TEST_F(QLTSerialTest, ReadOfSizeOneOrLessReadsNothing) {
   EXPECT_EQ(port_.read(100), "abc");
 }
 
+TEST_F(QLTSerialTest, ReadOfSizeOneDoesNotWait) {
+  const test::Watchdog watchdog;
+  port_.setTimeOutInSeconds(25);
+  open();
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(port_.read(1), "");
+}
+
 TEST_F(QLTSerialTest, ReadOfTheLargestSizeTakes4999Bytes) {
   open();
   test::SystemCalls calls;
@@ -743,6 +752,16 @@ TEST_F(QLTSerialTest, ReadWaitsForTheTimeOutAlsoWhenSignalsInterruptIt) {
   }
   EXPECT_GE(steady_clock::now() - start, milliseconds(900));
   EXPECT_TRUE(isUntouched(error_));
+}
+
+TEST_F(QLTSerialTest, ReadWaitsNoLongerThanTheTimeOutWhenSignalsRestartIt) {
+  const test::Watchdog watchdog;
+  port_.setTimeOutInSeconds(1);
+  open();
+  const test::SignalStorm storm(SA_RESTART);
+  EXPECT_EQ(port_.read(100, &error_), "");
+  EXPECT_EQ(port_.readLine(0, &error_), std::nullopt);
+  expectReadError(error_, "timeout trying to read from serial port");
 }
 
 TEST_F(QLTSerialTest, ReadTakesWhatComesWhileSignalsInterruptIt) {

@@ -6,9 +6,10 @@
 
 namespace test {
 
-SignalStorm::SignalStorm() {
+SignalStorm::SignalStorm(int flags) {
   struct sigaction action {};
   action.sa_handler = [](int) {};
+  action.sa_flags = flags;
   sigaction(SIGALRM, &action, nullptr);
   const itimerval interval{{0, 1000}, {0, 1000}};
   setitimer(ITIMER_REAL, &interval, nullptr);
