@@ -37,6 +37,8 @@ constexpr std::int32_t readFailed = -10001;
 constexpr std::int32_t longestRead = 5000;
 constexpr std::size_t longestLine = 4999;
 constexpr std::size_t longestChunk = 1000;
+/// A port that does not wait for its reads still gives its writes the time to drain a full buffer.
+constexpr std::chrono::seconds shortestStall(1);
 
 /// The attributes that the device of the latest `open` had before, one record for all ports.
 class SavedAttributes {
@@ -185,7 +187,12 @@ bool QLTSerial::flushBuffer(QLTError* error) {
 bool QLTSerial::write(const std::string& text, QLTError*) {
   QLTLog(format("{Serial_Write %@}: %@", bsdPath(), text));
   const std::chrono::microseconds delay(interCharDelayInMicroSeconds());
+  const auto longestStall = std::max<steady_clock::duration>(readTimeOut(*options_), shortestStall);
   for (const char byte : wireText(text)) {
+    if (!awaitTerminal(fd_, POLLOUT, longestStall)) {
+      QLTLog(format("timeout writing to serial port %@", bsdPath()));
+      break;
+    }
     retried([&] { return ::write(fd_, &byte, 1); });
     sleepFor(delay);
   }

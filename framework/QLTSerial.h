@@ -33,6 +33,7 @@ class QLT_EXPORT QLTSerial : public QLTAsciiReadWriteDevice {
 
   /// Opens the device for exclusive use, raw, with the properties' settings, and discards what is
   /// pending. An open port is closed first. A line speed that the driver cannot set is a failure.
+  /// Root's processes may open a device that is in exclusive use.
   ///
   /// After a failure past the opening of the file itself the descriptor stays open until the next
   /// `open` or `close`.
@@ -48,7 +49,9 @@ class QLT_EXPORT QLTSerial : public QLTAsciiReadWriteDevice {
   virtual bool flushBuffer(QLTError* error = nullptr);
 
   /// Sends `text` byte by byte, with the pause after each. Always true: the writes are not checked.
-  /// Of a text with characters beyond ASCII only as many bytes are sent as it has characters.
+  /// Of a text with characters beyond ASCII only as many bytes are sent as it has characters. When
+  /// the line takes nothing for the read time-out (at least 1 s), the rest of the text is dropped;
+  /// the console log tells.
   bool write(const std::string& text, QLTError* error = nullptr) override;
   /// One read of at most `size` - 1 bytes, which waits for at most the read time-out: "" when
   /// nothing came. `size` is at most 5000; the error of a larger one carries its text under "msg".

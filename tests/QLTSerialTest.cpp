@@ -625,6 +625,39 @@ TEST_F(QLTSerialTest, WriteToALineThatIsGoneIsNotChecked) {
   EXPECT_TRUE(isUntouched(error_));
 }
 
+TEST_F(QLTSerialTest, WriteToALineThatTakesNothingMoreDropsTheRest) {
+  const test::Watchdog watchdog;
+  open();
+  const std::size_t capacity = test::fillOutput(port_.fd());
+  const auto start = steady_clock::now();
+  EXPECT_TRUE(port_.write("one\n", &error_));
+  EXPECT_GE(steady_clock::now() - start, std::chrono::seconds(1));
+  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(log_.lines(), ElementsAre("{Serial_Write " + pty_.path() + "}: one\n",
+                                        "timeout writing to serial port " + pty_.path()));
+  EXPECT_EQ(pty_.master().receive(capacity).size(), capacity);
+  EXPECT_TRUE(port_.write("two\n"));
+  EXPECT_EQ(pty_.master().receive(4), "two\n");
+}
+
+TEST_F(QLTSerialTest, WriteWaitsForALineThatTakesItsTime) {
+  const test::Watchdog watchdog;
+  port_.setTimeOutInSeconds(20);
+  open();
+  const std::size_t capacity = test::fillOutput(port_.fd());
+  std::thread device([&] {
+    std::this_thread::sleep_for(milliseconds(50));
+    EXPECT_EQ(pty_.master().receive(capacity).size(), capacity);
+  });
+  {
+    const test::SignalStorm storm;
+    EXPECT_TRUE(port_.write("late\n"));
+  }
+  device.join();
+  EXPECT_EQ(pty_.master().receive(5), "late\n");
+  EXPECT_THAT(log_.lines(), ElementsAre("{Serial_Write " + pty_.path() + "}: late\n"));
+}
+
 TEST_F(QLTSerialTest, WriteOutlastsSignals) {
   open();
   const std::string text = "a line that many signals interrupt\n";

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <utility>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -104,6 +105,26 @@ Device::Device(Endpoint& endpoint, Script script, char lineEnd)
       }) {}
 
 Device::~Device() = default;
+
+std::size_t fillOutput(int descriptor) {
+  const int flags = fcntl(descriptor, F_GETFL);
+  fcntl(descriptor, F_SETFL, flags | O_NONBLOCK);
+  const std::string chunk(512, '.');
+  std::size_t total = 0;
+  // What was taken moves on to the other end, which makes room for some more.
+  for (int refusals = 0; refusals < 20;) {
+    const ssize_t count = write(descriptor, chunk.data(), chunk.size());
+    if (count > 0) {
+      total += static_cast<std::size_t>(count);
+      refusals = 0;
+    } else {
+      ++refusals;
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+  fcntl(descriptor, F_SETFL, flags);
+  return total;
+}
 
 std::size_t openDescriptors() {
   const std::filesystem::directory_iterator entries("/proc/self/fd");

@@ -55,6 +55,9 @@ class Device {
   std::jthread thread_;
 };
 
+/// Sends until the other end, which does not read, takes nothing more; how many bytes it took.
+std::size_t fillOutput(int descriptor);
+
 /// How many descriptors the process has open.
 std::size_t openDescriptors();
 
