@@ -16,8 +16,10 @@
 #include <QLTConsoleLog.h>
 
 #include "platform/Format.h"
+#include "platform/PipeWrite.h"
 
 using quillon::internal::format;
+using quillon::internal::writeWithoutSignal;
 
 namespace {
 
@@ -127,8 +129,7 @@ class QLTCSVLogger::FileHandle {
  private:
   void append(std::string_view text) {
     while (!text.empty()) {
-      const ssize_t count = ::write(descriptor_, text.data(), text.size());
-      if (count < 0 && errno == EINTR) continue;
+      const ssize_t count = writeWithoutSignal(descriptor_, text);
       if (count <= 0) {
         report("writing to", count < 0 ? errno : EIO);
         return;

@@ -16,6 +16,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/CommaLocale.h"
@@ -764,6 +765,17 @@ TEST_F(QLTCSVLoggerPipeTest, InterruptedLinesAreCompleted) {
   EXPECT_EQ(received,
             "3,C02X,site1,Power,VBUS,1.2," + std::string(10000, 'x') + ",P,\"(null)\",\n");
   EXPECT_EQ(log.lines(), Strings{});
+}
+
+TEST_F(QLTCSVLoggerPipeTest, ReaderThatIsGoneIsReportedOnce) {
+  const ConsoleLog log;
+  QLTCSVLogger logger(path());
+  logger.open({}, {});
+  ::close(std::exchange(reader_, -1));
+  logger.log(powerRecord());
+  logger.log(powerRecord());
+  EXPECT_EQ(log.lines(),
+            Strings{"In CSV logger, error writing to file " + path() + ": Broken pipe"});
 }
 
 // Several sites.

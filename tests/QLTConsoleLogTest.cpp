@@ -1,7 +1,10 @@
 #include <QLTConsoleLog.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
+#include <cerrno>
+#include <csignal>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -97,6 +100,27 @@ TEST(QLTConsoleLog, ReturnsToStandardErrorWithoutASink) {
   { const test::ConsoleLog log; }
   QLTLog("back");
   EXPECT_NE(file.content().find("] back\n"), std::string::npos);
+}
+
+TEST(QLTConsoleLog, OutlivesTheReaderOfStandardError) {
+  std::array<int, 2> pipe{-1, -1};
+  ASSERT_EQ(pipe2(pipe.data(), O_CLOEXEC), 0);
+  close(pipe[0]);
+  const int earlier = dup(STDERR_FILENO);
+  dup2(pipe[1], STDERR_FILENO);
+  close(pipe[1]);
+  errno = EDOM;
+  QLTLog("unheard");
+  const int after = errno;
+  dup2(earlier, STDERR_FILENO);
+  close(earlier);
+  EXPECT_EQ(after, EDOM);
+  // Nothing of the signal is left over, neither its block nor the signal itself.
+  sigset_t signals;
+  pthread_sigmask(SIG_SETMASK, nullptr, &signals);
+  EXPECT_EQ(sigismember(&signals, SIGPIPE), 0);
+  sigpending(&signals);
+  EXPECT_EQ(sigismember(&signals, SIGPIPE), 0);
 }
 
 TEST(QLTConsoleLog, MayChangeItsSinkWhileOthersLog) {

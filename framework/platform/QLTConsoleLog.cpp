@@ -12,6 +12,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "PipeWrite.h"
+
 namespace {
 
 struct Sink {
@@ -66,11 +68,9 @@ void writeToStandardError(std::string_view message) {
   appendVisibly(line, message);
   line += '\n';
   const int earlierErrno = errno;
-  // One write keeps the line whole. Its failure has nowhere to be reported.
-  ssize_t written = 0;
-  do {
-    written = write(STDERR_FILENO, line.data(), line.size());
-  } while (written < 0 && errno == EINTR);
+  // One write keeps the line whole. Its failure has nowhere to be reported, and a log whose reader
+  // is gone must not end the station.
+  quillon::internal::writeWithoutSignal(STDERR_FILENO, line);
   errno = earlierErrno;
 }
 
