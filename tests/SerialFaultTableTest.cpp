@@ -386,7 +386,7 @@ std::vector<Row> linesThatGo() {
        Console,
        {{say("go\n:-)"), nothing, answer("go|:-)", "go\n:-)")},
         {both(say("go\n:"), hangUp), nothing, noAnswer()}},
-       0.2},
+       1},
 
       {"HangUpAfterTheLine",
        Read,
@@ -399,7 +399,7 @@ std::vector<Row> linesThatGo() {
        Unit,
        {{say("OK\n"), nothing, reply("OK", "OK\n", "OK")},
         {hangUp, nothing, noReply(lineTimeOut())}},
-       1},
+       0},
       {"LineLostWithTheHangUp", ReadLine, {{both(say("OK\n"), hangUp), nothing, lineTimeOut()}}, 0},
 
       {"Refusal", Read, {{nothing, nothing, readFailure(EBADF)}}, Row::patient, false},
@@ -422,18 +422,19 @@ std::vector<Row> linesThatGo() {
        brief},
       {"ComesBackLater",
        ReadLine,
-       {{unplug, nothing, lineTimeOut()}, {returnFor(ReadLine), sayLater("OK\n"), text("OK\n")}},
-       1},
+       {{unplug, nothing, lineTimeOut()},
+        {both(returnFor(ReadLine), say("OK\n")), nothing, text("OK\n")}},
+       0},
       {"ComesBackLater",
        Console,
        {{unplug, nothing, noAnswer()},
         {both(returnFor(Console), say("go\n:-)")), nothing, answer("go|:-)", "go\n:-)")}},
-       0.2},
+       1},
       {"ComesBackLater",
        Unit,
        {{unplug, nothing, noReply(lineTimeOut())},
-        {returnFor(Unit), sayLater("P\n"), reply("P", "P\n", "P")}},
-       1},
+        {both(returnFor(Unit), say("P\n")), nothing, reply("P", "P\n", "P")}},
+       0},
   };
 }
 
