@@ -90,7 +90,7 @@ void addTransport(CLI::App& app, CommandLine& line) {
       addText(app, "--refuse", "Refuse connections at first; with --pty the link is missing",
               "MS|forever", [&line](const std::string& text) { line.refusing = timeIn(text); })
           ->group(group);
-  app.final_callback([&app, pty, tcp, link, refuse] {
+  app.final_callback([pty, tcp, link, refuse] {
     if (pty->empty() && tcp->empty()) throw CLI::RequiredError("--pty or --tcp");
     if (!refuse->empty() && !pty->empty() && link->empty()) {
       throw CLI::RequiredError("--refuse with --pty: --link");

@@ -47,7 +47,7 @@ PtyEndpoint::PtyEndpoint(std::filesystem::path link) : link_(std::move(link)) {
 }
 
 PtyEndpoint::~PtyEndpoint() {
-  if (line_ >= 0) leave();
+  if (line_ >= 0) PtyEndpoint::leave();
 }
 
 std::string PtyEndpoint::address() const {

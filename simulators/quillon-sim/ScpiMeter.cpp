@@ -20,8 +20,8 @@ constexpr double kDigits = 1e-6;    // the finest resolution, of the range
 
 std::string real(double value) {
   std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%+.8E", value);
-  return text.data();
+  const int length = std::snprintf(text.data(), text.size(), "%+.8E", value);
+  return {text.data(), static_cast<std::size_t>(length)};
 }
 
 std::string integer(std::size_t value) { return '+' + std::to_string(value); }
@@ -67,7 +67,7 @@ std::vector<std::string> parametersIn(std::string_view text) {
 /// A header that does not begin at the root stands beside the one before it.
 std::string fullHeader(std::string_view header, std::string& path) {
   if (header.starts_with('*')) return std::string(header);
-  const std::string full =
+  std::string full =
       header.starts_with(':') ? std::string(header.substr(1)) : path + std::string(header);
   const std::size_t last = full.rfind(':');
   path = last == full.npos ? "" : full.substr(0, last + 1);
@@ -165,10 +165,10 @@ void ScpiMeter::add(std::string_view pattern, std::size_t fewest, std::size_t mo
 }
 
 void ScpiMeter::addCommands() {
-  const auto query = [&](std::string_view pattern, std::function<std::string()> answer) {
+  const auto query = [&](std::string_view pattern, const std::function<std::string()>& answer) {
     add(pattern, 0, 0, [answer](const Parameters&) { return answer(); });
   };
-  const auto action = [&](std::string_view pattern, std::function<void()> act) {
+  const auto action = [&](std::string_view pattern, const std::function<void()>& act) {
     add(pattern, 0, 0, [act](const Parameters&) {
       act();
       return std::nullopt;

@@ -72,7 +72,8 @@ int TcpEndpoint::bound() const {
   if (bind(socket, reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0) {
     const int problem = errno;
     close(socket);
-    throw Problem("cannot have " + address() + ": " + std::generic_category().message(problem));
+    throw Problem("cannot have " + TcpEndpoint::address() + ": " +
+                  std::generic_category().message(problem));
   }
   return socket;
 }
