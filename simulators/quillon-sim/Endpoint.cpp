@@ -43,7 +43,7 @@ bool Endpoint::send(std::string_view bytes) {
 }
 
 void Endpoint::letPeerRead() {
-  constexpr std::chrono::milliseconds timeToRead(50);
+  constexpr std::chrono::milliseconds timeToRead(100);
   sleepFor(timeToRead);
 }
 
