@@ -20,6 +20,8 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
+constexpr std::chrono::seconds kLongWhile(30);
+
 void redirect(int descriptor, const std::string& path, int flags) {
   const int file = open(path.c_str(), flags, 0600);
   if (file < 0 || dup2(file, descriptor) < 0) _exit(127);
@@ -34,7 +36,7 @@ std::string valueBehind(const std::string& line, const std::string& key) {
 
 template <typename Open>
 Endpoint openLater(Open open) {
-  const auto end = steady_clock::now() + std::chrono::seconds(10);
+  const auto end = steady_clock::now() + kLongWhile;
   while (true) {
     Endpoint endpoint = open();
     if (endpoint.descriptor() >= 0 || steady_clock::now() > end) return endpoint;
@@ -97,8 +99,7 @@ void SimulatorProcess::send(int signal) const {
 }
 
 int SimulatorProcess::wait() {
-  constexpr std::chrono::seconds longWhile(30);
-  const auto end = steady_clock::now() + longWhile;
+  const auto end = steady_clock::now() + kLongWhile;
   int status = 0;
   while (waitpid(process_, &status, WNOHANG) == 0) {
     if (steady_clock::now() > end) throw std::runtime_error("quillon-sim does not end");
@@ -109,6 +110,15 @@ int SimulatorProcess::wait() {
 }
 
 std::string SimulatorProcess::errors() const { return contentOf(folder_.path() / "errors"); }
+
+bool SimulatorProcess::waitForErrors(const std::string& text) const {
+  const auto end = steady_clock::now() + kLongWhile;
+  while (errors().find(text) == std::string::npos) {
+    if (steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(milliseconds(2));
+  }
+  return true;
+}
 
 std::string samplePath(const std::string& name) { return std::string(SAMPLES "/") + name; }
 

@@ -35,6 +35,8 @@ class SimulatorProcess {
   /// Waits for its end: the exit status, or the negative number of the signal that ended it.
   int wait();
   std::string errors() const;  ///< standard error so far
+  /// Waits until `text` has appeared on standard error; false after a long while.
+  bool waitForErrors(const std::string& text) const;
 
   const TemporaryFolder& folder() const { return folder_; }
   std::string repliesPath() const { return (folder_.path() / "replies").string(); }

@@ -8,7 +8,6 @@
 
 #include <sys/ioctl.h>
 #include <termios.h>
-#include <unistd.h>
 
 #include "SimulatorProcess.h"
 
@@ -154,14 +153,14 @@ TEST(SimulatorTerminalTest, APeerThatWasKilledInItsExclusiveUseDoesNotBlockTheNe
 }
 
 TEST(SimulatorTerminalTest, AReplyThatNobodyWaitsForIsLost) {
-  const SimulatorProcess sim({"davdp", "--awake", "--pty"},
-                             "\"a\" -> \"late\" delay 100\n\"b\" -> \"B\"\n");
+  const SimulatorProcess sim({"davdp", "--awake", "--pty", "--verbose"},
+                             "\"a\" -> \"late\" delay 50\n\"b\" -> \"B\"\n");
   const std::string path = sim.readPath();
   Endpoint first = test::openTerminal(path);
   EXPECT_TRUE(first.send("b\na\n"));
   EXPECT_EQ(first.receiveUntil('\n'), "B\r\n");
   first.close();
-  usleep(200000);  // until after the late reply
+  EXPECT_TRUE(sim.waitForErrors("* disconnected\n"));  // once the late reply was due
 
   const Endpoint second = test::openTerminal(path);
   EXPECT_TRUE(second.send("b\n"));

@@ -1,3 +1,4 @@
+#include <ostream>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -63,6 +64,8 @@ struct Mistake {
   std::string content;
   std::string complaint;
 };
+
+void PrintTo(const Mistake& mistake, std::ostream* out) { *out << mistake.name; }
 
 class SimulatorReplyFileMistakeTest : public testing::TestWithParam<Mistake> {};
 
