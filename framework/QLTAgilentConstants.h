@@ -6,11 +6,12 @@
 #include <QLTExport.h>
 #include <QLTUtil.h>  // kQLTScipErrorDomain
 
-// Keywords for the measurement commands of SCPI instruments. Nothing in the framework reads them.
-//
-// They are strings, like the error domains, so that commands are put together with "+". Static
-// objects of a plug-in may use them: the loader initialises this library before anything that links
-// to it.
+/// @file
+/// Keywords for the measurement commands of SCPI instruments. Nothing in the framework reads them.
+///
+/// They are strings, like the error domains, so that commands are put together with "+". Static
+/// objects of a plug-in may use them: the loader initialises this library before anything that
+/// links to it.
 
 // Measurement functions, for any instrument.
 QLT_EXPORT extern const std::string kScpiMeasureTypeDCV;     // "VOLT:DC"

@@ -48,10 +48,10 @@ class QLT_EXPORT QLTDavDP : public QLTObject {
                            std::int32_t expectedFieldCount, QLTError* error = nullptr);
 
   // The revisions that the unit reported; empty until it has.
-  const std::string& revFPGA() const { return revFPGA_; }
-  const std::string& revDPRx() const { return revDPRx_; }
-  const std::string& revHDMIRx() const { return revHDMIRx_; }
-  const std::string& revPIC() const { return revPIC_; }
+  const std::string& revFPGA() const { return revFPGA_; }      ///< of the programmable logic
+  const std::string& revDPRx() const { return revDPRx_; }      ///< of the DisplayPort receiver
+  const std::string& revHDMIRx() const { return revHDMIRx_; }  ///< of the HDMI receiver
+  const std::string& revPIC() const { return revPIC_; }        ///< of the controller
 
   /// The reply time-out to pass to `sendCommand`: a value for callers, which the unit itself does
   /// not read. 8 over TCP, 5 over a serial line, 0 in the base.

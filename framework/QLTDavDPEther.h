@@ -29,6 +29,7 @@ class QLT_EXPORT QLTDavDPEther : public QLTDavDP {
                                                       std::int32_t timeOutInSeconds,
                                                       QLTError* error = nullptr) override;
 
+  /// The connection to the unit.
   const std::shared_ptr<QLTSocket>& socket() const { return socket_; }
 
  protected:

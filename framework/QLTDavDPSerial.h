@@ -35,6 +35,7 @@ class QLT_EXPORT QLTDavDPSerial : public QLTDavDP {
   /// revisions are not asked for again.
   virtual bool resetCommunication(QLTError* error = nullptr);
 
+  /// The serial port.
   const std::shared_ptr<QLTSerial>& com() const { return com_; }
 
  protected:

@@ -44,9 +44,11 @@ class QLT_EXPORT QLTDiags : public QLTObject {
   /// How long `sendCommand` waits for the prompt; 12 at first.
   double timeOutInSeconds() const { return timeOutInSeconds_; }
   void setTimeOutInSeconds(double seconds) { timeOutInSeconds_ = seconds; }
+  /// The serial port.
   const std::shared_ptr<QLTSerial>& com() const { return com_; }
 
  protected:
+  /// For subclasses. `port` is open, and not null.
   explicit QLTDiags(std::shared_ptr<QLTSerial> port);
 
  private:

@@ -47,6 +47,7 @@ class QLT_EXPORT QLTScpiInstrument : public QLTAsciiReadWriteDevice {
   bool write(const std::string& text, QLTError* error = nullptr) override;
   bool close(QLTError* error = nullptr) override;
 
+  /// What the instrument is reached through.
   const std::shared_ptr<QLTAsciiReadWriteDevice>& device() const { return device_; }
   /// What ends every command and query; a carriage return at first.
   std::string lineEnd() const;

@@ -17,6 +17,7 @@ class QLT_EXPORT QLTSubTestInfo : public QLTObject {
  public:
   QLTSubTestInfo() = default;
 
+  /// Makes a specification without limits; what is not given is as in a default-constructed one.
   static std::shared_ptr<QLTSubTestInfo> subTestInfo(std::optional<std::string> name,
                                                      std::int32_t priority);
   static std::shared_ptr<QLTSubTestInfo> subTestInfo(std::optional<std::string> name,

@@ -84,7 +84,9 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
   template <typename T>
   std::shared_ptr<T> resource(std::string_view name, QLTError* error = nullptr) const;
 
+  /// The test's name as shown and logged.
   const std::optional<std::string>& displayName() const { return displayName_; }
+  /// The specifications of the sub-tests that it reports.
   const SubTestInfos& subTests() const { return subTests_; }
   /// The site's suite; null once it is gone.
   std::shared_ptr<QLTestSuite> suite() const { return suite_.lock(); }
@@ -96,8 +98,10 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
   const QLTValue* param(std::string_view key) const;
   /// The index of the current run.
   std::int32_t testIndex() const { return testIndex_; }
+  /// Whether the station application may run the test once more when it failed; no at first.
   bool allowRetest() const { return allowRetest_; }
   void setAllowRetest(bool allowRetest) { allowRetest_ = allowRetest; }
+  /// Whether the test's failure ends the flow; yes at first.
   bool shouldStopOnFail() const { return shouldStopOnFail_; }
   void setShouldStopOnFail(bool shouldStopOnFail) { shouldStopOnFail_ = shouldStopOnFail; }
 

@@ -14,9 +14,9 @@
 class QLTestMethod;
 
 // The result codes of a record.
-inline constexpr std::int32_t kQLTestResultFail = 0;
-inline constexpr std::int32_t kQLTestResultPass = 1;
-inline constexpr std::int32_t kQLTestResultNA = 2;
+inline constexpr std::int32_t kQLTestResultFail = 0;  ///< failed
+inline constexpr std::int32_t kQLTestResultPass = 1;  ///< passed
+inline constexpr std::int32_t kQLTestResultNA = 2;    ///< neither
 
 /// The record of one measured or compared sub-test, for one device at one site. Numbers and limits
 /// are held as the text that is shown and logged. Absent and empty texts differ.
@@ -53,32 +53,46 @@ class QLT_EXPORT QLTestResult : public QLTObject {
   /// The record as several lines of text.
   std::string description() const;
 
+  /// The station-wide number of the device's run.
   std::int32_t runIndex() const { return runIndex_; }
   void setRunIndex(std::int32_t runIndex) { runIndex_ = runIndex; }
+  /// The name of the test method.
   const std::optional<std::string>& testName() const { return testName_; }
   void setTestName(std::optional<std::string> testName) { testName_ = std::move(testName); }
+  /// The name of the sub-test.
   const std::optional<std::string>& subTestName() const { return subTestName_; }
   void setSubTestName(std::optional<std::string> name) { subTestName_ = std::move(name); }
+  /// The device.
   const std::optional<std::string>& serialNumber() const { return serialNumber_; }
   void setSerialNumber(std::optional<std::string> number) { serialNumber_ = std::move(number); }
+  /// The site that tested it.
   const std::optional<std::string>& siteName() const { return siteName_; }
   void setSiteName(std::optional<std::string> siteName) { siteName_ = std::move(siteName); }
+  /// What passes: the expected text, or the limits in words.
   const std::optional<std::string>& expected() const { return expected_; }
   void setExpected(std::optional<std::string> expected) { expected_ = std::move(expected); }
+  /// The value found; for a match test the outcome, "1" or "0".
   const std::optional<std::string>& actual() const { return actual_; }
   void setActual(std::optional<std::string> actual) { actual_ = std::move(actual); }
+  /// The lower limit; absent when there are no limits.
   const std::optional<std::string>& lowLimit() const { return lowLimit_; }
   void setLowLimit(std::optional<std::string> lowLimit) { lowLimit_ = std::move(lowLimit); }
+  /// The upper limit; absent when there are no limits.
   const std::optional<std::string>& highLimit() const { return highLimit_; }
   void setHighLimit(std::optional<std::string> highLimit) { highLimit_ = std::move(highLimit); }
+  /// What the test told beside the value, for the extra columns of a log.
   const std::optional<QLTDictionary>& extras() const { return extras_; }
   void setExtras(std::optional<QLTDictionary> extras) { extras_ = std::move(extras); }
+  /// `kQLTestResultPass`, `kQLTestResultFail` or `kQLTestResultNA`.
   std::int32_t result() const { return result_; }
   void setResult(std::int32_t result) { result_ = result; }
+  /// "MAJOR.MINOR": the method's place in its flow and the sub-test's number.
   const std::optional<std::string>& testNumber() const { return testNumber_; }
   void setTestNumber(std::optional<std::string> number) { testNumber_ = std::move(number); }
+  /// Why it failed.
   const std::optional<std::string>& failMessage() const { return failMessage_; }
   void setFailMessage(std::optional<std::string> message) { failMessage_ = std::move(message); }
+  /// The priority of the sub-test's specification.
   std::int32_t priority() const { return priority_; }
   void setPriority(std::int32_t priority) { priority_ = priority; }
 

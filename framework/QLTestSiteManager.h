@@ -19,8 +19,9 @@
 #include <QLTValue.h>
 #include <QLTestSuite.h>
 
-// Keys of station attributes that loading fills in.
+/// The station attribute that holds the version of the plug-in. Loading fills it in.
 QLT_EXPORT extern const std::string kVeltroQLTAttributeBundleVersion;  // "VeltroQLTBundleVersion"
+/// The station attribute that holds the version of the framework. Loading fills it in.
 QLT_EXPORT extern const std::string
     kVeltroQLTAttributeFrameworkVersion;  // "VeltroQLTFrameworkVersion"
 /// A name prefix for test-method classes of plug-ins. The framework neither adds nor checks it.
@@ -80,8 +81,10 @@ class QLT_EXPORT QLTestSiteManager : public QLTObject {
                                                         const std::string& fileName,
                                                         QLTError* error = nullptr);
 
+  /// Enters the suite of a site, replacing an earlier one.
   void setSuite(std::shared_ptr<QLTestSuite> suite, const std::string& siteName);
   std::shared_ptr<QLTestSuite> suiteForSite(std::string_view siteName) const;  ///< or null
+  /// The sites that were loaded, sorted.
   std::vector<std::string> siteNames() const;
   /// A placeholder: always absent.
   std::optional<std::string> nextAvailableSite() const;

@@ -53,7 +53,9 @@ class QLT_EXPORT QLTestSuite : public QLTObject, public std::enable_shared_from_
 
   // Resources: the site's instruments by name. `resources` may be null; then there are none.
 
+  /// Enters a resource under `name`, replacing an earlier one.
   void addResource(std::shared_ptr<QLTObject> resource, const std::string& name);
+  /// The table itself, live.
   const std::shared_ptr<QLTResources>& resources() const { return resources_; }
   /// Replaces the whole table, "sleeper" included. The table is shared with the caller, not copied.
   void setResources(std::shared_ptr<QLTResources> resources);
@@ -77,14 +79,16 @@ class QLT_EXPORT QLTestSuite : public QLTObject, public std::enable_shared_from_
 
   // Flows. Several names may stand for the same list.
 
+  /// Enters a flow under `name`, replacing an earlier one. The list is shared, not copied.
   void setFlow(std::shared_ptr<QLTFlow> flow, const std::string& name);
   std::shared_ptr<QLTFlow> flowForName(std::string_view name) const;  ///< null when there is none
-  void removeFlow(std::string_view name);
-  std::vector<std::string> flowNames() const;
+  void removeFlow(std::string_view name);      ///< nothing when there is none of that name
+  std::vector<std::string> flowNames() const;  ///< sorted
 
   /// A logger of the plug-in's own for the station application's chain; none in the base.
   virtual std::shared_ptr<QLTLogger> logger();
 
+  /// The site, as the configuration names it.
   const std::string& siteName() const { return siteName_; }
   void setSiteName(std::string siteName) { siteName_ = std::move(siteName); }
   /// The serial number of the device under test; absent before the first device.

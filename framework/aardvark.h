@@ -1,5 +1,6 @@
 #pragma once
 
+/// @file
 /// The C interface of the Aardvark I2C/SPI host adapter, for C and C++.
 ///
 /// The adapter maker's run-time library "aardvark.so" is not linked: it is searched for and loaded

@@ -45,9 +45,11 @@ class QLT_EXPORT QLTBundle {
   QLTBundle& operator=(const QLTBundle&) = delete;
   ~QLTBundle();
 
-  const std::filesystem::path& path() const { return path_; }  ///< absolute; "" without a folder
-  const std::string& identifier() const { return identifier_; }
+  const std::filesystem::path& path() const { return path_; }    ///< absolute; "" without a folder
+  const std::string& identifier() const { return identifier_; }  ///< "BundleIdentifier"
+  /// "BundleVersion"; absent when the bundle tells none.
   const std::optional<std::string>& version() const { return version_; }
+  /// The content of `Info.plist`.
   const QLTDictionary& infoDictionary() const { return info_; }
 
   /// The path of the resource `name.type` ("TestConfig", "plist"); absent when there is no such

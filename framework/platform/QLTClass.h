@@ -34,9 +34,10 @@ class QLTestSuite;
 /// with the right name and a wrong signature does not compile:
 ///
 ///     static void customizeConfig(QLTDictionary& config, const QLTDictionary& stationInfo);
-///     static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary& entry, QLTError*
-///     error); static bool onLoad(const QLTClass& cls, const QLTDictionary& stationInfo, QLTError*
-///     error); static bool onUnload(QLTError* error);
+///     static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary& entry,
+///                                                        QLTError* error);
+///     static bool onLoad(const QLTClass& cls, const QLTDictionary& stationInfo, QLTError* error);
+///     static bool onUnload(QLTError* error);
 ///
 /// `onLoad` and `onUnload` are inherited from `QLTestSuite` unless the class has its own.
 ///
@@ -57,12 +58,12 @@ class QLT_EXPORT QLTClass {
 
   /// What a class offers; a null entry is one that it does not have.
   struct Operations {
-    MakeSuite makeSuite = nullptr;    ///< set for suite classes
-    MakeMethod makeMethod = nullptr;  ///< set for test-method classes
-    CustomizeConfig customizeConfig = nullptr;
-    CreateInstrument createInstrument = nullptr;
-    OnLoad onLoad = nullptr;      ///< set for suite classes
-    OnUnload onUnload = nullptr;  ///< set for suite classes
+    MakeSuite makeSuite = nullptr;                ///< set for suite classes
+    MakeMethod makeMethod = nullptr;              ///< set for test-method classes
+    CustomizeConfig customizeConfig = nullptr;    ///< set when a suite class has the hook
+    CreateInstrument createInstrument = nullptr;  ///< set when a suite class has the hook
+    OnLoad onLoad = nullptr;                      ///< set for suite classes
+    OnUnload onUnload = nullptr;                  ///< set for suite classes
   };
 
   /// Enters a class into the bundle that is being opened on this thread, else into the main bundle.
@@ -74,9 +75,9 @@ class QLT_EXPORT QLTClass {
   template <typename T>
   static const QLTClass* of();
 
-  const std::string& name() const { return name_; }
-  const QLTBundle& bundle() const { return *bundle_; }
-  const Operations& operations() const { return operations_; }
+  const std::string& name() const { return name_; }             ///< as `QLT_CLASS` was given it
+  const QLTBundle& bundle() const { return *bundle_; }          ///< where it was registered
+  const Operations& operations() const { return operations_; }  ///< what it offers
 
  private:
   friend class QLTBundle;

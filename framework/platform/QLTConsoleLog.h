@@ -5,6 +5,7 @@
 
 #include <QLTExport.h>
 
+/// @file
 /// The console log: the diagnostic lines of the framework and of plug-ins, meant for engineers.
 ///
 /// Without a sink of its own, the log goes to standard error: one line a message, with the time

@@ -28,6 +28,8 @@ QLT_EXPORT extern const std::string kQLTPosixErrorDomain;  // "POSIX"
 class QLT_EXPORT QLTError {
  public:
   QLTError() noexcept = default;
+  /// A record with all its parts. `userInfo` holds the description under
+  /// `kQLTErrorDescriptionKey`, if there is one; `underlyingError` is the record that it wraps.
   QLTError(std::string domain, std::int64_t code, QLTDictionary userInfo,
            QLTError underlyingError = {});
   /// A record whose user information holds only `description`.

@@ -111,6 +111,7 @@ class QLT_EXPORT QLTDictionary {
   /// removed.
   const QLTValue* find(std::string_view key) const;
   QLTValue* find(std::string_view key);
+  /// Whether there is a value under `key`.
   bool contains(std::string_view key) const { return find(key) != nullptr; }
 
   /// The value under `key`, entered as the empty text when there is none.
