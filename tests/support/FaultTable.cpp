@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include <QLTValue.h>
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -19,8 +21,11 @@ constexpr std::string_view readTag = "{Serial_Read ";
 constexpr std::string_view countMark = "too many bytes ";
 
 std::string withoutChance(std::string line) {
-  const auto isRepeated = [](char a, char b) { return a == 'x' && b == 'x'; };
-  line.erase(std::unique(line.begin(), line.end(), isRepeated), line.end());
+  // Longer than any run in the name of a temporary folder.
+  const std::string run(8, 'x');
+  for (std::size_t at = 0; (at = line.find(run, at)) != std::string::npos; ++at) {
+    line.replace(at, line.find_first_not_of('x', at) - at, "x");
+  }
   if (const std::size_t at = line.find(countMark); at != std::string::npos) {
     const auto digits = line.begin() + static_cast<std::ptrdiff_t>(at + countMark.size());
     line.replace(digits, std::find_if_not(digits, line.end(), ::isdigit), "N");
@@ -75,7 +80,7 @@ void expectOutcome(const Outcome& expected, bool withSlot, ConsoleLog& log,
   const QLTError wanted = expected.error ? expected.error : earlierError();
   EXPECT_EQ(reported.domain(), wanted.domain());
   EXPECT_EQ(reported.code(), wanted.code());
-  EXPECT_EQ(reported.userInfo(), wanted.userInfo());
+  EXPECT_EQ(QLTValue(reported.userInfo()).text(), QLTValue(wanted.userInfo()).text());
 }
 
 void flood(const Endpoint& device, const std::stop_token& stop) {

@@ -26,7 +26,8 @@ void expectOutcome(const Outcome& expected, bool withSlot, ConsoleLog& log,
                    const std::function<std::optional<std::string>(QLTError* slot)>& operation);
 
 /// Log lines in which chance does not show: how many reads a text came in, and how often a failed
-/// read was made again before the time-out. Runs of 'x', which is what floods are made of, are one.
+/// read was made again before the time-out. Long runs of x, which
+/// is what floods are made of, are one.
 std::vector<std::string> withoutChance(const std::vector<std::string>& lines);
 
 /// The pieces with `|` between them: how a result that is a list is written in a table.

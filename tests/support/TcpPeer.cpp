@@ -59,11 +59,21 @@ Endpoint TcpPeer::accept() const {
   return Endpoint(accept4(listener_.descriptor(), nullptr, nullptr, SOCK_CLOEXEC));
 }
 
+Endpoint TcpPeer::connect(std::int32_t port) {
+  Endpoint client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const sockaddr_in address = loopback(port);
+  if (::connect(client.descriptor(), reinterpret_cast<const sockaddr*>(&address), sizeof address) !=
+      0) {
+    throw std::runtime_error("nobody listens");
+  }
+  return client;
+}
+
 void TcpPeer::stopAnswering() {
   for (int i = 0; i < 16; ++i) {
     Endpoint client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const sockaddr_in address = loopback(port_);
-    connect(client.descriptor(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    ::connect(client.descriptor(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
     pollfd poll{client.descriptor(), POLLOUT, 0};
     const bool connected = ::poll(&poll, 1, 50) == 1;
     queued_.push_back(std::move(client));

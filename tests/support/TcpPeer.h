@@ -16,6 +16,8 @@ class TcpPeer {
   /// A listener at a certain port of `ownAddress`.
   explicit TcpPeer(std::int32_t port);
 
+  /// A bare client's end of a connection to such a port.
+  static Endpoint connect(std::int32_t port);
   /// A loopback address that no other process uses, so that tests which need the same port run in
   /// parallel.
   static std::string ownAddress();
