@@ -39,10 +39,15 @@ void redirect(int descriptor, const std::string& path, int flags) {
 
 }  // namespace
 
-StationProcess::StationProcess(std::vector<std::string> arguments, Input input, FileLimit limit) {
-  arguments.insert(arguments.begin(), STATION);
+StationProcess::Program StationProcess::theStation(const std::vector<std::string>& arguments) {
+  Program program{{STATION}};
+  program.arguments.insert(program.arguments.end(), arguments.begin(), arguments.end());
+  return program;
+}
+
+StationProcess::StationProcess(Program program, Input input, FileLimit limit) {
   std::vector<char*> argv;
-  for (std::string& argument : arguments) argv.push_back(argument.data());
+  for (std::string& argument : program.arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
   const std::string folder = folder_.path();
 

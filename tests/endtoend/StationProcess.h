@@ -22,11 +22,17 @@ class StationProcess {
 
   /// Starts it. With `Input::Terminal` all three standard streams are a new terminal, else input is
   /// empty and the outputs are kept apart.
-  explicit StationProcess(std::vector<std::string> arguments, Input input = Input::None)
-      : StationProcess(std::move(arguments), input, FileLimit{}) {}
+  explicit StationProcess(const std::vector<std::string>& arguments, Input input = Input::None)
+      : StationProcess(theStation(arguments), input, FileLimit{}) {}
   /// Files that it writes cannot grow beyond the limit.
-  StationProcess(std::vector<std::string> arguments, FileLimit limit)
-      : StationProcess(std::move(arguments), Input::None, limit) {}
+  StationProcess(const std::vector<std::string>& arguments, FileLimit limit)
+      : StationProcess(theStation(arguments), Input::None, limit) {}
+  /// Starts a program that runs the station in its turn; its arguments begin with its path.
+  struct Program {
+    std::vector<std::string> arguments;
+  };
+  explicit StationProcess(Program program)
+      : StationProcess(std::move(program), Input::None, FileLimit{}) {}
   ~StationProcess();  ///< kills it if it still runs
   StationProcess(const StationProcess&) = delete;
   StationProcess& operator=(const StationProcess&) = delete;
@@ -50,7 +56,8 @@ class StationProcess {
   std::string steadyOutput();
 
  private:
-  StationProcess(std::vector<std::string> arguments, Input input, FileLimit limit);
+  StationProcess(Program program, Input input, FileLimit limit);
+  static Program theStation(const std::vector<std::string>& arguments);
   std::string contentOfOnly(const std::string& extension) const;
   void readTerminal();
 
