@@ -68,7 +68,11 @@ std::optional<QLTDictionary> QLTestSiteManager::parseTesterConfig(std::string_vi
   const auto instruments = quillon::internal::readTesterConfig(text, fileName, complaints);
   if (complaints.empty()) {
     QLTDictionary table;
-    for (const auto& instrument : instruments) table.set(instrument.name(), instrument.entry);
+    for (const auto& instrument : instruments) {
+      QLTValue entry(instrument.entry);
+      entry.setPosition(instrument.position);
+      table.set(instrument.name(), std::move(entry));
+    }
     return table;
   }
   quillon::internal::setError(error, QLTUtil::handleError(quillon::internal::kTesterConfigMalformed,
