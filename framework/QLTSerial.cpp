@@ -23,6 +23,7 @@
 #include "platform/Sleep.h"
 #include "platform/WireText.h"
 
+using quillon::internal::ExactSleeps;
 using quillon::internal::format;
 using quillon::internal::retried;
 using quillon::internal::setLineSpeed;
@@ -188,6 +189,7 @@ bool QLTSerial::write(const std::string& text, QLTError*) {
   QLTLog(format("{Serial_Write %@}: %@", bsdPath(), text));
   const std::chrono::microseconds delay(interCharDelayInMicroSeconds());
   const auto longestStall = std::max<steady_clock::duration>(readTimeOut(*options_), shortestStall);
+  const ExactSleeps exactPauses;
   for (const char byte : wireText(text)) {
     if (!awaitTerminal(fd_, POLLOUT, longestStall)) {
       QLTLog(format("timeout writing to serial port %@", bsdPath()));

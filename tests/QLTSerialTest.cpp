@@ -18,6 +18,7 @@
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
+#include <sys/prctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -595,6 +596,22 @@ TEST_F(QLTSerialTest, WriteSendsByteByByteWithAPauseAfterEach) {
   ASSERT_EQ(times.size(), 4U);
   for (std::size_t i = 1; i < times.size(); ++i)
     EXPECT_GE(times[i] - times[i - 1], milliseconds(5));
+}
+
+TEST_F(QLTSerialTest, WritePausesWithoutTheSystemsSlackAndGivesItBack) {
+  open();
+  const int slack = prctl(PR_GET_TIMERSLACK);
+  if (slack == 0) GTEST_SKIP() << "a real-time thread has none";
+  ASSERT_GT(slack, 1);
+  test::SystemCalls calls;
+  std::vector<int> slackAtBytes;
+  calls.onWrite = [&](int descriptor, const void*, std::size_t) -> std::optional<ssize_t> {
+    if (descriptor == port_.fd()) slackAtBytes.push_back(prctl(PR_GET_TIMERSLACK));
+    return std::nullopt;
+  };
+  EXPECT_TRUE(port_.write("ab"));
+  EXPECT_THAT(slackAtBytes, ElementsAre(1, 1));
+  EXPECT_EQ(prctl(PR_GET_TIMERSLACK), slack);
 }
 
 TEST_F(QLTSerialTest, WriteOfTextBeyondAsciiSendsAsManyBytesAsCharacters) {

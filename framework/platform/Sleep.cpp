@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdint>
 
+#include <sys/prctl.h>
 #include <time.h>
 
 namespace quillon::internal {
@@ -28,6 +29,14 @@ void sleepForSeconds(double seconds) {
   if (!(seconds > 0)) return;
   const double limited = seconds < longest ? seconds : longest;
   sleepFor(std::chrono::nanoseconds(static_cast<std::int64_t>(limited * 1e9)));
+}
+
+ExactSleeps::ExactSleeps() : earlierSlack_(prctl(PR_GET_TIMERSLACK)) {
+  prctl(PR_SET_TIMERSLACK, 1UL);  // ns; 0 would mean the default
+}
+
+ExactSleeps::~ExactSleeps() {
+  if (earlierSlack_ > 0) prctl(PR_SET_TIMERSLACK, static_cast<unsigned long>(earlierSlack_));
 }
 
 }  // namespace quillon::internal

@@ -14,4 +14,17 @@ void sleepFor(std::chrono::nanoseconds duration);
 /// it.
 void sleepForSeconds(double seconds);
 
+/// For as long as it lives, the sleeps of the thread that made it end without the slack (commonly
+/// 50 µs) by which the system delays them to wake threads together. They are never shorter.
+class ExactSleeps {
+ public:
+  ExactSleeps();
+  ~ExactSleeps();
+  ExactSleeps(const ExactSleeps&) = delete;
+  ExactSleeps& operator=(const ExactSleeps&) = delete;
+
+ private:
+  int earlierSlack_;
+};
+
 }  // namespace quillon::internal
