@@ -23,6 +23,11 @@
 
 extern "C" __attribute__((weak)) void __sanitizer_set_death_callback(void (*callback)());
 
+// UndefinedBehaviorSanitizer has no such callback; it shall end by the signal that is handled here.
+extern "C" __attribute__((visibility("default"))) const char* __ubsan_default_options() {
+  return "abort_on_error=1";
+}
+
 namespace {
 
 using Input = std::vector<std::uint8_t>;
