@@ -1,6 +1,5 @@
 #include "BenchMeter.h"
 
-#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <string_view>
@@ -17,27 +16,34 @@ constexpr std::int32_t kNoReading = -101;
 constexpr std::uint64_t kBaudRate = 9600;
 constexpr double kOverload = 9.9e37;  // how SCPI says "beyond the range"
 
+/// Fills the caller's error; null, for the caller to return.
+std::nullptr_t fail(std::int32_t code, const std::string& message, QLTError* error) {
+  const QLTError record = QLTUtil::handleError(code, message);
+  if (error != nullptr) *error = record;
+  return nullptr;
+}
+
 /// A serial port that is read line by line. A serial port's own `read` gives what has come so far,
 /// which may be half a reply, and takes silence for an empty one.
 class LinePort : public QLTSerial {
  public:
   using QLTSerial::QLTSerial;
 
-  std::optional<std::string> read(std::int32_t, QLTError* error) override {
-    const auto timeOut = static_cast<std::int32_t>(timeOutInSeconds());
-    auto line = readLine(timeOut, error);
-    // The second character of an earlier reply's line end.
-    while (line && line->find_first_not_of("\r\n") == line->npos) line = readLine(timeOut, error);
-    return line;
+  std::optional<std::string> read(std::int32_t size, QLTError* error) override {
+    std::string line;
+    for (std::int32_t pieces = 0; pieces < size; ++pieces) {  // even a flood has an end
+      const auto piece = QLTSerial::read(size, error);
+      if (!piece) return std::nullopt;
+      if (piece->empty()) break;
+      line += *piece;
+      // What may be left of an earlier reply's line end.
+      line.erase(0, line.find_first_not_of("\r\n"));
+      if (line.find_first_of("\r\n") != line.npos) return line;
+    }
+    fail(kNoReading, "no reply that ends in time", error);
+    return std::nullopt;
   }
 };
-
-/// Fills the caller's error; null or absent for the caller to return.
-std::nullptr_t fail(std::int32_t code, const std::string& message, QLTError* error) {
-  const QLTError record = QLTUtil::handleError(code, message);
-  if (error != nullptr) *error = record;
-  return nullptr;
-}
 
 std::optional<double> numberIn(std::string_view answer) {
   if (answer.starts_with('+')) answer.remove_prefix(1);

@@ -80,13 +80,14 @@ TEST(BenchMeterTest, anAnswerThatIsNoNumberIsShown) {
 
 TEST(BenchMeterTest, aLineEndInTwoPiecesDoesNotShiftTheReplies) {
   const OtherInstruments others;
-  const SimulatorProcess meter({"scpi", "--pty", "--line-end", "crlf", "--reading", "CURR:DC=0.7"},
-                               "\"MEAS:VOLT:DC?\" -> \"5.0\" split 4\n");
+  // The line feed of the identity comes when the line has been read.
+  const SimulatorProcess meter({"scpi", "--pty", "--line-end", "crlf", "--reading", "VOLT:DC=6"},
+                               "\"*IDN?\" -> \"ACME\" split 5\n");
   test::writeTesterConfig(others.lines() + "meter-left,BenchMeter,0,bsdPath=" + meter.readPath() +
                           "\n");
   StationProcess station = testBoard();
   EXPECT_EQ(station.wait(), 1) << station.errors();
-  EXPECT_THAT(station.results(), HasSubstr("current,2.1,from 0.100000 to 0.600000,0.700000,F"));
+  EXPECT_THAT(station.results(), HasSubstr("from 4.900000 to 5.100000,6.000000,F"));
 }
 
 TEST(BenchMeterTest, aSilentMultimeterEndsTheLoad) {
