@@ -1,6 +1,6 @@
 # Read by ./demo and ./test: what they need from the system.
 
-QUILLON_BUILD_PACKAGES="g++ cmake ninja-build libexpat1-dev libcli11-dev"
+QUILLON_BUILD_PACKAGES="g++ cmake ninja-build libexpat1-dev libcli11-dev nlohmann-json3-dev"
 QUILLON_TEST_PACKAGES="libgtest-dev libgmock-dev"
 
 # need_packages PACKAGE... - installs, as root, the packages that are missing; as somebody else, says the command that

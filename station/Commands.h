@@ -14,6 +14,7 @@ using Command = std::function<int()>;
 // Each subcommand has a source of its own with one function that describes its command line to
 // `app` and, when it is the one that was given, puts what it does into `chosen`.
 
+void addCheckCommand(CLI::App& app, Command& chosen);
 void addRunCommand(CLI::App& app, Command& chosen);
 
 }  // namespace station

@@ -6,6 +6,7 @@
 #include <QLTError.h>
 
 #include "CannotRun.h"
+#include "ColumnKeys.h"
 #include "Text.h"
 
 namespace station {
@@ -15,15 +16,11 @@ std::vector<std::string> keysOf(const QLTDictionary& stationAttributes, const ch
   std::vector<std::string> keys;
   const QLTValue* const value = stationAttributes.find(name);
   if (value == nullptr) return keys;
-  const auto wrong = [name] {
-    return CannotRun(std::string("stationAttributes/") + name + " must be an array of texts",
-                     "Correct the plug-in's TestConfig.plist.");
-  };
-  if (value->array() == nullptr) throw wrong();
-  for (const QLTValue& key : *value->array()) {
-    if (key.string() == nullptr) throw wrong();
-    keys.push_back(*key.string());
+  if (notTexts(*value) != nullptr) {
+    throw CannotRun(std::string("stationAttributes/") + name + " must be an array of texts",
+                    "Correct the plug-in's TestConfig.plist.");
   }
+  for (const QLTValue& key : *value->array()) keys.push_back(*key.string());
   return keys;
 }
 
@@ -32,8 +29,8 @@ std::vector<std::string> keysOf(const QLTDictionary& stationAttributes, const ch
 LogChain::LogChain(const std::string& csvPath, const QLTDictionary& stationAttributes,
                    Screen& screen)
     : screen_(screen),
-      attributeKeys_(keysOf(stationAttributes, "csvAttributeKeys")),
-      extraKeys_(keysOf(stationAttributes, "csvExtraKeys")),
+      attributeKeys_(keysOf(stationAttributes, kAttributeColumns)),
+      extraKeys_(keysOf(stationAttributes, kExtraColumns)),
       csv_(csvPath) {}
 
 // On the constructor above, so that what is open already is closed when a later link does not open.

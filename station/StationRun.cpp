@@ -8,8 +8,6 @@
 #include <thread>
 #include <utility>
 
-#include <unistd.h>
-
 #include <QLTCSVLogger.h>
 #include <QLTLogger.h>
 #include <QLTestMethod.h>
@@ -17,6 +15,7 @@
 
 #include "CannotRun.h"
 #include "SiteRunner.h"
+#include "StationInfo.h"
 #include "Text.h"
 
 namespace station {
@@ -49,17 +48,6 @@ void createLogFolder(const std::string& folder) {
   if (QLTLogger::createLogPath(folder, &error)) return;
   throw CannotRun("cannot make the log folder " + folder + ": " + describe(error),
                   "Give a folder that you may write to with --log-dir.");
-}
-
-QLTDictionary stationInfo(const QLTBundle& bundle, const RunOptions& options) {
-  std::string host(256, '\0');
-  if (gethostname(host.data(), host.size() - 1) != 0) host.clear();
-  host.resize(host.find('\0') == std::string::npos ? host.size() : host.find('\0'));
-  return {{"application", "quillon"},
-          {"applicationVersion", QUILLON_STATION_VERSION},
-          {"bundlePath", bundle.path().string()},
-          {"hostName", host},
-          {"logFolder", options.logFolder}};
 }
 
 std::vector<std::string> testNames(const QLTFlow& flow) {
@@ -96,7 +84,7 @@ int StationRun::run() {
   createLogFolder(options_.logFolder);
   const LogFiles files = makeLogFiles(options_.logFolder, bundle.path().stem(), diagnostics);
   Plugin plugin(bundle, *screen_);
-  plugin.load(stationInfo(bundle, options_), files.diagnostics);
+  plugin.load(stationInfo(bundle, options_.logFolder), files.diagnostics);
   const int status = runOn(plugin, diagnostics, files.csv);
   screen_->line("Results:     " + files.csv + "\nDiagnostics: " + files.diagnostics);
   return status;

@@ -22,12 +22,15 @@ std::string versionText() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("Runs the production tests of a test plug-in on this station.", "quillon");
+  CLI::App app(
+      "Runs the production tests of a test plug-in on this station, and helps to write one.",
+      "quillon");
   app.set_version_flag("--version", versionText(), "Print the version and exit");
   app.require_subcommand(1);
   app.footer("'quillon COMMAND --help' explains a command.");
   station::Command chosen;
   station::addRunCommand(app, chosen);
+  station::addCheckCommand(app, chosen);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -1,6 +1,8 @@
 // A plug-in that misbehaves as its configuration says, and tells what was called.
 
 #include <chrono>
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -67,12 +69,24 @@ class Instrument : public QLTObject {
   std::string path_;
 };
 
-/// Station attributes: "calls" is the file for what is called; "fails" and "throws" name the hook
-/// that does so, at the site "left"; "returnsFalse" likewise.
+/// Station attributes: while the station loads, "talks" is said on standard output and in the
+/// console log, "crashes" and "exits" end the program. "calls" is the file for what is called;
+/// "fails" and "throws" name the hook that does so, at the site "left"; "returnsFalse" likewise.
 class TroubleSuite : public QLTestSuite {
  public:
   using QLTestSuite::QLTestSuite;
 
+  static void customizeConfig(QLTDictionary& config, const QLTDictionary&) {
+    const QLTValue* const attributes = config.find("stationAttributes");
+    if (attributes == nullptr || attributes->dictionary() == nullptr) return;
+    const std::string words = attribute(*attributes->dictionary(), "talks");
+    if (!words.empty()) {
+      QLTLog(words + ", logged");
+      std::printf("%s, printed\n", words.c_str());
+    }
+    if (attributes->dictionary()->contains("crashes")) std::raise(SIGKILL);
+    if (attributes->dictionary()->contains("exits")) std::exit(0);
+  }
   static bool onUnload(QLTError*) {
     const QLTDictionary& attributes = QLTestSiteManager::sharedInstance()->stationAttributes();
     if (attributes.contains("calls")) append(attribute(attributes, "calls"), "onUnload");

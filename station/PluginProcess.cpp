@@ -1,0 +1,108 @@
+#include "PluginProcess.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <iostream>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <QLTConsoleLog.h>
+
+namespace station {
+namespace {
+
+// What the process sends begins with one of these.
+constexpr char kText = 'T';
+constexpr char kCannotRun = 'C';  // problem, a zero byte, advice
+constexpr char kFailed = 'F';     // what an exception says
+
+std::string messageOf(const std::function<std::string()>& function) {
+  try {
+    return kText + function();
+  } catch (const CannotRun& reason) {
+    return kCannotRun + std::string(reason.what()) + '\0' + reason.advice();
+  } catch (const std::exception& unexpected) {
+    return kFailed + std::string(unexpected.what());
+  }
+}
+
+[[noreturn]] void work(int pipe, bool logShown, const std::function<std::string()>& function) {
+  while (dup2(STDERR_FILENO, STDOUT_FILENO) < 0 && (errno == EINTR || errno == EBUSY)) {
+  }
+  if (!logShown) QLTSetLogSink([](std::string_view) {});
+  const std::string message = messageOf(function);
+  std::cout.flush();
+  std::fflush(stdout);
+  std::string_view rest = message;
+  while (!rest.empty()) {
+    const ssize_t count = write(pipe, rest.data(), rest.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) break;
+    rest.remove_prefix(static_cast<std::size_t>(count));
+  }
+  _exit(0);
+}
+
+std::string readAll(int pipe) {
+  std::string text;
+  std::array<char, 4096> chunk{};
+  while (true) {
+    const ssize_t count = read(pipe, chunk.data(), chunk.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return text;
+    text.append(chunk.data(), static_cast<std::size_t>(count));
+  }
+}
+
+/// Takes the process's message; an empty one means that it ended before it could send any.
+std::string textOf(const std::string& message, int status) {
+  if (message.empty() || !WIFEXITED(status)) {
+    const std::string how = WIFSIGNALED(status)
+                                ? std::string("by a signal: ") + strsignal(WTERMSIG(status))
+                                : "with exit status " + std::to_string(WEXITSTATUS(status));
+    throw PluginEnded("the plug-in ended the program, " + how,
+                      "Its customizeConfig ran, without its onLoad, or a constructor of its "
+                      "classes: a fault of the plug-in.");
+  }
+  const std::string content = message.substr(1);
+  if (message.front() == kText) return content;
+  if (message.front() == kFailed) throw std::runtime_error(content);
+  const std::size_t end = content.find('\0');
+  throw CannotRun(content.substr(0, end), content.substr(end + 1));
+}
+
+}  // namespace
+
+std::string runApart(bool logShown, const std::function<std::string()>& function) {
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+    throw std::system_error(errno, std::generic_category(), "pipe");
+  }
+  const pid_t process = fork();
+  if (process == 0) {
+    close(ends[0]);
+    work(ends[1], logShown, function);
+  }
+  const int problem = errno;
+  close(ends[1]);
+  if (process < 0) {
+    close(ends[0]);
+    throw std::system_error(problem, std::generic_category(), "fork");
+  }
+  const std::string message = readAll(ends[0]);
+  close(ends[0]);
+  int status = 0;
+  while (waitpid(process, &status, 0) < 0 && errno == EINTR) {
+  }
+  return textOf(message, status);
+}
+
+}  // namespace station

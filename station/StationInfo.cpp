@@ -1,0 +1,18 @@
+#include "StationInfo.h"
+
+#include <unistd.h>
+
+namespace station {
+
+QLTDictionary stationInfo(const QLTBundle& bundle, const std::string& logFolder) {
+  std::string host(256, '\0');
+  if (gethostname(host.data(), host.size() - 1) != 0) host.clear();
+  host.resize(host.find('\0') == std::string::npos ? host.size() : host.find('\0'));
+  return {{"application", "quillon"},
+          {"applicationVersion", QUILLON_STATION_VERSION},
+          {"bundlePath", bundle.path().string()},
+          {"hostName", host},
+          {"logFolder", logFolder}};
+}
+
+}  // namespace station

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+#include <QLTBundle.h>
+#include <QLTValue.h>
+
+namespace station {
+
+/// What the plug-in is told about this station application, as it loads.
+QLTDictionary stationInfo(const QLTBundle& bundle, const std::string& logFolder);
+
+}  // namespace station
