@@ -31,6 +31,7 @@ int main(int argc, char** argv) {
   station::Command chosen;
   station::addRunCommand(app, chosen);
   station::addCheckCommand(app, chosen);
+  station::addListCommand(app, chosen);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
