@@ -16,6 +16,7 @@ using Command = std::function<int()>;
 
 void addCheckCommand(CLI::App& app, Command& chosen);
 void addListCommand(CLI::App& app, Command& chosen);
+void addNewCommand(CLI::App& app, Command& chosen);
 void addRunCommand(CLI::App& app, Command& chosen);
 
 }  // namespace station

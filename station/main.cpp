@@ -32,6 +32,7 @@ int main(int argc, char** argv) {
   station::addRunCommand(app, chosen);
   station::addCheckCommand(app, chosen);
   station::addListCommand(app, chosen);
+  station::addNewCommand(app, chosen);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
