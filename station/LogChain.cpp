@@ -49,6 +49,9 @@ LogChain::LogChain(const std::string& csvPath, const QLTDictionary& stationAttri
     } catch (const std::exception& exception) {
       throw CannotRun("the logger of site " + suite->siteName() +
                       " threw: " + printable(exception.what()));
+    } catch (...) {
+      throw CannotRun("the logger of site " + suite->siteName() +
+                      " threw an exception of an unknown kind");
     }
   }
 }

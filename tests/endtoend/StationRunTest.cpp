@@ -300,6 +300,14 @@ TEST_F(StationRun, aLoggerOfThePluginIsOpenedOnceAndGetsTheRecords) {
   EXPECT_THAT(made, ElementsAre("open", "log left S1", "log right S1", "close"));
 }
 
+TEST_F(StationRun, aLoggerOfThePluginThatCannotBeMadeStopsEverything) {
+  bundle_.configure(entry("Volts", ""), text("ownLogger", "throw"));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 2);
+  EXPECT_THAT(station.errors(),
+              HasSubstr("the logger of site left threw an exception of an unknown kind"));
+}
+
 TEST_F(StationRun, aLoggerOfThePluginThatThrowsBreaksTheDeviceOff) {
   bundle_.configure(entry("Unloggable", flag("lie") + text("value", "9")) + entry("Later", ""),
                     text("ownLogger", calls()));

@@ -112,6 +112,7 @@ class TroubleSuite : public QLTestSuite {
 
   std::shared_ptr<QLTLogger> logger() override {
     const std::string path = attribute(siteAttributes(), "ownLogger");
+    if (path == "throw") throw 42;
     if (path.empty()) return nullptr;
     static const auto shared = std::make_shared<OwnLogger>(path);
     return shared;
