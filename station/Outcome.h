@@ -11,7 +11,7 @@ enum class Verdict { Pass, Fail, BrokenOff };
 struct Outcome {
   std::string site;
   std::string serialNumber;
-  Verdict verdict = Verdict::Pass;
+  Verdict verdict = Verdict::BrokenOff;     ///< until the flow has come to its end
   std::optional<std::string> firstFailure;  ///< of the tests
   std::optional<std::string> brokenOff;     ///< why the run was broken off
   double seconds = 0;

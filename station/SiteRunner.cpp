@@ -1,5 +1,6 @@
 #include "SiteRunner.h"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <optional>
@@ -48,6 +49,15 @@ constexpr const char* kLogger = "the plug-in's logger";
 
 double secondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+bool hasFailed(const std::shared_ptr<QLTestResult>& record) {
+  return record->result() == kQLTestResultFail;
+}
+
+/// A code that nobody knows is no pass.
+bool hasPassed(const std::shared_ptr<QLTestResult>& record) {
+  return record->result() == kQLTestResultPass || record->result() == kQLTestResultNA;
 }
 
 /// A record for a test that failed without one, so that the log never shows a failed test as
@@ -108,7 +118,9 @@ void SiteRunner::start(const std::string& serialNumber, int round) {
 
 void SiteRunner::runFlow(Outcome& outcome) {
   const std::shared_ptr<QLTFlow> flow = suite_->flowForName(flowName_);
-  if (!flow) throw BrokenOff("the plug-in has removed the flow");
+  // It had tests when the series began; without any, the device would pass untested.
+  if (!flow || flow->empty()) throw BrokenOff("the plug-in has taken the flow's tests away");
+  Verdict verdict = Verdict::Pass;
   std::int32_t index = 0;
   // A copy: a test may change the flow.
   for (const auto& method : QLTFlow(*flow)) {
@@ -117,9 +129,10 @@ void SiteRunner::runFlow(Outcome& outcome) {
       throw BrokenOff("stopped on request before " + nameOf(*method, index));
     }
     if (runTest(*method, index, outcome)) continue;
-    outcome.verdict = Verdict::Fail;
-    if (method->shouldStopOnFail()) return;
+    verdict = Verdict::Fail;
+    if (method->shouldStopOnFail()) break;
   }
+  outcome.verdict = verdict;
 }
 
 bool SiteRunner::runTest(QLTestMethod& method, std::int32_t index, Outcome& outcome) {
@@ -129,8 +142,7 @@ bool SiteRunner::runTest(QLTestMethod& method, std::int32_t index, Outcome& outc
   std::string failure;
   std::optional<std::string> problem = test.exception;
   for (const auto& record : test.records) {
-    const bool failed = record->result() == kQLTestResultFail;
-    if (failed && failure.empty()) failure = Report::failure(*record);
+    if (hasFailed(record) && failure.empty()) failure = Report::failure(*record);
     // Each record, although the logger failed at an earlier one: the CSV file gets them all.
     const auto logProblem = problemOf(kLogger, [&] { logs_.log(*suite_, record); });
     if (!problem) problem = logProblem;
@@ -160,33 +172,44 @@ SiteRunner::TestRun SiteRunner::run(QLTestMethod& method, std::int32_t index) co
       test.passed = method.retest(index, &error);
     }
   });
+  test.reason = error     ? describe(error)
+                : started ? "failed without giving a reason"
+                          : "was not run";
   // Also after an exception: what was measured until then belongs into the log.
   if (started) {
-    QLTError takingError;
-    const auto problem = problemOf(nameOf(method, index), [&] {
-      if (const auto records = method.didRun(index, &takingError)) test.records = *records;
-    });
+    const auto problem =
+        problemOf(nameOf(method, index), [&] { takeRecords(method, index, test); });
     if (!test.exception) test.exception = problem;
-    if (takingError) {
-      test.passed = false;
-      error = takingError;
-    }
   }
-  std::erase(test.records, nullptr);
-
-  bool failureRecorded = false;
-  for (const auto& record : test.records) {
-    if (record->result() == kQLTestResultFail) failureRecorded = true;
+  if (test.exception) {
+    test.passed = false;
+    test.reason = *test.exception;
   }
-  if (failureRecorded || test.exception) test.passed = false;
-  if (!test.passed && !failureRecorded) {
-    const std::string reason = test.exception ? *test.exception
-                               : error        ? describe(error)
-                               : started      ? "failed without giving a reason"
-                                              : "was not run";
-    test.records.push_back(failureRecord(method, index, reason));
+  if (!test.passed && std::none_of(test.records.begin(), test.records.end(), hasFailed)) {
+    test.records.push_back(failureRecord(method, index, test.reason));
   }
   return test;
+}
+
+/// Takes over the records of a test that has run. A test that said it passed has failed all the
+/// same when they do not bear it out.
+void SiteRunner::takeRecords(QLTestMethod& method, std::int32_t index, TestRun& test) {
+  QLTError error;
+  const std::shared_ptr<QLTestResults> records = method.didRun(index, &error);
+  if (records) test.records = *records;
+  std::erase(test.records, nullptr);
+  const auto fail = [&test](std::string reason) {
+    test.passed = false;
+    test.reason = std::move(reason);
+  };
+  if (error) {
+    fail(describe(error));
+  } else if (test.passed && !records) {
+    // As happens when its own willRun does not call the base's: what it reported is lost.
+    fail("passed without a list of results");
+  } else if (test.passed && !std::all_of(test.records.begin(), test.records.end(), hasPassed)) {
+    fail("passed with a result that is no pass");
+  }
 }
 
 void SiteRunner::end(Outcome& outcome) {

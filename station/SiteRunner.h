@@ -40,6 +40,7 @@ class SiteRunner {
   void runFlow(Outcome& outcome);
   bool runTest(QLTestMethod& method, std::int32_t index, Outcome& outcome);
   TestRun run(QLTestMethod& method, std::int32_t index) const;
+  static void takeRecords(QLTestMethod& method, std::int32_t index, TestRun& test);
   void end(Outcome& outcome);
 
   std::shared_ptr<QLTestSuite> suite_;

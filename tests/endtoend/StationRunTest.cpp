@@ -151,6 +151,45 @@ TEST_F(StationRun, aFailureWithoutARecordLeavesOneInTheLog) {
               HasSubstr("left  FAIL  Error    0.0 s  no answer\\nfrom the device\n"));
 }
 
+TEST_F(StationRun, aTestWhoseResultsAreLostFailsWhateverRunSays) {
+  bundle_.configure(
+      entry("Kept nowhere", flag("ownWillRun") + flag("passWithError"), flag("stopOnFail", false)) +
+      entry("Lost", flag("loseRecords")));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_EQ(station.results(),
+            std::string(kHeader) +
+                "1,A,left,Kept nowhere,runtime error,1.0,run time error,F,\"passed without a list "
+                "of results\",\n"
+                "1,A,left,Lost,runtime error,2.0,run time error,F,\"passed without a list of "
+                "results\",\n");
+}
+
+TEST_F(StationRun, aResultOfAnUnknownKindIsNoPass) {
+  bundle_.configure(entry("Odd", text("code", "3"), flag("stopOnFail", false)) +
+                    entry("Not applicable", text("code", "2")));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.results(),
+              AllOf(HasSubstr(line("1,A,left", "Odd", "1.1", "odd", "\"\"")),
+                    HasSubstr("1,A,left,Odd,runtime error,1.0,run time error,F,\"passed with a "
+                              "result that is no pass\",\n")));
+  EXPECT_THAT(station.steadyOutput(),
+              AllOf(HasSubstr("left  FAIL  Odd"), HasSubstr("left  PASS  Not applicable")));
+}
+
+TEST_F(StationRun, aFlowThatHasLostItsTestsPassesNoDevice) {
+  for (const char* what : {"flow", "tests"}) {
+    bundle_.configure(entry("Volts", ""), text("takesAway", what));
+    StationProcess station(atLeft());
+    EXPECT_EQ(station.wait(), 1) << what;
+    EXPECT_THAT(station.steadyOutput(),
+                HasSubstr("left  A              BROKEN OFF  0.0 s  the plug-in has taken the "
+                          "flow's tests away\n"))
+        << what;
+  }
+}
+
 TEST_F(StationRun, anErrorThatAPassedTestLeavesDoesNotCount) {
   bundle_.configure(entry("Volts", flag("passWithError")));
   StationProcess station(atLeft());

@@ -72,6 +72,7 @@ class Instrument : public QLTObject {
 /// Station attributes: while the station loads, "talks" is said on standard output and in the
 /// console log, "crashes" and "exits" end the program. "calls" is the file for what is called;
 /// "fails" and "throws" name the hook that does so, at the site "left"; "returnsFalse" likewise.
+/// "takesAway" is what onDUTStart takes away: the "flow" or its "tests".
 class TroubleSuite : public QLTestSuite {
  public:
   using QLTestSuite::QLTestSuite;
@@ -102,6 +103,9 @@ class TroubleSuite : public QLTestSuite {
     called("onDUTStart " + attribute(dutInfo, "serialNumber") + " " + attribute(dutInfo, "flow") +
                " " + attribute(dutInfo, "round"),
            "onDUTStart", error);
+    const std::string takesAway = attribute(siteAttributes(), "takesAway");
+    if (takesAway == "tests") flowForName("default")->clear();
+    if (takesAway == "flow") removeFlow("default");
     return nullptr;
   }
   bool onDUTFinished(QLTError* error) override {
@@ -143,7 +147,8 @@ class TroubleTest : public QLTestMethod {
       if (error != nullptr) *error = QLTError::withDescription("test", 2, "the door is open");
       return false;
     }
-    return QLTestMethod::willRun(index, error);
+    // Without the base's there is no list that keeps the records.
+    return does("ownWillRun") || QLTestMethod::willRun(index, error);
   }
 
   bool run(std::int32_t, QLTError* error) override {
@@ -156,6 +161,8 @@ class TroubleTest : public QLTestMethod {
       *error = QLTError::withDescription("test", 3, "no answer\nfrom the device");
       return false;
     }
+    if (const QLTValue* code = param("code"))
+      addResult(1, "odd", {}, 1)->setResult(code->intValue());
     if (does("passWithError")) *error = QLTError::withDescription("test", 3, "stale");
     const bool secondTime = does("secondTime") && attempts_ == 1;
     const double value = param("value") != nullptr ? param("value")->doubleValue() : 1.5;
