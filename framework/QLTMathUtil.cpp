@@ -2,6 +2,7 @@
 
 #include <array>
 #include <charconv>
+#include <cstdlib>
 
 #include "platform/Format.h"
 
@@ -13,9 +14,11 @@ std::string QLTMathUtil::int2hex(std::uint32_t value, int width) {
   std::array<char, 8> buffer{};
   const auto end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, 16).ptr;
   std::string digits(buffer.data(), end);
-  const auto wanted = width > 0 ? static_cast<std::size_t>(width) : 0;
-  if (digits.size() < wanted) digits.insert(0, wanted - digits.size(), ' ');
-  return digits;
+  // Widened, so that the lowest width has an opposite.
+  const auto wanted = static_cast<std::size_t>(std::abs(std::int64_t{width}));
+  if (digits.size() >= wanted) return digits;
+  const std::string padding(wanted - digits.size(), ' ');
+  return width < 0 ? digits + padding : padding + digits;
 }
 
 std::int32_t QLTMathUtil::bin2int(const std::string&) { return 3; }

@@ -11,7 +11,8 @@ class QLT_EXPORT QLTMathUtil {
   /// The leading *decimal* integer of `text`, whatever the name promises: "1F" gives 1, "0x10"
   /// gives 0.
   static std::int32_t hex2int(const std::string& text);
-  /// Lower-case hexadecimal, padded with blanks on the left to at least `width` characters.
+  /// Lower-case hexadecimal, padded with blanks to at least `width` characters: on the left, or on
+  /// the right where `width` is negative.
   static std::string int2hex(std::uint32_t value, int width);
   /// Unfinished on purpose: always 3.
   static std::int32_t bin2int(const std::string& text);

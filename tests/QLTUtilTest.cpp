@@ -105,6 +105,8 @@ TEST(QLTMathUtilTest, Int2hexPadsWithBlanks) {
   EXPECT_EQ(QLTUtil::int2hex(3735928559U, 8), "deadbeef");
   EXPECT_EQ(QLTUtil::int2hex(3735928559U, 2), "deadbeef");
   EXPECT_EQ(QLTUtil::int2hex(4294967295U, 10), "  ffffffff");
+  EXPECT_EQ(QLTUtil::int2hex(255, -4), "ff  ");
+  EXPECT_EQ(QLTUtil::int2hex(255, -1), "ff");
 }
 
 TEST(QLTMathUtilTest, Base2ConversionsAreUnfinished) {
