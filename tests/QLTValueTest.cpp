@@ -1,8 +1,11 @@
+#include <QLTPropertyList.h>
 #include <QLTValue.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
+
+#include "support/CommaLocale.h"
 
 namespace {
 
@@ -101,6 +104,18 @@ TEST(QLTValue, ReadsARealFromAText) {
   EXPECT_EQ(QLTValue(".").doubleValue(), 0.0);
   EXPECT_EQ(QLTValue("1e999").doubleValue(), HUGE_VAL);
   EXPECT_EQ(QLTValue("1e-999").doubleValue(), 0.0);
+}
+
+TEST(QLTValue, NumbersHaveAPointInACommaLocale) {
+  const test::CommaLocale locale;
+  if (!locale.isSet()) GTEST_SKIP() << "no locale with a decimal comma, and none can be made";
+  EXPECT_EQ(QLTValue("1.5").doubleValue(), 1.5);
+  EXPECT_EQ(QLTValue("1,5").doubleValue(), 1.0);
+  EXPECT_EQ(QLTValue(" -2.5e-1 V").doubleValue(), -0.25);
+  EXPECT_EQ(QLTValue(1234.5).text(), "1234.5");
+  EXPECT_EQ(QLTValue(1234567).text(), "1234567");
+  EXPECT_EQ(QLTPropertyList::parse("<plist><real>1.5</real></plist>", "T.plist"), QLTValue(1.5));
+  EXPECT_EQ(QLTPropertyList::parse("<plist><real>1,5</real></plist>", "T.plist"), std::nullopt);
 }
 
 TEST(QLTValue, ShowsItselfAsText) {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <charconv>
 #include <climits>
 #include <memory>
@@ -29,7 +28,8 @@ std::string quoted(std::string_view text) {
   constexpr std::size_t longest = 40;
   std::string result = "'";
   for (const char c : text.substr(0, longest)) {
-    result += std::iscntrl(static_cast<unsigned char>(c)) != 0 ? ' ' : c;
+    const auto byte = static_cast<unsigned char>(c);
+    result += byte < 0x20 || byte == 0x7f ? ' ' : c;
   }
   return result + (text.size() > longest ? "...'" : "'");
 }
