@@ -234,8 +234,9 @@ bool QLTestSiteManager::loadTesterConfig(QLTError* error) {
 bool QLTestSiteManager::loadInstruments(const QLTClass* principalClass, const QLTDictionary&,
                                         QLTError* error) {
   Complaints complaints;
-  const ConfigEntry section(testerConfigPath().string(), "Instruments",
-                            config_.find("Instruments"));
+  // A copy, here and below: the plug-in's code that is called may change the live one.
+  const QLTDictionary config = config_;
+  const ConfigEntry section(testerConfigPath().string(), "Instruments", config.find("Instruments"));
   const QLTDictionary* const entries = section.dictionary(complaints);
   if (entries != nullptr) {
     for (const auto& [name, value] : *entries) {
@@ -266,7 +267,8 @@ bool QLTestSiteManager::loadInstruments(const QLTClass* principalClass, const QL
 
 bool QLTestSiteManager::loadSites(const QLTClass* principalClass, QLTError* error) {
   Complaints complaints;
-  const ConfigEntry section(configFile_, "Sites", config_.find("Sites"));
+  const QLTDictionary config = config_;
+  const ConfigEntry section(configFile_, "Sites", config.find("Sites"));
   const QLTDictionary* const sites = section.dictionary(complaints);
   if (sites != nullptr) {
     for (const auto& [name, value] : *sites) {
@@ -310,11 +312,13 @@ bool QLTestSiteManager::loadSites(const QLTClass* principalClass, QLTError* erro
 bool QLTestSiteManager::loadFlows(const QLTBundle& bundle, QLTError* error) {
   const std::string file = configFile(bundle);
   Complaints complaints;
-  const ConfigEntry section(file, "Flows", config_.find("Flows"));
-  const ConfigEntry defaultFlow(file, "defaultFlow", config_.find("defaultFlow"));
+  const QLTDictionary config = config_;
+  const auto suites = sites_;
+  const ConfigEntry section(file, "Flows", config.find("Flows"));
+  const ConfigEntry defaultFlow(file, "defaultFlow", config.find("defaultFlow"));
   const QLTDictionary* const flows = section.dictionary(complaints);
   if (!complaints.empty()) return fail(kFlowWrong, complaints, error);
-  for (const auto& [siteName, suite] : sites_) {
+  for (const auto& [siteName, suite] : suites) {
     if (flows != nullptr) {
       for (const auto& [flowName, tests] : *flows) {
         if (!loadFlow(bundle, suite, flowName, tests, error)) return false;

@@ -30,6 +30,38 @@ namespace {
 
 constexpr const char* kTesterConfig = "/vault/Quillon/TesterConfig_oc.csv";
 
+/// A suite that takes the configuration away while it is being read; so do its methods.
+class GreedySuite : public QLTestSuite {
+ public:
+  explicit GreedySuite(std::string siteName) : QLTestSuite(std::move(siteName)) { take("Sites"); }
+  static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary&, QLTError*) {
+    take("Instruments");
+    return std::make_shared<QLTObject>();
+  }
+  static void take(const char* key) { QLTestSiteManager::sharedInstance()->config().remove(key); }
+};
+
+class GreedyTest : public QLTestMethod {
+ public:
+  GreedyTest(const std::shared_ptr<QLTestSuite>& suite, std::shared_ptr<QLTResources> resources,
+             std::optional<std::string> displayName, SubTestInfos infos)
+      : QLTestMethod(suite, std::move(resources), std::move(displayName), std::move(infos)) {
+    GreedySuite::take("Flows");
+    QLTestSiteManager::sharedInstance()->setSuite(nullptr, suite->siteName());
+  }
+};
+
+class OwnDelay : public QLTestMethod {
+ public:
+  using QLTestMethod::QLTestMethod;
+};
+
+QLT_CLASS(GreedySuite);
+QLT_CLASS(GreedyTest);
+/// The name is one of the framework's as well.
+const QLTClass* const ownDelay =
+    QLTClass::registerClass("QLTestMethodDelay", quillon::internal::operationsOf<OwnDelay>());
+
 /// Every test has the process and the folder /vault to itself: the tests run one a process, in a
 /// private mount namespace.
 class QLTestSiteManagerTest : public testing::Test {
@@ -528,6 +560,27 @@ TEST_F(QLTestSiteManagerTest, EndsTheLoadWhenAHookThrows) {
                                           place + "createInstrument threw: no such meter");
   EXPECT_EQ(failureOf(files, -40006, {{"throw in customizeConfig", "bad day"}}),
             place + "customizeConfig threw: bad day");
+}
+
+TEST_F(QLTestSiteManagerTest, OutlivesAPluginThatChangesTheConfigurationWhileItIsRead) {
+  const QLTClass* const principalClass = QLTClass::of<GreedySuite>();
+  const QLTDictionary instrument{{"class", "Unheard"}};
+  const QLTDictionary site{{"Resources", QLTDictionary{{"a", "one"}, {"b", "other"}}}};
+  const QLTArray flow{QLTDictionary{{"class", "GreedyTest"}},
+                      QLTDictionary{{"class", "GreedyTest"}}};
+  manager().config() = {{"Instruments", QLTDictionary{{"one", instrument}, {"other", instrument}}},
+                        {"Sites", QLTDictionary{{"left", site}, {"right", site}}},
+                        {"Flows", QLTDictionary{{"audit", flow}, {"main", flow}}},
+                        {"defaultFlow", "main"}};
+  EXPECT_TRUE(manager().loadInstruments(principalClass, {}));
+  EXPECT_TRUE(manager().loadSites(principalClass));
+  const auto left = manager().suiteForSite("left");
+  const auto right = manager().suiteForSite("right");
+  ASSERT_TRUE(left && right);
+  EXPECT_TRUE(manager().loadFlows(QLTBundle::mainBundle()));
+  EXPECT_EQ(right->flowForName("audit")->size(), 2U);
+  EXPECT_EQ(right->flowForName("default")->size(), 2U);
+  EXPECT_EQ(left->resources()->size(), 3U);
 }
 
 // Sites.
