@@ -21,6 +21,7 @@
 
 #include "support/CommaLocale.h"
 #include "support/ConsoleLog.h"
+#include "support/SystemCalls.h"
 #include "support/TemporaryFolder.h"
 
 #include <fcntl.h>
@@ -665,7 +666,13 @@ TEST_F(QLTCSVLoggerTest, LineThatIsBrokenOffIsEndedBeforeTheNext) {
             Strings{"In CSV logger, error writing to file " + path() + ": File too large"});
 }
 
-TEST_F(QLTCSVLoggerTest, EveryLineIsFlushedByItself) {
+TEST_F(QLTCSVLoggerTest, EveryLineIsWrittenAndFlushedAtOnce) {
+  Strings writes;
+  test::SystemCalls calls;
+  calls.onWrite = [&](int, const void* bytes, std::size_t size) -> std::optional<ssize_t> {
+    writes.emplace_back(static_cast<const char*>(bytes), size);
+    return std::nullopt;
+  };
   QLTCSVLogger logger(path());
   flushes = 0;
   logger.open({}, {});
@@ -673,6 +680,7 @@ TEST_F(QLTCSVLoggerTest, EveryLineIsFlushedByItself) {
   logger.log(powerRecord());
   logger.log(powerRecord());
   EXPECT_EQ(flushes, 3);
+  EXPECT_EQ(writes, (Strings{kHeader, kPowerLine, kPowerLine}));
 }
 
 TEST_F(QLTCSVLoggerTest, InterruptedFlushIsRepeated) {

@@ -627,6 +627,15 @@ TEST_F(QLTestSiteManagerTest, DisablesASiteWhoseResourceIsMissing) {
   EXPECT_TRUE(load(files));
 }
 
+TEST_F(QLTestSiteManagerTest, LooksNoFurtherThanASitesFirstMissingResource) {
+  manager().config().set(
+      "Sites",
+      QLTDictionary{
+          {"left", QLTDictionary{{"Resources", QLTDictionary{{"a", "dut"}, {"b", "meter"}}}}}});
+  EXPECT_TRUE(manager().loadSites(QLTClass::of<GreedySuite>()));
+  EXPECT_THAT(log_.lines(), ElementsAre(HasSubstr("for site left does not exist!")));
+}
+
 TEST_F(QLTestSiteManagerTest, NeedsAPrincipalClassForTheFirstSite) {
   setTesterConfig(kHeader);
   const PluginBundle unknown(STATION_PLUGIN, "NoSuchClass");
@@ -699,6 +708,17 @@ TEST_F(QLTestSiteManagerTest, FindsTheFrameworksOwnMethods) {
   ASSERT_TRUE(load(files));
   EXPECT_EQ(manager().suiteForSite("left")->flowForName("main")->front()->className(),
             "QLTestMethodDelay");
+}
+
+TEST_F(QLTestSiteManagerTest, PrefersThePluginsMethodsToTheFrameworks) {
+  ASSERT_NE(ownDelay, nullptr);
+  const auto suite = std::make_shared<QLTestSuite>("left");
+  manager().setSuite(suite, "left");
+  manager().config() = {
+      {"Flows", QLTDictionary{{"main", QLTArray{QLTDictionary{{"class", "QLTestMethodDelay"}}}}}},
+      {"defaultFlow", "main"}};
+  ASSERT_TRUE(manager().loadFlows(QLTBundle::mainBundle()));
+  EXPECT_NE(std::dynamic_pointer_cast<OwnDelay>(suite->flowForName("main")->front()), nullptr);
 }
 
 TEST_F(QLTestSiteManagerTest, KeepsAMethodsDefaultsWhereTheConfigurationIsSilent) {
@@ -788,6 +808,19 @@ TEST_F(QLTestSiteManagerTest, FailsOnAClassThatDoesNotExist) {
   EXPECT_EQ(
       failureOf(none, -40001),
       "load flow failed. Tests can not be run. Details: unrecognized test method class (null)");
+}
+
+TEST_F(QLTestSiteManagerTest, BuildsNothingAfterAClassThatDoesNotExist) {
+  setTesterConfig(kHeader);
+  const PluginBundle files(STATION_PLUGIN);
+  files.setConfig(key("Sites", dict(key("left", dict("")) + key("right", dict("")))) +
+                  key("Flows", dict(key("main", array(testOf("Unheard"))) +
+                                    key("audit", array(testOf("Unheard"))))) +
+                  key("defaultFlow", text("main")));
+  EXPECT_FALSE(load(files));
+  EXPECT_EQ(manager().suiteForSite("left")->flowNames().size() +
+                manager().suiteForSite("right")->flowNames().size(),
+            1U);
 }
 
 TEST_F(QLTestSiteManagerTest, FailsOnAMethodWhoseConstructorThrows) {
