@@ -227,10 +227,9 @@ std::optional<std::string> QLTSerial::readLine(std::int32_t timeoutInSeconds, QL
   const auto start = steady_clock::now();
   std::array<char, longestLine + longestChunk> buffer;
   std::size_t total = 0;
-  bool first = true;
   bool done = false;
-  while (!done) {
-    if (!std::exchange(first, false) && steady_clock::now() - start > timeout) {
+  for (bool first = true; !done; first = false) {
+    if (!first && steady_clock::now() - start > timeout) {
       QLTLog(format("timeout reading from serial port %@", bsdPath()));
       return failLine("timeout trying to read from serial port", error);
     }

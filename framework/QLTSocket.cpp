@@ -115,7 +115,7 @@ bool QLTSocket::write(const std::string& text, QLTError* error) {
 std::optional<std::string> QLTSocket::read(QLTError* error) {
   constexpr std::int32_t readPolls = 100;
   bool available = false;
-  for (std::int32_t i = 0; i < readPolls && !available; ++i) {
+  for (std::int32_t i = 0; i < readPolls; ++i) {
     available = rStream_->hasBytesAvailable();
     if (available) break;
     if (i == 1) {

@@ -1,7 +1,6 @@
 #include "aardvark.h"
 
 #include <atomic>
-#include <cerrno>
 #include <cstdio>
 #include <mutex>
 #include <string>
@@ -10,6 +9,8 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
+
+#include "platform/Retried.h"
 
 namespace quillon::internal {
 namespace {
@@ -24,10 +25,7 @@ char SO_NAME[kLongestPath + 1] = "aardvark.so";
 
 bool _checkPath(const std::string& directory) {
   const std::string path = directory + "/" + SO_NAME;
-  int descriptor = -1;
-  do {
-    descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  } while (descriptor < 0 && errno == EINTR);
+  const int descriptor = retried([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); });
   if (descriptor < 0) return false;
   close(descriptor);
   SO_NAME[path.copy(SO_NAME, kLongestPath)] = '\0';
