@@ -17,12 +17,15 @@
 #include <QLTUtil.h>
 
 #include "support/ConsoleLog.h"
+#include "support/Errors.h"
 #include "support/FreshProcess.h"
 #include "support/aardvark/StandIn.h"
 
 namespace {
 
 using test::ConsoleLog;
+using test::earlierError;
+using test::isUntouched;
 using test::StandInRecord;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -34,21 +37,12 @@ constexpr std::int32_t kNothingThere = 0x51;
 constexpr int kBadHandle = -203;
 constexpr int kNotAcknowledged = -204;
 
-/// A record that no operation of the adapter makes.
-QLTError earlierError() { return QLTError::withDescription("earlier", 1, "earlier"); }
-
 void expectError(const QLTError& error, std::int64_t code, const std::string& description) {
   EXPECT_EQ(error.domain(), QLTFrameworkErrorDomain);
   EXPECT_EQ(error.code(), code);
   EXPECT_EQ(error.description(), description);
   EXPECT_EQ(error.userInfo().size(), 1U);
   EXPECT_FALSE(error.underlyingError());
-}
-
-void expectUntouched(const QLTError& error) {
-  EXPECT_EQ(error.domain(), "earlier");
-  EXPECT_EQ(error.code(), 1);
-  EXPECT_EQ(error.description(), "earlier");
 }
 
 /// `operation` fails with and without a place for the error, and tells the console log so.
@@ -156,7 +150,7 @@ TEST_F(QLTAardvarkI2CTest, OpensWithTheDefaultsAndLeavesTargetPowerAlone) {
     QLTAardvarkI2C adapter(0);
     QLTError error = earlierError();
     EXPECT_TRUE(adapter.open(&error));
-    expectUntouched(error);
+    EXPECT_THAT(error, isUntouched());
     EXPECT_EQ(record.arguments("c_aa_open"), Arguments{0});
     EXPECT_EQ(record.arguments("c_aa_configure"), (Arguments{1, 3}));
     EXPECT_EQ(record.arguments("c_aa_i2c_pullup"), (Arguments{1, 3}));
@@ -214,7 +208,7 @@ TEST_F(QLTAardvarkI2CTest, KeepsNegativeAnswersAndReportsNone) {
     adapter.setPowerTarget(true);
     QLTError error = earlierError();
     EXPECT_TRUE(adapter.open(&error));
-    expectUntouched(error);
+    EXPECT_THAT(error, isUntouched());
     EXPECT_EQ(adapter.bitRate(), -9);
     EXPECT_EQ(adapter.busTimeoutInMilliSecond(), -9);
     EXPECT_THAT(log.lines(), IsEmpty());
@@ -270,7 +264,7 @@ TEST_F(QLTAardvarkI2CTest, ClosesItsHandleWithTrueWhateverTheLibraryAnswers) {
     record.setResult("c_aa_close", -5);
     EXPECT_TRUE(adapter.close(&error));
     EXPECT_TRUE(adapter.close());
-    expectUntouched(error);
+    EXPECT_THAT(error, isUntouched());
     EXPECT_TRUE(adapter.open());
   });
 }
@@ -292,7 +286,7 @@ TEST_F(QLTAardvarkI2CTest, WritesAndLogsTheBytes) {
     QLTError error = earlierError();
     const QLTData content{0x0A, 0xFF};
     EXPECT_TRUE(adapter.write(kEeprom, content, &error));
-    expectUntouched(error);
+    EXPECT_THAT(error, isUntouched());
     EXPECT_THAT(log.lines(),
                 ElementsAre("wrote 2 bytes to Aardvard I2C port 0, address 0x50: 0a,ff"));
     const Arguments passed = record.arguments("c_aa_i2c_write_ext");
@@ -403,7 +397,7 @@ TEST_F(QLTAardvarkI2CTest, ReadsWhatWasWritten) {
     // Past the last register comes the first.
     EXPECT_EQ(adapter.read(kEeprom, 2, &error), (QLTData{0x0A, 0xFF}));
     EXPECT_EQ(adapter.read(kEeprom, 2, &error), (QLTData{0x33, 0x00}));
-    expectUntouched(error);
+    EXPECT_THAT(error, isUntouched());
     EXPECT_THAT(log.lines(),
                 ElementsAre("read 2 bytes from Aardvard I2C port 0, address 0x50: <0aff>",
                             "read 2 bytes from Aardvard I2C port 0, address 0x50: <3300>"));
@@ -422,7 +416,7 @@ TEST_F(QLTAardvarkI2CTest, ReadsFewerBytesThanAskedWithoutAnError) {
     const ConsoleLog log;
     QLTError error = earlierError();
     EXPECT_EQ(adapter.read(kEeprom, 4, &error), (QLTData{1, 2, 3}));
-    expectUntouched(error);
+    EXPECT_THAT(error, isUntouched());
     EXPECT_THAT(log.lines(),
                 ElementsAre("read 3 bytes from Aardvard I2C port 0, address 0x50: <010203>"));
   });

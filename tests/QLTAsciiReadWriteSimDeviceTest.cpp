@@ -5,10 +5,12 @@
 #include <string>
 
 #include "support/ConsoleLog.h"
+#include "support/Errors.h"
 #include "support/TemporaryFolder.h"
 
 namespace {
 
+using test::isUntouched;
 using testing::IsEmpty;
 
 class QLTAsciiReadWriteSimDeviceTest : public testing::Test {
@@ -26,13 +28,10 @@ class QLTAsciiReadWriteSimDeviceTest : public testing::Test {
         "<key>script</key><array><string>A</string><string>B</string></array>"
         "<key>other</key><true/>");
   }
-  bool isUntouched(const QLTError& error) const {
-    return error.domain() == "earlier" && error.code() == 7;
-  }
 
   test::ConsoleLog log_;
   test::TemporaryFolder folder_;
-  QLTError error_ = QLTError::withDescription("earlier", 7, "an earlier failure");
+  QLTError error_ = test::earlierError();
 };
 
 TEST_F(QLTAsciiReadWriteSimDeviceTest, IsAnAsciiDevice) {
@@ -42,14 +41,14 @@ TEST_F(QLTAsciiReadWriteSimDeviceTest, IsAnAsciiDevice) {
   EXPECT_TRUE(device->write("*IDN?\n", &error_));
   EXPECT_EQ(device->read(0, &error_), "SIM,1\n");
   EXPECT_TRUE(device->close(&error_));
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
 }
 
 TEST_F(QLTAsciiReadWriteSimDeviceTest, ChallengesMatchWhole) {
   QLTAsciiReadWriteSimDevice device(fileWithBoth());
   EXPECT_TRUE(device.write("*IDN?"));
   EXPECT_EQ(device.read(100, &error_), std::nullopt);
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_EQ(device.response("*IDN?\n"), "SIM,1\n");
   EXPECT_EQ(device.response("*IDN?"), std::nullopt);
 }
@@ -60,7 +59,7 @@ TEST_F(QLTAsciiReadWriteSimDeviceTest, ReadBeforeAnyWriteGivesNothing) {
   EXPECT_FALSE(device.inScript());
   EXPECT_EQ(device.read(100, &error_), std::nullopt);
   EXPECT_EQ(device.read(100, nullptr), std::nullopt);
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
 }
 
 TEST_F(QLTAsciiReadWriteSimDeviceTest, ReadAnswersTheLastWriteAgain) {
@@ -98,7 +97,7 @@ TEST_F(QLTAsciiReadWriteSimDeviceTest, ReadPastTheScriptGivesNothingAndStays) {
   EXPECT_EQ(device.read(100, &error_), std::nullopt);
   EXPECT_EQ(device.read(100, nullptr), std::nullopt);
   EXPECT_EQ(device.nextScriptedResponse(), std::nullopt);
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   device.insertResponse("C", 2);
   EXPECT_EQ(device.read(100), "C");
   EXPECT_EQ(device.read(100), std::nullopt);
@@ -153,7 +152,7 @@ TEST_F(QLTAsciiReadWriteSimDeviceTest, UnreadableFileGivesEmptyTables) {
     EXPECT_EQ(device.read(100), "A");
     EXPECT_EQ(device.response("*IDN?\n"), "SIM");
   }
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
 }
 
 TEST_F(QLTAsciiReadWriteSimDeviceTest, EitherTableMayBeAbsentOrOfAnotherType) {

@@ -23,6 +23,7 @@
 #include <unistd.h>
 
 #include "support/ConsoleLog.h"
+#include "support/Errors.h"
 #include "support/Pty.h"
 #include "support/SignalStorm.h"
 #include "support/SystemCalls.h"
@@ -32,6 +33,7 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
+using test::isUntouched;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using namespace std::string_literals;
@@ -122,14 +124,11 @@ class QLTSerialTest : public testing::Test {
     EXPECT_EQ(error.code(), -10001);
     EXPECT_EQ(error.userInfo(), (QLTDictionary{{"description", description}}));
   }
-  bool isUntouched(const QLTError& error) const {
-    return error.domain() == "earlier" && error.code() == 7;
-  }
 
   test::ConsoleLog log_;
   test::Pty pty_;
   OpenPort port_{pty_.path()};
-  QLTError error_ = QLTError::withDescription("earlier", 7, "an earlier failure");
+  QLTError error_ = test::earlierError();
 };
 
 TEST(QLTSerialDefaultsTest, AreThoseOfAClosedPort) {
@@ -172,7 +171,7 @@ TEST(QLTSerialDefaultsTest, PortIsAResourceAndAnAsciiDevice) {
 
 TEST_F(QLTSerialTest, OpenLeavesTheErrorAloneAndLogsNothing) {
   EXPECT_TRUE(port_.open(&error_));
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_GE(port_.fd(), 0);
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
@@ -367,7 +366,7 @@ TEST_F(QLTSerialTest, AnyLineSpeedIsSetAsAsked) {
     ASSERT_TRUE(port_.open(&error_)) << baud;
     EXPECT_EQ(pty_.lineSpeed(), baud);
   }
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
 }
 
 TEST_F(QLTSerialTest, LineSpeedBeyondTheInterfaceFails) {
@@ -447,7 +446,7 @@ TEST_F(QLTSerialTest, PortCanBeOpenedAgainAfterClose) {
   open();
   EXPECT_TRUE(port_.close());
   EXPECT_TRUE(port_.open(&error_));
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   arrive("again\n");
   EXPECT_EQ(port_.readLine(1), "again\n");
 }
@@ -469,7 +468,7 @@ TEST_F(QLTSerialTest, OpenOfAnOpenPortClosesTheOldDescriptor) {
 TEST_F(QLTSerialTest, CloseOfAPortThatWasNeverOpenedDoesNothing) {
   EXPECT_TRUE(port_.close(&error_));
   EXPECT_TRUE(port_.close());
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
@@ -479,7 +478,7 @@ TEST_F(QLTSerialTest, CloseGivesTheTerminalBackAsItWas) {
   open();
   EXPECT_NE(attributes(pty_).c_lflag, before.c_lflag);
   EXPECT_TRUE(port_.close(&error_));
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   const termios after = attributes(pty_);
   EXPECT_EQ(after.c_iflag, before.c_iflag);
   EXPECT_EQ(after.c_oflag, before.c_oflag);
@@ -553,7 +552,7 @@ TEST_F(QLTSerialTest, FlushBufferDiscardsWhatIsPending) {
   open();
   arrive("stale");
   EXPECT_TRUE(port_.flushBuffer(&error_));
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_EQ(port_.read(100), "");
 }
 
@@ -570,7 +569,7 @@ TEST_F(QLTSerialTest, FlushBufferOfAClosedPortFails) {
 TEST_F(QLTSerialTest, WriteSendsTheTextAsItStands) {
   open();
   EXPECT_TRUE(port_.write("&1,0000", &error_));
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_EQ(pty_.master().receive(7), "&1,0000");
   EXPECT_EQ(pty_.master().receivePending(), "");
   EXPECT_THAT(log_.lines(), ElementsAre("{Serial_Write " + pty_.path() + "}: &1,0000"));
@@ -632,14 +631,14 @@ TEST_F(QLTSerialTest, WriteDoesNotTakeTheTextForAFormat) {
 
 TEST_F(QLTSerialTest, WriteToAClosedPortIsNotChecked) {
   EXPECT_TRUE(port_.write("x", &error_));
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
 }
 
 TEST_F(QLTSerialTest, WriteToALineThatIsGoneIsNotChecked) {
   open();
   pty_.master().close();
   EXPECT_TRUE(port_.write("hello\n", &error_));
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
 }
 
 TEST_F(QLTSerialTest, WriteToALineThatTakesNothingMoreDropsTheRest) {
@@ -649,7 +648,7 @@ TEST_F(QLTSerialTest, WriteToALineThatTakesNothingMoreDropsTheRest) {
   const auto start = steady_clock::now();
   EXPECT_TRUE(port_.write("one\n", &error_));
   EXPECT_GE(steady_clock::now() - start, std::chrono::seconds(1));
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_THAT(log_.lines(), ElementsAre("{Serial_Write " + pty_.path() + "}: one\n",
                                         "timeout writing to serial port " + pty_.path()));
   EXPECT_EQ(pty_.master().receive(capacity).size(), capacity);
@@ -706,14 +705,14 @@ TEST_F(QLTSerialTest, ReadGivesWhatIsThere) {
   open();
   arrive("OK\r\n");
   EXPECT_EQ(port_.read(100, &error_), "OK\r\n");
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_THAT(log_.lines(), ElementsAre("{Serial_Read " + pty_.path() + "}: OK\r\n"));
 }
 
 TEST_F(QLTSerialTest, ReadOfNothingGivesTheEmptyText) {
   open();
   EXPECT_EQ(port_.read(100, &error_), "");
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_THAT(log_.lines(), ElementsAre("{Serial_Read " + pty_.path() + "}: "));
 }
 
@@ -731,7 +730,7 @@ TEST_F(QLTSerialTest, ReadOfSizeOneOrLessReadsNothing) {
   for (const std::int32_t size : {1, 0, -1, std::numeric_limits<std::int32_t>::min()}) {
     EXPECT_EQ(port_.read(size, &error_), "") << size;
   }
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_EQ(port_.read(100), "abc");
 }
 
@@ -801,7 +800,7 @@ TEST_F(QLTSerialTest, ReadWaitsForTheTimeOutAlsoWhenSignalsInterruptIt) {
     EXPECT_EQ(port_.read(100, &error_), "");
   }
   EXPECT_GE(steady_clock::now() - start, milliseconds(900));
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
 }
 
 TEST_F(QLTSerialTest, ReadWaitsNoLongerThanTheTimeOutWhenSignalsRestartIt) {
@@ -836,7 +835,7 @@ TEST_F(QLTSerialTest, ReadLineKeepsTheLineEnd) {
   open();
   arrive("OK\r\n");
   EXPECT_EQ(port_.readLine(5, &error_), "OK\r\n");
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_THAT(log_.lines(), ElementsAre("{Serial_Read " + pty_.path() + "}: OK\r\n"));
 }
 
@@ -971,7 +970,7 @@ TEST_F(QLTSerialTest, ReadLineOutlastsSignals) {
     EXPECT_EQ(port_.readLine(20, &error_), "123.45\n");
   }
   device.join();
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
 }
 
 TEST_F(QLTSerialTest, OpenAndCloseOutlastSignals) {
@@ -981,7 +980,7 @@ TEST_F(QLTSerialTest, OpenAndCloseOutlastSignals) {
     ASSERT_TRUE(port_.open(&error_));
     ASSERT_TRUE(port_.close(&error_));
   }
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_EQ(test::openDescriptors(), before);
 }
 

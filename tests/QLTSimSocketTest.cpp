@@ -8,9 +8,11 @@
 
 #include "support/ConsoleLog.h"
 #include "support/Endpoint.h"
+#include "support/Errors.h"
 
 namespace {
 
+using test::isUntouched;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -22,13 +24,9 @@ class QLTSimSocketTest : public testing::Test {
   }
   ~QLTSimSocketTest() override { QLTSimSocket::removeResponseMap(); }
 
-  bool isUntouched(const QLTError& error) const {
-    return error.domain() == "earlier" && error.code() == 7;
-  }
-
   test::ConsoleLog log_;
   std::shared_ptr<QLTSimSocket> socket_ = QLTSimSocket::init("10.0.0.7", 9760);
-  QLTError error_ = QLTError::withDescription("earlier", 7, "an earlier failure");
+  QLTError error_ = test::earlierError();
 };
 
 TEST_F(QLTSimSocketTest, IsMadeWithoutAConnection) {
@@ -68,7 +66,7 @@ TEST_F(QLTSimSocketTest, AnswersFromTheMap) {
   EXPECT_EQ(socket_->readUntil("> ", &error_), "1.2\n");
   EXPECT_EQ(socket_->readLine(&error_), "1.2\n");
   EXPECT_EQ(socket_->read(), "1.2\n");
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
 }
 
 TEST_F(QLTSimSocketTest, UnknownCommandIsAnsweredWithAnExplanation) {
@@ -76,7 +74,7 @@ TEST_F(QLTSimSocketTest, UnknownCommandIsAnsweredWithAnExplanation) {
   EXPECT_EQ(socket_->read(&error_), "no reponse set up for (null)");
   EXPECT_TRUE(socket_->write("100%d\n"));
   EXPECT_EQ(socket_->read(&error_), "no reponse set up for 100%d\n");
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
 }
 
 TEST_F(QLTSimSocketTest, KeysMatchWhole) {
@@ -91,7 +89,7 @@ TEST_F(QLTSimSocketTest, WithoutAMapThereIsNoReplyAndNoError) {
   EXPECT_EQ(socket_->read(&error_), std::nullopt);
   EXPECT_EQ(socket_->readUntil("\n", &error_), std::nullopt);
   EXPECT_EQ(socket_->readLine(nullptr), std::nullopt);
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_EQ(log_.lines().front(), "{Sim_Socket_Read 10.0.0.7}: (null)");
 }
 
@@ -124,7 +122,7 @@ TEST_F(QLTSimSocketTest, ReplyIsHeldBackForTheDelayOnce) {
   EXPECT_EQ(socket_->read(&error_), "1.2\n");
   EXPECT_TRUE(socket_->write("ver\n"));
   EXPECT_EQ(socket_->readLine(&error_), "");
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
 }
 
 TEST_F(QLTSimSocketTest, LastCommandCanBeSet) {

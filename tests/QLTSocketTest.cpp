@@ -20,6 +20,7 @@
 #include <unistd.h>
 
 #include "support/ConsoleLog.h"
+#include "support/Errors.h"
 #include "support/SignalStorm.h"
 #include "support/SystemCalls.h"
 #include "support/TcpPeer.h"
@@ -29,14 +30,13 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
+using test::isUntouched;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using namespace std::string_literals;
 
 constexpr const char* loopback = "127.0.0.1";
-
-bool isUntouched(const QLTError& error) { return error.domain() == "earlier" && error.code() == 7; }
 
 void expectError(const QLTError& error, std::int64_t code, const std::string& description) {
   EXPECT_EQ(error.domain(), "Quillon Framework Error Domain");
@@ -107,7 +107,7 @@ class QLTSocketTest : public testing::Test {
   test::TcpPeer peer_;
   std::shared_ptr<QLTSocket> socket_ = QLTSocket::init(loopback, peer_.port());
   test::Endpoint device_ = peer_.accept();
-  QLTError error_ = QLTError::withDescription("earlier", 7, "an earlier failure");
+  QLTError error_ = test::earlierError();
 };
 
 // Connecting.
@@ -347,7 +347,7 @@ TEST_F(QLTSocketTest, WriteSendsTheTextAsItStands) {
   EXPECT_TRUE(socket_->write("", &error_));
   socket_.reset();
   EXPECT_EQ(device_.receive(100), "&1,0000");
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
@@ -392,7 +392,7 @@ TEST_F(QLTSocketTest, WriteGoesOnWhenAPeerTakesItsTime) {
   }
   reader.join();
   EXPECT_TRUE(received == text);
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
 }
 
 // Single reads.
@@ -400,7 +400,7 @@ TEST_F(QLTSocketTest, WriteGoesOnWhenAPeerTakesItsTime) {
 TEST_F(QLTSocketTest, ReadGivesWhatHasCome) {
   arrive("OK\r\n> ");
   EXPECT_EQ(socket_->read(&error_), "OK\r\n> ");
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
@@ -415,7 +415,7 @@ TEST_F(QLTSocketTest, ReadEndsAtAZeroByteAndDropsNoneInFront) {
   EXPECT_EQ(socket_->read(), "OK");
   arrive("\0OK"s);
   EXPECT_EQ(socket_->read(&error_), "");
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
 }
 
 TEST_F(QLTSocketTest, ReadLogsItsWaitAtTheSecondPoll) {
@@ -433,7 +433,7 @@ TEST_F(QLTSocketTest, ReadWaitsForWhatIsToCome) {
   });
   EXPECT_EQ(socket_->read(&error_), "late");
   device.join();
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_THAT(log_.lines(), ElementsAre("socket read index=1", "waiting to read from socket"));
 }
 
@@ -471,7 +471,7 @@ TEST_F(QLTSocketTest, WhatAPeerSentBeforeHangingUpIsRead) {
   arrive("bye\n");
   device_.close();
   EXPECT_EQ(socket_->readLine(&error_), "bye\n");
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_EQ(socket_->readLine(&error_), std::nullopt);
   expectError(error_, -20001, "Error reading socket");
 }
@@ -487,14 +487,14 @@ TEST_F(QLTSocketTest, ReadFailsWhenThePeerResets) {
 TEST_F(QLTSocketTest, ReadUntilKeepsTheTerminatorAndWhatFollows) {
   arrive("1.2\r\n> &");
   EXPECT_EQ(socket_->readUntil("> ", &error_), "1.2\r\n> &");
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
 TEST_F(QLTSocketTest, ReadUntilNeedsNothingForAnEmptyTerminator) {
   arrive("pending");
   EXPECT_EQ(socket_->readUntil("", &error_), "");
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_EQ(socket_->read(), "pending");
 }
 
@@ -539,7 +539,7 @@ TEST_F(QLTSocketTest, ReadLineKeepsTheLineEndAndWhatFollows) {
   EXPECT_EQ(socket_->readLine(&error_), "a\nb");
   arrive("\n");
   EXPECT_EQ(socket_->readLine(&error_), "\n");
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
@@ -592,7 +592,7 @@ TEST_F(QLTSocketTest, RepliesMayBeSplitAnywhere) {
     EXPECT_TRUE(socket_->write("line?\n"));
     EXPECT_EQ(socket_->readLine(&error_), line) << cut;
   }
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
 }
 
 TEST_F(QLTSocketTest, LineMayComeByteByByteWhileSignalsInterrupt) {
@@ -608,7 +608,7 @@ TEST_F(QLTSocketTest, LineMayComeByteByByteWhileSignalsInterrupt) {
     EXPECT_EQ(socket_->readLine(&error_), line);
   }
   device.join();
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
 }
 
 TEST_F(QLTSocketTest, LongLineIsReadWhole) {
@@ -618,7 +618,7 @@ TEST_F(QLTSocketTest, LongLineIsReadWhole) {
   const std::optional<std::string> text = socket_->readLine(&error_);
   device.join();
   EXPECT_TRUE(text == line);
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
 }
 
 /// Sends without an end until the other side closes.
