@@ -1,5 +1,6 @@
 #include <QLTDiags.h>
 
+#include <chrono>
 #include <limits>
 #include <memory>
 #include <string>
@@ -162,15 +163,26 @@ TEST_F(QLTDiagsTest, NoPromptInTimeIsATimeOut) {
   diags->setTimeOutInSeconds(0.05);
   port->replies = {"OK\n:-", std::nullopt};
   QLTError error = earlierError();
+  const auto start = std::chrono::steady_clock::now();
 
   EXPECT_EQ(diags->sendCommand("go", &error), std::nullopt);
 
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
   EXPECT_THAT(error, IsError(QLTFrameworkErrorDomain, -10001, "timeout trying to read from diags"));
   EXPECT_THAT(log.lines(),
               ElementsAre("timeout reading from diags",
                           "error number is: timeout trying to read from diags (-10001)\n"));
   EXPECT_EQ(diags->sendCommand("go"), std::nullopt);
   EXPECT_EQ(log.lines().size(), 4u);
+}
+
+TEST_F(QLTDiagsTest, WaitPausesBeforeEachRead) {
+  diags->setTimeOutInSeconds(0.05);
+
+  EXPECT_EQ(diags->sendCommand("go"), std::nullopt);
+
+  EXPECT_EQ(port->calls.front(), "write go\n");
+  EXPECT_LE(port->calls.size(), 1u + 6u);  // one read in 10 ms, the last when the time has passed
 }
 
 TEST_F(QLTDiagsTest, TimeOutThatIsNoNumberEndsTheWait) {

@@ -389,6 +389,7 @@ TEST(QLTScpiInstrumentOnAPtyTest, AsksAMeterForItsErrors) {
   test::Pty pty;
   const test::Device device(pty.master(), meterAnswer, '\r');
   const auto port = std::make_shared<QLTSerial>(pty.path());
+  port->setTimeOutInSeconds(20);
   ASSERT_TRUE(port->open());
   QLTError error;
 

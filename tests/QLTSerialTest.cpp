@@ -556,6 +556,13 @@ TEST_F(QLTSerialTest, FlushBufferDiscardsWhatIsPending) {
   EXPECT_EQ(port_.read(100), "");
 }
 
+TEST_F(QLTSerialTest, FlushBufferDiscardsWhatIsNotSentYet) {
+  open();
+  const std::size_t taken = test::fillOutput(port_.fd());
+  EXPECT_TRUE(port_.flushBuffer());
+  EXPECT_LT(pty_.master().receivePending().size(), taken);
+}
+
 TEST_F(QLTSerialTest, FlushBufferOfAClosedPortFails) {
   EXPECT_FALSE(port_.flushBuffer(&error_));
   expectSystemError(error_, EBADF);

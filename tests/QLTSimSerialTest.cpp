@@ -6,13 +6,24 @@
 #include <string>
 #include <thread>
 
+#include <termios.h>
+
 #include "support/ConsoleLog.h"
 #include "support/Endpoint.h"
+#include "support/Errors.h"
 
 namespace {
 
+using test::isUntouched;
 using testing::ElementsAre;
 using testing::IsEmpty;
+
+/// A port that shows what only subclasses see.
+class OpenPort : public QLTSimSerial {
+ public:
+  using QLTSimSerial::options;
+  using QLTSimSerial::QLTSimSerial;
+};
 
 class QLTSimSerialTest : public testing::Test {
  protected:
@@ -23,9 +34,6 @@ class QLTSimSerialTest : public testing::Test {
     ASSERT_TRUE(port_.open());
     log_.clear();
   }
-  bool isUntouched(const QLTError& error) const {
-    return error.domain() == "earlier" && error.code() == 7;
-  }
   void expectClosed(const QLTError& error, std::int64_t code) const {
     EXPECT_EQ(error.domain(), "Quillon Framework Error Domain");
     EXPECT_EQ(error.code(), code);
@@ -33,8 +41,8 @@ class QLTSimSerialTest : public testing::Test {
   }
 
   test::ConsoleLog log_;
-  QLTSimSerial port_{"/dev/sim0"};
-  QLTError error_ = QLTError::withDescription("earlier", 7, "an earlier failure");
+  OpenPort port_{"/dev/sim0"};
+  QLTError error_ = test::earlierError();
 };
 
 TEST_F(QLTSimSerialTest, HasTheDefaultsOfASerialPort) {
@@ -65,7 +73,7 @@ TEST_F(QLTSimSerialTest, OpensAndClosesWithoutADevice) {
   EXPECT_EQ(test::openDescriptors(), before);
   EXPECT_TRUE(port_.close(&error_));
   EXPECT_TRUE(port_.close());
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_THAT(log_.lines(), ElementsAre("open on sim serial at /dev/sim0 called",
                                         "open on sim serial at /dev/sim0 called",
                                         "close on sim serial at /dev/sim0 called",
@@ -75,10 +83,12 @@ TEST_F(QLTSimSerialTest, OpensAndClosesWithoutADevice) {
 TEST_F(QLTSimSerialTest, FlushAndSettingsDoNothing) {
   EXPECT_TRUE(port_.flushBuffer(&error_));
   EXPECT_TRUE(port_.flushBuffer());
+  const tcflag_t before = port_.options().c_cflag;
   port_.setParityFlag(1);
   port_.setStopBitsFlag(1);
   port_.setBytesSizeFlag(1);
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_EQ(port_.options().c_cflag, before);
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
@@ -116,7 +126,7 @@ TEST_F(QLTSimSerialTest, AnswersFromTheMap) {
                                         "{Sim_Serial_Read /dev/sim0}: 1.2\n:-)"));
   EXPECT_TRUE(port_.write("quiet\n", &error_));
   EXPECT_EQ(port_.read(5000, &error_), "");
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
 }
 
 TEST_F(QLTSimSerialTest, SizeAndTimeOutAreNotUsed) {
@@ -141,7 +151,7 @@ TEST_F(QLTSimSerialTest, UnknownCommandIsAnsweredWithAPrompt) {
   EXPECT_EQ(port_.read(100), "\n:-)");  // also before any write
   EXPECT_TRUE(port_.write("what\n"));
   EXPECT_EQ(port_.read(100, &error_), "\n:-)");
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
 }
 
 TEST_F(QLTSimSerialTest, WithoutAMapThereIsNoReplyAndNoError) {
@@ -150,7 +160,7 @@ TEST_F(QLTSimSerialTest, WithoutAMapThereIsNoReplyAndNoError) {
   log_.clear();
   EXPECT_EQ(port_.read(100, &error_), std::nullopt);
   EXPECT_EQ(port_.readLine(1, &error_), std::nullopt);
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_THAT(log_.lines(), ElementsAre("{Sim_Serial_Read /dev/sim0}: (null)",
                                         "{Sim_Serial_Read /dev/sim0}: (null)"));
 }
@@ -189,7 +199,7 @@ TEST_F(QLTSimSerialTest, ReplyIsHeldBackForTheDelayOnce) {
   EXPECT_TRUE(port_.write("ver\n"));
   log_.clear();
   EXPECT_EQ(port_.read(100, &error_), "");
-  EXPECT_TRUE(isUntouched(error_));
+  EXPECT_THAT(error_, isUntouched());
   EXPECT_THAT(log_.lines(), IsEmpty());
   std::optional<std::string> reply;
   while ((reply = port_.readLine(1)) == "") {

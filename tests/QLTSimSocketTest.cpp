@@ -1,4 +1,5 @@
 #include <QLTByteStream.h>
+#include <QLTSimSerial.h>
 #include <QLTSimSocket.h>
 
 #include <chrono>
@@ -101,6 +102,20 @@ TEST_F(QLTSimSocketTest, MapIsSharedReplacedAndOutlivesSockets) {
   EXPECT_EQ(socket_->read(), "1");
   QLTSimSocket::setResponseMap({{"a", "2"}});
   EXPECT_EQ(socket_->read(), "2");
+}
+
+TEST_F(QLTSimSocketTest, MapIsNotThatOfTheSerialPorts) {
+  QLTSimSerial::setResponseMap({{"a", "a serial port's"}});
+  EXPECT_TRUE(socket_->write("a"));
+  EXPECT_EQ(socket_->read(), std::nullopt);
+  QLTSimSocket::setResponseMap({{"a", "a socket's"}});
+  EXPECT_EQ(socket_->read(), "a socket's");
+  QLTSimSerial port("/dev/sim0");
+  EXPECT_TRUE(port.open());
+  EXPECT_TRUE(port.write("a"));
+  EXPECT_EQ(port.read(100), "a serial port's");
+  QLTSimSerial::removeResponseMap();
+  EXPECT_EQ(socket_->read(), "a socket's");
 }
 
 TEST_F(QLTSimSocketTest, ReplyIsHeldBackForTheDelayOnce) {

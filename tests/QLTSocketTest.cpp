@@ -1,8 +1,10 @@
 #include <QLTByteStream.h>
 #include <QLTSocket.h>
 
+#include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -121,6 +123,18 @@ TEST_F(QLTSocketInitTest, ConnectsToAListener) {
   const test::Endpoint device = peer.accept();
   EXPECT_TRUE(socket->write("hello"));
   EXPECT_EQ(device.receive(5), "hello");
+}
+
+TEST_F(QLTSocketInitTest, PortGoesOutMostSignificantByteFirst) {
+  const test::TcpPeer peer(5025);
+  ASSERT_NE(QLTSocket::init(test::TcpPeer::ownAddress(), 5025), nullptr);
+  const test::Endpoint device = peer.accept();
+  sockaddr_in called{};
+  socklen_t size = sizeof called;
+  ASSERT_EQ(getsockname(device.descriptor(), reinterpret_cast<sockaddr*>(&called), &size), 0);
+  std::array<unsigned char, 2> bytes{};
+  std::memcpy(bytes.data(), &called.sin_port, bytes.size());
+  EXPECT_THAT(bytes, ElementsAre(0x13, 0xA1));
 }
 
 TEST_F(QLTSocketInitTest, SocketIsAResource) {
