@@ -370,11 +370,16 @@ TEST_F(QLTSerialTest, AnyLineSpeedIsSetAsAsked) {
 }
 
 TEST_F(QLTSerialTest, LineSpeedBeyondTheInterfaceFails) {
-  port_.setBaudRate((1ULL << 32) + 9600);
-  EXPECT_FALSE(port_.open(&error_));
-  expectSystemError(error_, EINVAL);
-  EXPECT_THAT(log_.lines(),
-              ElementsAre("error setting options. From system: Invalid argument (22)\n"));
+  for (const std::uint64_t baud :
+       {(std::uint64_t{1} << 32) + 9600, std::numeric_limits<std::uint64_t>::max()}) {
+    log_.clear();
+    error_ = {};
+    port_.setBaudRate(baud);
+    EXPECT_FALSE(port_.open(&error_)) << baud;
+    expectSystemError(error_, EINVAL);
+    EXPECT_THAT(log_.lines(),
+                ElementsAre("error setting options. From system: Invalid argument (22)\n"));
+  }
 }
 
 /// The kernel's record of terminal attributes with its speeds in baud.

@@ -17,6 +17,7 @@
 #include <fcntl.h>
 #include <linux/sockios.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -55,6 +56,19 @@ bool eventually(Condition condition) {
     std::this_thread::sleep_for(milliseconds(1));
   }
   return true;
+}
+
+/// Polls that find nothing as often as `times` says.
+auto nothingFor(int times) {
+  return [left = times]() mutable { return left-- > 0 ? std::optional(0) : std::nullopt; };
+}
+
+/// Polls that are counted.
+auto counting(int& polls) {
+  return [&polls] {
+    ++polls;
+    return std::optional<int>();
+  };
 }
 
 /// A socket whose wait for the connection is the test's.
@@ -197,10 +211,13 @@ TEST_F(QLTSocketInitTest, PeerThatDoesNotAnswerIsWaitedForAndGivenUp) {
   peer.stopAnswering();
   const std::size_t before = test::openDescriptors();
   milliseconds waited{};
+  int polls = 0;
   const auto shortWait = [&](WaitingSocket& socket, QLTWriteStream& stream) {
     EXPECT_EQ(socket.timeOutInSeconds(), 10);
     EXPECT_EQ(stream.status(), QLTStreamStatus::Opening);
     socket.setTimeOutInSeconds(1);
+    test::SystemCalls calls;
+    calls.onPoll = counting(polls);
     const auto start = steady_clock::now();
     const bool connected = socket.inheritedWait(stream);
     waited = std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
@@ -208,6 +225,7 @@ TEST_F(QLTSocketInitTest, PeerThatDoesNotAnswerIsWaitedForAndGivenUp) {
   };
   EXPECT_EQ(WaitingSocket::init(loopback, peer.port(), shortWait), nullptr);
   EXPECT_GE(waited, seconds(1));
+  EXPECT_EQ(polls, 100);
   EXPECT_THAT(log_.lines(),
               ElementsAre("Waiting for connection...\n", "unable to open the streams for socket"));
   EXPECT_EQ(test::openDescriptors(), before);
@@ -224,11 +242,6 @@ TEST_F(QLTSocketInitTest, ConnectionThatComesLateIsWaitedFor) {
   listener.join();
   EXPECT_NE(socket, nullptr);
   EXPECT_THAT(log_.lines(), ElementsAre("Waiting for connection...\n"));
-}
-
-/// Polls that find nothing as often as `times` says.
-auto nothingFor(int times) {
-  return [left = times]() mutable { return left-- > 0 ? std::optional(0) : std::nullopt; };
 }
 
 TEST_F(QLTSocketInitTest, WaitIsLoggedAtItsSecondPoll) {
@@ -253,13 +266,17 @@ TEST_F(QLTSocketInitTest, WaitWithoutTimeGivesUpAtOnce) {
   EXPECT_THAT(log_.lines(), ElementsAre("unable to open the streams for socket"));
 }
 
-TEST_F(QLTSocketInitTest, ConnectionIsClosedOnExec) {
+TEST_F(QLTSocketInitTest, ConnectionIsClosedOnExecAndHoldsNoCommandBack) {
   const test::TcpPeer peer;
   const int next = dup(STDERR_FILENO);  // the lowest that is free, so the socket's
   close(next);
   const std::shared_ptr<QLTSocket> socket = QLTSocket::init(loopback, peer.port());
   ASSERT_NE(socket, nullptr);
   EXPECT_EQ(fcntl(next, F_GETFD), FD_CLOEXEC);
+  int noDelay = 0;
+  socklen_t size = sizeof noDelay;
+  EXPECT_EQ(getsockopt(next, IPPROTO_TCP, TCP_NODELAY, &noDelay, &size), 0);
+  EXPECT_NE(noDelay, 0);
 }
 
 TEST_F(QLTSocketInitTest, NoDescriptorLeftGivesNoneSilently) {
@@ -351,6 +368,25 @@ TEST(QLTByteStreamTest, RefusalIsAnErrorOfBothHalves) {
   EXPECT_TRUE(pair.write->open());
   EXPECT_TRUE(eventually([&] { return pair.write->canAcceptBytes(); }));
   EXPECT_EQ(pair.read->status(), QLTStreamStatus::Error);
+  EXPECT_EQ(pair.write->status(), QLTStreamStatus::Error);
+}
+
+TEST(QLTByteStreamTest, FailureIsAnErrorOfTheHalfThatMetIt) {
+  const test::TcpPeer peer;
+  QLTStreamPair pair =
+      QLTStreamPair::toPeer(INADDR_LOOPBACK, static_cast<std::uint16_t>(peer.port()));
+  EXPECT_TRUE(pair.read->open());
+  EXPECT_TRUE(pair.write->open());
+  EXPECT_TRUE(eventually([&] { return pair.write->canAcceptBytes(); }));
+  EXPECT_EQ(pair.read->status(), QLTStreamStatus::Open);
+  test::Endpoint device = peer.accept();
+  test::TcpPeer::reset(device);
+  EXPECT_TRUE(eventually([&] { return pair.read->hasBytesAvailable(); }));
+  char byte = 0;
+  EXPECT_EQ(pair.read->read(&byte, 1), -1);
+  EXPECT_EQ(pair.read->status(), QLTStreamStatus::Error);
+  EXPECT_EQ(pair.write->status(), QLTStreamStatus::Open);
+  EXPECT_EQ(pair.write->write("x", 1), -1);
   EXPECT_EQ(pair.write->status(), QLTStreamStatus::Error);
 }
 
@@ -453,9 +489,13 @@ TEST_F(QLTSocketTest, ReadWaitsForWhatIsToCome) {
 
 TEST_F(QLTSocketTest, ReadOfNothingGivesTheEmptyTextAndAnErrorAfterASecond) {
   socket_->setTimeOutInSeconds(0);  // does not matter here
+  test::SystemCalls calls;
+  int polls = 0;
+  calls.onPoll = counting(polls);
   const auto start = steady_clock::now();
   EXPECT_EQ(socket_->read(&error_), "");
   EXPECT_GE(steady_clock::now() - start, seconds(1));
+  EXPECT_EQ(polls, 100);
   expectError(error_, -20001, "timeout reading socket");
   EXPECT_THAT(log_.lines(), ElementsAre("socket read index=1", "waiting to read from socket",
                                         "***ERROR*****: timeout reading socket",
@@ -532,6 +572,20 @@ TEST_F(QLTSocketTest, ReadUntilTimesOut) {
   EXPECT_GE(steady_clock::now() - start, seconds(1));
   expectError(error_, -20001, "timeout reading socket");
   EXPECT_EQ(log_.lines(), timeoutLines());
+}
+
+TEST_F(QLTSocketTest, ReadUntilMakesAHundredPassesASecond) {
+  socket_->setTimeOutInSeconds(1);
+  test::SystemCalls calls;
+  arrive("> ");
+  calls.onPoll = nothingFor(99);
+  EXPECT_EQ(socket_->readUntil("> ", &error_), "> ");
+  EXPECT_THAT(error_, isUntouched());
+  calls.onPoll = nullptr;
+  arrive("> ");
+  calls.onPoll = nothingFor(100);
+  EXPECT_EQ(socket_->readUntil("> ", &error_), std::nullopt);
+  expectError(error_, -20001, "timeout reading socket");
 }
 
 TEST_F(QLTSocketTest, ReadUntilTimesOutOnThePassThatBringsTheTerminator) {
