@@ -291,9 +291,9 @@ TEST(QLTBinaryPropertyList, RefusesWhatIsCutShort) {
     EXPECT_FALSE(QLTPropertyList::parse(whole.substr(0, length), "b")) << length;
   }
   EXPECT_EQ(binaryComplaint("bplist00"),
-            "b: not a complete binary property list of version 00");
+            "b:offset 0: not a complete binary property list of version 00");
   EXPECT_EQ(binaryComplaint("bplist15" + std::string(40, '\0')),
-            "b: not a complete binary property list of version 00");
+            "b:offset 0: not a complete binary property list of version 00");
 }
 
 TEST(QLTBinaryPropertyList, NamesOffsetAndKeyPath) {

@@ -19,8 +19,8 @@ void setMalformed(QLTError* error, const std::string& name,
   std::string description = name;
   if (at.line > 0) {
     description += format(":%d:%d", at.line, at.column);
-  } else if (complaint.offset > 0) {
-    description += format(":offset %d", complaint.offset);
+  } else if (complaint.offset) {
+    description += format(":offset %d", *complaint.offset);
   }
   description += ": " + complaint.keyPath + (complaint.keyPath.empty() ? "" : ": ");
   *error = {QLTFrameworkErrorDomain,
@@ -46,7 +46,8 @@ std::optional<QLTDictionary> QLTPropertyList::readDictionary(const std::filesyst
   std::optional<QLTValue> root = read(path, error);
   if (!root) return std::nullopt;
   if (QLTDictionary* dictionary = root->dictionary()) return std::move(*dictionary);
-  setMalformed(error, path.string(), {root->position(), 0, "", "the root is not a dictionary"});
+  setMalformed(error, path.string(),
+               {root->position(), std::nullopt, "", "the root is not a dictionary"});
   return std::nullopt;
 }
 

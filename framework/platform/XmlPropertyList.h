@@ -16,9 +16,9 @@ inline constexpr int kDeepestPropertyList = 128;
 
 /// Why a property list cannot be read.
 struct PropertyListComplaint {
-  QLTPosition position;    // of XML
-  std::size_t offset = 0;  // of a binary list
-  std::string keyPath;     // "" at the root
+  QLTPosition position;               // of XML
+  std::optional<std::size_t> offset;  // in a binary list
+  std::string keyPath;                // "" at the root
   std::string reason;
 };
 
