@@ -228,6 +228,7 @@ std::optional<std::string> QLTSerial::readLine(std::int32_t timeoutInSeconds, QL
   std::array<char, longestLine + longestChunk> buffer;
   std::size_t total = 0;
   bool done = false;
+  const ExactSleeps exactPauses;
   for (bool first = true; !done; first = false) {
     if (!first && steady_clock::now() - start > timeout) {
       QLTLog(format("timeout reading from serial port %@", bsdPath()));
