@@ -1,5 +1,7 @@
 #include "StationConfig.h"
 
+#include <cmath>
+
 #include <QLTUtil.h>
 
 #include "platform/Format.h"
@@ -12,7 +14,8 @@ namespace {
 /// mean.
 bool isNumber(const std::string& text) {
   const std::string number = trimmed(text);
-  return !number.empty() && decimalLength(number) == number.size();
+  return !number.empty() && decimalLength(number) == number.size() &&
+         std::isfinite(realReading(number));
 }
 
 bool isScalar(const QLTValue& value) {

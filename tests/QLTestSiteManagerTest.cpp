@@ -858,6 +858,8 @@ TEST_F(QLTestSiteManagerTest, NamesThePlaceOfAMalformedTest) {
        "Flows/main/0/subTestInfos/0/lowLimit: expected a number, found '4,5'"},
       {oneSubTest(key("lowLimit", text(""))),
        "Flows/main/0/subTestInfos/0/lowLimit: expected a number, found ''"},
+      {oneSubTest(key("highLimit", text("1e999"))),
+       "Flows/main/0/subTestInfos/0/highLimit: expected a number, found '1e999'"},
       {oneSubTest(key("highLimit", text("abc"))),
        "Flows/main/0/subTestInfos/0/highLimit: expected a number, found 'abc'"},
       {oneSubTest(key("failMessage", array(""))),
