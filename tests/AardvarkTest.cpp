@@ -19,6 +19,7 @@
 #include <aardvark.h>
 
 #include "support/ConsoleLog.h"
+#include "support/Endpoint.h"
 #include "support/FreshProcess.h"
 #include "support/aardvark/StandIn.h"
 
@@ -202,6 +203,16 @@ TEST(AardvarkSearch, FindsTheLibraryBesideTheExecutable) {
   EXPECT_EQ(outcome.standardError, "");
 }
 
+TEST(AardvarkSearch, LeavesNoDescriptorOpen) {
+  FreshProcess process;
+  process.place(test::standIn(), process.executableFolder() / kName);
+  process.run([] {
+    const std::size_t before = test::openDescriptors();
+    EXPECT_GT(aa_open(0), 0);
+    EXPECT_EQ(test::openDescriptors(), before);
+  });
+}
+
 TEST(AardvarkSearch, FindsTheLibraryInTheWorkingDirectory) {
   FreshProcess process;
   process.place(test::standIn(), process.workingFolder() / kName);
@@ -243,13 +254,18 @@ TEST(AardvarkSearch, KeepsTheFullPathThatItFound) {
     EXPECT_EQ(aa_open(0), -1);
     fs::copy_file(process.otherFolder() / kName, process.workingFolder() / kName);
     EXPECT_EQ(aa_open(0), -1);
+    // The full path is no name to search for in those folders.
+    const fs::path nested = process.executableFolder() / broken.relative_path();
+    fs::create_directories(nested.parent_path());
+    fs::copy_file(process.otherFolder() / kName, nested);
+    EXPECT_EQ(aa_open(0), -1);
     // A sound library at that path is loaded.
     fs::rename(process.otherFolder() / kName, broken);
     EXPECT_GT(aa_open(0), 0);
     fs::remove(broken);
   });
   process.write(broken, "no library");
-  EXPECT_EQ(outcome.standardError, unableToLoad(broken, 2));
+  EXPECT_EQ(outcome.standardError, unableToLoad(broken, 3));
 }
 
 TEST(AardvarkSearch, EndsWithTheFirstSuccess) {
