@@ -285,6 +285,36 @@ TEST_F(QLTSerialTest, OpenPortIsRaw) {
   EXPECT_EQ(cfgetispeed(&raw), static_cast<speed_t>(B115200));
 }
 
+TEST_F(QLTSerialTest, OpenSwitchesTheReceiverOn) {
+  test::SystemCalls calls;
+  // A pseudo terminal's receiver is always on, so what is asked of it counts here.
+  calls.onGetAttributes = [](int, termios& attributes) {
+    attributes = {};
+    return 0;
+  };
+  std::optional<termios> set;
+  calls.onSetAttributes = [&](int, const termios& asked) {
+    set = asked;
+    return 0;
+  };
+  ASSERT_TRUE(port_.open());
+  ASSERT_TRUE(set);
+  EXPECT_NE(set->c_cflag & CREAD, 0U);
+}
+
+TEST_F(QLTSerialTest, AttributesThatCannotBeReadAreNotSaved) {
+  mark(pty_, 'x');
+  open();
+  port_.close();
+  test::SystemCalls calls;
+  calls.onGetAttributes = [](int, termios&) { return test::failWith(EIO); };
+  EXPECT_TRUE(port_.open(&error_));
+  EXPECT_THAT(error_, isUntouched());
+  port_.close();
+  calls.onGetAttributes = nullptr;
+  EXPECT_EQ(attributes(pty_).c_cc[VINTR], 'x');
+}
+
 TEST_F(QLTSerialTest, TimeOutIsSetInTenthsModulo256) {
   for (const auto& [seconds, tenths] : std::vector<std::pair<std::uint32_t, int>>{
            {0, 0}, {2, 20}, {25, 250}, {26, 4}, {0xFFFFFFFF, 246}}) {
@@ -897,9 +927,16 @@ TEST_F(QLTSerialTest, ReadLineWithoutATimeReadsOnce) {
 
 TEST_F(QLTSerialTest, ReadLineOfASilentLineTimesOut) {
   open();
+  test::SystemCalls calls;
+  int reads = 0;
+  calls.onRead = [&](int descriptor, void*, std::size_t) {
+    if (descriptor == port_.fd()) ++reads;
+    return std::optional<ssize_t>();
+  };
   const auto start = steady_clock::now();
   EXPECT_EQ(port_.readLine(1, &error_), std::nullopt);
   EXPECT_GE(steady_clock::now() - start, std::chrono::seconds(1));
+  EXPECT_LE(reads, 1001);  // with a pause of 1 ms after each
   expectReadError(error_, "timeout trying to read from serial port");
 }
 

@@ -197,6 +197,22 @@ TEST_F(QLTSocketInitTest, RefusalIsSeenWhenTheWaitDoesNotSeeIt) {
   EXPECT_THAT(log_.lines(), ElementsAre("unable to connect to remote socket"));
 }
 
+TEST_F(QLTSocketInitTest, RefusalThatComesLateIsSeenWhenTheWaitDoesNotSeeIt) {
+  test::TcpPeer peer;
+  peer.stopAnswering();
+  std::thread listener([&] {
+    std::this_thread::sleep_for(milliseconds(50));
+    peer.refuse();
+  });
+  const auto noWait = [](WaitingSocket&, QLTWriteStream& stream) {
+    EXPECT_EQ(stream.status(), QLTStreamStatus::Opening);
+    return true;
+  };
+  EXPECT_EQ(WaitingSocket::init(loopback, peer.port(), noWait), nullptr);
+  listener.join();
+  EXPECT_THAT(log_.lines(), ElementsAre("unable to connect to remote socket"));
+}
+
 TEST_F(QLTSocketInitTest, WaitThatGivesUpIsLogged) {
   const test::TcpPeer peer;
   const std::size_t before = test::openDescriptors();

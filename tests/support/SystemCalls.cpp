@@ -98,6 +98,15 @@ INTERPOSED int tcflush(int descriptor, int queue) noexcept {
   return real(descriptor, queue);
 }
 
+INTERPOSED int tcgetattr(int descriptor, termios* attributes) noexcept {
+  static auto* const real = test::next<int(int, termios*)>("tcgetattr");
+  if (const test::SystemCalls* const calls = test::current;
+      calls != nullptr && calls->onGetAttributes) {
+    if (const auto result = calls->onGetAttributes(descriptor, *attributes)) return *result;
+  }
+  return real(descriptor, attributes);
+}
+
 INTERPOSED int tcsetattr(int descriptor, int actions, const termios* attributes) noexcept {
   static auto* const real = test::next<int(int, int, const termios*)>("tcsetattr");
   if (const test::SystemCalls* const calls = test::current;

@@ -26,6 +26,7 @@ class SystemCalls {
   std::function<std::optional<int>(int descriptor)> onFlush;
   std::function<std::optional<int>()> onPoll;
   std::function<std::optional<int>()> onSocket;
+  std::function<std::optional<int>(int descriptor, termios& attributes)> onGetAttributes;
   std::function<std::optional<int>(int descriptor, const termios& attributes)> onSetAttributes;
 };
 
