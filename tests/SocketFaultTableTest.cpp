@@ -164,7 +164,7 @@ const Act stopReading = [](Connection& connection, const std::stop_token&) {
   QLTSocket& socket = connection.socket();
   socket.setTimeOutInSeconds(0);
   // What was taken moves on to the other end, which makes room for some more.
-  for (int refusals = 0; refusals < 20; ++refusals) {
+  for (int refusals = 0; refusals < 100; ++refusals) {
     if (socket.write("w")) {
       EXPECT_FALSE(socket.write(Connection::longText()));
       refusals = 0;

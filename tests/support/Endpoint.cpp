@@ -111,8 +111,9 @@ std::size_t fillOutput(int descriptor) {
   fcntl(descriptor, F_SETFL, flags | O_NONBLOCK);
   const std::string chunk(512, '.');
   std::size_t total = 0;
-  // What was taken moves on to the other end, which makes room for some more.
-  for (int refusals = 0; refusals < 20;) {
+  // What was taken moves on to the other end, which makes room for some more: on a busy machine
+  // after a while only.
+  for (int refusals = 0; refusals < 150;) {
     const ssize_t count = write(descriptor, chunk.data(), chunk.size());
     if (count > 0) {
       total += static_cast<std::size_t>(count);
