@@ -56,6 +56,13 @@ std::vector<std::string> keysOf(const Map& map) {
 
 std::string textOf(const QLTError& error) { return error.description().value_or(error.domain()); }
 
+/// Why a file cannot be read, without the path, which the finding has anyway.
+std::string unreadable(const QLTError& error, const std::string& file) {
+  std::string reason = textOf(error);
+  if (reason.starts_with(file + ": ")) reason.erase(0, file.size() + 2);
+  return "cannot be read: " + reason;
+}
+
 /// One check, from the configuration file to the flows.
 class Check {
  public:
@@ -92,7 +99,7 @@ class Check {
                          parts.find("keyPath")->text(),
                          reason->text()});
       } else {
-        findings_.error({file_, {}, "", "cannot be read: " + textOf(problem)},
+        findings_.error({file_, {}, "", unreadable(problem, file_)},
                         "every plug-in needs the resource TestConfig.plist");
       }
       return false;
@@ -132,7 +139,7 @@ class Check {
     QLTError problem;
     const auto text = quillon::internal::readFile(testerFile_, &problem);
     if (!text) {
-      findings_.error({testerFile_, {}, "", "cannot be read: " + textOf(problem)},
+      findings_.error({testerFile_, {}, "", unreadable(problem, testerFile_)},
                       "every tester needs this file");
       return;
     }
