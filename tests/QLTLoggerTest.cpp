@@ -334,7 +334,9 @@ class AsOrdinaryUser {
     EXPECT_EQ(seteuid(kNobody), 0);
   }
   ~AsOrdinaryUser() {
-    if (changed_) EXPECT_EQ(seteuid(0), 0);
+    if (changed_) {
+      EXPECT_EQ(seteuid(0), 0);
+    }
   }
   AsOrdinaryUser(const AsOrdinaryUser&) = delete;
   AsOrdinaryUser& operator=(const AsOrdinaryUser&) = delete;
