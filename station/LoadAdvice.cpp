@@ -1,5 +1,6 @@
 #include "LoadAdvice.h"
 
+#include <QLTErrorCodes.h>
 #include <QLTPropertyList.h>
 #include <QLTUtil.h>
 #include <QLTestSiteManager.h>
@@ -7,22 +8,10 @@
 #include "Text.h"
 
 namespace station {
-namespace {
-
-// The codes of the framework's loading, in its own domain.
-constexpr std::int64_t kConfigUnreadable = -40000;
-constexpr std::int64_t kFlowWrong = -40001;
-constexpr std::int64_t kTesterConfigMalformed = -40002;
-constexpr std::int64_t kInstrumentTypeUnknown = -70000;
-constexpr std::int64_t kInstrumentAttributeMissing = -60000;
-constexpr std::int64_t kResourceMissing = -80001;
-
-}  // namespace
-
 std::string reasonOf(const QLTError& error, const QLTBundle& bundle) {
   if (!error) return "its onLoad gave no reason";
   // That record has no text of its own; reading the file once more tells what is wrong with it.
-  if (error.domain() == QLTFrameworkErrorDomain && error.code() == kConfigUnreadable &&
+  if (error.domain() == QLTFrameworkErrorDomain && error.code() == kQLTErrorConfigUnreadable &&
       !error.description()) {
     const auto file = bundle.pathForResource("TestConfig", "plist");
     if (!file) return "it has no configuration, Contents/Resources/TestConfig.plist";
@@ -40,17 +29,17 @@ std::string adviceFor(const QLTError& error) {
   }
   if (error.domain() == QLTFrameworkErrorDomain) {
     switch (error.code()) {
-      case kConfigUnreadable:
-      case kFlowWrong:
+      case kQLTErrorConfigUnreadable:
+      case kQLTErrorFlowWrong:
         return "Correct the plug-in's TestConfig.plist, or install the plug-in again.";
-      case kTesterConfigMalformed:
+      case kQLTErrorTesterConfigMalformed:
         return "Correct that line of " + testerConfig + ": name,class,sim,key=value;key=value";
-      case kInstrumentTypeUnknown:
+      case kQLTErrorInstrumentTypeUnknown:
         return "Correct the class (second field) in " + testerConfig +
                ",\nor use the plug-in that knows this class.";
-      case kInstrumentAttributeMissing:
+      case kQLTErrorInstrumentAttributeMissing:
         return "Add the attribute to the instrument's line in " + testerConfig + ".";
-      case kResourceMissing:
+      case kQLTErrorResourceMissing:
         return "Either " + testerConfig +
                " does not list the instrument, or it did not come up:\ncheck its line, its cable "
                "and its power.";

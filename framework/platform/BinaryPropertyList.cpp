@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "Format.h"
+#include "common/Format.h"
 
 namespace quillon::internal {
 namespace {

@@ -8,7 +8,7 @@
 
 #include <QLTValue.h>
 
-#include "XmlPropertyList.h"
+#include "platform/XmlPropertyList.h"
 
 namespace quillon::internal {
 

@@ -2,11 +2,7 @@
 
 // Internal: not installed.
 
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <QLTClass.h>
+#include <QLTBundle.h>
 
 namespace quillon::internal {
 
@@ -14,8 +10,8 @@ namespace quillon::internal {
 /// that register meanwhile are its.
 QLTBundle*& bundleBeingOpened();
 
-/// The classes of the framework's own bundle. The test model defines it, which the platform does
-/// not know.
-std::vector<std::pair<std::string, QLTClass::Operations>> frameworkClasses();
+/// The framework's own bundle, to be filled: the classes of the test model, which the platform does
+/// not know, register themselves there before anything else runs.
+QLTBundle& frameworkBundleToFill();
 
 }  // namespace quillon::internal

@@ -6,12 +6,12 @@
 
 #include <dlfcn.h>
 
-#include <QLTClass.h>
+#include <QLTErrorCodes.h>
 #include <QLTPropertyList.h>
 
-#include "BundleLoading.h"
-#include "Format.h"
-#include "FrameworkVersion.h"
+#include "common/Format.h"
+#include "platform/BundleLoading.h"
+#include "platform/FrameworkVersion.h"
 
 namespace fs = std::filesystem;
 using quillon::internal::bundleBeingOpened;
@@ -28,12 +28,10 @@ QLTBundle*& bundleBeingOpened() {
 
 namespace {
 
-constexpr std::int64_t kBundleUnusable = -40005;
-
 void fail(QLTError* error, std::string description) {
   if (error != nullptr) {
-    *error =
-        QLTError::withDescription(QLTFrameworkErrorDomain, kBundleUnusable, std::move(description));
+    *error = QLTError::withDescription(QLTFrameworkErrorDomain, kQLTErrorBundleUnusable,
+                                       std::move(description));
   }
 }
 
@@ -142,19 +140,14 @@ std::unique_ptr<QLTBundle> QLTBundle::load(const fs::path& path, QLTError* error
   return bundle;
 }
 
-const QLTBundle& QLTBundle::frameworkBundle() {
-  static QLTBundle* const instance = new QLTBundle(
-      fs::path(), QLTDictionary{{"BundleIdentifier", "org.quillon.framework"},
-                                {"BundleVersion", quillon::internal::frameworkVersion()}});
-  static const bool filled = [] {
-    for (const auto& [name, operations] : quillon::internal::frameworkClasses()) {
-      instance->add(std::unique_ptr<QLTClass>(new QLTClass(name, operations, instance)));
-    }
-    return true;
-  }();
-  static_cast<void>(filled);
+QLTBundle& quillon::internal::frameworkBundleToFill() {
+  static QLTBundle* const instance =
+      new QLTBundle(fs::path(), QLTDictionary{{"BundleIdentifier", "org.quillon.framework"},
+                                              {"BundleVersion", frameworkVersion()}});
   return *instance;
 }
+
+const QLTBundle& QLTBundle::frameworkBundle() { return quillon::internal::frameworkBundleToFill(); }
 
 QLTBundle& QLTBundle::main() {
   static QLTBundle* const instance = new QLTBundle(fs::path(), QLTDictionary{});
@@ -191,9 +184,9 @@ std::vector<std::string> QLTBundle::classNames() const {
   return names;
 }
 
-const QLTClass* QLTBundle::add(std::unique_ptr<QLTClass> registered) {
+const QLTClass* QLTBundle::add(const std::string& name,
+                               std::shared_ptr<const QLTClass> registered) {
   const std::lock_guard lock(mutex_);
-  const std::string name = registered->name();
   const auto [entry, isNew] = classes_.emplace(name, std::move(registered));
   if (!isNew) registeredTwice_.push_back(name);
   return entry->second.get();

@@ -13,7 +13,12 @@
 #include <QLTExport.h>
 #include <QLTValue.h>
 
+class QLTBundle;
 class QLTClass;
+
+namespace quillon::internal {
+QLTBundle& frameworkBundleToFill();
+}
 
 /// A bundle: a folder `NAME.bundle/Contents/` with `Info.plist`, `Resources/` and a shared object
 /// that carries classes.
@@ -67,16 +72,17 @@ class QLT_EXPORT QLTBundle {
 
  private:
   friend class QLTClass;
+  friend QLTBundle& quillon::internal::frameworkBundleToFill();
   QLTBundle(std::filesystem::path path, QLTDictionary info);
   static std::unique_ptr<QLTBundle> load(const std::filesystem::path& path, QLTError* error);
   static QLTBundle& main();
-  const QLTClass* add(std::unique_ptr<QLTClass> registered);
+  const QLTClass* add(const std::string& name, std::shared_ptr<const QLTClass> registered);
 
   std::filesystem::path path_;
   QLTDictionary info_;
   std::string identifier_;
   std::optional<std::string> version_;
   mutable std::mutex mutex_;  // the main bundle may still grow while it is read
-  std::map<std::string, std::unique_ptr<QLTClass>, std::less<>> classes_;
+  std::map<std::string, std::shared_ptr<const QLTClass>, std::less<>> classes_;
   std::vector<std::string> registeredTwice_;
 };

@@ -10,7 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "Retried.h"
+#include "common/Retried.h"
 
 using quillon::internal::retried;
 

@@ -12,7 +12,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "PipeWrite.h"
+#include "common/PipeWrite.h"
 
 namespace {
 

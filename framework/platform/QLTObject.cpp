@@ -2,7 +2,7 @@
 
 #include <typeinfo>
 
-#include "TypeName.h"
+#include "common/TypeName.h"
 
 QLTObject::~QLTObject() = default;
 

@@ -1,16 +1,16 @@
 #include "QLTPropertyList.h"
 
-#include "BinaryPropertyList.h"
-#include "Format.h"
-#include "TextFile.h"
-#include "XmlPropertyList.h"
+#include <QLTErrorCodes.h>
+
+#include "common/Format.h"
+#include "platform/BinaryPropertyList.h"
+#include "platform/TextFile.h"
+#include "platform/XmlPropertyList.h"
 
 using quillon::internal::format;
 using quillon::internal::PropertyListComplaint;
 
 namespace {
-
-constexpr std::int64_t kMalformed = -40004;
 
 void setMalformed(QLTError* error, const std::string& name,
                   const PropertyListComplaint& complaint) {
@@ -24,7 +24,7 @@ void setMalformed(QLTError* error, const std::string& name,
   }
   description += ": " + complaint.keyPath + (complaint.keyPath.empty() ? "" : ": ");
   *error = {QLTFrameworkErrorDomain,
-            kMalformed,
+            kQLTErrorPropertyListMalformed,
             {{kQLTErrorDescriptionKey, description + complaint.reason},
              {"file", name},
              {"line", at.line},

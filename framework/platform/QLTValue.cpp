@@ -7,7 +7,7 @@
 #include <ctime>
 #include <limits>
 
-#include "Format.h"
+#include "common/Format.h"
 
 using quillon::internal::booleanReading;
 using quillon::internal::integerReading;

@@ -7,7 +7,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "Format.h"
+#include "common/Format.h"
 
 namespace quillon::internal {
 namespace {

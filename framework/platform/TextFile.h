@@ -11,7 +11,7 @@
 
 #include <QLTError.h>
 
-#include "Text.h"
+#include "common/Text.h"
 
 namespace quillon::internal {
 

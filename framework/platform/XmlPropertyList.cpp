@@ -10,7 +10,7 @@
 
 #include <expat.h>
 
-#include "Format.h"
+#include "common/Format.h"
 
 namespace quillon::internal {
 namespace {

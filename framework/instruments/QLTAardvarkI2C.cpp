@@ -1,0 +1,119 @@
+#include "QLTAardvarkI2C.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+
+#include <QLTConsoleLog.h>
+#include <QLTErrorCodes.h>
+#include <QLTUtil.h>
+#include <aardvark.h>
+
+#include "common/Format.h"
+
+using quillon::internal::format;
+
+namespace {
+
+void fail(QLTError* error, std::int32_t code, const std::string& message) {
+  const QLTError record = QLTUtil::handleError(code, message);
+  if (error != nullptr) *error = record;
+}
+
+/// The library's text of a status; absent when it has none or cannot be used.
+std::optional<std::string> statusText(int status) {
+  const char* text = aa_status_string(status);
+  return text != nullptr ? std::optional<std::string>(text) : std::nullopt;
+}
+
+std::string dumpOf(std::span<const std::uint8_t> bytes) {
+  std::string dump;
+  for (const std::uint8_t byte : bytes) {
+    if (!dump.empty()) dump += ',';
+    dump += format("%02x", byte);
+  }
+  return dump;
+}
+
+}  // namespace
+
+std::optional<std::vector<std::shared_ptr<QLTAardvarkI2C>>> QLTAardvarkI2C::detectAardvarks() {
+  std::array<std::uint16_t, 16> ports{};
+  std::array<std::uint32_t, 16> identifiers{};
+  const int found =
+      aa_find_devices_ext(ports.size(), ports.data(), identifiers.size(), identifiers.data());
+  if (found <= 0) return std::nullopt;
+  // The answer counts the adapters that did not fit, too.
+  const auto count = std::min(static_cast<std::size_t>(found), ports.size());
+  std::vector<std::shared_ptr<QLTAardvarkI2C>> adapters;
+  for (std::size_t i = 0; i < count; ++i) {
+    adapters.push_back(std::make_shared<QLTAardvarkI2C>(ports[i]));
+  }
+  return adapters;
+}
+
+QLTAardvarkI2C::QLTAardvarkI2C(std::uint16_t port) : port_(port) {}
+
+bool QLTAardvarkI2C::open(QLTError* error) {
+  handle_ = aa_open(port_);
+  if (handle_ < 0) {
+    fail(error, kQLTErrorAardvarkOpen, format("Error openning Aardvard at port %d", port_));
+    return false;
+  }
+  aa_configure(handle_, kAardvarkConfigSpiI2c);
+  aa_i2c_pullup(handle_, enablePullUp_ ? kAardvarkPullupBoth : kAardvarkPullupNone);
+  if (powerTarget_) aa_target_power(handle_, kAardvarkTargetPowerBoth);
+  bitRate_ = aa_i2c_bitrate(handle_, bitRate_);
+  busTimeoutInMilliSecond_ =
+      aa_i2c_bus_timeout(handle_, static_cast<std::uint16_t>(busTimeoutInMilliSecond_));
+  return true;
+}
+
+bool QLTAardvarkI2C::close(QLTError*) {
+  aa_close(handle_);
+  return true;
+}
+
+bool QLTAardvarkI2C::write(std::int32_t address, std::span<const std::uint8_t> content,
+                           QLTError* error) {
+  const auto shownAddress = static_cast<std::uint32_t>(address);
+  std::uint16_t written = 0;
+  const int status =
+      aa_i2c_write_ext(handle_, static_cast<std::uint16_t>(address), kAardvarkI2cNoFlags,
+                       static_cast<std::uint16_t>(content.size()), content.data(), &written);
+  if (status < 0) {
+    fail(error, status,
+         format("Error writting aardvar I2c @port %d, address 0x%02x: %s", port_, shownAddress,
+                statusText(status)));
+    return false;
+  }
+  if (written != content.size()) {
+    fail(error, kQLTErrorAardvarkWrite,
+         format("Error writting aardvark I2c @port %d, addres 0x%02x: %d of %d bytes written",
+                port_, shownAddress, written, content.size()));
+    return false;
+  }
+  QLTLog(format("wrote %d bytes to Aardvard I2C port %d, address 0x%02x: %@", content.size(), port_,
+                shownAddress, dumpOf(content)));
+  return true;
+}
+
+std::optional<QLTData> QLTAardvarkI2C::read(std::int32_t address, std::uint32_t length,
+                                            QLTError* error) {
+  const auto asked = static_cast<std::uint16_t>(length);
+  QLTData data(asked);
+  std::uint16_t count = 0;
+  const int status = aa_i2c_read_ext(handle_, static_cast<std::uint16_t>(address),
+                                     kAardvarkI2cNoFlags, asked, data.data(), &count);
+  if (status < 0) {
+    fail(error, status,
+         format("Error reading aardvar I2c @port %d: %s", port_, statusText(status)));
+    return std::nullopt;
+  }
+  data.resize(std::min(count, asked));
+  QLTLog(format("read %d bytes from Aardvard I2C port %d, address 0x%02x: %@", data.size(), port_,
+                static_cast<std::uint32_t>(address), QLTValue(data).text()));
+  return data;
+}
+
+void QLTAardvarkI2C::sleepMSecond(std::uint32_t milliseconds) { aa_sleep_ms(milliseconds); }

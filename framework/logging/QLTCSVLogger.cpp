@@ -1,0 +1,262 @@
+#include "QLTCSVLogger.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <set>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <QLTConsoleLog.h>
+
+#include "common/Format.h"
+#include "common/PipeWrite.h"
+
+using quillon::internal::format;
+using quillon::internal::writeWithoutSignal;
+
+namespace {
+
+using Text = const std::optional<std::string>& (QLTestResult::*)() const;
+
+constexpr std::array<std::pair<std::string_view, Text>, 10> texts{{
+    {"serialNumber", &QLTestResult::serialNumber},
+    {"siteName", &QLTestResult::siteName},
+    {"testName", &QLTestResult::testName},
+    {"subTestName", &QLTestResult::subTestName},
+    {"testNumber", &QLTestResult::testNumber},
+    {"expected", &QLTestResult::expected},
+    {"actual", &QLTestResult::actual},
+    {"lowLimit", &QLTestResult::lowLimit},
+    {"highLimit", &QLTestResult::highLimit},
+    {"failMessage", &QLTestResult::failMessage},
+}};
+
+std::optional<std::string> homeFolder() {
+  if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return home;
+  std::array<char, 16384> buffer;
+  passwd entry{};
+  passwd* found = nullptr;
+  if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) != 0) found = nullptr;
+  if (found == nullptr) return std::nullopt;
+  return found->pw_dir;
+}
+
+std::string withHomeExpanded(const std::string& path) {
+  if (path != "~" && !path.starts_with("~/")) return path;
+  const std::optional<std::string> home = homeFolder();
+  return home ? *home + path.substr(1) : path;
+}
+
+int openRetrying(const char* path, int flags, mode_t mode = 0) {
+  int descriptor = -1;
+  do {
+    descriptor = ::open(path, flags | O_CLOEXEC, mode);
+  } while (descriptor < 0 && errno == EINTR);
+  return descriptor;
+}
+
+/// Whether a file ends amid a line, as a crash or a full disk may leave it.
+bool endsAmidLine(int descriptor, const char* path) {
+  struct stat status {};
+  if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size == 0) {
+    return false;
+  }
+  const int reader = openRetrying(path, O_RDONLY);
+  if (reader < 0) return false;
+  char last = '\n';
+  while (pread(reader, &last, 1, status.st_size - 1) < 0 && errno == EINTR) {
+  }
+  ::close(reader);
+  return last != '\n';
+}
+
+std::string headerLine(const std::vector<std::string>& deviceAttributeKeys,
+                       const std::vector<std::string>& extraKeys) {
+  std::string line;
+  for (const std::string& key : deviceAttributeKeys) line += key + ",";
+  line += "runIndex, sn,site,test,subtest,number,expected,value,PF,fail message,";
+  for (const std::string& key : extraKeys) line += key + ",";
+  return line + "\n";
+}
+
+void appendEntry(const QLTDictionary& dictionary, const std::string& key, std::string& line) {
+  const QLTValue* value = dictionary.find(key);
+  line += (value != nullptr ? value->text() : "(null)") + ",";
+}
+
+std::string_view passFailField(std::int32_t result) {
+  switch (result) {
+    case kQLTestResultPass:
+    case kQLTestResultNA:
+      return "P,";
+    case kQLTestResultFail:
+      return "F,";
+    default:
+      return "";
+  }
+}
+
+}  // namespace
+
+/// The open file. Its lock keeps whole lines together; the descriptor closes with the last user.
+class QLTCSVLogger::FileHandle {
+ public:
+  FileHandle(int descriptor, std::string path)
+      : descriptor_(descriptor),
+        path_(std::move(path)),
+        amidLine_(endsAmidLine(descriptor, path_.c_str())) {}
+  ~FileHandle() { ::close(descriptor_); }
+  FileHandle(const FileHandle&) = delete;
+  FileHandle& operator=(const FileHandle&) = delete;
+
+  void write(std::string_view text) {
+    const std::lock_guard lock(mutex_);
+    if (amidLine_) {
+      append("\n" + std::string(text));
+    } else {
+      append(text);
+    }
+    flush();
+  }
+
+ private:
+  void append(std::string_view text) {
+    while (!text.empty()) {
+      const ssize_t count = writeWithoutSignal(descriptor_, text);
+      if (count <= 0) {
+        report("writing to", count < 0 ? errno : EIO);
+        return;
+      }
+      const auto written = static_cast<std::size_t>(count);
+      amidLine_ = written < text.size() && text[written - 1] != '\n';
+      text.remove_prefix(written);
+    }
+  }
+
+  void flush() {
+    while (fdatasync(descriptor_) != 0) {
+      if (errno == EINTR) continue;
+      // A pipe or a device has nothing to flush, and says so.
+      if (errno != EINVAL && errno != EROFS) report("flushing", errno);
+      return;
+    }
+  }
+
+  void report(const char* action, int cause) {
+    if (!reported_.insert(cause).second) return;
+    QLTLog(format("In CSV logger, error %s file %@: %s", action, path_,
+                  std::generic_category().message(cause)));
+  }
+
+  std::recursive_mutex mutex_;  // a sink of the console log may lead back here
+  const int descriptor_;
+  const std::string path_;
+  bool amidLine_;  // the file ends with a text that was broken off
+  std::set<int> reported_;
+};
+
+QLTCSVLogger::QLTCSVLogger(const std::string& path) : path_(withHomeExpanded(path)) {}
+
+QLTCSVLogger::~QLTCSVLogger() = default;
+
+bool QLTCSVLogger::open(const std::vector<std::string>& deviceAttributeKeys,
+                        const std::vector<std::string>& extraKeys, QLTError* error) {
+  if (!handle() && !openFile(deviceAttributeKeys, extraKeys)) return false;
+  setDeviceAttributeKeys(deviceAttributeKeys);
+  setExtraKeys(extraKeys);
+  return QLTLogger::open(deviceAttributeKeys, extraKeys, error);
+}
+
+bool QLTCSVLogger::openFile(const std::vector<std::string>& deviceAttributeKeys,
+                            const std::vector<std::string>& extraKeys) {
+  const std::optional<std::string> path = this->path();
+  const int descriptor =
+      path ? openRetrying(path->c_str(), O_WRONLY | O_APPEND | O_CREAT, 0700) : -1;
+  if (descriptor < 0) {
+    QLTLog(format("In CSV logger, unable to open file %@ for write", path));
+    return false;
+  }
+  auto opened = std::make_shared<FileHandle>(descriptor, *path);
+  opened->write(headerLine(deviceAttributeKeys, extraKeys));
+  // Known to other threads only now, so that no record comes before the header.
+  const std::lock_guard lock(mutex_);
+  handle_ = std::move(opened);
+  return true;
+}
+
+void QLTCSVLogger::log(const std::shared_ptr<const QLTestResult>& result) {
+  writeString(lineOf(*result));
+  QLTLogger::log(result);
+}
+
+bool QLTCSVLogger::close(QLTError* error) {
+  {
+    const std::lock_guard lock(mutex_);
+    handle_.reset();
+  }
+  return QLTLogger::close(error);
+}
+
+void QLTCSVLogger::writeString(std::string_view text) {
+  if (const std::shared_ptr<FileHandle> file = handle()) file->write(text);
+}
+
+void QLTCSVLogger::appendProperty(std::string_view name, const QLTestResult& result,
+                                  std::string& line) {
+  for (const auto& [textName, text] : texts) {
+    if (textName == name && (result.*text)()) line += *(result.*text)() + ",";
+  }
+}
+
+std::string QLTCSVLogger::lineOf(const QLTestResult& result) const {
+  std::string line;
+  const QLTDictionary attributes = deviceAttributes();
+  for (const std::string& key : deviceAttributeKeys()) appendEntry(attributes, key, line);
+  line += format("%d,", result.runIndex());
+  for (const std::string_view name : {"serialNumber", "siteName", "testName", "subTestName",
+                                      "testNumber", "expected", "actual"}) {
+    appendProperty(name, result, line);
+  }
+  line += passFailField(result.result());
+  line += format("\"%@\",", result.failMessage());
+  if (result.extras()) {
+    for (const std::string& key : extraKeys()) appendEntry(*result.extras(), key, line);
+  }
+  return line + "\n";
+}
+
+std::string QLTCSVLogger::timeStampedFileName(const std::string& prefix) {
+  const time_t now = time(nullptr);
+  tm universal{};
+  gmtime_r(&now, &universal);
+  std::array<char, 32> stamp{};
+  strftime(stamp.data(), stamp.size(), "%Y-%m-%d_%H:%M:%S", &universal);
+  return prefix + "_" + stamp.data() + ".csv";
+}
+
+std::optional<std::string> QLTCSVLogger::path() const {
+  const std::lock_guard lock(mutex_);
+  return path_;
+}
+
+void QLTCSVLogger::setPath(std::optional<std::string> path) {
+  const std::lock_guard lock(mutex_);
+  path_ = std::move(path);
+}
+
+void QLTCSVLogger::dealooc() {
+  setPath(std::nullopt);
+  if (!handle()) close();
+}
+
+std::shared_ptr<QLTCSVLogger::FileHandle> QLTCSVLogger::handle() const {
+  const std::lock_guard lock(mutex_);
+  return handle_;
+}

@@ -1,0 +1,52 @@
+#include "QLTSubTestInfo.h"
+
+#include "common/Format.h"
+
+std::shared_ptr<QLTSubTestInfo> QLTSubTestInfo::subTestInfo(std::optional<std::string> name,
+                                                            std::int32_t priority) {
+  auto info = std::make_shared<QLTSubTestInfo>();
+  info->setName(std::move(name));
+  info->setPriority(priority);
+  return info;
+}
+
+std::shared_ptr<QLTSubTestInfo> QLTSubTestInfo::subTestInfo(
+    std::optional<std::string> name, std::int32_t priority,
+    std::optional<std::string> failMessage) {
+  auto info = subTestInfo(std::move(name), priority);
+  info->setFailMessage(std::move(failMessage));
+  return info;
+}
+
+std::shared_ptr<QLTSubTestInfo> QLTSubTestInfo::subTestInfo(
+    std::optional<std::string> name, std::int32_t priority, std::optional<std::string> expected,
+    std::optional<std::string> failMessage) {
+  auto info = subTestInfo(std::move(name), priority, std::move(failMessage));
+  info->setExpected(std::move(expected));
+  return info;
+}
+
+std::shared_ptr<QLTSubTestInfo> QLTSubTestInfo::subTestinfo(
+    std::optional<std::string> name, std::int32_t priority, double lowLimit, double highLimit,
+    std::optional<std::string> failMessage) {
+  auto info = subTestInfo(std::move(name), priority, std::move(failMessage));
+  info->setLimits(lowLimit, highLimit);
+  return info;
+}
+
+void QLTSubTestInfo::setLimits(double lowLimit, double highLimit) {
+  setLowLimit(lowLimit);
+  setHighLimit(highLimit);
+  setExpected(quillon::internal::format("from %f to %f", lowLimit, highLimit));
+}
+
+void QLTSubTestInfo::setLowLimit(double lowLimit) {
+  lowLimit_ = lowLimit;
+  hasLimits_ = true;
+}
+
+void QLTSubTestInfo::deaclloc() {
+  name_.reset();
+  expected_.reset();
+  failMessage_.reset();
+}

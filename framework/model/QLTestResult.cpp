@@ -1,0 +1,83 @@
+#include "QLTestResult.h"
+
+#include <QLTestMethod.h>
+#include <QLTestSuite.h>
+
+#include "common/Format.h"
+
+using quillon::internal::format;
+
+std::shared_ptr<QLTestResult> QLTestResult::resultWithValues(
+    const QLTestMethod& method, std::optional<std::string> subTestName,
+    std::optional<std::string> expected, std::int32_t majorNumber, std::int32_t minorNumber,
+    std::optional<QLTDictionary> extras, std::optional<std::string> actual, std::int32_t result) {
+  auto record = std::make_shared<QLTestResult>();
+  record->setTestName(method.displayName());
+  record->setSubTestName(std::move(subTestName));
+  record->setExpected(std::move(expected));
+  record->setTestNumberWithMajor(majorNumber, minorNumber);
+  record->setExtras(std::move(extras));
+  const std::shared_ptr<QLTestSuite> suite = method.suite();
+  record->setRunIndex(suite ? suite->currentIndex() : 0);
+  if (suite) {
+    record->setSiteName(suite->siteName());
+    record->setSerialNumber(suite->currentSN());
+  }
+  record->setResult(result);
+  record->setActual(std::move(actual));
+  return record;
+}
+
+std::shared_ptr<QLTestResult> QLTestResult::resultWithValues(
+    const QLTestMethod& method, std::optional<std::string> subTestName,
+    std::optional<std::string> expected, float lowLimit, float highLimit, std::int32_t majorNumber,
+    std::int32_t minorNumber, std::optional<QLTDictionary> extras,
+    std::optional<std::string> actual, std::int32_t result) {
+  auto record = resultWithValues(method, std::move(subTestName), std::move(expected), majorNumber,
+                                 minorNumber, std::move(extras), std::move(actual), result);
+  record->setLimitsWithLow(lowLimit, highLimit);
+  return record;
+}
+
+void QLTestResult::setTestNumberWithMajor(std::int32_t major, std::int32_t minor) {
+  testNumber_ = format("%d.%d", major, minor);
+}
+
+void QLTestResult::setLimitsWithLow(float low, float high) {
+  lowLimit_ = format("%f", low);
+  highLimit_ = format("%f", high);
+  expected_ = format("between %f and %f", low, high);
+}
+
+std::shared_ptr<QLTestResult> QLTestResult::copyAttributesWithSubTestName(
+    std::optional<std::string> subTestName, std::int32_t majorNumber,
+    std::int32_t minorNumber) const {
+  auto copy = std::make_shared<QLTestResult>();
+  copy->setTestName(testName_);
+  copy->setSubTestName(std::move(subTestName));
+  copy->setExpected(expected_);
+  copy->setLowLimit(lowLimit_);
+  copy->setHighLimit(highLimit_);
+  copy->setExtras(extras_);
+  copy->setTestNumberWithMajor(majorNumber, minorNumber);
+  return copy;
+}
+
+std::string QLTestResult::description() const {
+  std::string text;
+  text += format("runIndex: %d\n", runIndex_);
+  text += format("site: %@\n", siteName_);
+  text += format("serial number: %@\n", serialNumber_);
+  text += format("test name: %@\n", testName_);
+  text += format("sub test name: %@\n", subTestName_);
+  text += format("priority: %i\n", priority_);
+  if (testNumber_) text += format("test number: %@\n", testNumber_);
+  if (actual_) text += format("value: %@\n", actual_);
+  if (expected_) text += format("expect: %@\n", expected_);
+  if (result_ == kQLTestResultPass) text += "result: PASS\n";
+  if (result_ == kQLTestResultFail) text += "result: FAIL\n";
+  if (result_ == kQLTestResultNA) text += "result: NA\n";
+  if (result_ == kQLTestResultFail) text += format("fail message: %@\n", failMessage_);
+  if (extras_) text += format("extras: \n%@", extras_->text());
+  return text;
+}

@@ -1,0 +1,4 @@
+#include "QLTErrorCodes.h"
+
+const std::string QLTSerialErrorDomain = "QLTSerial Error Domain";
+const std::string kQLTScipErrorDomain = "kQLTScpiErrorDomain";

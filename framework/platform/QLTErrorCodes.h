@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include <QLTExport.h>
+
+// The catalogue of error domains and codes. Callers tell failures apart by these, never by their
+// texts. A domain of the framework's own (`QLTFrameworkErrorDomain`) or of the file system
+// (`kQLTPosixErrorDomain`) is declared with `QLTError`.
+
+/// The domain of errors of the serial port's system calls; the code is errno.
+QLT_EXPORT extern const std::string QLTSerialErrorDomain;  // "QLTSerial Error Domain"
+/// The domain of errors that a SCPI instrument reports. Name and value differ in spelling; callers
+/// use both.
+QLT_EXPORT extern const std::string kQLTScipErrorDomain;  // "kQLTScpiErrorDomain"
+
+// Codes of the framework's own domain.
+
+/// A write to a simulated serial port that is not open.
+inline constexpr std::int32_t kQLTErrorSimSerialWrite = -10000;
+/// A serial port or a diagnostics console could not be read, or not in time. In the domain
+/// `QLTSerialErrorDomain`: more was asked for than one read gives.
+inline constexpr std::int32_t kQLTErrorSerialRead = -10001;
+/// A console that shows no prompt when it is opened; the one positive code.
+inline constexpr std::int32_t kQLTErrorNoDiagsPrompt = 15000;
+/// A write to a socket failed, or the peer took nothing in time.
+inline constexpr std::int32_t kQLTErrorSocketWrite = -20000;
+/// A socket could not be read, or not in time.
+inline constexpr std::int32_t kQLTErrorSocketRead = -20001;
+/// A video-test unit's reply is not what it should be.
+inline constexpr std::int32_t kQLTErrorDavDPReply = -21000;
+/// The factory could not make an instrument.
+inline constexpr std::int32_t kQLTErrorInstrumentNotCreated = -21001;
+/// The plug-in's "TestConfig" is missing or unreadable.
+inline constexpr std::int32_t kQLTErrorConfigUnreadable = -40000;
+/// A flow, a test or "defaultFlow" is configured wrongly.
+inline constexpr std::int32_t kQLTErrorFlowWrong = -40001;
+/// A line of the tester-config file is malformed.
+inline constexpr std::int32_t kQLTErrorTesterConfigMalformed = -40002;
+/// A value of a wrong type outside the flows.
+inline constexpr std::int32_t kQLTErrorConfigWrong = -40003;
+/// A property list that is not well formed.
+inline constexpr std::int32_t kQLTErrorPropertyListMalformed = -40004;
+/// A bundle that cannot be opened.
+inline constexpr std::int32_t kQLTErrorBundleUnusable = -40005;
+/// A class of the plug-in is missing, of the wrong kind, or threw while the station loaded.
+inline constexpr std::int32_t kQLTErrorPluginClassUnusable = -40006;
+/// An instrument's entry lacks an attribute that its class needs.
+inline constexpr std::int32_t kQLTErrorInstrumentAttributeMissing = -60000;
+/// Neither framework nor plug-in knows an instrument's class.
+inline constexpr std::int32_t kQLTErrorInstrumentTypeUnknown = -70000;
+/// A site names an instrument that is not there; the site is left out.
+inline constexpr std::int32_t kQLTErrorResourceMissing = -80001;
+/// A test asked for a resource that its site has not, or has of another class.
+inline constexpr std::int32_t kQLTErrorResourceUnusable = -80002;
+/// An I2C adapter could not be opened.
+inline constexpr std::int32_t kQLTErrorAardvarkOpen = -90001;
+/// An I2C adapter wrote fewer bytes than it was given.
+inline constexpr std::int32_t kQLTErrorAardvarkWrite = -90003;

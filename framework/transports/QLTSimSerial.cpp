@@ -1,0 +1,92 @@
+#include "QLTSimSerial.h"
+
+#include <utility>
+
+#include <QLTConsoleLog.h>
+#include <QLTErrorCodes.h>
+#include <QLTUtil.h>
+
+#include "common/Format.h"
+#include "transports/SimulatedExchange.h"
+
+using quillon::internal::format;
+using quillon::internal::ResponseMap;
+using quillon::internal::SimulatedExchange;
+
+namespace {
+
+ResponseMap responses;
+
+void reportClosed(std::int32_t code, QLTError* error) {
+  const QLTError record = QLTUtil::handleError(code, "sim serial port is not open!");
+  if (error != nullptr) *error = record;
+}
+
+}  // namespace
+
+QLTSimSerial::QLTSimSerial(std::string path)
+    : QLTSerial(std::move(path)), exchange_(std::make_unique<SimulatedExchange>()) {}
+
+QLTSimSerial::~QLTSimSerial() = default;
+
+void QLTSimSerial::setResponseMap(QLTDictionary responseMap) {
+  responses.install(std::move(responseMap));
+}
+
+void QLTSimSerial::removeResponseMap() { responses.remove(); }
+
+bool QLTSimSerial::open(QLTError*) {
+  QLTLog(format("open on sim serial at %@ called", bsdPath()));
+  isOpen_ = true;
+  return true;
+}
+
+bool QLTSimSerial::close(QLTError*) {
+  QLTLog(format("close on sim serial at %@ called", bsdPath()));
+  isOpen_ = false;
+  return true;
+}
+
+bool QLTSimSerial::flushBuffer(QLTError*) { return true; }
+
+bool QLTSimSerial::write(const std::string& text, QLTError* error) {
+  if (!isOpen_) {
+    reportClosed(kQLTErrorSimSerialWrite, error);
+    return false;
+  }
+  QLTLog(format("{Sim_Serial_Write %@}: %@", bsdPath(), text));
+  exchange_->write(text);
+  return true;
+}
+
+std::optional<std::string> QLTSimSerial::read(std::int32_t, QLTError* error) {
+  if (!isOpen_) {
+    reportClosed(kQLTErrorSerialRead, error);
+    return std::nullopt;
+  }
+  if (exchange_->isHeldBack()) return "";
+  exchange_->answer();
+  std::optional<std::string> reply = responses.reply(lastCmd(), "\n:-)");
+  QLTLog(format("{Sim_Serial_Read %@}: %@", bsdPath(), reply));
+  return reply;
+}
+
+std::optional<std::string> QLTSimSerial::readLine(std::int32_t, QLTError* error) {
+  return read(1000, error);
+}
+
+void QLTSimSerial::setParityFlag(std::int32_t) {}
+void QLTSimSerial::setStopBitsFlag(std::int32_t) {}
+void QLTSimSerial::setBytesSizeFlag(std::int32_t) {}
+
+std::optional<std::string> QLTSimSerial::lastCmd() const { return exchange_->lastCmd(); }
+
+void QLTSimSerial::setLastCmd(std::optional<std::string> lastCmd) {
+  exchange_->setLastCmd(std::move(lastCmd));
+}
+
+double QLTSimSerial::delayTimeInSeconds() const { return exchange_->delayTimeInSeconds(); }
+
+void QLTSimSerial::setDelayTimeInSeconds(double seconds) {
+  exchange_->setDelayTimeInSeconds(seconds);
+}
