@@ -3,7 +3,7 @@
 import re
 import subprocess
 
-FOLDERS = "benchmarks|cmake|docs|examples|framework|packaging|scripts|simulators|station|tests"
+FOLDERS = "benchmarks|cmake|common|docs|examples|framework|packaging|scripts|simulators|station|tests"
 PATH = re.compile(rf"(?<![\w./-])(?:{FOLDERS})/[\w./*-]*")
 NAME = re.compile(r"(?<!\w)(k?QLT\w+|kScpi\w+|aa_\w+)(\.\.\.|\*)?")
 OPTION = re.compile(r"(?<![\w-])--[a-z][a-z-]*")
@@ -97,9 +97,8 @@ def check_codes(document, source):
     for match in re.finditer(r"^\| *([^|]*?) *\|", document.prose, re.M):
         for code in re.findall(r"-?\d{4,}", match[1]):
             told.setdefault(code, document.line_of(match.start()))
-    code = re.compile(r"(?<![\w.])-\d{5}\b|(?<=handleError\()\d+(?=, )")
-    known = {number for file in (source / "framework").rglob("*") if file.suffix in (".cpp", ".h")
-             for number in code.findall(file.read_text())}
+    catalogue = source / "framework/platform/QLTErrorCodes.h"
+    known = set(re.findall(r"^inline constexpr .* = (-?\d+);", catalogue.read_text(), re.M))
     for number in sorted(told.keys() - known):
         yield told[number], f"the framework has no code {number}"
     for number in sorted(known - told.keys()):
