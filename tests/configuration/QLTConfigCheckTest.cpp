@@ -33,7 +33,7 @@ class QLTConfigCheckTest : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(std::filesystem::is_directory("/vault/Quillon"))
-        << "run this test with tests/support/with-vault";
+        << "run this test with station/quillon-with-vault";
   }
   void TearDown() override {
     QLTestSiteManager::releaseSharedInstance();

@@ -69,7 +69,7 @@ class QLTestSiteManagerTest : public testing::Test {
   void SetUp() override {
     ASSERT_TRUE(std::filesystem::is_directory("/vault/Quillon") &&
                 std::filesystem::is_empty("/vault/Quillon"))
-        << "run this test with tests/support/with-vault";
+        << "run this test with station/quillon-with-vault";
   }
   void TearDown() override {
     QLTestSiteManager::releaseSharedInstance();

@@ -83,7 +83,7 @@ class Machine:
         command = ["bash", "-c", text]
         if re.search(r"\bquillon (run|check|list)\b", script) and "with-vault" not in script:
             tester_config = self.source / "examples/board-test/TesterConfig_oc.csv"
-            command = [self.source / "tests/support/with-vault", "--file", tester_config] + command
+            command = [self.source / "station/quillon-with-vault", "--file", tester_config] + command
         process = subprocess.Popen(command, cwd=self.folder, env=self.environment, text=True,
                                    errors="replace", start_new_session=True,
                                    stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,

@@ -193,7 +193,7 @@ TEST_F(StationList, writesJsonForTools) {
 
 TEST_F(StationList, aMachineWithoutTesterConfigStillListsThePlugin) {
   ASSERT_FALSE(std::filesystem::exists("/vault/Quillon/TesterConfig_oc.csv"))
-      << "run this test with tests/support/with-vault";
+      << "run this test with station/quillon-with-vault";
   const Said text = call({"list", bundle_.path()});
   EXPECT_EQ(text.status, 0);
   EXPECT_THAT(text.output,

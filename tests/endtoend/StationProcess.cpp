@@ -156,7 +156,7 @@ void writeTesterConfig(const std::string& lines) {
   const std::filesystem::path folder = "/vault/Quillon";
   static bool isOurs = false;
   if (!isOurs && (!std::filesystem::is_directory(folder) || !std::filesystem::is_empty(folder))) {
-    throw std::runtime_error("run this test with tests/support/with-vault");
+    throw std::runtime_error("run this test with station/quillon-with-vault");
   }
   isOurs = true;
   std::ofstream(folder / "TesterConfig_oc.csv") << "name,class,sim,attributes\n" << lines;

@@ -70,8 +70,8 @@ class StationProcess {
 /// Waits until a file is there; false after a long while.
 bool waitForFile(const std::filesystem::path& path);
 
-/// Writes the tester-config file of this test's own /vault; to be run with with-vault only, which
-/// this asserts.
+/// Writes the tester-config file of this test's own /vault; to be run with quillon-with-vault only,
+/// which this asserts.
 void writeTesterConfig(const std::string& lines);
 
 }  // namespace test
