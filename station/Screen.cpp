@@ -31,13 +31,18 @@ std::string inColour(const std::string& text, Colour colour) {
 
 }  // namespace
 
-Screen::Screen()
-    : colourOutput_(coloursFit(STDOUT_FILENO)), colourErrors_(coloursFit(STDERR_FILENO)) {}
+Screen::Screen() : Screen(STDOUT_FILENO, STDERR_FILENO) {}
 
-void Screen::line(std::string_view text) { write(STDOUT_FILENO, std::string(text) + "\n"); }
+Screen::Screen(int output, int errors)
+    : output_(output),
+      errors_(errors),
+      colourOutput_(coloursFit(output)),
+      colourErrors_(coloursFit(errors)) {}
+
+void Screen::line(std::string_view text) { write(output_, std::string(text) + "\n"); }
 
 void Screen::warning(const std::string& text) {
-  write(STDERR_FILENO,
+  write(errors_,
         inColour("Warning:", colourErrors_ ? Colour::Yellow : Colour::Plain) + " " + text + "\n");
 }
 
@@ -45,10 +50,10 @@ void Screen::problem(const std::string& problem, const std::string& advice) {
   std::string text =
       inColour("quillon:", colourErrors_ ? Colour::Red : Colour::Plain) + " " + problem + "\n";
   if (!advice.empty()) text += advice + "\n";
-  write(STDERR_FILENO, text);
+  write(errors_, text);
 }
 
-void Screen::prompt(std::string_view text) { write(STDERR_FILENO, text); }
+void Screen::prompt(std::string_view text) { write(errors_, text); }
 
 std::string Screen::coloured(const std::string& text, Colour colour) const {
   return colourOutput_ ? inColour(text, colour) : text;

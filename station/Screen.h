@@ -13,7 +13,8 @@ enum class Colour { Plain, Green, Red, Yellow };
 /// only on a terminal, and not when the environment has NO_COLOR. Any thread.
 class Screen {
  public:
-  Screen();
+  Screen();                        ///< the program's own
+  Screen(int output, int errors);  ///< on other descriptors, which stay the caller's
 
   /// Writes one line (or several, when the text holds line ends) to standard output.
   void line(std::string_view text);
@@ -31,6 +32,8 @@ class Screen {
   void write(int descriptor, std::string_view text);
 
   std::mutex mutex_;
+  const int output_;
+  const int errors_;
   bool colourOutput_;
   bool colourErrors_;
 };

@@ -4,12 +4,14 @@
 
 namespace station {
 
+std::string applicationVersion() { return QUILLON_STATION_VERSION; }
+
 QLTDictionary stationInfo(const QLTBundle& bundle, const std::string& logFolder) {
   std::string host(256, '\0');
   if (gethostname(host.data(), host.size() - 1) != 0) host.clear();
   host.resize(host.find('\0') == std::string::npos ? host.size() : host.find('\0'));
   return {{"application", "quillon"},
-          {"applicationVersion", QUILLON_STATION_VERSION},
+          {"applicationVersion", applicationVersion()},
           {"bundlePath", bundle.path().string()},
           {"hostName", host},
           {"logFolder", logFolder}};

@@ -7,6 +7,8 @@
 
 namespace station {
 
+std::string applicationVersion();
+
 /// What the plug-in is told about this station application, as it loads.
 QLTDictionary stationInfo(const QLTBundle& bundle, const std::string& logFolder);
 

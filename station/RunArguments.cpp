@@ -1,0 +1,46 @@
+#include "RunArguments.h"
+
+#include <CLI/CLI.hpp>
+
+#include "SerialNumbers.h"
+
+namespace station {
+
+void RunArguments::describeTo(CLI::App& command) {
+  command.add_option("BUNDLE", options_.bundle, "The test plug-in, a folder NAME.bundle")
+      ->required();
+  command.add_option("--flow", options_.flow, "The flow to run")
+      ->type_name("NAME")
+      ->capture_default_str();
+  // One value each, so that a BUNDLE that follows is not taken for another one.
+  command
+      .add_option("--site", options_.sites, "Test at this site; repeatable (default: all sites)")
+      ->type_name("NAME")
+      ->allow_extra_args(false);
+  command
+      .add_option("--sn", serialNumbers_,
+                  "The serial number of the device at a site; repeatable. Sites without one are "
+                  "asked for on the terminal")
+      ->type_name("SITE=SERIAL")
+      ->allow_extra_args(false);
+  command.add_option("--log-dir", options_.logFolder, "The folder for result and diagnostics logs")
+      ->type_name("DIR")
+      ->capture_default_str();
+  command
+      .add_option("--repeat", options_.repeat, "Devices to test at each site, one after the other")
+      ->type_name("N")
+      ->check(CLI::Range(1, 1000000))
+      ->capture_default_str();
+  command.add_flag("--verbose", options_.verbose, "Show the diagnostics on standard error as well");
+  command.footer(
+      "Exit status: 0 all devices passed; 1 a device failed, was broken off, or the run was\n"
+      "interrupted; 2 the tests could not run.");
+}
+
+RunOptions RunArguments::options() const {
+  RunOptions options = options_;
+  options.serialNumbers = parseSerialNumbers(serialNumbers_);
+  return options;
+}
+
+}  // namespace station

@@ -1,0 +1,78 @@
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "station/Signals.h"
+#include "support/FreshProcess.h"
+
+namespace {
+
+using station::Signals;
+
+bool isReadable(int descriptor) {
+  pollfd waited{descriptor, POLLIN, 0};
+  return poll(&waited, 1, 0) == 1;
+}
+
+constexpr const char* kStopping =
+    "\nStopping after the running tests. Once more (Ctrl-C) ends the program at once.\n";
+
+}  // namespace
+
+TEST(Signals, theFirstOneAsksForAStop) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    const Signals signals;
+    EXPECT_FALSE(Signals::stopRequested());
+    EXPECT_FALSE(isReadable(Signals::descriptor()));
+    testing::internal::CaptureStderr();
+    std::raise(signal);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), kStopping);
+    EXPECT_TRUE(Signals::stopRequested());
+    EXPECT_TRUE(isReadable(Signals::descriptor()));
+  }
+}
+
+TEST(Signals, aTwinOfTheFirstOneIsTheSameRequest) {
+  const Signals signals;
+  testing::internal::CaptureStderr();
+  std::raise(SIGINT);
+  std::raise(SIGINT);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), kStopping);
+}
+
+TEST(Signals, aSecondRequestEndsTheProgram) {
+  EXPECT_EXIT(
+      {
+        const Signals signals;
+        std::raise(SIGINT);
+        std::this_thread::sleep_for(std::chrono::milliseconds(60));  // no twin any more
+        std::raise(SIGTERM);
+      },
+      testing::KilledBySignal(SIGTERM), "Stopping after the running tests");
+}
+
+TEST(Signals, aScreenThatIsGoneRaisesNoSignal) {
+  const Signals signals;
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  close(ends[0]);
+  EXPECT_EQ(write(ends[1], "x", 1), -1);
+  EXPECT_EQ(errno, EPIPE);
+  close(ends[1]);
+}
+
+TEST(Signals, whatStoodBeforeStandsAgain) {
+  struct sigaction before {};
+  struct sigaction after {};
+  sigaction(SIGINT, nullptr, &before);
+  { const Signals signals; }
+  sigaction(SIGINT, nullptr, &after);
+  EXPECT_EQ(after.sa_handler, before.sa_handler);
+  EXPECT_EQ(Signals::descriptor(), -1);
+}
