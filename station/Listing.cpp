@@ -112,7 +112,7 @@ std::shared_ptr<QLTSubTestInfo> readSubTest(const ConfigPlace& place) {
       place.at("name").text(), priority != nullptr ? priority->intValue() : 0,
       place.at("failMessage")
           .text()
-          .value_or("failed " + place.at("name").text().value_or("(null)")));
+          .value_or(QLTSubTestInfo::defaultFailMessage(place.at("name").text())));
   if (const QLTValue* expected = place.at("expected").value()) info->setExpected(expected->text());
   const QLTValue* const low = place.at("lowLimit").number();
   const QLTValue* const high = place.at("highLimit").number();

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
+
+#include <QLTSubTestInfo.h>
 
 #include "Text.h"
 
@@ -40,6 +43,21 @@ std::string reasonText(const Outcome& outcome) {
   // The exception of a test is its failure as well; once is enough.
   if (outcome.firstFailure->ends_with(*outcome.brokenOff)) return *outcome.brokenOff;
   return *outcome.firstFailure + "; then " + *outcome.brokenOff;
+}
+
+/// A sub-test as people find it in the configuration: by its name, else by its number.
+std::string subTestOf(const QLTestResult& record) {
+  if (record.subTestName()) return *record.subTestName();
+  return record.testNumber() ? "sub-test " + *record.testNumber() + " (no name)"
+                             : "a sub-test without name and number";
+}
+
+/// Why it failed. The record of a sub-test without a name says "(null)" where its name would stand.
+std::string messageOf(const QLTestResult& record) {
+  constexpr std::string_view kNameless = "Failed (null); ";
+  const std::string message = record.failMessage().value_or("");
+  const bool nameless = !record.subTestName() && message.starts_with(kNameless);
+  return nameless ? message.substr(kNameless.size()) : message;
 }
 
 std::string withoutTrailingBlanks(std::string line) {
@@ -114,14 +132,14 @@ void Report::table(const std::vector<Outcome>& outcomes) const {
 }
 
 std::string Report::failure(const QLTestResult& record) {
-  const std::string name = record.subTestName().value_or("(no name)");
-  const std::string message = record.failMessage().value_or("");
-  if (record.actual() == "run time error") {
-    return (name == "runtime error" ? "" : name + ": ") +
+  const std::string name = subTestOf(record);
+  const std::string message = messageOf(record);
+  if (record.actual() == kQLTestRuntimeErrorValue) {
+    return (name == kQLTestRuntimeErrorName ? "" : name + ": ") +
            (message.empty() ? "no value, for a reason that the test does not tell" : message);
   }
-  // The message that a sub-test without one of its own has; it says nothing new.
-  const bool messageSpeaks = !message.empty() && message != "failed " + name;
+  const bool messageSpeaks =
+      !message.empty() && message != QLTSubTestInfo::defaultFailMessage(record.subTestName());
   std::string text = name + ": ";
   if (record.lowLimit() && record.highLimit()) {
     text += shortNumber(record.actual().value_or("no value")) + ", limits " +

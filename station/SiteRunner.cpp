@@ -64,8 +64,9 @@ bool hasPassed(const std::shared_ptr<QLTestResult>& record) {
 /// passed.
 std::shared_ptr<QLTestResult> failureRecord(const QLTestMethod& method, std::int32_t index,
                                             const std::string& message) {
-  auto record = QLTestResult::resultWithValues(method, "runtime error", std::nullopt, index, 0,
-                                               std::nullopt, "run time error", kQLTestResultFail);
+  auto record =
+      QLTestResult::resultWithValues(method, kQLTestRuntimeErrorName, std::nullopt, index, 0,
+                                     std::nullopt, kQLTestRuntimeErrorValue, kQLTestResultFail);
   record->setPriority(0);
   record->setFailMessage(message);
   return record;

@@ -28,7 +28,7 @@ std::shared_ptr<QLTSubTestInfo> readSubTest(const ConfigEntry& entry, Complaints
   if (lowLimit != nullptr) {
     info->setLimits(lowLimit->doubleValue(), highLimit != nullptr ? highLimit->doubleValue() : 0.0);
   }
-  info->setFailMessage(failMessage ? *failMessage : format("failed %@", name));
+  info->setFailMessage(failMessage ? *failMessage : QLTSubTestInfo::defaultFailMessage(name));
   return info;
 }
 

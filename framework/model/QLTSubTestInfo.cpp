@@ -34,6 +34,10 @@ std::shared_ptr<QLTSubTestInfo> QLTSubTestInfo::subTestinfo(
   return info;
 }
 
+std::string QLTSubTestInfo::defaultFailMessage(const std::optional<std::string>& name) {
+  return quillon::internal::format("failed %@", name);
+}
+
 void QLTSubTestInfo::setLimits(double lowLimit, double highLimit) {
   setLowLimit(lowLimit);
   setHighLimit(highLimit);

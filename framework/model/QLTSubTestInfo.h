@@ -34,6 +34,10 @@ class QLT_EXPORT QLTSubTestInfo : public QLTObject {
                                                      double highLimit,
                                                      std::optional<std::string> failMessage);
 
+  /// The fail message that a configured sub-test has when it is given none: "failed NAME". An
+  /// absent name shows as "(null)".
+  static std::string defaultFailMessage(const std::optional<std::string>& name);
+
   /// Sets both limits and replaces the expected text by "from LOW to HIGH", six decimals each. A
   /// low limit above the high one is kept as given; then no value passes.
   void setLimits(double lowLimit, double highLimit);

@@ -1,6 +1,7 @@
 #include "QLTestMethod.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 #include "common/Format.h"
 
@@ -95,8 +96,9 @@ std::shared_ptr<QLTestResult> QLTestMethod::addResult(std::int32_t index,
 }
 
 void QLTestMethod::addRuntimeError(std::int32_t index, std::optional<std::string> errorMessage) {
-  const auto record = index > 0 ? resultFromSubTestInfo(index) : newRecord("runtime error", 0, 0);
-  record->setActual("run time error");
+  const auto record =
+      index > 0 ? resultFromSubTestInfo(index) : newRecord(kQLTestRuntimeErrorName, 0, 0);
+  record->setActual(kQLTestRuntimeErrorValue);
   record->setResult(kQLTestResultFail);
   record->setFailMessage(std::move(errorMessage));
   record->setRunIndex(currentRunIndex());
@@ -117,8 +119,14 @@ const QLTValue* QLTestMethod::param(std::string_view key) const {
 }
 
 const QLTSubTestInfo& QLTestMethod::subTest(std::int32_t index) const {
-  // Widened, so that the lowest index leaves the list as well instead of overflowing.
-  return *subTests_.at(static_cast<std::size_t>(std::int64_t{index} - 1));
+  const std::size_t count = subTests_.size();
+  if (index < 1 || static_cast<std::size_t>(index) > count) {
+    throw std::out_of_range(format(
+        "sub-test %d of %@: %@", index, displayName_.value_or("a test without a name"),
+        count == 0 ? "there are none"
+                   : format("they count from 1, there %@ %u", count == 1 ? "is" : "are", count)));
+  }
+  return *subTests_[static_cast<std::size_t>(index) - 1];
 }
 
 std::shared_ptr<QLTestResult> QLTestMethod::newRecord(std::optional<std::string> subTestName,

@@ -7,6 +7,9 @@
 
 using quillon::internal::format;
 
+const std::string kQLTestRuntimeErrorValue = "run time error";
+const std::string kQLTestRuntimeErrorName = "runtime error";
+
 std::shared_ptr<QLTestResult> QLTestResult::resultWithValues(
     const QLTestMethod& method, std::optional<std::string> subTestName,
     std::optional<std::string> expected, std::int32_t majorNumber, std::int32_t minorNumber,

@@ -18,6 +18,13 @@ inline constexpr std::int32_t kQLTestResultFail = 0;  ///< failed
 inline constexpr std::int32_t kQLTestResultPass = 1;  ///< passed
 inline constexpr std::int32_t kQLTestResultNA = 2;    ///< neither
 
+// The texts by which a record tells that no value was found; see `QLTestMethod::addRuntimeError`.
+
+/// The value of a sub-test, or of a test as a whole, that an error kept from giving one.
+QLT_EXPORT extern const std::string kQLTestRuntimeErrorValue;  // "run time error"
+/// The sub-test name of an error of a test as a whole.
+QLT_EXPORT extern const std::string kQLTestRuntimeErrorName;  // "runtime error"
+
 /// The record of one measured or compared sub-test, for one device at one site. Numbers and limits
 /// are held as the text that is shown and logged. Absent and empty texts differ.
 ///

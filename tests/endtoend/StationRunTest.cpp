@@ -95,6 +95,38 @@ TEST_F(StationRun, aFailureStopsTheFlowWhereTheTestSaysSo) {
               ElementsAre("left onDUTStart A default 1", "left onDUTFail", "onUnload"));
 }
 
+TEST_F(StationRun, aSubTestWithoutANameIsToldByItsNumber) {
+  const auto nameless = [](const std::string& test, const std::string& params,
+                           const std::string& expected) {
+    return "<dict><key>class</key><string>TroubleTest</string><key>displayName</key><string>" +
+           test + "</string><key>stopOnFail</key><false/><key>params</key><dict>" + params +
+           "</dict><key>subTestInfos</key><array><dict>" + expected + "</dict></array></dict>";
+  };
+  bundle_.configure(
+      nameless("Volts", text("value", "0"),
+               "<key>lowLimit</key><integer>1</integer><key>highLimit</key><integer>2</integer>") +
+      nameless("Word", text("text", "bad"), text("expected", "good")));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.results(), AllOf(HasSubstr("0.000000,F,\"failed (null)\",\n"),
+                                       HasSubstr("\"Failed (null); Actual value is: bad;\",\n")));
+  EXPECT_THAT(station.steadyOutput(),
+              AllOf(HasSubstr("Volts  0.0 s  sub-test 1.1 (no name): 0, limits 1 to 2\n"),
+                    HasSubstr("Word   0.0 s  sub-test 2.1 (no name): Actual value is: bad; "
+                              "(expected: good)\n"),
+                    Not(HasSubstr("(null)"))));
+}
+
+TEST_F(StationRun, aSubTestNumberOutsideTheListIsToldInWords) {
+  bundle_.configure(entry("Volts", text("number", "2")));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(
+      station.steadyOutput(),
+      HasSubstr("Volts threw an exception: sub-test 2 of Volts: they count from 1, there is "
+                "1\n"));
+}
+
 TEST_F(StationRun, aRetestThatPassesTakesThePlaceOfTheFailure) {
   bundle_.configure(entry("Volts", flag("secondTime"), flag("retest")));
   StationProcess station(atLeft());

@@ -124,4 +124,9 @@ TEST(QLTSubTestInfoTest, GivingUpFreesTheTexts) {
   EXPECT_EQ(info->failMessage(), std::nullopt);
 }
 
+TEST(QLTSubTestInfoTest, DefaultFailMessageNamesTheSubTest) {
+  EXPECT_EQ(QLTSubTestInfo::defaultFailMessage("VBUS"), "failed VBUS");
+  EXPECT_EQ(QLTSubTestInfo::defaultFailMessage(std::nullopt), "failed (null)");
+}
+
 }  // namespace

@@ -419,7 +419,9 @@ TEST_F(QLTestMethodTest, RuntimeErrorOfTheWholeTest) {
     method_.addRuntimeError(index, "no reply");
     EXPECT_EQ(last().testName(), "Power");
     EXPECT_EQ(last().subTestName(), "runtime error");
+    EXPECT_EQ(last().subTestName(), kQLTestRuntimeErrorName);
     EXPECT_EQ(last().actual(), "run time error");
+    EXPECT_EQ(last().actual(), kQLTestRuntimeErrorValue);
     EXPECT_EQ(last().testNumber(), "7.0");
     EXPECT_EQ(last().priority(), 0);
     EXPECT_EQ(last().result(), kQLTestResultFail);
@@ -462,6 +464,27 @@ TEST_F(QLTestMethodTest, NumberOutsideTheListThrowsAndRecordsNothing) {
     }
   }
   EXPECT_EQ(count(), 0U);
+}
+
+std::string rangeFailureOf(QLTestMethod& method, std::int32_t index) {
+  try {
+    method.addResultAndCompare(index, 1.5);
+  } catch (const std::out_of_range& failure) {
+    return failure.what();
+  }
+  return "none";
+}
+
+TEST(QLTestMethodReportingTest, NumberOutsideTheListIsToldInWords) {
+  const auto info = QLTSubTestInfo::subTestInfo("Version", 1);
+  QLTestMethod one(nullptr, nullptr, "Firmware", {info});
+  EXPECT_EQ(rangeFailureOf(one, 0), "sub-test 0 of Firmware: they count from 1, there is 1");
+  EXPECT_EQ(rangeFailureOf(one, -3), "sub-test -3 of Firmware: they count from 1, there is 1");
+  QLTestMethod two(nullptr, nullptr, std::nullopt, {info, info});
+  EXPECT_EQ(rangeFailureOf(two, 3),
+            "sub-test 3 of a test without a name: they count from 1, there are 2");
+  QLTestMethod none(nullptr, nullptr, "Firmware", {});
+  EXPECT_EQ(rangeFailureOf(none, 1), "sub-test 1 of Firmware: there are none");
 }
 
 TEST(QLTestMethodReportingTest, ReportBeforeTheFirstRunIsKeptNowhere) {

@@ -163,6 +163,10 @@ class TroubleTest : public QLTestMethod {
     }
     if (const QLTValue* code = param("code"))
       addResult(1, "odd", {}, 1)->setResult(code->intValue());
+    if (const QLTValue* text = param("text")) {
+      return addResultAndMatch(1, text->text()) == kQLTestResultPass;
+    }
+    if (const QLTValue* number = param("number")) addResultAndCompare(number->intValue(), 1.5);
     if (does("passWithError")) *error = QLTError::withDescription("test", 3, "stale");
     const bool secondTime = does("secondTime") && attempts_ == 1;
     const double value = param("value") != nullptr ? param("value")->doubleValue() : 1.5;
