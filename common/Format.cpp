@@ -49,13 +49,15 @@ std::size_t decimalLength(std::string_view text) {
   return i;
 }
 
-std::string sixDecimals(double value) {
+std::string fixedText(double value, int decimals) {
   if (std::isnan(value)) return "nan";
   std::array<char, std::numeric_limits<double>::max_exponent10 + 16> buffer{};
   const auto [end, status] = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value,
-                                           std::chars_format::fixed, 6);
+                                           std::chars_format::fixed, decimals);
   return {buffer.data(), status == std::errc{} ? end : buffer.data()};
 }
+
+std::string sixDecimals(double value) { return fixedText(value, 6); }
 
 bool booleanReading(std::string_view text) {
   text = withoutLeadingSpace(text);

@@ -11,7 +11,11 @@
 
 namespace quillon::internal {
 
-/// "%f" of `value`: six decimals and a point whatever the process locale is, "nan", "inf", "-inf".
+/// `value` with so many decimals and a point, whatever the process locale is: "1.50"; "nan", "inf",
+/// "-inf".
+std::string fixedText(double value, int decimals);
+
+/// "%f" of `value`: six decimals.
 std::string sixDecimals(double value);
 
 // Lenient readings of texts; see QLTValue.

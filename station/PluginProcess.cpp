@@ -1,6 +1,5 @@
 #include "PluginProcess.h"
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -10,11 +9,18 @@
 #include <string_view>
 #include <system_error>
 
-#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <QLTConsoleLog.h>
+
+#include "common/Files.h"
+#include "common/Retried.h"
+
+using quillon::internal::Pipe;
+using quillon::internal::readWhole;
+using quillon::internal::retried;
+using quillon::internal::writeWhole;
 
 namespace station {
 namespace {
@@ -41,25 +47,8 @@ std::string messageOf(const std::function<std::string()>& function) {
   const std::string message = messageOf(function);
   std::cout.flush();
   std::fflush(stdout);
-  std::string_view rest = message;
-  while (!rest.empty()) {
-    const ssize_t count = write(pipe, rest.data(), rest.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) break;
-    rest.remove_prefix(static_cast<std::size_t>(count));
-  }
+  writeWhole(pipe, message);
   _exit(0);
-}
-
-std::string readAll(int pipe) {
-  std::string text;
-  std::array<char, 4096> chunk{};
-  while (true) {
-    const ssize_t count = read(pipe, chunk.data(), chunk.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return text;
-    text.append(chunk.data(), static_cast<std::size_t>(count));
-  }
 }
 
 /// Takes the process's message; an empty one means that it ended before it could send any.
@@ -82,26 +71,18 @@ std::string textOf(const std::string& message, int status) {
 }  // namespace
 
 std::string runApart(bool logShown, const std::function<std::string()>& function) {
-  std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-    throw std::system_error(errno, std::generic_category(), "pipe");
-  }
+  Pipe pipe = Pipe::make();
   const pid_t process = fork();
   if (process == 0) {
-    close(ends[0]);
-    work(ends[1], logShown, function);
+    pipe.reading.reset();
+    work(pipe.writing.get(), logShown, function);
   }
-  const int problem = errno;
-  close(ends[1]);
-  if (process < 0) {
-    close(ends[0]);
-    throw std::system_error(problem, std::generic_category(), "fork");
-  }
-  const std::string message = readAll(ends[0]);
-  close(ends[0]);
+  pipe.writing.reset();
+  if (process < 0) throw std::system_error(errno, std::generic_category(), "fork");
+  std::string message;
+  readWhole(pipe.reading.get(), message);
   int status = 0;
-  while (waitpid(process, &status, 0) < 0 && errno == EINTR) {
-  }
+  retried([&] { return waitpid(process, &status, 0); });
   return textOf(message, status);
 }
 

@@ -1,9 +1,10 @@
 #include "Screen.h"
 
-#include <cerrno>
 #include <cstdlib>
 
 #include <unistd.h>
+
+#include "common/Files.h"
 
 namespace station {
 namespace {
@@ -61,12 +62,8 @@ std::string Screen::coloured(const std::string& text, Colour colour) const {
 
 void Screen::write(int descriptor, std::string_view text) {
   const std::lock_guard lock(mutex_);
-  while (!text.empty()) {
-    const ssize_t count = ::write(descriptor, text.data(), text.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return;  // Nobody reads any more; the tests and their log matter more.
-    text.remove_prefix(static_cast<std::size_t>(count));
-  }
+  // A failure means that nobody reads any more; the tests and their log matter more.
+  quillon::internal::writeWhole(descriptor, text);
 }
 
 }  // namespace station

@@ -11,16 +11,13 @@
 #include "CannotRun.h"
 #include "Signals.h"
 #include "Text.h"
+#include "common/Retried.h"
+
+using quillon::internal::retried;
+using quillon::internal::trimmed;
 
 namespace station {
 namespace {
-
-std::string trimmed(std::string_view text) {
-  constexpr std::string_view blanks = " \t\r\n";
-  const std::size_t first = text.find_first_not_of(blanks);
-  if (first == std::string_view::npos) return {};
-  return std::string(text.substr(first, text.find_last_not_of(blanks) - first + 1));
-}
 
 /// Why a text cannot be a serial number; empty when it can.
 std::string complaintAbout(const std::string& serialNumber) {
@@ -84,8 +81,7 @@ std::optional<std::string> SerialNumberPrompt::readLine() {
     if (Signals::stopRequested()) return std::nullopt;
     if (waited[0].revents == 0) continue;
     std::array<char, 1024> chunk{};
-    const ssize_t count = read(STDIN_FILENO, chunk.data(), chunk.size());
-    if (count < 0 && errno == EINTR) continue;
+    const ssize_t count = retried([&] { return read(STDIN_FILENO, chunk.data(), chunk.size()); });
     if (count <= 0) return std::nullopt;
     pending_.append(chunk.data(), static_cast<std::size_t>(count));
   }

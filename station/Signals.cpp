@@ -1,15 +1,15 @@
 #include "Signals.h"
 
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <string_view>
-#include <system_error>
 
 #include <fcntl.h>
 #include <time.h>
 #include <unistd.h>
+
+#include "common/Files.h"
 
 namespace station {
 namespace {
@@ -20,7 +20,7 @@ constexpr std::int64_t kTwinNanoseconds = 50'000'000;
 
 std::atomic<bool> requested = false;
 std::atomic<std::int64_t> requestedAt = 0;
-std::array<int, 2> wakePipe{-1, -1};
+quillon::internal::Pipe wakePipe;
 
 static_assert(std::atomic<bool>::is_always_lock_free &&
               std::atomic<std::int64_t>::is_always_lock_free);
@@ -40,7 +40,7 @@ void onSignal(int signal) {
     constexpr std::string_view text =
         "\nStopping after the running tests. Once more (Ctrl-C) ends the program at once.\n";
     [[maybe_unused]] ssize_t ignored = write(STDERR_FILENO, text.data(), text.size());
-    ignored = write(wakePipe[1], "", 1);
+    ignored = write(wakePipe.writing.get(), "", 1);
   } else if (now - requestedAt > kTwinNanoseconds) {
     struct sigaction standard {};
     standard.sa_handler = SIG_DFL;
@@ -53,9 +53,7 @@ void onSignal(int signal) {
 }  // namespace
 
 Signals::Signals() {
-  if (pipe2(wakePipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
-    throw std::system_error(errno, std::generic_category(), "pipe");
-  }
+  wakePipe = quillon::internal::Pipe::make(O_NONBLOCK);
   requested = false;
   struct sigaction action {};
   action.sa_handler = onSignal;
@@ -71,14 +69,11 @@ Signals::~Signals() {
   sigaction(SIGINT, &earlierInt_, nullptr);
   sigaction(SIGTERM, &earlierTerm_, nullptr);
   sigaction(SIGPIPE, &earlierPipe_, nullptr);
-  for (int& end : wakePipe) {
-    close(end);
-    end = -1;
-  }
+  wakePipe = {};
 }
 
 bool Signals::stopRequested() { return requested; }
 
-int Signals::descriptor() { return wakePipe[0]; }
+int Signals::descriptor() { return wakePipe.reading.get(); }
 
 }  // namespace station

@@ -7,11 +7,11 @@
 
 #include <QLTError.h>
 
+#include "common/Text.h"
+
 namespace station {
 
-/// `text` fit for one line of a terminal: control characters, as device texts carry them, as
-/// escapes (`\n`, `\x1b`).
-std::string printable(std::string_view text);
+using quillon::internal::printable;
 
 /// The number of characters of an UTF-8 text.
 std::size_t widthOf(std::string_view text);

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <set>
 #include <system_error>
@@ -10,13 +11,13 @@
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <QLTConsoleLog.h>
 
 #include "common/Format.h"
 #include "common/PipeWrite.h"
+#include "common/TimeStamp.h"
 
 using quillon::internal::format;
 using quillon::internal::writeWithoutSignal;
@@ -233,12 +234,8 @@ std::string QLTCSVLogger::lineOf(const QLTestResult& result) const {
 }
 
 std::string QLTCSVLogger::timeStampedFileName(const std::string& prefix) {
-  const time_t now = time(nullptr);
-  tm universal{};
-  gmtime_r(&now, &universal);
-  std::array<char, 32> stamp{};
-  strftime(stamp.data(), stamp.size(), "%Y-%m-%d_%H:%M:%S", &universal);
-  return prefix + "_" + stamp.data() + ".csv";
+  const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+  return prefix + "_" + quillon::internal::utcText(now, '_') + ".csv";
 }
 
 std::optional<std::string> QLTCSVLogger::path() const {

@@ -10,8 +10,9 @@
 ///
 /// Without a sink of its own, the log goes to standard error: one line a message, with the time
 /// (UTC), process and thread, in one `write` so that lines of several threads never mix. Control
-/// characters of the message, as device texts carry them, are shown as escapes (`\n`, `\x1b`); a
-/// line end that closes the message is not shown.
+/// characters of the message, as device texts carry them, and bytes that are no UTF-8 are shown as
+/// escapes (`\n`, `\x1b`, `\xe9`), so that the log is UTF-8; a line end that closes the message is
+/// not shown.
 ///
 /// All functions may be called from any thread.
 

@@ -3,11 +3,11 @@
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
-#include <ctime>
 #include <limits>
 
 #include "common/Format.h"
+#include "common/Text.h"
+#include "common/TimeStamp.h"
 
 using quillon::internal::booleanReading;
 using quillon::internal::integerReading;
@@ -44,24 +44,12 @@ std::string shortestText(double value) {
 }
 
 std::string dateText(QLTDate date) {
-  const std::time_t seconds =
-      std::chrono::floor<std::chrono::seconds>(date).time_since_epoch().count();
-  std::tm utc{};
-  gmtime_r(&seconds, &utc);
-  std::array<char, 80> text{};
-  const int length = std::snprintf(text.data(), text.size(), "%04d-%02d-%02d %02d:%02d:%02d +0000",
-                                   utc.tm_year + 1900, utc.tm_mon + 1, utc.tm_mday, utc.tm_hour,
-                                   utc.tm_min, utc.tm_sec);
-  return {text.data(), static_cast<std::size_t>(length)};
+  return quillon::internal::utcText(std::chrono::floor<std::chrono::seconds>(date)) + " +0000";
 }
 
 std::string dataText(const QLTData& data) {
-  constexpr std::string_view digits = "0123456789abcdef";
   std::string text = "<";
-  for (const std::uint8_t byte : data) {
-    text += digits[byte >> 4U];
-    text += digits[byte & 0xfU];
-  }
+  for (const std::uint8_t byte : data) quillon::internal::appendHex(text, byte);
   return text + ">";
 }
 

@@ -1,55 +1,22 @@
 #include "TextFile.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 
-#include <fcntl.h>
-#include <unistd.h>
-
+#include "common/Files.h"
 #include "common/Format.h"
+#include "platform/Failed.h"
 
 namespace quillon::internal {
 namespace {
-
-int openForReading(const std::filesystem::path& path) {
-  int descriptor = -1;
-  do {
-    descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  } while (descriptor < 0 && errno == EINTR);
-  return descriptor;
-}
-
-/// Reads to the end of the file; returns 0 or errno.
-int readAll(int descriptor, std::string& content) {
-  std::array<char, 16384> buffer;
-  while (true) {
-    const ssize_t count = read(descriptor, buffer.data(), buffer.size());
-    if (count == 0) return 0;
-    if (count > 0) {
-      content.append(buffer.data(), static_cast<std::size_t>(count));
-    } else if (errno != EINTR) {
-      return errno;
-    }
-  }
-}
 
 bool isAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
 
 }  // namespace
 
 std::optional<std::string> readFile(const std::filesystem::path& path, QLTError* error) {
-  std::string content;
-  const int descriptor = openForReading(path);
-  int problem = errno;
-  if (descriptor >= 0) {
-    problem = readAll(descriptor, content);
-    close(descriptor);
-  }
-  if (problem != 0 || descriptor < 0) {
-    if (error != nullptr) *error = QLTError::fromErrno(problem, path.string());
-    return std::nullopt;
-  }
+  std::optional<std::string> content = readWhole(path.string());
+  if (!content) return failWith(error, QLTError::fromErrno(errno, path.string()));
   return content;
 }
 

@@ -5,6 +5,7 @@
 #include "Problem.h"
 #include "Text.h"
 #include "Waiting.h"
+#include "common/Text.h"
 
 namespace sim {
 namespace {
@@ -18,7 +19,7 @@ std::chrono::milliseconds limitedTimeIn(std::string_view text) {
 
 std::vector<std::size_t> positionsIn(std::string_view text) {
   std::vector<std::size_t> positions;
-  for (const std::string_view piece : split(text, ',')) {
+  for (const std::string& piece : quillon::internal::split(text, ",")) {
     positions.push_back(numberIn(piece, kMostBytes));
   }
   std::sort(positions.begin(), positions.end());

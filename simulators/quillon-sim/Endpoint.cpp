@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
-#include <utility>
 
 #include <poll.h>
 #include <unistd.h>
@@ -13,13 +12,13 @@
 
 namespace sim {
 
-Endpoint::~Endpoint() { close(line_); }
+Endpoint::~Endpoint() = default;
 
 std::string Endpoint::receive() {
   std::array<char, 4096> buffer;
-  while (line_ >= 0) {
-    waitFor(line_, POLLIN, kForever);
-    const ssize_t count = ::read(line_, buffer.data(), buffer.size());
+  while (line_) {
+    waitFor(line_.get(), POLLIN, kForever);
+    const ssize_t count = ::read(line_.get(), buffer.data(), buffer.size());
     if (count >= 0) return {buffer.data(), static_cast<std::size_t>(count)};
     if (errno != EAGAIN && errno != EINTR) break;
   }
@@ -31,8 +30,8 @@ bool Endpoint::send(std::string_view bytes) {
   constexpr short gone = POLLHUP | POLLERR | POLLNVAL;
   constexpr std::chrono::milliseconds retry(100);
   while (!bytes.empty()) {
-    if (line_ < 0 || (waitFor(line_, POLLOUT, retry) & gone) != 0) return false;
-    const ssize_t count = ::write(line_, bytes.data(), bytes.size());
+    if (!line_ || (waitFor(line_.get(), POLLOUT, retry) & gone) != 0) return false;
+    const ssize_t count = ::write(line_.get(), bytes.data(), bytes.size());
     if (count >= 0) {
       bytes.remove_prefix(static_cast<std::size_t>(count));
     } else if (errno != EAGAIN && errno != EINTR) {
@@ -45,10 +44,6 @@ bool Endpoint::send(std::string_view bytes) {
 void Endpoint::letPeerRead() {
   constexpr std::chrono::milliseconds timeToRead(100);
   sleepFor(timeToRead);
-}
-
-void Endpoint::close(int& descriptor) {
-  if (descriptor >= 0) ::close(std::exchange(descriptor, -1));
 }
 
 }  // namespace sim

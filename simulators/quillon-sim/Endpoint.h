@@ -3,6 +3,8 @@
 #include <string>
 #include <string_view>
 
+#include "common/Descriptor.h"
+
 namespace sim {
 
 /// The device's end of a line, for one peer at a time: a pty's master or a TCP port.
@@ -39,10 +41,8 @@ class Endpoint {
   virtual void forgetPeer() = 0;
 
  protected:
-  /// Closes `descriptor`, if it is open, and marks it closed.
-  static void close(int& descriptor);
-
-  int line_ = -1;  ///< what bytes go through, not blocking; -1 without a peer
+  quillon::internal::Descriptor
+      line_;  ///< what bytes go through, not blocking; none without a peer
 };
 
 }  // namespace sim

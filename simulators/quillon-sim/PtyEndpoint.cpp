@@ -10,10 +10,13 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <termios.h>
-#include <unistd.h>
 
 #include "Problem.h"
 #include "Waiting.h"
+#include "common/Files.h"
+
+using quillon::internal::Descriptor;
+using quillon::internal::openFile;
 
 namespace sim {
 namespace {
@@ -26,14 +29,12 @@ using std::chrono::milliseconds;
 
 /// Without this the terminal would echo what the device says back to it until a peer sets it up.
 void makeRaw(const std::filesystem::path& slave) {
-  const int descriptor = open(slave.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-  if (descriptor < 0) fail(slave.c_str());
+  const Descriptor line = openFile(slave.string(), O_RDWR | O_NOCTTY);
+  if (!line) fail(slave.c_str());
   termios attributes{};
-  tcgetattr(descriptor, &attributes);
+  tcgetattr(line.get(), &attributes);
   cfmakeraw(&attributes);
-  const int result = tcsetattr(descriptor, TCSANOW, &attributes);
-  ::close(descriptor);
-  if (result != 0) fail("tcsetattr");
+  if (tcsetattr(line.get(), TCSANOW, &attributes) != 0) fail("tcsetattr");
 }
 
 }  // namespace
@@ -47,7 +48,7 @@ PtyEndpoint::PtyEndpoint(std::filesystem::path link) : link_(std::move(link)) {
 }
 
 PtyEndpoint::~PtyEndpoint() {
-  if (line_ >= 0) PtyEndpoint::leave();
+  if (line_) PtyEndpoint::leave();
 }
 
 std::string PtyEndpoint::address() const {
@@ -55,10 +56,10 @@ std::string PtyEndpoint::address() const {
 }
 
 void PtyEndpoint::arrive() {
-  line_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
+  line_.reset(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
   std::array<char, 64> name{};
-  if (line_ < 0 || grantpt(line_) != 0 || unlockpt(line_) != 0 ||
-      ptsname_r(line_, name.data(), name.size()) != 0) {
+  if (!line_ || grantpt(line_.get()) != 0 || unlockpt(line_.get()) != 0 ||
+      ptsname_r(line_.get(), name.data(), name.size()) != 0) {
     fail("pseudo terminal");
   }
   slave_ = name.data();
@@ -75,7 +76,7 @@ void PtyEndpoint::leave() {
   if (!link_.empty() && std::filesystem::read_symlink(link_, ignored) == slave_) {
     std::filesystem::remove(link_, ignored);
   }
-  close(line_);
+  line_.reset();
 }
 
 void PtyEndpoint::hangUp() {
@@ -86,7 +87,7 @@ void PtyEndpoint::hangUp() {
 void PtyEndpoint::awaitPeer() {
   constexpr milliseconds pollInterval(5);  // poll(2) has no event for the opening of the slave
   while (true) {
-    const short state = waitFor(line_, POLLIN, milliseconds(0));
+    const short state = waitFor(line_.get(), POLLIN, milliseconds(0));
     if ((state & POLLHUP) == 0 || (state & POLLIN) != 0) return;
     sleepFor(pollInterval);
   }
@@ -95,10 +96,8 @@ void PtyEndpoint::awaitPeer() {
 void PtyEndpoint::forgetPeer() {
   // A peer that was killed can leave the terminal in its exclusive use, where nobody but root opens
   // it again.
-  const int descriptor = open(slave_.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-  const bool isBusy = descriptor < 0 && errno == EBUSY;
-  if (descriptor >= 0) ::close(descriptor);
-  const bool hasPeer = (waitFor(line_, POLLIN, milliseconds(0)) & POLLHUP) == 0;
+  const bool isBusy = !openFile(slave_.string(), O_RDWR | O_NOCTTY | O_NONBLOCK) && errno == EBUSY;
+  const bool hasPeer = (waitFor(line_.get(), POLLIN, milliseconds(0)) & POLLHUP) == 0;
   if (isBusy && !hasPeer) hangUp();
 }
 

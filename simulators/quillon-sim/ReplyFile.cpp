@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
-#include <fstream>
-#include <iterator>
 #include <system_error>
 #include <utility>
 #include <vector>
 
 #include "Problem.h"
 #include "Text.h"
+#include "common/Files.h"
+#include "common/Text.h"
 
 namespace sim {
 namespace {
@@ -136,7 +136,7 @@ void parseReplies(std::string_view content, const std::string& name, ReplyTable&
     entry.clear();
   };
   std::size_t number = 0;
-  for (std::string_view line : split(content, '\n')) {
+  for (std::string_view line : quillon::internal::split(content, "\n")) {
     ++number;
     if (line.ends_with('\r')) line.remove_suffix(1);
     if (beginsEntry(line)) finishEntry();
@@ -146,10 +146,9 @@ void parseReplies(std::string_view content, const std::string& name, ReplyTable&
 }
 
 void readReplyFile(const std::filesystem::path& path, ReplyTable& table) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw Problem(path.string() + ": " + std::generic_category().message(errno));
-  const std::string content((std::istreambuf_iterator<char>(file)), {});
-  parseReplies(content, path.string(), table);
+  const auto content = quillon::internal::readWhole(path.string());
+  if (!content) throw Problem(path.string() + ": " + std::generic_category().message(errno));
+  parseReplies(*content, path.string(), table);
 }
 
 }  // namespace sim

@@ -4,7 +4,9 @@
 #include <cstddef>
 #include <span>
 
-#include "Text.h"
+#include "common/Text.h"
+
+using quillon::internal::upperCase;
 
 namespace sim {
 namespace {
@@ -41,7 +43,7 @@ bool ScpiHeader::matches(std::string_view header) const {
   if (header.starts_with(':')) header.remove_prefix(1);
   const std::string upper = upperCase(header);
   std::span<const Keyword> expected(keywords_);
-  for (const std::string_view word : split(upper, ':')) {
+  for (const std::string& word : quillon::internal::split(upper, ":")) {
     const auto fits = [&](const Keyword& keyword) {
       return word == keyword.shortForm || word == keyword.longForm;
     };

@@ -10,6 +10,10 @@
 
 #include "Problem.h"
 #include "Text.h"
+#include "common/Text.h"
+
+using quillon::internal::blanks;
+using quillon::internal::trimmed;
 
 namespace sim {
 namespace {
@@ -58,8 +62,8 @@ std::vector<std::string> parametersIn(std::string_view text) {
   std::vector<std::string> parameters;
   if (text.empty()) return parameters;
   for (const std::string_view piece : splitUnquoted(text, ',')) {
-    if (trimmed(piece).empty()) throw ScpiError{-102};
-    parameters.emplace_back(trimmed(piece));
+    parameters.push_back(trimmed(piece, blanks));
+    if (parameters.back().empty()) throw ScpiError{-102};
   }
   return parameters;
 }
@@ -116,9 +120,9 @@ void ScpiMeter::restart() {
 }
 
 std::optional<std::string> ScpiMeter::commandIn(const std::string& line) {
-  const std::string_view message = trimmed(line);
+  std::string message = trimmed(line, blanks);
   if (message.empty()) return std::nullopt;
-  return std::string(message);
+  return message;
 }
 
 std::optional<Device::Lines> ScpiMeter::ownReply(const std::string& message) {
@@ -126,11 +130,11 @@ std::optional<Device::Lines> ScpiMeter::ownReply(const std::string& message) {
   std::string path;
   try {
     for (const std::string_view piece : splitUnquoted(message, ';')) {
-      const std::string_view unit = trimmed(piece);
+      const std::string unit = trimmed(piece, blanks);
       if (unit.empty()) continue;
       const std::size_t end = std::min(unit.find_first_of(" \t"), unit.size());
       const std::string header = fullHeader(unit.substr(0, end), path);
-      if (const Answer answer = execute(header, trimmed(unit.substr(end)))) {
+      if (const Answer answer = execute(header, trimmed(unit.substr(end), blanks))) {
         reply += (reply.empty() ? "" : ";") + *answer;
       }
     }

@@ -12,7 +12,6 @@ class TcpEndpoint : public Endpoint {
  public:
   /// Takes the port, any free one for 0. Throws `Problem` when it cannot be had.
   TcpEndpoint(const std::string& address, std::uint16_t port);
-  ~TcpEndpoint() override;
 
   std::string address() const override;
   void arrive() override;
@@ -22,12 +21,12 @@ class TcpEndpoint : public Endpoint {
   void forgetPeer() override;
 
  private:
-  int bound() const;
+  quillon::internal::Descriptor bound() const;
 
   std::string ip_;
   std::uint16_t port_;
-  int placeHolder_ = -1;  // keeps the port while nothing listens on it
-  int listener_ = -1;
+  quillon::internal::Descriptor placeHolder_;  // keeps the port while nothing listens on it
+  quillon::internal::Descriptor listener_;
 };
 
 }  // namespace sim

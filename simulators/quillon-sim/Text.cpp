@@ -1,15 +1,12 @@
 #include "Text.h"
 
-#include <algorithm>
-#include <charconv>
 #include <cstddef>
 
 #include "Problem.h"
+#include "common/Text.h"
 
 namespace sim {
 namespace {
-
-constexpr std::string_view kHexDigits = "0123456789abcdef";
 
 bool isPrintable(char byte) { return byte >= ' ' && byte <= '~'; }
 
@@ -42,12 +39,9 @@ std::string unescaped(std::string_view text) {
         break;
       case 'x': {
         const std::string_view digits = text.substr(i + 1, 2);
-        unsigned char byte = 0;
-        const char* const end = digits.data() + digits.size();
-        if (digits.size() < 2 || std::from_chars(digits.data(), end, byte, 16).ptr != end) {
-          throw Problem("\\x needs two hexadecimal digits");
-        }
-        bytes += static_cast<char>(byte);
+        const auto byte = quillon::internal::numberIn<unsigned char>(digits, 16);
+        if (digits.size() < 2 || !byte) throw Problem("\\x needs two hexadecimal digits");
+        bytes += static_cast<char>(*byte);
         i += 2;
         break;
       }
@@ -71,34 +65,20 @@ std::string quoted(std::string_view bytes) {
     } else if (byte == '\r') {
       text += "\\r";
     } else {
-      const auto value = static_cast<unsigned char>(byte);
       text += "\\x";
-      text += kHexDigits[value / 16];
-      text += kHexDigits[value % 16];
+      quillon::internal::appendHex(text, static_cast<unsigned char>(byte));
     }
   }
   return text + '"';
 }
 
 std::uint64_t numberIn(std::string_view text, std::uint64_t most) {
-  std::uint64_t value = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stop, problem] = std::from_chars(text.data(), end, value);
-  if (problem != std::errc() || stop != end || value > most) {
+  const auto value = quillon::internal::numberIn<std::uint64_t>(text);
+  if (!value || *value > most) {
     throw Problem("'" + std::string(text) + "' is not a whole number from 0 to " +
                   std::to_string(most));
   }
-  return value;
-}
-
-std::vector<std::string_view> split(std::string_view text, char separator) {
-  std::vector<std::string_view> pieces;
-  std::size_t start = 0;
-  for (std::size_t end = 0; (end = text.find(separator, start)) != text.npos; start = end + 1) {
-    pieces.push_back(text.substr(start, end - start));
-  }
-  pieces.push_back(text.substr(start));
-  return pieces;
+  return *value;
 }
 
 std::vector<std::string_view> splitUnquoted(std::string_view text, char separator) {
@@ -117,20 +97,6 @@ std::vector<std::string_view> splitUnquoted(std::string_view text, char separato
   }
   pieces.push_back(text.substr(start));
   return pieces;
-}
-
-std::string_view trimmed(std::string_view text) {
-  const std::size_t start = text.find_first_not_of(" \t");
-  if (start == text.npos) return {};
-  return text.substr(start, text.find_last_not_of(" \t") - start + 1);
-}
-
-std::string upperCase(std::string_view text) {
-  std::string upper(text);
-  std::transform(upper.begin(), upper.end(), upper.begin(), [](char letter) {
-    return letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
-  });
-  return upper;
 }
 
 }  // namespace sim

@@ -17,12 +17,8 @@ std::string quoted(std::string_view bytes);
 /// A whole number of at most `most`. Throws `Problem` when the text is none.
 std::uint64_t numberIn(std::string_view text, std::uint64_t most);
 
-/// Splits at every `separator`; always at least one piece.
-std::vector<std::string_view> split(std::string_view text, char separator);
-/// As `split`, but not inside '...' and "...".
+/// The pieces of `text` between the separators that stand outside '...' and "..."; always at least
+/// one.
 std::vector<std::string_view> splitUnquoted(std::string_view text, char separator);
-/// Without blanks and tabs at both ends.
-std::string_view trimmed(std::string_view text);
-std::string upperCase(std::string_view text);
 
 }  // namespace sim

@@ -10,17 +10,19 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include "common/Files.h"
+
 namespace sim {
 namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-std::array<int, 2> stopPipe{-1, -1};
+quillon::internal::Pipe stopPipe;
 
 void onSignal(int) {
   const int earlierErrno = errno;
-  [[maybe_unused]] const ssize_t ignored = write(stopPipe[1], "", 1);
+  [[maybe_unused]] const ssize_t ignored = write(stopPipe.writing.get(), "", 1);
   errno = earlierErrno;
 }
 
@@ -35,9 +37,7 @@ int pollTime(milliseconds time, steady_clock::time_point start) {
 }  // namespace
 
 void stopOnSignals() {
-  if (pipe2(stopPipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
-    throw std::system_error(errno, std::generic_category(), "pipe");
-  }
+  stopPipe = quillon::internal::Pipe::make(O_NONBLOCK);
   struct sigaction action {};
   sigemptyset(&action.sa_mask);
   action.sa_flags = SA_RESTART;
@@ -53,7 +53,7 @@ void sleepFor(milliseconds time) { waitFor(-1, 0, time); }
 short waitFor(int descriptor, short events, milliseconds time) {
   const auto start = steady_clock::now();
   while (true) {
-    std::array<pollfd, 2> watched{{{stopPipe[0], POLLIN, 0}, {descriptor, events, 0}}};
+    std::array<pollfd, 2> watched{{{stopPipe.reading.get(), POLLIN, 0}, {descriptor, events, 0}}};
     const int left = pollTime(time, start);
     const int count = poll(watched.data(), watched.size(), left);
     if (count > 0 && watched[0].revents != 0) throw Stopped();

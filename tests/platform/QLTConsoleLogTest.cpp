@@ -60,6 +60,13 @@ TEST(QLTConsoleLog, KeepsOneLineAMessage) {
   EXPECT_TRUE(content.ends_with("] a\\r\\nb\\tc\\x1b[2J\\x7f\\x00d\n")) << content;
 }
 
+TEST(QLTConsoleLog, IsUtf8WhateverADeviceSends) {
+  StandardErrorInFile file;
+  QLTLog("5 \u00b5A, caf\xe9 \xff\x80");
+  const std::string content = file.content();
+  EXPECT_TRUE(content.ends_with("] 5 \u00b5A, caf\\xe9 \\xff\\x80\n")) << content;
+}
+
 TEST(QLTConsoleLog, NeverMixesTheLinesOfSeveralThreads) {
   constexpr int threads = 8;
   constexpr int lines = 200;
@@ -90,7 +97,8 @@ TEST(QLTConsoleLog, GivesTheMessageAsItIsToASink) {
     const test::ConsoleLog log;
     QLTLog("one\n");
     QLTLog("");
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{"one\n", ""}));
+    QLTLog("\xff\x1b");
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{"one\n", "", "\xff\x1b"}));
   }
   EXPECT_EQ(file.content(), "");
 }

@@ -122,4 +122,12 @@ TEST(SimulatorReplyFileTest, AMissingFileEndsTheProgram) {
   EXPECT_EQ(sim.errors(), "quillon-sim: /nowhere/replies: No such file or directory\n");
 }
 
+TEST(SimulatorReplyFileTest, AFolderInPlaceOfTheFileEndsTheProgram) {
+  SimulatorProcess sim({"console", "--tcp", "0", "--replies", "/tmp"});
+
+  EXPECT_EQ(sim.readLine(), "");
+  EXPECT_EQ(sim.wait(), 1);
+  EXPECT_EQ(sim.errors(), "quillon-sim: /tmp: Is a directory\n");
+}
+
 }  // namespace
