@@ -15,11 +15,17 @@
 
 #include <QLTConsoleLog.h>
 
+#include "common/Descriptor.h"
 #include "common/Format.h"
 #include "common/PipeWrite.h"
+#include "common/Retried.h"
 #include "common/TimeStamp.h"
+#include "platform/Failed.h"
 
+using quillon::internal::Descriptor;
+using quillon::internal::failWith;
 using quillon::internal::format;
+using quillon::internal::retried;
 using quillon::internal::writeWithoutSignal;
 
 namespace {
@@ -55,12 +61,8 @@ std::string withHomeExpanded(const std::string& path) {
   return home ? *home + path.substr(1) : path;
 }
 
-int openRetrying(const char* path, int flags, mode_t mode = 0) {
-  int descriptor = -1;
-  do {
-    descriptor = ::open(path, flags | O_CLOEXEC, mode);
-  } while (descriptor < 0 && errno == EINTR);
-  return descriptor;
+Descriptor opened(const char* path, int flags, mode_t mode = 0) {
+  return Descriptor(retried([&] { return ::open(path, flags | O_CLOEXEC, mode); }));
 }
 
 /// Whether a file ends amid a line, as a crash or a full disk may leave it.
@@ -69,13 +71,16 @@ bool endsAmidLine(int descriptor, const char* path) {
   if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size == 0) {
     return false;
   }
-  const int reader = openRetrying(path, O_RDONLY);
-  if (reader < 0) return false;
+  const Descriptor reader = opened(path, O_RDONLY);
+  if (!reader) return false;
   char last = '\n';
-  while (pread(reader, &last, 1, status.st_size - 1) < 0 && errno == EINTR) {
-  }
-  ::close(reader);
+  retried([&] { return pread(reader.get(), &last, 1, status.st_size - 1); });
   return last != '\n';
+}
+
+QLTError notOpen(const std::optional<std::string>& path) {
+  return QLTError::withDescription(kQLTPosixErrorDomain, EBADF,
+                                   format("%@: the log is not open", path));
 }
 
 std::string headerLine(const std::vector<std::string>& deviceAttributeKeys,
@@ -106,58 +111,58 @@ std::string_view passFailField(std::int32_t result) {
 
 }  // namespace
 
-/// The open file. Its lock keeps whole lines together; the descriptor closes with the last user.
+/// The open file. Its lock keeps whole lines together; it closes with the last user.
 class QLTCSVLogger::FileHandle {
  public:
-  FileHandle(int descriptor, std::string path)
-      : descriptor_(descriptor),
+  FileHandle(Descriptor descriptor, std::string path)
+      : descriptor_(std::move(descriptor)),
         path_(std::move(path)),
-        amidLine_(endsAmidLine(descriptor, path_.c_str())) {}
-  ~FileHandle() { ::close(descriptor_); }
-  FileHandle(const FileHandle&) = delete;
-  FileHandle& operator=(const FileHandle&) = delete;
+        amidLine_(endsAmidLine(descriptor_.get(), path_.c_str())) {}
 
-  void write(std::string_view text) {
+  /// Writes each text whole or not at all, as far as the disk lets it, with one flush for all.
+  /// Returns the first failure.
+  QLTError write(std::span<const std::string> texts) {
     const std::lock_guard lock(mutex_);
-    if (amidLine_) {
-      append("\n" + std::string(text));
-    } else {
-      append(text);
+    QLTError failure;
+    for (const std::string& text : texts) {
+      const QLTError lost = append(text);
+      if (!failure) failure = lost;
     }
-    flush();
+    const QLTError unflushed = flush();
+    return failure ? failure : unflushed;
   }
 
  private:
-  void append(std::string_view text) {
+  QLTError append(std::string_view text) {
+    std::string begun;
+    if (amidLine_) text = begun = "\n" + std::string(text);
     while (!text.empty()) {
-      const ssize_t count = writeWithoutSignal(descriptor_, text);
-      if (count <= 0) {
-        report("writing to", count < 0 ? errno : EIO);
-        return;
-      }
+      const ssize_t count = writeWithoutSignal(descriptor_.get(), text);
+      if (count <= 0) return report("writing to", count < 0 ? errno : EIO);
       const auto written = static_cast<std::size_t>(count);
       amidLine_ = written < text.size() && text[written - 1] != '\n';
       text.remove_prefix(written);
     }
+    return {};
   }
 
-  void flush() {
-    while (fdatasync(descriptor_) != 0) {
-      if (errno == EINTR) continue;
-      // A pipe or a device has nothing to flush, and says so.
-      if (errno != EINVAL && errno != EROFS) report("flushing", errno);
-      return;
+  QLTError flush() {
+    if (retried([&] { return fdatasync(descriptor_.get()); }) == 0) return {};
+    // A pipe or a device has nothing to flush, and says so.
+    if (errno == EINVAL || errno == EROFS) return {};
+    return report("flushing", errno);
+  }
+
+  QLTError report(const char* action, int cause) {
+    if (reported_.insert(cause).second) {
+      QLTLog(format("In CSV logger, error %s file %@: %s", action, path_,
+                    std::generic_category().message(cause)));
     }
-  }
-
-  void report(const char* action, int cause) {
-    if (!reported_.insert(cause).second) return;
-    QLTLog(format("In CSV logger, error %s file %@: %s", action, path_,
-                  std::generic_category().message(cause)));
+    return QLTError::fromErrno(cause, path_);
   }
 
   std::recursive_mutex mutex_;  // a sink of the console log may lead back here
-  const int descriptor_;
+  const Descriptor descriptor_;
   const std::string path_;
   bool amidLine_;  // the file ends with a text that was broken off
   std::set<int> reported_;
@@ -178,23 +183,46 @@ bool QLTCSVLogger::open(const std::vector<std::string>& deviceAttributeKeys,
 bool QLTCSVLogger::openFile(const std::vector<std::string>& deviceAttributeKeys,
                             const std::vector<std::string>& extraKeys) {
   const std::optional<std::string> path = this->path();
-  const int descriptor =
-      path ? openRetrying(path->c_str(), O_WRONLY | O_APPEND | O_CREAT, 0700) : -1;
-  if (descriptor < 0) {
+  Descriptor descriptor;
+  QLTError problem;
+  if (path) {
+    descriptor = opened(path->c_str(), O_WRONLY | O_APPEND | O_CREAT, 0700);
+    if (!descriptor) problem = QLTError::fromErrno(errno, *path);
+  } else {
+    problem = notOpen(path);
+  }
+  forgetFailure();
+  if (!descriptor) {
     QLTLog(format("In CSV logger, unable to open file %@ for write", path));
+    if (path) QLTLog(format("In CSV logger, %@", problem.description()));
+    noteFailure(problem);
     return false;
   }
-  auto opened = std::make_shared<FileHandle>(descriptor, *path);
-  opened->write(headerLine(deviceAttributeKeys, extraKeys));
+  const auto file = std::make_shared<FileHandle>(std::move(descriptor), *path);
+  const std::string header = headerLine(deviceAttributeKeys, extraKeys);
+  noteFailure(file->write({&header, 1}));
   // Known to other threads only now, so that no record comes before the header.
   const std::lock_guard lock(mutex_);
-  handle_ = std::move(opened);
+  handle_ = file;
   return true;
 }
 
 void QLTCSVLogger::log(const std::shared_ptr<const QLTestResult>& result) {
   writeString(lineOf(*result));
   QLTLogger::log(result);
+}
+
+bool QLTCSVLogger::logAll(std::span<const std::shared_ptr<const QLTestResult>> results,
+                          QLTError* error) {
+  std::vector<std::string> lines;
+  lines.reserve(results.size());
+  for (const std::shared_ptr<const QLTestResult>& result : results)
+    lines.push_back(lineOf(*result));
+  const QLTError lost = lines.empty() ? QLTError() : write(lines);
+  const std::shared_ptr<QLTLogger> lower = lowerLogger();
+  const bool writtenBelow = !lower || lower->logAll(results, lost ? nullptr : error);
+  if (lost) return failWith(error, lost);
+  return writtenBelow;
 }
 
 bool QLTCSVLogger::close(QLTError* error) {
@@ -206,7 +234,18 @@ bool QLTCSVLogger::close(QLTError* error) {
 }
 
 void QLTCSVLogger::writeString(std::string_view text) {
-  if (const std::shared_ptr<FileHandle> file = handle()) file->write(text);
+  const std::string copy(text);
+  write({&copy, 1});
+}
+
+QLTError QLTCSVLogger::write(std::span<const std::string> texts) {
+  const std::shared_ptr<FileHandle> file = handle();
+  const QLTError failure =
+      file ? file->write(texts)
+           : QLTError::withDescription(kQLTPosixErrorDomain, EBADF,
+                                       path().value_or("(null)") + ": the log is not open");
+  noteFailure(failure);
+  return failure;
 }
 
 void QLTCSVLogger::appendProperty(std::string_view name, const QLTestResult& result,

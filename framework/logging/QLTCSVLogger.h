@@ -3,6 +3,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,9 +24,11 @@
 /// escaped. An absent text among `sn` to `value` leaves out its comma as well, so the later fields
 /// move one column to the left; an absent attribute, extra or fail message is written as (null).
 ///
-/// Errors while writing do not reach the caller: each cause gives one console line per opening, and
-/// a line that was broken off is ended before the next one. All operations may be called from any
-/// thread; whole lines never mix. Two `open` or `close` calls at once are the application's to
+/// Errors while writing do not stop the caller: each cause gives one console line per opening, and
+/// a line that was broken off is ended before the next one. `logAll` and `failure` tell of them as
+/// records: domain `kQLTPosixErrorDomain`, the code that of errno, the path in the text; a record
+/// that is logged while no file is open is lost as well (EBADF). All operations may be called from
+/// any thread; whole lines never mix. Two `open` or `close` calls at once are the application's to
 /// avoid.
 class QLT_EXPORT QLTCSVLogger : public QLTLogger {
  public:
@@ -42,6 +45,9 @@ class QLT_EXPORT QLTCSVLogger : public QLTLogger {
             const std::vector<std::string>& extraKeys, QLTError* error = nullptr) override;
   /// Writes the record's line, if the file is open, and hands the record on.
   void log(const std::shared_ptr<const QLTestResult>& result) override;
+  /// Writes the records' lines as one text with one flush, and hands the records on.
+  bool logAll(std::span<const std::shared_ptr<const QLTestResult>> results,
+              QLTError* error = nullptr) override;
   /// Closes the file, if it is open, then the lower logger, whose result it returns.
   bool close(QLTError* error = nullptr) override;
 
@@ -69,6 +75,7 @@ class QLT_EXPORT QLTCSVLogger : public QLTLogger {
   bool openFile(const std::vector<std::string>& deviceAttributeKeys,
                 const std::vector<std::string>& extraKeys);
   std::string lineOf(const QLTestResult& result) const;
+  QLTError write(std::span<const std::string> texts);
 
   mutable std::mutex mutex_;  // guards path and handle, not the writing
   std::optional<std::string> path_;

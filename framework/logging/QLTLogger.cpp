@@ -13,6 +13,10 @@
 
 #include <QLTConsoleLog.h>
 
+#include "platform/Failed.h"
+
+using quillon::internal::failWith;
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -67,6 +71,30 @@ void clearFolder(const fs::path& folder) {
   }
 }
 
+/// Keeps the first failure that is noted on this thread as long as it lives. They nest: a link may
+/// log several records where it was given one.
+class FailureWatch {
+ public:
+  FailureWatch() : outer_(innermost) { innermost = this; }
+  ~FailureWatch() { innermost = outer_; }
+  FailureWatch(const FailureWatch&) = delete;
+  FailureWatch& operator=(const FailureWatch&) = delete;
+
+  static void note(const QLTError& failure) {
+    for (FailureWatch* watch = innermost; watch != nullptr; watch = watch->outer_) {
+      if (!watch->first_) watch->first_ = failure;
+    }
+  }
+  const QLTError& first() const { return first_; }
+
+ private:
+  static thread_local FailureWatch* innermost;
+  FailureWatch* const outer_;
+  QLTError first_;
+};
+
+thread_local FailureWatch* FailureWatch::innermost = nullptr;
+
 }  // namespace
 
 bool QLTLogger::open(const std::vector<std::string>& deviceAttributeKeys,
@@ -79,6 +107,14 @@ void QLTLogger::log(const std::shared_ptr<const QLTestResult>& result) {
   if (const std::shared_ptr<QLTLogger> lower = lowerLogger()) lower->log(result);
 }
 
+bool QLTLogger::logAll(std::span<const std::shared_ptr<const QLTestResult>> results,
+                       QLTError* error) {
+  const FailureWatch watch;
+  for (const std::shared_ptr<const QLTestResult>& result : results) log(result);
+  if (watch.first()) return failWith(error, watch.first());
+  return true;
+}
+
 bool QLTLogger::close(QLTError* error) {
   const std::shared_ptr<QLTLogger> lower = lowerLogger();
   return !lower || lower->close(error);
@@ -86,6 +122,27 @@ bool QLTLogger::close(QLTError* error) {
 
 void QLTLogger::startDevice(QLTDictionary attributes) {
   setDeviceAttributes(std::move(attributes));
+}
+
+QLTError QLTLogger::failure() const {
+  {
+    const std::lock_guard lock(mutex_);
+    if (failure_) return failure_;
+  }
+  const std::shared_ptr<QLTLogger> lower = lowerLogger();
+  return lower ? lower->failure() : QLTError();
+}
+
+void QLTLogger::noteFailure(const QLTError& failure) {
+  if (!failure) return;
+  FailureWatch::note(failure);
+  const std::lock_guard lock(mutex_);
+  if (!failure_) failure_ = failure;
+}
+
+void QLTLogger::forgetFailure() {
+  const std::lock_guard lock(mutex_);
+  failure_ = {};
 }
 
 std::shared_ptr<QLTLogger> QLTLogger::lowerLogger() const {

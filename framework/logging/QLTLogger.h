@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,11 @@
 /// The properties may be read and written from different threads; getters return copies. `log`
 /// takes no lock: a link that writes protects its own output, and one chain may then be fed by
 /// several sites at once.
+///
+/// A record that cannot be written never stops a test: `log` returns nothing. Who must know whether
+/// the records are safe logs with `logAll`, which tells it for just these records, whatever other
+/// sites log meanwhile; `failure` tells whether anything was lost since the opening, a header line
+/// for example.
 class QLT_EXPORT QLTLogger : public QLTObject {
  public:
   /// Opens the chain below. What it hands on are the given `deviceAttributeKeys` and its own
@@ -32,11 +38,25 @@ class QLT_EXPORT QLTLogger : public QLTObject {
                     const std::vector<std::string>& extraKeys, QLTError* error = nullptr);
   /// Hands a record on. `result` is not null; whoever wants to keep it may share it.
   virtual void log(const std::shared_ptr<const QLTestResult>& result);
+  /// Logs several records (none null) in their order; those of one test, say. True when this link
+  /// and all below it wrote every one of them: with a `QLTCSVLogger`, when all lines are on the
+  /// disk. Else false, `error` being the first failure; the records after it were tried all the
+  /// same.
+  ///
+  /// The base calls `log` for each and gathers the failures that links note meanwhile on this
+  /// thread, so a link need not override it. One that can write many at once does, and calls
+  /// `logAll` of its lower logger itself.
+  virtual bool logAll(std::span<const std::shared_ptr<const QLTestResult>> results,
+                      QLTError* error = nullptr);
   /// Closes the chain below; result and error as with `open`.
   virtual bool close(QLTError* error = nullptr);
   /// Sets the attributes of the device that the next records belong to. Not handed on: each link
   /// that needs them is told by the application.
   virtual void startDevice(QLTDictionary attributes);
+  /// The first thing that this link could not write since it was opened or, when there is none, a
+  /// link below it; empty when nothing was lost. What succeeds later does not empty it; only a new
+  /// opening of the link does.
+  virtual QLTError failure() const;
 
   /// The next link of the chain, or null.
   std::shared_ptr<QLTLogger> lowerLogger() const;
@@ -64,10 +84,21 @@ class QLT_EXPORT QLTLogger : public QLTObject {
   /// nothing to do.
   static void clearLogs(const std::string& path);
 
+ protected:
+  // For links that write.
+
+  /// Tells of something that could not be written: `failure` and every `logAll` that is under way
+  /// on this thread keep it, unless they hold an earlier one. So call it on the thread that logs,
+  /// before `log` returns; with each loss, not only with the first. An empty one is no failure.
+  void noteFailure(const QLTError& failure);
+  /// Empties what `failure` holds for this link, as an opening does before it writes.
+  void forgetFailure();
+
  private:
   mutable std::mutex mutex_;  // guards the properties
   std::shared_ptr<QLTLogger> lowerLogger_;
   std::vector<std::string> extraKeys_;
   std::vector<std::string> deviceAttributeKeys_;
   QLTDictionary deviceAttributes_;
+  QLTError failure_;
 };

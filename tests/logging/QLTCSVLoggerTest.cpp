@@ -1,122 +1,42 @@
 #include <QLTCSVLogger.h>
-#include <QLTConsoleLog.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <chrono>
-#include <csignal>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
+#include "logging/CSVLogging.h"
 #include "support/CommaLocale.h"
 #include "support/ConsoleLog.h"
-#include "support/SystemCalls.h"
 #include "support/TemporaryFolder.h"
 
-#include <fcntl.h>
-#include <pthread.h>
-#include <sys/ioctl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <time.h>
-#include <unistd.h>
-
-namespace {
-
-std::atomic<int> flushes = 0;
-std::atomic<int> flushesToFail = 0;
-std::atomic<int> flushErrno = 0;
-
-}  // namespace
-
-/// Stands in front of the system's function for the whole program, the library included.
-extern "C" __attribute__((visibility("default"))) int fdatasync(int descriptor) {
-  ++flushes;
-  if (flushesToFail > 0) {
-    --flushesToFail;
-    errno = flushErrno;
-    return -1;
-  }
-  return static_cast<int>(syscall(SYS_fdatasync, descriptor));
-}
 
 namespace {
 
 namespace fs = std::filesystem;
-using Strings = std::vector<std::string>;
+using csv::CountingLogger;
+using csv::kFilled;
+using csv::kHeader;
+using csv::kPowerLine;
+using csv::powerRecord;
+using csv::Strings;
 using test::ConsoleLog;
 using test::contentOf;
-using test::TemporaryFolder;
-
-constexpr const char* kHeader =
-    "runIndex, sn,site,test,subtest,number,expected,value,PF,fail message,\n";
-
-const QLTError kFilled = QLTError::withDescription("domain", 7, "left from before");
-
-/// The record of the line `3,C02X,site1,Power,VBUS,1.2,5.01,P,"(null)",`: no expected text, no
-/// extras.
-std::shared_ptr<QLTestResult> powerRecord() {
-  auto record = std::make_shared<QLTestResult>();
-  record->setRunIndex(3);
-  record->setSerialNumber("C02X");
-  record->setSiteName("site1");
-  record->setTestName("Power");
-  record->setSubTestName("VBUS");
-  record->setTestNumber("1.2");
-  record->setActual("5.01");
-  record->setFailMessage(std::nullopt);
-  record->setResult(kQLTestResultPass);
-  return record;
-}
-constexpr const char* kPowerLine = "3,C02X,site1,Power,VBUS,1.2,5.01,P,\"(null)\",\n";
-
-/// Counts what is handed on to it.
-class CountingLogger : public QLTLogger {
- public:
-  bool open(const Strings& keys, const Strings& extras, QLTError* error) override {
-    ++opened;
-    openedWith = {keys, extras};
-    if (fails && error != nullptr) *error = QLTError::withDescription("lower", 3, "refused");
-    return !fails;
-  }
-  void log(const std::shared_ptr<const QLTestResult>& result) override {
-    ++logged;
-    last = result;
-  }
-  bool close(QLTError* error) override {
-    ++closed;
-    if (fails && error != nullptr) *error = QLTError::withDescription("lower", 4, "busy");
-    return !fails;
-  }
-  bool fails = false;
-  int opened = 0;
-  int logged = 0;
-  int closed = 0;
-  std::pair<Strings, Strings> openedWith;
-  std::shared_ptr<const QLTestResult> last;
-};
 
 int openDescriptors() {
   return static_cast<int>(
       std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
 }
 
-class QLTCSVLoggerTest : public testing::Test {
+class QLTCSVLoggerTest : public csv::LoggingTest {
  protected:
-  std::string path() const { return (folder_.path() / "log.csv").string(); }
-  std::string content() const { return contentOf(path()); }
   /// What a logger without extra columns writes for `record`.
   std::string lineOf(const std::shared_ptr<QLTestResult>& record) {
     QLTCSVLogger logger(path());
@@ -125,8 +45,6 @@ class QLTCSVLoggerTest : public testing::Test {
     logger.log(record);
     return content().substr(before);
   }
-
-  TemporaryFolder folder_;
 };
 
 // Opening and the header.
@@ -242,7 +160,8 @@ TEST_F(QLTCSVLoggerTest, FileThatCannotBeOpenedStopsTheOpening) {
   EXPECT_EQ(logger.deviceAttributeKeys(), Strings{});
   EXPECT_EQ(logger.extraKeys(), Strings{});
   const std::string line = "In CSV logger, unable to open file " + nowhere + " for write";
-  EXPECT_EQ(log.lines(), (Strings{line, line}));
+  const std::string reason = "In CSV logger, " + nowhere + ": No such file or directory";
+  EXPECT_EQ(log.lines(), (Strings{line, reason, line, reason}));
 }
 
 TEST_F(QLTCSVLoggerTest, OpeningASlotWithoutErrorLeavesItEmpty) {
@@ -389,6 +308,24 @@ TEST_F(QLTCSVLoggerTest, LogHandsOnTheRecordAfterWriting) {
   logger.log(record);
   EXPECT_EQ(lower->last, record);
   EXPECT_EQ(lower->logged, 1);
+}
+
+TEST_F(QLTCSVLoggerTest, LoggingAllWritesWhatLoggingEachDoes) {
+  QLTCSVLogger logger(path());
+  const auto lower = std::make_shared<CountingLogger>();
+  logger.setLowerLogger(lower);
+  logger.open({"fixture"}, {"temp"});
+  logger.startDevice({{"fixture", "F1"}});
+  const std::size_t before = content().size();
+  const auto first = powerRecord();
+  const auto second = std::make_shared<QLTestResult>();
+  second->setExtras(QLTDictionary{{"temp", 21}});
+  EXPECT_TRUE(logger.logAll(std::vector<std::shared_ptr<const QLTestResult>>{first, second}));
+  EXPECT_EQ(content().substr(before), std::string("F1,") + kPowerLine + "F1,-1,F,\"\",21,\n");
+  EXPECT_EQ(lower->logged, 2);
+  EXPECT_EQ(lower->last, second);
+  EXPECT_TRUE(logger.logAll({}));
+  EXPECT_EQ(lower->logged, 2);
 }
 
 TEST_F(QLTCSVLoggerTest, LogBeforeOpeningOnlyHandsOn) {
@@ -585,285 +522,6 @@ TEST(QLTCSVLoggerFileNameTest, CarriesPrefixDateAndUniversalTime) {
 TEST(QLTCSVLoggerFileNameTest, PrefixIsTakenAsItIs) {
   EXPECT_EQ(QLTCSVLogger::timeStampedFileName("").front(), '_');
   EXPECT_TRUE(QLTCSVLogger::timeStampedFileName("a b%d").starts_with("a b%d_"));
-}
-
-// Errors while writing.
-
-TEST(QLTCSVLoggerFullDiskTest, IsReportedOncePerOpeningAndNeverStopsTheCaller) {
-  const std::string line =
-      "In CSV logger, error writing to file /dev/full: "
-      "No space left on device";
-  QLTCSVLogger logger("/dev/full");
-  const auto lower = std::make_shared<CountingLogger>();
-  logger.setLowerLogger(lower);
-  const ConsoleLog log;
-  QLTError error = kFilled;
-  EXPECT_TRUE(logger.open({}, {}, &error));
-  for (int i = 0; i < 5; ++i) logger.log(powerRecord());
-  EXPECT_EQ(error.code(), 7);
-  EXPECT_EQ(lower->logged, 5);
-  EXPECT_EQ(log.lines(), Strings{line});
-  EXPECT_TRUE(logger.close());
-  EXPECT_TRUE(logger.open({}, {}));
-  EXPECT_EQ(log.lines(), (Strings{line, line}));
-}
-
-TEST(QLTCSVLoggerFullDiskTest, ConsoleLogMayLeadBackToTheLogger) {
-  QLTCSVLogger logger("/dev/full");
-  int messages = 0;
-  QLTSetLogSink([&](std::string_view message) {
-    ++messages;
-    logger.writeString(message);
-  });
-  logger.open({}, {});
-  logger.log(powerRecord());
-  logger.log(powerRecord());
-  QLTSetLogSink({});
-  EXPECT_EQ(messages, 1);
-}
-
-/// Limits the size to which this process may grow a file, for as long as it lives.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(std::uintmax_t bytes) {
-    handlerBefore_ = std::signal(SIGXFSZ, SIG_IGN);
-    getrlimit(RLIMIT_FSIZE, &before_);
-    rlimit limit = before_;
-    limit.rlim_cur = bytes;
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FileSizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &before_);
-    std::signal(SIGXFSZ, handlerBefore_);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  rlimit before_{};
-  void (*handlerBefore_)(int) = SIG_DFL;
-};
-
-TEST_F(QLTCSVLoggerTest, LineThatIsBrokenOffIsEndedBeforeTheNext) {
-  QLTCSVLogger logger(path());
-  logger.open({}, {});
-  const ConsoleLog log;
-  {
-    const FileSizeLimit limit(content().size() + 6);
-    logger.log(powerRecord());
-    logger.log(powerRecord());
-  }
-  EXPECT_EQ(content(), std::string(kHeader) + "3,C02X");
-  {
-    const FileSizeLimit limit(content().size() + 1);
-    logger.log(powerRecord());
-  }
-  EXPECT_EQ(content(), std::string(kHeader) + "3,C02X\n");
-  logger.log(powerRecord());
-  logger.log(powerRecord());
-  EXPECT_EQ(content(), std::string(kHeader) + "3,C02X\n" + kPowerLine + kPowerLine);
-  EXPECT_EQ(log.lines(),
-            Strings{"In CSV logger, error writing to file " + path() + ": File too large"});
-}
-
-TEST_F(QLTCSVLoggerTest, EveryLineIsWrittenAndFlushedAtOnce) {
-  Strings writes;
-  test::SystemCalls calls;
-  calls.onWrite = [&](int, const void* bytes, std::size_t size) -> std::optional<ssize_t> {
-    writes.emplace_back(static_cast<const char*>(bytes), size);
-    return std::nullopt;
-  };
-  QLTCSVLogger logger(path());
-  flushes = 0;
-  logger.open({}, {});
-  EXPECT_EQ(flushes, 1);
-  logger.log(powerRecord());
-  logger.log(powerRecord());
-  EXPECT_EQ(flushes, 3);
-  EXPECT_EQ(writes, (Strings{kHeader, kPowerLine, kPowerLine}));
-}
-
-TEST_F(QLTCSVLoggerTest, InterruptedFlushIsRepeated) {
-  QLTCSVLogger logger(path());
-  logger.open({}, {});
-  const ConsoleLog log;
-  flushErrno = EINTR;
-  flushesToFail = 2;
-  flushes = 0;
-  logger.log(powerRecord());
-  EXPECT_EQ(flushes, 3);
-  EXPECT_EQ(log.lines(), Strings{});
-}
-
-TEST_F(QLTCSVLoggerTest, EachCauseOfAFailureIsReportedOnce) {
-  QLTCSVLogger logger(path());
-  logger.open({}, {});
-  const ConsoleLog log;
-  for (const int cause : {EIO, ENOSPC, EIO, ENOSPC}) {
-    flushErrno = cause;
-    flushesToFail = 1;
-    logger.log(powerRecord());
-  }
-  EXPECT_EQ(
-      log.lines(),
-      (Strings{"In CSV logger, error flushing file " + path() + ": Input/output error",
-               "In CSV logger, error flushing file " + path() + ": No space left on device"}));
-}
-
-// Interrupted writes, seen through a pipe with a name: a signal ends a blocked write short.
-
-class QLTCSVLoggerPipeTest : public QLTCSVLoggerTest {
- protected:
-  void SetUp() override {
-    ASSERT_EQ(mkfifo(path().c_str(), 0700), 0);
-    reader_ = open(path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    ASSERT_GE(reader_, 0);
-    ASSERT_EQ(fcntl(reader_, F_SETPIPE_SZ, 4096), 4096);
-    struct sigaction action {};
-    action.sa_handler = [](int) {};  // and no SA_RESTART
-    sigaction(SIGUSR1, &action, &before_);
-  }
-  void TearDown() override {
-    sigaction(SIGUSR1, &before_, nullptr);
-    ::close(reader_);
-  }
-
-  int waiting() const {
-    int count = 0;
-    ioctl(reader_, FIONREAD, &count);
-    return count;
-  }
-  std::string readSome() const {
-    char buffer[4096];
-    const ssize_t count = read(reader_, buffer, sizeof buffer);
-    return {buffer, count > 0 ? static_cast<std::size_t>(count) : 0};
-  }
-
-  int reader_ = -1;
-  struct sigaction before_ {};
-};
-
-TEST_F(QLTCSVLoggerPipeTest, InterruptedLinesAreCompleted) {
-  const ConsoleLog log;
-  QLTCSVLogger logger(path());
-  logger.open({}, {});
-  ASSERT_EQ(readSome(), kHeader);
-
-  const auto record = powerRecord();
-  record->setActual(std::string(10000, 'x'));
-  std::atomic<bool> done = false;
-  std::thread writer([&] {
-    logger.log(record);
-    done = true;
-  });
-  std::string received;
-  while (!done || waiting() > 0) {
-    // Once the pipe is full, the write is blocked: with a part of the line written at first, with
-    // none after that.
-    if (waiting() == 4096) {
-      for (int i = 0; i < 5; ++i) {
-        pthread_kill(writer.native_handle(), SIGUSR1);
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-      }
-    }
-    received += readSome();
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  writer.join();
-  EXPECT_EQ(received,
-            "3,C02X,site1,Power,VBUS,1.2," + std::string(10000, 'x') + ",P,\"(null)\",\n");
-  EXPECT_EQ(log.lines(), Strings{});
-}
-
-TEST_F(QLTCSVLoggerPipeTest, ReaderThatIsGoneIsReportedOnce) {
-  const ConsoleLog log;
-  QLTCSVLogger logger(path());
-  logger.open({}, {});
-  ::close(std::exchange(reader_, -1));
-  logger.log(powerRecord());
-  logger.log(powerRecord());
-  EXPECT_EQ(log.lines(),
-            Strings{"In CSV logger, error writing to file " + path() + ": Broken pipe"});
-}
-
-// Several sites.
-
-TEST_F(QLTCSVLoggerTest, LinesOfSeveralThreadsNeverMix) {
-  constexpr int kThreads = 8;
-  constexpr int kLines = 125;
-  QLTCSVLogger logger(path());
-  logger.open({"fixture"}, {"temp"});
-  std::vector<std::thread> threads;
-  for (int site = 0; site < kThreads; ++site) {
-    threads.emplace_back([&logger, site] {
-      for (int i = 0; i < kLines; ++i) {
-        const auto record = powerRecord();
-        record->setRunIndex(i);
-        record->setSiteName("site" + std::to_string(site));
-        record->setExpected(std::string(200, static_cast<char>('a' + site)));
-        record->setExtras(QLTDictionary{{"temp", site}});
-        logger.startDevice({{"fixture", "F" + std::to_string(site)}});
-        logger.log(record);
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-
-  std::vector<int> next(kThreads, 0);
-  std::istringstream lines(content());
-  std::string line;
-  std::getline(lines, line);
-  EXPECT_EQ(line,
-            "fixture,runIndex, sn,site,test,subtest,number,expected,value,PF,fail message,temp,");
-  int count = 0;
-  while (std::getline(lines, line)) {
-    // The fixture is that of whichever site told the logger last; all else is the record's.
-    const std::string fixture = line.substr(0, 3);
-    ASSERT_TRUE(fixture >= "F0," && fixture <= "F7,") << line;
-    const std::size_t siteAt = line.find("site");
-    ASSERT_NE(siteAt, std::string::npos) << line;
-    const int site = line[siteAt + 4] - '0';
-    ASSERT_TRUE(site >= 0 && site < kThreads) << line;
-    const std::string number = std::to_string(site);
-    EXPECT_EQ(line.substr(3), std::to_string(next[static_cast<std::size_t>(site)]++) +
-                                  ",C02X,site" + number + ",Power,VBUS,1.2," +
-                                  std::string(200, static_cast<char>('a' + site)) +
-                                  ",5.01,P,\"(null)\"," + number + ",");
-    ++count;
-  }
-  EXPECT_EQ(count, kThreads * kLines);
-}
-
-TEST_F(QLTCSVLoggerTest, ClosingWhileOthersLogLosesNoPartOfALine) {
-  QLTCSVLogger logger(path());
-  logger.open({}, {});
-  std::atomic<bool> stop = false;
-  std::atomic<int> logged = 0;
-  std::thread other([&] {
-    while (!stop) {
-      logger.log(powerRecord());
-      ++logged;
-    }
-  });
-  for (int i = 0; i < 20; ++i) {
-    const int before = logged;
-    while (logged < before + 2) std::this_thread::yield();
-    logger.close();
-    logger.open({}, {});
-  }
-  stop = true;
-  other.join();
-  std::istringstream lines(content());
-  std::string line;
-  int headers = 0;
-  while (std::getline(lines, line)) {
-    if (line + "\n" == kHeader) {
-      ++headers;
-    } else {
-      ASSERT_EQ(line + "\n", kPowerLine);
-    }
-  }
-  EXPECT_EQ(headers, 21);
 }
 
 }  // namespace

@@ -20,6 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using Strings = std::vector<std::string>;
+using Records = std::vector<std::shared_ptr<const QLTestResult>>;
 using test::ConsoleLog;
 using test::TemporaryFolder;
 
@@ -110,6 +111,102 @@ TEST(QLTLoggerTest, LogHandsOnTheRecordItself) {
   const auto record = std::make_shared<QLTestResult>();
   logger.log(record);
   EXPECT_EQ(lower->logged, record);
+}
+
+/// A link of a plug-in: writes one record at a time, and some not.
+class OneByOneLogger : public QLTLogger {
+ public:
+  void log(const std::shared_ptr<const QLTestResult>& result) override {
+    logged.push_back(result->runIndex());
+    if (result->runIndex() < 0) {
+      noteFailure(QLTError::withDescription("own", result->runIndex(), "refused"));
+    }
+    QLTLogger::log(result);
+  }
+  bool open(const Strings& keys, const Strings& extras, QLTError* error) override {
+    forgetFailure();
+    return QLTLogger::open(keys, extras, error);
+  }
+  std::vector<int> logged;
+};
+
+Records recordsOf(const std::vector<int>& runIndexes) {
+  Records records;
+  for (const int runIndex : runIndexes) {
+    const auto record = std::make_shared<QLTestResult>();
+    record->setRunIndex(runIndex);
+    records.push_back(record);
+  }
+  return records;
+}
+
+TEST(QLTLoggerTest, LoggingAllLogsEachInOrder) {
+  OneByOneLogger logger;
+  QLTError error = kFilled;
+  EXPECT_TRUE(logger.logAll(recordsOf({1, 2, 3}), &error));
+  EXPECT_EQ(logger.logged, (std::vector{1, 2, 3}));
+  EXPECT_EQ(error.code(), 7);
+  EXPECT_TRUE(logger.logAll({}));
+  EXPECT_FALSE(logger.failure());
+}
+
+TEST(QLTLoggerTest, LoggingAllGivesTheFirstFailureAndTriesTheRest) {
+  OneByOneLogger logger;
+  QLTError error = kFilled;
+  EXPECT_FALSE(logger.logAll(recordsOf({1, -2, 3, -4, 5}), &error));
+  EXPECT_EQ(logger.logged, (std::vector{1, -2, 3, -4, 5}));
+  EXPECT_EQ(error.code(), -2);
+  EXPECT_FALSE(logger.logAll(recordsOf({-6})));
+  EXPECT_TRUE(logger.logAll(recordsOf({7})));
+  EXPECT_EQ(logger.failure().code(), -2);
+  logger.open({}, {}, nullptr);
+  EXPECT_FALSE(logger.failure());
+}
+
+TEST(QLTLoggerTest, FailureBelowIsTheChains) {
+  const auto lower = std::make_shared<OneByOneLogger>();
+  const auto upper = std::make_shared<OneByOneLogger>();
+  upper->setLowerLogger(lower);
+  QLTError error;
+  EXPECT_FALSE(upper->logAll(recordsOf({1, -2}), &error));
+  EXPECT_EQ(lower->logged, (std::vector{1, -2}));
+  QLTLogger top;
+  top.setLowerLogger(upper);
+  EXPECT_EQ(top.failure().code(), -2);
+  EXPECT_FALSE(QLTLogger().failure());
+}
+
+TEST(QLTLoggerTest, LinkThatLogsSeveralWhereItWasGivenOneStillFails) {
+  /// Hands each record on twice.
+  class Doubling : public QLTLogger {
+   public:
+    void log(const std::shared_ptr<const QLTestResult>& result) override {
+      lowerLogger()->logAll(Records{result, result});
+    }
+  };
+  Doubling doubling;
+  doubling.setLowerLogger(std::make_shared<OneByOneLogger>());
+  QLTError error;
+  EXPECT_TRUE(doubling.logAll(recordsOf({1}), &error));
+  EXPECT_FALSE(doubling.logAll(recordsOf({1, -2}), &error));
+  EXPECT_EQ(error.code(), -2);
+}
+
+TEST(QLTLoggerTest, FailureOfAnotherThreadIsNotThatOfTheseRecords) {
+  OneByOneLogger logger;
+  /// Lets another thread fail while it logs.
+  class Meanwhile : public QLTLogger {
+   public:
+    explicit Meanwhile(QLTLogger& other) : other_(other) {}
+    void log(const std::shared_ptr<const QLTestResult>&) override {
+      std::thread([this] { EXPECT_FALSE(other_.logAll(recordsOf({-1}))); }).join();
+      other_.log(recordsOf({1}).front());
+    }
+    QLTLogger& other_;
+  };
+  Meanwhile meanwhile(logger);
+  EXPECT_TRUE(meanwhile.logAll(recordsOf({1})));
+  EXPECT_EQ(logger.failure().code(), -1);
 }
 
 TEST(QLTLoggerTest, StartDeviceIsNotHandedOn) {

@@ -50,6 +50,14 @@ INTERPOSED ssize_t write(int descriptor, const void* bytes, std::size_t size) {
   return real(descriptor, bytes, size);
 }
 
+INTERPOSED int fdatasync(int descriptor) {
+  static auto* const real = test::next<int(int)>("fdatasync");
+  if (const test::SystemCalls* const calls = test::current; calls != nullptr && calls->onDataSync) {
+    if (const auto result = calls->onDataSync(descriptor)) return *result;
+  }
+  return real(descriptor);
+}
+
 INTERPOSED int ioctl(int descriptor, unsigned long request, ...) noexcept {
   va_list arguments;
   va_start(arguments, request);

@@ -10,7 +10,8 @@
 namespace test {
 
 /// Sees the library's system calls, for as long as it lives, and may answer in their place: a
-/// function that returns nothing lets the call go on. For one thread.
+/// function that returns nothing lets the call go on. The functions are called on the thread that
+/// makes the call; set them, and end this, while no other thread makes any.
 class SystemCalls {
  public:
   SystemCalls();
@@ -23,6 +24,7 @@ class SystemCalls {
       onWrite;
   std::function<std::optional<int>(int descriptor, unsigned long request, void* argument)> onIoctl;
   std::function<std::optional<int>(int descriptor, int command)> onFcntl;
+  std::function<std::optional<int>(int descriptor)> onDataSync;
   std::function<std::optional<int>(int descriptor)> onFlush;
   std::function<std::optional<int>()> onPoll;
   std::function<std::optional<int>()> onSocket;
