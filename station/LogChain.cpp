@@ -24,50 +24,61 @@ std::vector<std::string> keysOf(const QLTDictionary& stationAttributes, const ch
   return keys;
 }
 
+std::string nameOf(const QLTestSuite& suite) { return "the logger of site " + suite.siteName(); }
+
+/// Calls into the plug-in; `CannotRun` when it throws anything.
+template <typename Function>
+void refusingExceptions(const std::string& what, const Function& function) {
+  try {
+    function();
+  } catch (const CannotRun&) {
+    throw;
+  } catch (const std::exception& exception) {
+    throw CannotRun(what + " threw: " + printable(exception.what()));
+  } catch (...) {
+    throw CannotRun(what + " threw an exception of an unknown kind");
+  }
+}
+
 }  // namespace
 
 LogChain::LogChain(const std::string& csvPath, const QLTDictionary& stationAttributes,
-                   Screen& screen)
+                   const Suites& suites, Screen& screen)
     : screen_(screen),
       attributeKeys_(keysOf(stationAttributes, kAttributeColumns)),
       extraKeys_(keysOf(stationAttributes, kExtraColumns)),
-      csv_(csvPath) {}
-
-// On the constructor above, so that what is open already is closed when a later link does not open.
-LogChain::LogChain(const std::string& csvPath, const QLTDictionary& stationAttributes,
-                   const std::vector<std::shared_ptr<QLTestSuite>>& suites, Screen& screen)
-    : LogChain(csvPath, stationAttributes, screen) {
-  open(csv_, "the result log " + csvPath);
-  // Once for all devices: the file is one for all sites, so only what they have in common may stand
-  // in its attribute columns.
-  csv_.startDevice(stationAttributes);
+      csvName_("the result log " + csvPath),
+      stationAttributes_(stationAttributes),
+      csv_(csvPath) {
   for (const auto& suite : suites) {
-    try {
-      openLoggerOf(*suite);
-    } catch (const CannotRun&) {
-      throw;
-    } catch (const std::exception& exception) {
-      throw CannotRun("the logger of site " + suite->siteName() +
-                      " threw: " + printable(exception.what()));
-    } catch (...) {
-      throw CannotRun("the logger of site " + suite->siteName() +
-                      " threw an exception of an unknown kind");
-    }
+    refusingExceptions(nameOf(*suite), [&] { addLoggerOf(*suite); });
   }
 }
 
 LogChain::~LogChain() {
-  for (const auto& logger : opened_) close(*logger, "a logger of the plug-in");
+  for (std::size_t i = 0; i < opened_; ++i)
+    close(*ownLoggers_[i].logger, "a logger of the plug-in");
   close(csv_, "the result log");
 }
 
-void LogChain::openLoggerOf(QLTestSuite& suite) {
+void LogChain::addLoggerOf(QLTestSuite& suite) {
   const std::shared_ptr<QLTLogger> logger = suite.logger();
   if (!logger) return;
-  ownLoggers_[&suite] = logger;
-  if (std::find(opened_.begin(), opened_.end(), logger) != opened_.end()) return;
-  open(*logger, "the logger of site " + suite.siteName());
-  opened_.push_back(logger);
+  loggerOf_[&suite] = logger;
+  const bool isKnown = std::any_of(ownLoggers_.begin(), ownLoggers_.end(),
+                                   [&](const OwnLogger& own) { return own.logger == logger; });
+  if (!isKnown) ownLoggers_.push_back({nameOf(suite), logger});
+}
+
+void LogChain::open() {
+  open(csv_, csvName_);
+  // Once for all devices: the file is one for all sites, so only what they have in common may stand
+  // in its attribute columns.
+  csv_.startDevice(stationAttributes_);
+  for (const OwnLogger& own : ownLoggers_) {
+    refusingExceptions(own.what, [&] { open(*own.logger, own.what); });
+    ++opened_;
+  }
 }
 
 void LogChain::open(QLTLogger& logger, const std::string& what) {
@@ -92,14 +103,14 @@ void LogChain::close(QLTLogger& logger, const std::string& what) {
 }
 
 void LogChain::startDevice(const QLTestSuite& suite) {
-  const auto own = ownLoggers_.find(&suite);
-  if (own != ownLoggers_.end()) own->second->startDevice(suite.siteAttributes());
+  const auto own = loggerOf_.find(&suite);
+  if (own != loggerOf_.end()) own->second->startDevice(suite.siteAttributes());
 }
 
 void LogChain::log(const QLTestSuite& suite, const std::shared_ptr<const QLTestResult>& result) {
   csv_.log(result);
-  const auto own = ownLoggers_.find(&suite);
-  if (own != ownLoggers_.end()) own->second->log(result);
+  const auto own = loggerOf_.find(&suite);
+  if (own != loggerOf_.end()) own->second->log(result);
 }
 
 }  // namespace station

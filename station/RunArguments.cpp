@@ -2,8 +2,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include "SerialNumbers.h"
-
 namespace station {
 
 void RunArguments::describeTo(CLI::App& command) {

@@ -1,9 +1,10 @@
 #pragma once
 
 #include <filesystem>
-#include <map>
 #include <string>
 #include <vector>
+
+#include "SerialNumbers.h"
 
 namespace station {
 
@@ -13,8 +14,8 @@ inline constexpr const char* kDefaultLogFolder = "logs";
 struct RunOptions {
   std::filesystem::path bundle;
   std::string flow = "default";
-  std::vector<std::string> sites;                    ///< empty: every site of the station
-  std::map<std::string, std::string> serialNumbers;  ///< by site
+  std::vector<std::string> sites;  ///< empty: every site of the station
+  SerialNumbers serialNumbers;
   std::string logFolder = kDefaultLogFolder;
   int repeat = 1;  ///< devices per site
   bool verbose = false;

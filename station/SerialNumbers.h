@@ -1,37 +1,19 @@
 #pragma once
 
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "Screen.h"
-
 namespace station {
 
-/// Serial numbers by site, from texts SITE=SERIAL; `CannotRun` for one that is not of that form or
-/// a site that is named twice.
-std::map<std::string, std::string> parseSerialNumbers(const std::vector<std::string>& texts);
+/// Serial numbers by site.
+using SerialNumbers = std::map<std::string, std::string>;
 
-/// Asks the operator on the terminal.
-///
-/// For one thread.
-class SerialNumberPrompt {
- public:
-  explicit SerialNumberPrompt(Screen& screen) : screen_(screen) {}
+/// Why a text cannot be a serial number, as a sentence; empty when it can.
+std::string complaintAboutSerialNumber(const std::string& text);
 
-  /// True when there is a terminal to ask on.
-  static bool isPossible();
-
-  /// Asks until the answer can serve as a serial number. Absent when the operator ends the program
-  /// instead, by a signal (Ctrl-C) or the end of input (Ctrl-D).
-  std::optional<std::string> ask(const std::string& site);
-
- private:
-  std::optional<std::string> readLine();
-
-  Screen& screen_;
-  std::string pending_;  // read, but belonging to the next lines
-};
+/// Reads texts SITE=SERIAL; `CannotRun` for one that is not of that form or a site that is named
+/// twice.
+SerialNumbers parseSerialNumbers(const std::vector<std::string>& texts);
 
 }  // namespace station

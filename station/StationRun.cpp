@@ -1,19 +1,16 @@
 #include "StationRun.h"
 
 #include <algorithm>
-#include <chrono>
+#include <cstddef>
 #include <cstdint>
-#include <set>
-#include <system_error>
 #include <thread>
 #include <utility>
 
 #include <QLTCSVLogger.h>
-#include <QLTLogger.h>
 #include <QLTestMethod.h>
 #include <QLTestSiteManager.h>
 
-#include "CannotRun.h"
+#include "LogFiles.h"
 #include "SiteRunner.h"
 #include "StationInfo.h"
 #include "Text.h"
@@ -23,32 +20,6 @@ namespace {
 
 constexpr int kAllPassed = 0;
 constexpr int kNotAllPassed = 1;
-
-/// The two files that a run writes.
-struct LogFiles {
-  std::string csv;
-  std::string diagnostics;
-};
-
-/// Names the files after the plug-in and the time, and makes the one for the diagnostics. Each run
-/// has files of its own: when another one has taken the names of this second, it takes those of the
-/// next.
-LogFiles makeLogFiles(const std::filesystem::path& folder, const std::string& name,
-                      ConsoleLogFile& diagnostics) {
-  while (true) {
-    const std::filesystem::path csv = folder / QLTCSVLogger::timeStampedFileName(name);
-    const std::string log = std::filesystem::path(csv).replace_extension("log");
-    if (diagnostics.create(log)) return {csv, log};
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  }
-}
-
-void createLogFolder(const std::string& folder) {
-  QLTError error;
-  if (QLTLogger::createLogPath(folder, &error)) return;
-  throw CannotRun("cannot make the log folder " + folder + ": " + describe(error),
-                  "Give a folder that you may write to with --log-dir.");
-}
 
 std::vector<std::string> testNames(const QLTFlow& flow) {
   std::vector<std::string> names;
@@ -74,6 +45,11 @@ std::vector<Outcome> testDevices(std::vector<SiteRunner>& runners,
   return outcomes;
 }
 
+bool allPassed(const std::vector<Outcome>& outcomes) {
+  return std::all_of(outcomes.begin(), outcomes.end(),
+                     [](const Outcome& outcome) { return outcome.verdict == Verdict::Pass; });
+}
+
 }  // namespace
 
 StationRun::StationRun(RunOptions options) : options_(std::move(options)) {}
@@ -81,150 +57,59 @@ StationRun::StationRun(RunOptions options) : options_(std::move(options)) {}
 int StationRun::run() {
   ConsoleLogFile diagnostics(options_.verbose, screen_);
   const QLTBundle& bundle = Plugin::openBundle(options_.bundle);
-  createLogFolder(options_.logFolder);
-  const LogFiles files = makeLogFiles(options_.logFolder, bundle.path().stem(), diagnostics);
+  makeLogFolder(options_.logFolder);
+  const std::string fileName = QLTCSVLogger::timeStampedFileName(bundle.path().stem());
+  const LogFiles files = makeLogFiles(options_.logFolder, fileName, diagnostics);
   Plugin plugin(bundle, *screen_);
   plugin.load(stationInfo(bundle, options_.logFolder), files.diagnostics);
-  const int status = runOn(plugin, diagnostics, files.csv);
-  screen_->line("Results:     " + files.csv + "\nDiagnostics: " + files.diagnostics);
+  const int status = runOn(plugin, diagnostics, files.results);
+  screen_->line("Results:     " + files.results + "\nDiagnostics: " + files.diagnostics);
   return status;
 }
 
 int StationRun::runOn(Plugin& plugin, const ConsoleLogFile& diagnostics,
                       const std::string& csvPath) {
-  const Suites suites = chosenSites(plugin);
-  checkFlow(suites);
-  checkSerialNumbers(suites);
+  const Suites suites = chooseSites(plugin.manager(), options_.sites);
+  checkFlow(suites, options_.flow);
+  SerialNumberSource serialNumbers(options_.serialNumbers, siteNames(suites), *screen_);
   LogChain logs(csvPath, plugin.manager().stationAttributes(), suites, *screen_);
-  reportUnusedSites(plugin);
-
-  std::vector<std::string> sites;
-  for (const auto& suite : suites) sites.push_back(suite->siteName());
-  const Report report(*screen_, sites, testNames(*suites.front()->flowForName(options_.flow)));
-  std::vector<SiteRunner> runners;
-  for (const auto& suite : suites) runners.emplace_back(suite, options_.flow, logs, report);
-
-  std::vector<Outcome> all;
-  bool complete = true;
-  for (int round = 1; round <= options_.repeat && complete; ++round) {
-    std::vector<std::string> serialNumbers;
-    complete = askSerialNumbers(suites, round, serialNumbers);
-    if (!complete) break;
-    for (Outcome& outcome : testDevices(runners, serialNumbers, round)) {
-      all.push_back(std::move(outcome));
-    }
-    // A device whose results are lost must not count as tested.
-    complete = !Signals::stopRequested() && !diagnostics.resultLogFailed();
+  checkFlow(suites, options_.flow);  // again: the suites' `logger` has run
+  logs.open();
+  for (const std::string& site : disabledSites(plugin.manager())) {
+    screen_->line("Site " + printable(site) + " is disabled in the station's configuration.");
   }
-  report.table(all);
+  const Report report(*screen_, siteNames(suites),
+                      testNames(*suites.front()->flowForName(options_.flow)));
+  const Series series = testSeries(suites, serialNumbers, logs, report, diagnostics);
+  report.table(series.outcomes);
   if (diagnostics.resultLogFailed()) {
     screen_->warning("the result log is not complete; test these devices again");
   }
-  const bool allPassed = std::all_of(all.begin(), all.end(), [](const Outcome& outcome) {
-    return outcome.verdict == Verdict::Pass;
-  });
-  return complete && allPassed ? kAllPassed : kNotAllPassed;
+  return series.complete && allPassed(series.outcomes) ? kAllPassed : kNotAllPassed;
 }
 
-StationRun::Suites StationRun::chosenSites(Plugin& plugin) {
-  const std::vector<std::string> existing = plugin.manager().siteNames();
-  if (existing.empty()) {
-    throw CannotRun("the station has no site to test at",
-                    "Check \"Sites\" in the plug-in's TestConfig.plist, and that its instruments "
-                    "are listed in\n" +
-                        QLTestSiteManager::testerConfigPath().string() + " and came up.");
-  }
-  std::vector<std::string> wanted = options_.sites.empty() ? existing : options_.sites;
-  Suites suites;
-  std::set<std::string> seen;
-  for (const std::string& name : wanted) {
-    if (!seen.insert(name).second) continue;
-    const auto suite = plugin.manager().suiteForSite(name);
-    if (!suite) {
-      throw CannotRun("there is no site \"" + printable(name) + "\" to test at",
-                      "The sites of this station are: " + listOf(existing));
+StationRun::Series StationRun::testSeries(const Suites& suites, SerialNumberSource& source,
+                                          LogChain& logs, const Report& report,
+                                          const ConsoleLogFile& diagnostics) {
+  std::vector<SiteRunner> runners;
+  for (const auto& suite : suites) runners.emplace_back(suite, options_.flow, logs, report);
+  Series series;
+  for (int round = 1; round <= options_.repeat; ++round) {
+    if (Signals::stopRequested()) return series;
+    if (options_.repeat > 1) {
+      screen_->line((round > 1 ? "\n" : "") + std::string("Round ") + std::to_string(round) +
+                    " of " + std::to_string(options_.repeat));
     }
-    suites.push_back(suite);
-  }
-  return suites;
-}
-
-void StationRun::reportUnusedSites(Plugin& plugin) {
-  const QLTValue* const configured = plugin.manager().config().find("Sites");
-  if (configured == nullptr || configured->dictionary() == nullptr) return;
-  for (const auto& [name, entry] : *configured->dictionary()) {
-    const QLTDictionary* const site = entry.dictionary();
-    const QLTValue* const disable = site != nullptr ? site->find("disable") : nullptr;
-    if (disable != nullptr && disable->boolValue()) {
-      screen_->line("Site " + printable(name) + " is disabled in the station's configuration.");
+    const auto serialNumbers = source.next();
+    if (!serialNumbers) return series;
+    for (Outcome& outcome : testDevices(runners, *serialNumbers, round)) {
+      series.outcomes.push_back(std::move(outcome));
     }
+    // A device whose results are lost must not count as tested.
+    if (Signals::stopRequested() || diagnostics.resultLogFailed()) return series;
   }
-}
-
-void StationRun::checkFlow(const Suites& suites) const {
-  for (const auto& suite : suites) {
-    const auto flow = suite->flowForName(options_.flow);
-    if (!flow) {
-      throw CannotRun("there is no flow \"" + printable(options_.flow) + "\" at site " +
-                          printable(suite->siteName()),
-                      "The flows are: " + listOf(suite->flowNames()));
-    }
-    if (flow->empty()) {
-      throw CannotRun("the flow \"" + printable(options_.flow) + "\" has no tests",
-                      "A device that passed it would not have been tested. The flows are: " +
-                          listOf(suite->flowNames()));
-    }
-  }
-}
-
-void StationRun::checkSerialNumbers(const Suites& suites) const {
-  std::vector<std::string> names;
-  std::vector<std::string> missing;
-  std::map<std::string, std::string> siteOf;
-  for (const auto& suite : suites) {
-    const std::string& site = suite->siteName();
-    names.push_back(site);
-    const auto given = options_.serialNumbers.find(site);
-    if (given == options_.serialNumbers.end()) {
-      missing.push_back(site);
-    } else if (const auto [same, isNew] = siteOf.emplace(given->second, site); !isNew) {
-      screen_->warning("the sites " + same->second + " and " + site +
-                       " have the same serial number " + given->second);
-    }
-  }
-  for (const auto& given : options_.serialNumbers) {
-    if (std::find(names.begin(), names.end(), given.first) != names.end()) continue;
-    throw CannotRun("--sn names the site \"" + printable(given.first) +
-                        "\", which is not one of those to test at",
-                    "The sites are: " + listOf(names));
-  }
-  if (!missing.empty() && !SerialNumberPrompt::isPossible()) {
-    throw CannotRun("no serial number for: " + listOf(missing),
-                    "Give it with --sn " + missing.front() +
-                        "=SERIAL, or start quillon on a terminal, where it asks.");
-  }
-}
-
-bool StationRun::askSerialNumbers(const Suites& suites, int round,
-                                  std::vector<std::string>& serialNumbers) {
-  if (Signals::stopRequested()) return false;
-  if (options_.repeat > 1) {
-    screen_->line((round > 1 ? "\n" : "") + std::string("Round ") + std::to_string(round) + " of " +
-                  std::to_string(options_.repeat));
-  }
-  for (const auto& suite : suites) {
-    const auto given = options_.serialNumbers.find(suite->siteName());
-    std::optional<std::string> serialNumber = given != options_.serialNumbers.end()
-                                                  ? std::optional(given->second)
-                                                  : prompt_.ask(suite->siteName());
-    if (!serialNumber) return false;
-    const auto same = std::find(serialNumbers.begin(), serialNumbers.end(), *serialNumber);
-    if (same != serialNumbers.end() && given == options_.serialNumbers.end()) {
-      screen_->warning("another site has the same serial number " + *serialNumber);
-    }
-    serialNumbers.push_back(*std::move(serialNumber));
-  }
-  return true;
+  series.complete = true;
+  return series;
 }
 
 }  // namespace station

@@ -4,8 +4,6 @@
 #include <string>
 #include <vector>
 
-#include <QLTestSuite.h>
-
 #include "ConsoleLogFile.h"
 #include "LogChain.h"
 #include "Outcome.h"
@@ -13,8 +11,9 @@
 #include "Report.h"
 #include "RunOptions.h"
 #include "Screen.h"
-#include "SerialNumbers.h"
+#include "SerialNumberSource.h"
 #include "Signals.h"
+#include "SiteChoice.h"
 
 namespace station {
 
@@ -29,19 +28,19 @@ class StationRun {
   int run();
 
  private:
-  using Suites = std::vector<std::shared_ptr<QLTestSuite>>;
+  /// What became of a series of devices.
+  struct Series {
+    std::vector<Outcome> outcomes;
+    bool complete = false;  ///< all rounds were run
+  };
 
   int runOn(Plugin& plugin, const ConsoleLogFile& diagnostics, const std::string& csvPath);
-  Suites chosenSites(Plugin& plugin);
-  void reportUnusedSites(Plugin& plugin);
-  void checkFlow(const Suites& suites) const;
-  void checkSerialNumbers(const Suites& suites) const;
-  bool askSerialNumbers(const Suites& suites, int round, std::vector<std::string>& serialNumbers);
+  Series testSeries(const Suites& suites, SerialNumberSource& source, LogChain& logs,
+                    const Report& report, const ConsoleLogFile& diagnostics);
 
   const RunOptions options_;
   const std::shared_ptr<Screen> screen_ = std::make_shared<Screen>();
   const Signals signals_;
-  SerialNumberPrompt prompt_{*screen_};
 };
 
 }  // namespace station

@@ -222,6 +222,20 @@ TEST_F(StationRun, aFlowThatHasLostItsTestsPassesNoDevice) {
   }
 }
 
+TEST_F(StationRun, aLoggerThatTakesTheFlowAwayStopsEverything) {
+  bundle_.configure(entry("Volts", ""), text("loggerTakesAway", "flow"));
+  StationProcess withoutFlow(atBoth());
+  EXPECT_EQ(withoutFlow.wait(), 2);
+  EXPECT_THAT(withoutFlow.errors(),
+              StartsWith("quillon: there is no flow \"default\" at site left\n"));
+  EXPECT_EQ(withoutFlow.results(), "");
+
+  bundle_.configure(entry("Volts", ""), text("loggerTakesAway", "tests"));
+  StationProcess withoutTests(atBoth());
+  EXPECT_EQ(withoutTests.wait(), 2);
+  EXPECT_THAT(withoutTests.errors(), StartsWith("quillon: the flow \"default\" has no tests\n"));
+}
+
 TEST_F(StationRun, anErrorThatAPassedTestLeavesDoesNotCount) {
   bundle_.configure(entry("Volts", flag("passWithError")));
   StationProcess station(atLeft());

@@ -72,7 +72,8 @@ class Instrument : public QLTObject {
 /// Station attributes: while the station loads, "talks" is said on standard output and in the
 /// console log, "crashes" and "exits" end the program. "calls" is the file for what is called;
 /// "fails" and "throws" name the hook that does so, at the site "left"; "returnsFalse" likewise.
-/// "takesAway" is what onDUTStart takes away: the "flow" or its "tests".
+/// "takesAway" is what onDUTStart takes away: the "flow" or its "tests"; "loggerTakesAway" what
+/// logger does.
 class TroubleSuite : public QLTestSuite {
  public:
   using QLTestSuite::QLTestSuite;
@@ -103,9 +104,7 @@ class TroubleSuite : public QLTestSuite {
     called("onDUTStart " + attribute(dutInfo, "serialNumber") + " " + attribute(dutInfo, "flow") +
                " " + attribute(dutInfo, "round"),
            "onDUTStart", error);
-    const std::string takesAway = attribute(siteAttributes(), "takesAway");
-    if (takesAway == "tests") flowForName("default")->clear();
-    if (takesAway == "flow") removeFlow("default");
+    takeAway(attribute(siteAttributes(), "takesAway"));
     return nullptr;
   }
   bool onDUTFinished(QLTError* error) override {
@@ -115,6 +114,7 @@ class TroubleSuite : public QLTestSuite {
   bool onException(QLTError* error) override { return called("onException", "onException", error); }
 
   std::shared_ptr<QLTLogger> logger() override {
+    takeAway(attribute(siteAttributes(), "loggerTakesAway"));
     const std::string path = attribute(siteAttributes(), "ownLogger");
     if (path == "throw") throw 42;
     if (path.empty()) return nullptr;
@@ -123,6 +123,11 @@ class TroubleSuite : public QLTestSuite {
   }
 
  private:
+  void takeAway(const std::string& what) {
+    if (what == "tests") flowForName("default")->clear();
+    if (what == "flow") removeFlow("default");
+  }
+
   bool called(const std::string& text, const std::string& hook, QLTError* error) {
     if (siteAttributes().contains("calls")) {
       append(attribute(siteAttributes(), "calls"), siteName() + " " + text);

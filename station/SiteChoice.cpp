@@ -1,0 +1,66 @@
+#include "SiteChoice.h"
+
+#include <set>
+
+#include "CannotRun.h"
+#include "Text.h"
+
+namespace station {
+
+Suites chooseSites(QLTestSiteManager& manager, const std::vector<std::string>& wanted) {
+  const std::vector<std::string> existing = manager.siteNames();
+  if (existing.empty()) {
+    throw CannotRun("the station has no site to test at",
+                    "Check \"Sites\" in the plug-in's TestConfig.plist, and that its instruments "
+                    "are listed in\n" +
+                        QLTestSiteManager::testerConfigPath().string() + " and came up.");
+  }
+  Suites suites;
+  std::set<std::string> seen;
+  for (const std::string& name : wanted.empty() ? existing : wanted) {
+    if (!seen.insert(name).second) continue;
+    const auto suite = manager.suiteForSite(name);
+    if (!suite) {
+      throw CannotRun("there is no site \"" + printable(name) + "\" to test at",
+                      "The sites of this station are: " + listOf(existing));
+    }
+    suites.push_back(suite);
+  }
+  return suites;
+}
+
+void checkFlow(const Suites& suites, const std::string& name) {
+  for (const auto& suite : suites) {
+    const auto flow = suite->flowForName(name);
+    if (!flow) {
+      throw CannotRun(
+          "there is no flow \"" + printable(name) + "\" at site " + printable(suite->siteName()),
+          "The flows are: " + listOf(suite->flowNames()));
+    }
+    if (flow->empty()) {
+      throw CannotRun("the flow \"" + printable(name) + "\" has no tests",
+                      "A device that passed it would not have been tested. The flows are: " +
+                          listOf(suite->flowNames()));
+    }
+  }
+}
+
+std::vector<std::string> siteNames(const Suites& suites) {
+  std::vector<std::string> names;
+  for (const auto& suite : suites) names.push_back(suite->siteName());
+  return names;
+}
+
+std::vector<std::string> disabledSites(QLTestSiteManager& manager) {
+  std::vector<std::string> names;
+  const QLTValue* const configured = manager.config().find("Sites");
+  if (configured == nullptr || configured->dictionary() == nullptr) return names;
+  for (const auto& [name, entry] : *configured->dictionary()) {
+    const QLTDictionary* const site = entry.dictionary();
+    const QLTValue* const disable = site != nullptr ? site->find("disable") : nullptr;
+    if (disable != nullptr && disable->boolValue()) names.push_back(name);
+  }
+  return names;
+}
+
+}  // namespace station

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <QLTestSiteManager.h>
+#include <QLTestSuite.h>
+
+namespace station {
+
+using Suites = std::vector<std::shared_ptr<QLTestSuite>>;
+
+/// The suites of the sites to test at, each once, in the order of `wanted`; all of the station when
+/// that is empty. `CannotRun` when there is none, or none of that name.
+Suites chooseSites(QLTestSiteManager& manager, const std::vector<std::string>& wanted);
+
+/// `CannotRun` when a site has no flow of that name, or one without tests.
+void checkFlow(const Suites& suites, const std::string& name);
+
+std::vector<std::string> siteNames(const Suites& suites);
+
+/// The sites that the configuration disables.
+std::vector<std::string> disabledSites(QLTestSiteManager& manager);
+
+}  // namespace station
