@@ -2,7 +2,6 @@
 
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,9 +24,7 @@ namespace station {
 /// the end of each line; "csvAttributeKeys" names the station attributes that become columns at its
 /// front.
 ///
-/// What cannot be written is told by the loggers themselves; the console log, which plug-ins write
-/// to and may take, has no say in it. `startDevice` and `log` may be called by several sites at
-/// once.
+/// `startDevice` and `log` may be called by several sites at once.
 class LogChain {
  public:
   /// Asks the suites for their loggers; `CannotRun` when a suite throws, or the station attributes
@@ -42,11 +39,7 @@ class LogChain {
   void open();
 
   void startDevice(const QLTestSuite& suite);
-  /// Logs the records of one test. Gives what could not be written of them, in words; absent when
-  /// every one is where it belongs. Throws what the suite's own logger throws.
-  std::optional<std::string> log(const QLTestSuite& suite, const QLTestResults& records);
-  /// True when the CSV file lacks something.
-  bool resultLogFailed() const;
+  void log(const QLTestSuite& suite, const std::shared_ptr<const QLTestResult>& result);
 
  private:
   struct OwnLogger {
@@ -55,7 +48,7 @@ class LogChain {
   };
 
   void addLoggerOf(QLTestSuite& suite);
-  void open(QLTLogger& logger, const std::string& what) const;
+  void open(QLTLogger& logger, const std::string& what);
   void close(QLTLogger& logger, const std::string& what);
 
   Screen& screen_;

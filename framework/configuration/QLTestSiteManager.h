@@ -44,9 +44,9 @@ class QLT_EXPORT QLTestSiteManager : public QLTObject {
   /// makes a new one.
   static void releaseSharedInstance();
 
-  /// Makes the shared manager when there is none. When there is one, the result is null and that
-  /// one is no longer shared; it lives on, with its instruments and suites, to the end of the
-  /// process. Meant only for `sharedInstance`.
+  /// Makes the shared manager when there is none. When there is one, the result is null and the
+  /// shared one is given up, though whoever holds it may go on using it. Meant only for
+  /// `sharedInstance`.
   static std::shared_ptr<QLTestSiteManager> init();
   /// Gives up everything, and the shared manager, whichever it is.
   ~QLTestSiteManager() override;
@@ -54,9 +54,8 @@ class QLT_EXPORT QLTestSiteManager : public QLTObject {
   /// Loads a plug-in's station: reads its "TestConfig", fills the station attributes, lets the
   /// plug-in customise the configuration, takes the instrument list from the tester-config file,
   /// and makes instruments, suites and flows. On false, `error` tells the stage and the reason;
-  /// what was made before stays. On true, `error` may tell of an instrument that was skipped
-  /// because it did not come up, or of a site that was left out because a resource is missing: the
-  /// latest of them.
+  /// what was made before stays. On true, `error` may tell of a site that was disabled because a
+  /// resource is missing.
   bool loadConfig(const QLTBundle& bundle, const QLTDictionary& stationInfo,
                   QLTError* error = nullptr);
 
@@ -82,7 +81,7 @@ class QLT_EXPORT QLTestSiteManager : public QLTObject {
                                                         const std::string& fileName,
                                                         QLTError* error = nullptr);
 
-  /// Enters the suite of a site, replacing an earlier one. A null suite is not entered.
+  /// Enters the suite of a site, replacing an earlier one.
   void setSuite(std::shared_ptr<QLTestSuite> suite, const std::string& siteName);
   std::shared_ptr<QLTestSuite> suiteForSite(std::string_view siteName) const;  ///< or null
   /// The sites that were loaded, sorted.
@@ -105,13 +104,14 @@ class QLT_EXPORT QLTestSiteManager : public QLTObject {
 
  private:
   QLTestSiteManager() = default;
+  bool loadFlow(const QLTBundle& bundle, const std::shared_ptr<QLTestSuite>& suite,
+                const std::string& flowName, const QLTValue& tests, QLTError* error);
 
   std::optional<QLTDictionary> infoForSites_;
   std::map<std::string, std::shared_ptr<QLTestSuite>, std::less<>> sites_;
   std::map<std::string, std::shared_ptr<QLTObject>, std::less<>> instruments_;
   QLTDictionary config_;
-  const QLTBundle* bundle_ = nullptr;  // for messages, as is the file
-  std::string configFile_ = "TestConfig.plist";
+  std::string configFile_ = "TestConfig.plist";  // for messages
   QLTDictionary stationAttributes_;
   std::atomic<std::uint32_t> runIndex_ = 0;
   mutable std::recursive_mutex mutex_;

@@ -1,10 +1,69 @@
 #include "QLTClass.h"
 
-#include "platform/BundleLoading.h"
+#include <QLTErrorCodes.h>
+#include <QLTestSuite.h>
 
-const QLTClass* QLTClass::registerClass(std::string name, const Operations& operations) {
-  QLTBundle* bundle = quillon::internal::bundleBeingOpened();
-  if (bundle == nullptr) bundle = &QLTBundle::main();
+#include "platform/BundleLoading.h"
+#include "platform/Failed.h"
+
+using quillon::internal::bundleBeingOpened;
+using quillon::internal::failWith;
+
+namespace {
+
+/// Why a class cannot be; empty when it can.
+std::string complaintAbout(const std::string& name, const QLTClass::Operations& operations) {
+  if (name.empty()) return "a class must have a name";
+  if (operations.makeSuite && operations.makeMethod) {
+    return name + " cannot be a suite and a test method at once";
+  }
+  if (!operations.makeSuite && !operations.makeMethod) {
+    return name + " makes neither suites nor test methods";
+  }
+  return {};
+}
+
+/// Whether `hook` is there and something else than the function `inherited`.
+template <typename Hook, typename Inherited>
+bool isOwn(const Hook& hook, Inherited* inherited) {
+  Inherited* const* const held = hook.template target<Inherited*>();
+  return hook && (held == nullptr || *held != inherited);
+}
+
+}  // namespace
+
+std::vector<std::string> QLTClass::hookNames() const {
+  std::vector<std::string> names;
+  if (isOwn(operations_.onLoad, &QLTestSuite::onLoad)) names.emplace_back("onLoad");
+  if (operations_.customizeConfig) names.emplace_back("customizeConfig");
+  if (operations_.createInstrument) names.emplace_back("createInstrument");
+  if (isOwn(operations_.onUnload, &QLTestSuite::onUnload)) names.emplace_back("onUnload");
+  return names;
+}
+
+const QLTClass* QLTClass::registerClass(std::string name, Operations operations) {
+  QLTBundle* const opened = bundleBeingOpened();
+  const QLTBundle& bundle = opened != nullptr ? *opened : QLTBundle::mainBundle();
   // Not make_shared: the constructor is private.
-  return bundle->add(name, std::shared_ptr<const QLTClass>(new QLTClass(name, operations, bundle)));
+  const std::shared_ptr<const QLTClass> cls(new QLTClass(name, std::move(operations), &bundle));
+  if (!bundle.add(name, cls) && opened != nullptr) opened->registeredTwice_.push_back(name);
+  return bundle.classNamed(name);
+}
+
+const QLTClass* QLTClass::registerClass(const QLTBundle& bundle, std::string name,
+                                        Operations operations, QLTError* error) {
+  const auto refuse = [&](const std::string& reason) {
+    const std::string where = bundle.path().empty() ? "" : bundle.path().string() + ": ";
+    return failWith(error, QLTError::withDescription(QLTFrameworkErrorDomain,
+                                                     kQLTErrorPluginClassUnusable, where + reason));
+  };
+  const std::string complaint = complaintAbout(name, operations);
+  if (!complaint.empty()) return refuse(complaint);
+  if (operations.makeSuite) {
+    if (!operations.onLoad) operations.onLoad = &QLTestSuite::onLoad;
+    if (!operations.onUnload) operations.onUnload = &QLTestSuite::onUnload;
+  }
+  const std::shared_ptr<const QLTClass> cls(new QLTClass(name, std::move(operations), &bundle));
+  if (!bundle.add(name, cls)) return refuse("the class " + name + " is registered already");
+  return cls.get();
 }

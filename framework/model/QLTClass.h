@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,8 +31,8 @@ class QLTestSuite;
 
 /// A class that is found by name: what makes its objects, and its class operations.
 ///
-/// A suite class may have these static hooks; they are found when the class is registered, and one
-/// with the right name and a wrong signature does not compile:
+/// A suite class may have these public static hooks; they are found when the class is registered,
+/// and one with the right name that cannot be called as it stands here does not compile:
 ///
 ///     static void customizeConfig(QLTDictionary& config, const QLTDictionary& stationInfo);
 ///     static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary& entry,
@@ -41,47 +42,64 @@ class QLTestSuite;
 ///
 /// `onLoad` and `onUnload` are inherited from `QLTestSuite` unless the class has its own.
 ///
-/// Immutable once registered; any thread.
+/// A class need not be a type of C++: `registerClass` with a bundle enters anything that can make
+/// suites or methods, with what it needs for that captured in its functions.
+///
+/// Immutable once registered; any thread. The functions are called by whoever loads or runs the
+/// station, on the thread that does so.
 class QLT_EXPORT QLTClass {
  public:
   using SubTestInfos = std::vector<std::shared_ptr<QLTSubTestInfo>>;
-  using MakeSuite = std::shared_ptr<QLTestSuite> (*)(std::string siteName);
-  using MakeMethod = std::shared_ptr<QLTestMethod> (*)(std::shared_ptr<QLTestSuite> suite,
-                                                       std::shared_ptr<QLTResources> resources,
-                                                       std::optional<std::string> displayName,
-                                                       SubTestInfos subTestInfos);
-  using CustomizeConfig = void (*)(QLTDictionary& config, const QLTDictionary& stationInfo);
-  using CreateInstrument = std::shared_ptr<QLTObject> (*)(const QLTDictionary& entry,
-                                                          QLTError* error);
-  using OnLoad = bool (*)(const QLTClass& cls, const QLTDictionary& stationInfo, QLTError* error);
-  using OnUnload = bool (*)(QLTError* error);
+  using MakeSuite = std::function<std::shared_ptr<QLTestSuite>(std::string siteName)>;
+  using MakeMethod = std::function<std::shared_ptr<QLTestMethod>(
+      std::shared_ptr<QLTestSuite> suite, std::shared_ptr<QLTResources> resources,
+      std::optional<std::string> displayName, SubTestInfos subTestInfos)>;
+  using CustomizeConfig =
+      std::function<void(QLTDictionary& config, const QLTDictionary& stationInfo)>;
+  using CreateInstrument =
+      std::function<std::shared_ptr<QLTObject>(const QLTDictionary& entry, QLTError* error)>;
+  using OnLoad =
+      std::function<bool(const QLTClass& cls, const QLTDictionary& stationInfo, QLTError* error)>;
+  using OnUnload = std::function<bool(QLTError* error)>;
 
-  /// What a class offers; a null entry is one that it does not have.
+  /// What a class offers; an empty entry is one that it does not have. What the functions capture
+  /// lasts as long as the process.
   struct Operations {
-    MakeSuite makeSuite = nullptr;                ///< set for suite classes
-    MakeMethod makeMethod = nullptr;              ///< set for test-method classes
-    CustomizeConfig customizeConfig = nullptr;    ///< set when a suite class has the hook
-    CreateInstrument createInstrument = nullptr;  ///< set when a suite class has the hook
-    OnLoad onLoad = nullptr;                      ///< set for suite classes
-    OnUnload onUnload = nullptr;                  ///< set for suite classes
+    MakeSuite makeSuite;                ///< set for suite classes
+    MakeMethod makeMethod;              ///< set for test-method classes
+    CustomizeConfig customizeConfig;    ///< set when a suite class has the hook
+    CreateInstrument createInstrument;  ///< set when a suite class has the hook
+    OnLoad onLoad;                      ///< set for suite classes
+    OnUnload onUnload;                  ///< set for suite classes
   };
 
-  /// Enters a class into the bundle that is being opened on this thread, else into the main bundle.
-  /// Called through `QLT_CLASS`. Gives the class that has the name there from now on.
-  static const QLTClass* registerClass(std::string name, const Operations& operations);
+  /// Enters a class into the bundle whose shared object is being opened on this thread, which is
+  /// that of the plug-in whose static objects are made, else into the main bundle. Called through
+  /// `QLT_CLASS`. Gives the class that has the name there from now on.
+  static const QLTClass* registerClass(std::string name, Operations operations);
+
+  /// Enters a class into `bundle` at any time, so that its configuration and its `Info.plist` can
+  /// name it. A suite class without `onLoad` or `onUnload` gets those of `QLTestSuite`. Null, with
+  /// code -40006, when the bundle has a class of that name, the name is empty, or `operations` are
+  /// not those of either a suite or a test method.
+  static const QLTClass* registerClass(const QLTBundle& bundle, std::string name,
+                                       Operations operations, QLTError* error = nullptr);
 
   /// The class that `T` was registered as, so `QLTClass::of<BoardSuite>()->bundle()` is the bundle
   /// that a plug-in finds its resources in. Null when `T` is not registered, or not yet.
   template <typename T>
   static const QLTClass* of();
 
-  const std::string& name() const { return name_; }             ///< as `QLT_CLASS` was given it
+  const std::string& name() const { return name_; }             ///< as it was registered
   const QLTBundle& bundle() const { return *bundle_; }          ///< where it was registered
   const Operations& operations() const { return operations_; }  ///< what it offers
+  /// The names of the hooks that a suite class has of its own, so without what it inherits from
+  /// `QLTestSuite`, in the order of their calls.
+  std::vector<std::string> hookNames() const;
 
  private:
-  QLTClass(std::string name, const Operations& operations, const QLTBundle* bundle)
-      : name_(std::move(name)), operations_(operations), bundle_(bundle) {}
+  QLTClass(std::string name, Operations operations, const QLTBundle* bundle)
+      : name_(std::move(name)), operations_(std::move(operations)), bundle_(bundle) {}
 
   std::string name_;
   Operations operations_;
@@ -102,58 +120,88 @@ struct HookProbe : T, HookNames {};
 
 template <typename T>
 constexpr bool hasCustomizeConfig() {
-  if constexpr (std::is_final_v<T>) {
-    return requires { &T::customizeConfig; };
-  } else {
-    return !requires { &HookProbe<T>::customizeConfig; };
-  }
+  return !requires { &HookProbe<T>::customizeConfig; };
 }
 
 template <typename T>
 constexpr bool hasCreateInstrument() {
+  return !requires { &HookProbe<T>::createInstrument; };
+}
+
+// The hooks as they must be. A function object takes more than that: other results, for example.
+using CustomizeConfigHook = void(QLTDictionary&, const QLTDictionary&);
+using CreateInstrumentHook = std::shared_ptr<QLTObject>(const QLTDictionary&, QLTError*);
+using OnLoadHook = bool(const QLTClass&, const QLTDictionary&, QLTError*);
+using OnUnloadHook = bool(QLTError*);
+
+/// What a suite class offers.
+template <typename T>
+QLTClass::Operations suiteOperationsOf() {
+  static_assert(std::is_constructible_v<T, std::string>,
+                "a suite class is made with its site's name: 'using QLTestSuite::QLTestSuite;'");
+  QLTClass::Operations operations;
+  operations.makeSuite = [](std::string siteName) -> std::shared_ptr<QLTestSuite> {
+    return std::make_shared<T>(std::move(siteName));
+  };
   if constexpr (std::is_final_v<T>) {
-    return requires { &T::createInstrument; };
+    static_assert(!std::is_final_v<T>,
+                  "a suite class must not be final: its hooks could not be found for certain");
   } else {
-    return !requires { &HookProbe<T>::createInstrument; };
+    if constexpr (hasCustomizeConfig<T>()) {
+      static_assert(
+          requires { static_cast<CustomizeConfigHook*>(&T::customizeConfig); },
+          "the hook must be public, and: static void customizeConfig(QLTDictionary& "
+          "config, const QLTDictionary& stationInfo);");
+      operations.customizeConfig = static_cast<CustomizeConfigHook*>(&T::customizeConfig);
+    }
+    if constexpr (hasCreateInstrument<T>()) {
+      static_assert(
+          requires { static_cast<CreateInstrumentHook*>(&T::createInstrument); },
+          "the hook must be public, and: static std::shared_ptr<QLTObject> "
+          "createInstrument(const QLTDictionary& entry, QLTError* error);");
+      operations.createInstrument = static_cast<CreateInstrumentHook*>(&T::createInstrument);
+    }
+    static_assert(
+        requires { static_cast<OnLoadHook*>(&T::onLoad); },
+        "the hook must be public, and: static bool onLoad(const QLTClass& cls, const "
+        "QLTDictionary& stationInfo, QLTError* error);");
+    operations.onLoad = static_cast<OnLoadHook*>(&T::onLoad);
+    static_assert(
+        requires { static_cast<OnUnloadHook*>(&T::onUnload); },
+        "the hook must be public, and: static bool onUnload(QLTError* error);");
+    operations.onUnload = static_cast<OnUnloadHook*>(&T::onUnload);
   }
+  return operations;
+}
+
+/// What a test-method class offers.
+template <typename T>
+QLTClass::Operations methodOperationsOf() {
+  static_assert(std::is_base_of_v<QLTestMethod, T>,
+                "QLT_CLASS registers classes derived from QLTestSuite or QLTestMethod");
+  static_assert(
+      std::is_constructible_v<T, std::shared_ptr<QLTestSuite>, std::shared_ptr<QLTResources>,
+                              std::optional<std::string>, QLTClass::SubTestInfos>,
+      "a test method is made with suite, resources, name and sub-tests: "
+      "'using QLTestMethod::QLTestMethod;'");
+  QLTClass::Operations operations;
+  operations.makeMethod = [](std::shared_ptr<QLTestSuite> suite,
+                             std::shared_ptr<QLTResources> resources,
+                             std::optional<std::string> displayName,
+                             QLTClass::SubTestInfos subTestInfos) -> std::shared_ptr<QLTestMethod> {
+    return std::make_shared<T>(std::move(suite), std::move(resources), std::move(displayName),
+                               std::move(subTestInfos));
+  };
+  return operations;
 }
 
 template <typename T>
 QLTClass::Operations operationsOf() {
-  QLTClass::Operations operations;
   if constexpr (std::is_base_of_v<QLTestSuite, T>) {
-    static_assert(std::is_constructible_v<T, std::string>,
-                  "a suite class is made with its site's name: 'using QLTestSuite::QLTestSuite;'");
-    operations.makeSuite = [](std::string siteName) -> std::shared_ptr<QLTestSuite> {
-      return std::make_shared<T>(std::move(siteName));
-    };
-    // A compile error in one of these lines means: the hook's signature differs from the one told
-    // at QLTClass.
-    if constexpr (hasCustomizeConfig<T>()) {
-      operations.customizeConfig = static_cast<QLTClass::CustomizeConfig>(&T::customizeConfig);
-    }
-    if constexpr (hasCreateInstrument<T>()) {
-      operations.createInstrument = static_cast<QLTClass::CreateInstrument>(&T::createInstrument);
-    }
-    operations.onLoad = static_cast<QLTClass::OnLoad>(&T::onLoad);
-    operations.onUnload = static_cast<QLTClass::OnUnload>(&T::onUnload);
+    return suiteOperationsOf<T>();
   } else {
-    static_assert(std::is_base_of_v<QLTestMethod, T>,
-                  "QLT_CLASS registers classes derived from QLTestSuite or QLTestMethod");
-    static_assert(
-        std::is_constructible_v<T, std::shared_ptr<QLTestSuite>, std::shared_ptr<QLTResources>,
-                                std::optional<std::string>, QLTClass::SubTestInfos>,
-        "a test method is made with suite, resources, name and sub-tests: "
-        "'using QLTestMethod::QLTestMethod;'");
-    operations.makeMethod =
-        [](std::shared_ptr<QLTestSuite> suite, std::shared_ptr<QLTResources> resources,
-           std::optional<std::string> displayName,
-           QLTClass::SubTestInfos subTestInfos) -> std::shared_ptr<QLTestMethod> {
-      return std::make_shared<T>(std::move(suite), std::move(resources), std::move(displayName),
-                                 std::move(subTestInfos));
-    };
+    return methodOperationsOf<T>();
   }
-  return operations;
 }
 
 template <typename T>

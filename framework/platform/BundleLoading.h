@@ -10,8 +10,4 @@ namespace quillon::internal {
 /// that register meanwhile are its.
 QLTBundle*& bundleBeingOpened();
 
-/// The framework's own bundle, to be filled: the classes of the test model, which the platform does
-/// not know, register themselves there before anything else runs.
-QLTBundle& frameworkBundleToFill();
-
 }  // namespace quillon::internal

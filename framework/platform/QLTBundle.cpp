@@ -140,21 +140,17 @@ std::unique_ptr<QLTBundle> QLTBundle::load(const fs::path& path, QLTError* error
   return bundle;
 }
 
-QLTBundle& quillon::internal::frameworkBundleToFill() {
-  static QLTBundle* const instance =
-      new QLTBundle(fs::path(), QLTDictionary{{"BundleIdentifier", "org.quillon.framework"},
-                                              {"BundleVersion", frameworkVersion()}});
+const QLTBundle& QLTBundle::frameworkBundle() {
+  static const QLTBundle* const instance = new QLTBundle(
+      fs::path(), QLTDictionary{{"BundleIdentifier", "org.quillon.framework"},
+                                {"BundleVersion", quillon::internal::frameworkVersion()}});
   return *instance;
 }
 
-const QLTBundle& QLTBundle::frameworkBundle() { return quillon::internal::frameworkBundleToFill(); }
-
-QLTBundle& QLTBundle::main() {
-  static QLTBundle* const instance = new QLTBundle(fs::path(), QLTDictionary{});
+const QLTBundle& QLTBundle::mainBundle() {
+  static const QLTBundle* const instance = new QLTBundle(fs::path(), QLTDictionary{});
   return *instance;
 }
-
-const QLTBundle& QLTBundle::mainBundle() { return main(); }
 
 std::optional<fs::path> QLTBundle::pathForResource(std::string_view name,
                                                    std::string_view type) const {
@@ -184,10 +180,7 @@ std::vector<std::string> QLTBundle::classNames() const {
   return names;
 }
 
-const QLTClass* QLTBundle::add(const std::string& name,
-                               std::shared_ptr<const QLTClass> registered) {
+bool QLTBundle::add(const std::string& name, std::shared_ptr<const QLTClass> cls) const {
   const std::lock_guard lock(mutex_);
-  const auto [entry, isNew] = classes_.emplace(name, std::move(registered));
-  if (!isNew) registeredTwice_.push_back(name);
-  return entry->second.get();
+  return classes_.emplace(name, std::move(cls)).second;
 }

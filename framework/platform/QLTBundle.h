@@ -16,10 +16,6 @@
 class QLTBundle;
 class QLTClass;
 
-namespace quillon::internal {
-QLTBundle& frameworkBundleToFill();
-}
-
 /// A bundle: a folder `NAME.bundle/Contents/` with `Info.plist`, `Resources/` and a shared object
 /// that carries classes.
 ///
@@ -42,7 +38,7 @@ class QLT_EXPORT QLTBundle {
   /// and `QLTestSuite`. It has no folder.
   static const QLTBundle& frameworkBundle();
 
-  /// Stands for the program itself: the classes that were registered outside any bundle. It has no
+  /// Stands for the program itself: the classes that were registered outside any plug-in. It has no
   /// folder.
   static const QLTBundle& mainBundle();
 
@@ -72,17 +68,16 @@ class QLT_EXPORT QLTBundle {
 
  private:
   friend class QLTClass;
-  friend QLTBundle& quillon::internal::frameworkBundleToFill();
   QLTBundle(std::filesystem::path path, QLTDictionary info);
   static std::unique_ptr<QLTBundle> load(const std::filesystem::path& path, QLTError* error);
-  static QLTBundle& main();
-  const QLTClass* add(const std::string& name, std::shared_ptr<const QLTClass> registered);
+  /// Enters a class; false when the bundle has one of that name.
+  bool add(const std::string& name, std::shared_ptr<const QLTClass> cls) const;
 
   std::filesystem::path path_;
   QLTDictionary info_;
   std::string identifier_;
   std::optional<std::string> version_;
-  mutable std::mutex mutex_;  // the main bundle may still grow while it is read
-  std::map<std::string, std::shared_ptr<const QLTClass>, std::less<>> classes_;
+  mutable std::mutex mutex_;  // classes may still come while they are read
+  mutable std::map<std::string, std::shared_ptr<const QLTClass>, std::less<>> classes_;
   std::vector<std::string> registeredTwice_;
 };

@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+
 #include "support/ConsoleLog.h"
 #include "support/PluginBundle.h"
 
@@ -20,7 +22,7 @@ class MainProgramTest : public QLTestMethod {
 QLT_CLASS(MainProgramTest);
 
 namespace inner {
-class NamespacedSuite final : public QLTestSuite {
+class NamespacedSuite : public QLTestSuite {
  public:
   using QLTestSuite::QLTestSuite;
   static void customizeConfig(QLTDictionary&, const QLTDictionary&) {}
@@ -36,6 +38,14 @@ std::string failureOf(const PluginBundle& bundle) {
   EXPECT_TRUE(error);
   EXPECT_EQ(bundle.open(), nullptr);
   return error.description().value_or("(none)");
+}
+
+/// The shared object that holds the code of an object's class.
+std::string codeOf(const QLTestMethod& method) {
+  Dl_info info{};
+  // The table of virtual functions, which the object begins with, stands in that shared object.
+  dladdr(*reinterpret_cast<void* const*>(&method), &info);
+  return info.dli_fname;
 }
 
 TEST(QLTBundle, TellsItsInformation) {
@@ -85,8 +95,9 @@ TEST(QLTBundle, TwoBundlesEachFindTheirOwnClassOfTheSameName) {
   ASSERT_NE(one, nullptr);
   ASSERT_NE(other, nullptr);
   EXPECT_NE(one, other);
-  EXPECT_NE(reinterpret_cast<void*>(one->operations().makeMethod),
-            reinterpret_cast<void*>(other->operations().makeMethod));
+  const std::shared_ptr<QLTestMethod> ofOne = one->operations().makeMethod({}, {}, {}, {});
+  const std::shared_ptr<QLTestMethod> ofOther = other->operations().makeMethod({}, {}, {}, {});
+  EXPECT_NE(codeOf(*ofOne), codeOf(*ofOther));
 }
 
 TEST(QLTBundle, FindsHooksAsTheyAreDeclared) {
@@ -98,9 +109,13 @@ TEST(QLTBundle, FindsHooksAsTheyAreDeclared) {
   const QLTClass::Operations& plain = bundle->classNamed("PlainSuite")->operations();
   EXPECT_EQ(plain.customizeConfig, nullptr);
   EXPECT_EQ(plain.createInstrument, nullptr);
-  EXPECT_EQ(plain.onLoad, &QLTestSuite::onLoad);
-  EXPECT_EQ(plain.onUnload, &QLTestSuite::onUnload);
-  EXPECT_NE(bundle->classNamed("OwnLoadSuite")->operations().onLoad, &QLTestSuite::onLoad);
+  EXPECT_NE(plain.onLoad, nullptr);
+  EXPECT_NE(plain.onUnload, nullptr);
+  EXPECT_THAT(bundle->classNamed("HookedSuite")->hookNames(),
+              ElementsAre("customizeConfig", "createInstrument"));
+  EXPECT_THAT(bundle->classNamed("PlainSuite")->hookNames(), ElementsAre());
+  EXPECT_THAT(bundle->classNamed("OwnLoadSuite")->hookNames(), ElementsAre("onLoad", "onUnload"));
+  EXPECT_THAT(bundle->classNamed("PowerTest")->hookNames(), ElementsAre());
 }
 
 TEST(QLTBundle, TheMainBundleHoldsTheProgramsClasses) {
