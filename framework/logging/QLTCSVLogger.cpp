@@ -4,29 +4,26 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
-#include <set>
-#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
 #include <pwd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <QLTConsoleLog.h>
 
 #include "common/Descriptor.h"
 #include "common/Format.h"
-#include "common/PipeWrite.h"
 #include "common/Retried.h"
 #include "common/TimeStamp.h"
+#include "logging/LineFile.h"
 #include "platform/Failed.h"
 
 using quillon::internal::Descriptor;
 using quillon::internal::failWith;
 using quillon::internal::format;
+using quillon::internal::LineFile;
 using quillon::internal::retried;
-using quillon::internal::writeWithoutSignal;
 
 namespace {
 
@@ -45,6 +42,9 @@ constexpr std::array<std::pair<std::string_view, Text>, 10> texts{{
     {"failMessage", &QLTestResult::failMessage},
 }};
 
+/// Bytes that hold most lines.
+constexpr std::size_t kUsualLine = 256;
+
 std::optional<std::string> homeFolder() {
   if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return home;
   std::array<char, 16384> buffer;
@@ -61,23 +61,6 @@ std::string withHomeExpanded(const std::string& path) {
   return home ? *home + path.substr(1) : path;
 }
 
-Descriptor opened(const char* path, int flags, mode_t mode = 0) {
-  return Descriptor(retried([&] { return ::open(path, flags | O_CLOEXEC, mode); }));
-}
-
-/// Whether a file ends amid a line, as a crash or a full disk may leave it.
-bool endsAmidLine(int descriptor, const char* path) {
-  struct stat status {};
-  if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size == 0) {
-    return false;
-  }
-  const Descriptor reader = opened(path, O_RDONLY);
-  if (!reader) return false;
-  char last = '\n';
-  retried([&] { return pread(reader.get(), &last, 1, status.st_size - 1); });
-  return last != '\n';
-}
-
 QLTError notOpen(const std::optional<std::string>& path) {
   return QLTError::withDescription(kQLTPosixErrorDomain, EBADF,
                                    format("%@: the log is not open", path));
@@ -92,9 +75,19 @@ std::string headerLine(const std::vector<std::string>& deviceAttributeKeys,
   return line + "\n";
 }
 
-void appendEntry(const QLTDictionary& dictionary, const std::string& key, std::string& line) {
-  const QLTValue* value = dictionary.find(key);
-  line += (value != nullptr ? value->text() : "(null)") + ",";
+void appendText(const std::optional<std::string>& text, std::string& line) {
+  if (!text) return;
+  line += *text;
+  line += ',';
+}
+
+void appendEntries(const QLTDictionary& dictionary, const std::vector<std::string>& keys,
+                   std::string& line) {
+  for (const std::string& key : keys) {
+    const QLTValue* const value = dictionary.find(key);
+    line += value != nullptr ? value->text() : "(null)";
+    line += ',';
+  }
 }
 
 std::string_view passFailField(std::int32_t result) {
@@ -111,70 +104,13 @@ std::string_view passFailField(std::int32_t result) {
 
 }  // namespace
 
-/// The open file. Its lock keeps whole lines together; it closes with the last user.
-class QLTCSVLogger::FileHandle {
- public:
-  FileHandle(Descriptor descriptor, std::string path)
-      : descriptor_(std::move(descriptor)),
-        path_(std::move(path)),
-        amidLine_(endsAmidLine(descriptor_.get(), path_.c_str())) {}
-
-  /// Writes each text whole or not at all, as far as the disk lets it, with one flush for all.
-  /// Returns the first failure.
-  QLTError write(std::span<const std::string> texts) {
-    const std::lock_guard lock(mutex_);
-    QLTError failure;
-    for (const std::string& text : texts) {
-      const QLTError lost = append(text);
-      if (!failure) failure = lost;
-    }
-    const QLTError unflushed = flush();
-    return failure ? failure : unflushed;
-  }
-
- private:
-  QLTError append(std::string_view text) {
-    std::string begun;
-    if (amidLine_) text = begun = "\n" + std::string(text);
-    while (!text.empty()) {
-      const ssize_t count = writeWithoutSignal(descriptor_.get(), text);
-      if (count <= 0) return report("writing to", count < 0 ? errno : EIO);
-      const auto written = static_cast<std::size_t>(count);
-      amidLine_ = written < text.size() && text[written - 1] != '\n';
-      text.remove_prefix(written);
-    }
-    return {};
-  }
-
-  QLTError flush() {
-    if (retried([&] { return fdatasync(descriptor_.get()); }) == 0) return {};
-    // A pipe or a device has nothing to flush, and says so.
-    if (errno == EINVAL || errno == EROFS) return {};
-    return report("flushing", errno);
-  }
-
-  QLTError report(const char* action, int cause) {
-    if (reported_.insert(cause).second) {
-      QLTLog(format("In CSV logger, error %s file %@: %s", action, path_,
-                    std::generic_category().message(cause)));
-    }
-    return QLTError::fromErrno(cause, path_);
-  }
-
-  std::recursive_mutex mutex_;  // a sink of the console log may lead back here
-  const Descriptor descriptor_;
-  const std::string path_;
-  bool amidLine_;  // the file ends with a text that was broken off
-  std::set<int> reported_;
-};
-
 QLTCSVLogger::QLTCSVLogger(const std::string& path) : path_(withHomeExpanded(path)) {}
 
 QLTCSVLogger::~QLTCSVLogger() = default;
 
 bool QLTCSVLogger::open(const std::vector<std::string>& deviceAttributeKeys,
                         const std::vector<std::string>& extraKeys, QLTError* error) {
-  if (!handle() && !openFile(deviceAttributeKeys, extraKeys)) return false;
+  if (!file() && !openFile(deviceAttributeKeys, extraKeys)) return false;
   setDeviceAttributeKeys(deviceAttributeKeys);
   setExtraKeys(extraKeys);
   return QLTLogger::open(deviceAttributeKeys, extraKeys, error);
@@ -186,7 +122,8 @@ bool QLTCSVLogger::openFile(const std::vector<std::string>& deviceAttributeKeys,
   Descriptor descriptor;
   QLTError problem;
   if (path) {
-    descriptor = opened(path->c_str(), O_WRONLY | O_APPEND | O_CREAT, 0700);
+    constexpr int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC;
+    descriptor.reset(retried([&] { return ::open(path->c_str(), flags, 0700); }));
     if (!descriptor) problem = QLTError::fromErrno(errno, *path);
   } else {
     problem = notOpen(path);
@@ -198,27 +135,37 @@ bool QLTCSVLogger::openFile(const std::vector<std::string>& deviceAttributeKeys,
     noteFailure(problem);
     return false;
   }
-  const auto file = std::make_shared<FileHandle>(std::move(descriptor), *path);
+  const auto file = std::make_shared<LineFile>(std::move(descriptor), *path);
   const std::string header = headerLine(deviceAttributeKeys, extraKeys);
-  noteFailure(file->write({&header, 1}));
+  const std::size_t end = header.size();
+  noteFailure(file->append(header, {&end, 1}));
   // Known to other threads only now, so that no record comes before the header.
   const std::lock_guard lock(mutex_);
-  handle_ = file;
+  file_ = file;
   return true;
 }
 
 void QLTCSVLogger::log(const std::shared_ptr<const QLTestResult>& result) {
-  writeString(lineOf(*result));
+  std::string line;
+  line.reserve(kUsualLine);
+  appendLine(*result, *columns(), line);
+  writeString(line);
   QLTLogger::log(result);
 }
 
 bool QLTCSVLogger::logAll(std::span<const std::shared_ptr<const QLTestResult>> results,
                           QLTError* error) {
-  std::vector<std::string> lines;
-  lines.reserve(results.size());
-  for (const std::shared_ptr<const QLTestResult>& result : results)
-    lines.push_back(lineOf(*result));
-  const QLTError lost = lines.empty() ? QLTError() : write(lines);
+  if (results.empty()) return true;
+  std::string lines;
+  lines.reserve(results.size() * kUsualLine);
+  std::vector<std::size_t> ends;
+  ends.reserve(results.size());
+  const std::shared_ptr<const Columns> columns = this->columns();
+  for (const std::shared_ptr<const QLTestResult>& result : results) {
+    appendLine(*result, *columns, lines);
+    ends.push_back(lines.size());
+  }
+  const QLTError lost = append(lines, ends);
   const std::shared_ptr<QLTLogger> lower = lowerLogger();
   const bool writtenBelow = !lower || lower->logAll(results, lost ? nullptr : error);
   if (lost) return failWith(error, lost);
@@ -228,22 +175,19 @@ bool QLTCSVLogger::logAll(std::span<const std::shared_ptr<const QLTestResult>> r
 bool QLTCSVLogger::close(QLTError* error) {
   {
     const std::lock_guard lock(mutex_);
-    handle_.reset();
+    file_.reset();
   }
   return QLTLogger::close(error);
 }
 
 void QLTCSVLogger::writeString(std::string_view text) {
-  const std::string copy(text);
-  write({&copy, 1});
+  const std::size_t end = text.size();
+  append(text, {&end, 1});
 }
 
-QLTError QLTCSVLogger::write(std::span<const std::string> texts) {
-  const std::shared_ptr<FileHandle> file = handle();
-  const QLTError failure =
-      file ? file->write(texts)
-           : QLTError::withDescription(kQLTPosixErrorDomain, EBADF,
-                                       path().value_or("(null)") + ": the log is not open");
+QLTError QLTCSVLogger::append(std::string_view text, std::span<const std::size_t> ends) {
+  const std::shared_ptr<LineFile> file = this->file();
+  const QLTError failure = file ? file->append(text, ends) : notOpen(path());
   noteFailure(failure);
   return failure;
 }
@@ -251,25 +195,28 @@ QLTError QLTCSVLogger::write(std::span<const std::string> texts) {
 void QLTCSVLogger::appendProperty(std::string_view name, const QLTestResult& result,
                                   std::string& line) {
   for (const auto& [textName, text] : texts) {
-    if (textName == name && (result.*text)()) line += *(result.*text)() + ",";
+    if (textName == name) appendText((result.*text)(), line);
   }
 }
 
-std::string QLTCSVLogger::lineOf(const QLTestResult& result) const {
-  std::string line;
-  const QLTDictionary attributes = deviceAttributes();
-  for (const std::string& key : deviceAttributeKeys()) appendEntry(attributes, key, line);
-  line += format("%d,", result.runIndex());
-  for (const std::string_view name : {"serialNumber", "siteName", "testName", "subTestName",
-                                      "testNumber", "expected", "actual"}) {
-    appendProperty(name, result, line);
-  }
+void QLTCSVLogger::appendLine(const QLTestResult& result, const Columns& columns,
+                              std::string& line) {
+  appendEntries(columns.deviceAttributes, columns.deviceAttributeKeys, line);
+  line += std::to_string(result.runIndex());
+  line += ',';
+  appendText(result.serialNumber(), line);
+  appendText(result.siteName(), line);
+  appendText(result.testName(), line);
+  appendText(result.subTestName(), line);
+  appendText(result.testNumber(), line);
+  appendText(result.expected(), line);
+  appendText(result.actual(), line);
   line += passFailField(result.result());
-  line += format("\"%@\",", result.failMessage());
-  if (result.extras()) {
-    for (const std::string& key : extraKeys()) appendEntry(*result.extras(), key, line);
-  }
-  return line + "\n";
+  line += '"';
+  line += result.failMessage() ? std::string_view(*result.failMessage()) : "(null)";
+  line += "\",";
+  if (result.extras()) appendEntries(*result.extras(), columns.extraKeys, line);
+  line += '\n';
 }
 
 std::string QLTCSVLogger::timeStampedFileName(const std::string& prefix) {
@@ -289,10 +236,10 @@ void QLTCSVLogger::setPath(std::optional<std::string> path) {
 
 void QLTCSVLogger::dealooc() {
   setPath(std::nullopt);
-  if (!handle()) close();
+  if (!file()) close();
 }
 
-std::shared_ptr<QLTCSVLogger::FileHandle> QLTCSVLogger::handle() const {
+std::shared_ptr<LineFile> QLTCSVLogger::file() const {
   const std::lock_guard lock(mutex_);
-  return handle_;
+  return file_;
 }

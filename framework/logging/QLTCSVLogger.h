@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -13,9 +14,14 @@
 #include <QLTLogger.h>
 #include <QLTestResult.h>
 
+namespace quillon::internal {
+class LineFile;
+}
+
 /// Appends one comma-separated line a record to a text file (UTF-8), after a header line that each
 /// opening writes. Nothing is ever truncated, and every line is on the disk before the call
-/// returns.
+/// returns. Lines that several threads log meanwhile go to the disk together, so many sites cost
+/// little more than one.
 ///
 ///     runIndex, sn,site,test,subtest,number,expected,value,PF,fail message,
 ///     3,C02X,site1,Power,VBUS,1.2,from 4.750000 to 5.250000,5.010000,P,"",
@@ -69,15 +75,13 @@ class QLT_EXPORT QLTCSVLogger : public QLTLogger {
   void dealooc();
 
  private:
-  class FileHandle;
-
-  std::shared_ptr<FileHandle> handle() const;
+  std::shared_ptr<quillon::internal::LineFile> file() const;
   bool openFile(const std::vector<std::string>& deviceAttributeKeys,
                 const std::vector<std::string>& extraKeys);
-  std::string lineOf(const QLTestResult& result) const;
-  QLTError write(std::span<const std::string> texts);
+  static void appendLine(const QLTestResult& result, const Columns& columns, std::string& line);
+  QLTError append(std::string_view text, std::span<const std::size_t> ends);
 
-  mutable std::mutex mutex_;  // guards path and handle, not the writing
+  mutable std::mutex mutex_;  // guards path and file, not the writing
   std::optional<std::string> path_;
-  std::shared_ptr<FileHandle> handle_;
+  std::shared_ptr<quillon::internal::LineFile> file_;
 };

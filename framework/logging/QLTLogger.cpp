@@ -156,34 +156,39 @@ void QLTLogger::setLowerLogger(std::shared_ptr<QLTLogger> lowerLogger) {
   lowerLogger_.swap(lowerLogger);
 }
 
-std::vector<std::string> QLTLogger::extraKeys() const {
+std::shared_ptr<const QLTLogger::Columns> QLTLogger::columns() const {
   const std::lock_guard lock(mutex_);
-  return extraKeys_;
+  return columns_;
 }
 
-void QLTLogger::setExtraKeys(std::vector<std::string> extraKeys) {
+// A new set of columns takes the place of the old one, which others may be reading.
+template <typename Change>
+void QLTLogger::changeColumns(Change change) {
   const std::lock_guard lock(mutex_);
-  extraKeys_ = std::move(extraKeys);
+  auto changed = std::make_shared<Columns>(*columns_);
+  change(*changed);
+  columns_ = std::move(changed);
+}
+
+std::vector<std::string> QLTLogger::extraKeys() const { return columns()->extraKeys; }
+
+void QLTLogger::setExtraKeys(std::vector<std::string> extraKeys) {
+  changeColumns([&](Columns& columns) { columns.extraKeys = std::move(extraKeys); });
 }
 
 std::vector<std::string> QLTLogger::deviceAttributeKeys() const {
-  const std::lock_guard lock(mutex_);
-  return deviceAttributeKeys_;
+  return columns()->deviceAttributeKeys;
 }
 
 void QLTLogger::setDeviceAttributeKeys(std::vector<std::string> deviceAttributeKeys) {
-  const std::lock_guard lock(mutex_);
-  deviceAttributeKeys_ = std::move(deviceAttributeKeys);
+  changeColumns(
+      [&](Columns& columns) { columns.deviceAttributeKeys = std::move(deviceAttributeKeys); });
 }
 
-QLTDictionary QLTLogger::deviceAttributes() const {
-  const std::lock_guard lock(mutex_);
-  return deviceAttributes_;
-}
+QLTDictionary QLTLogger::deviceAttributes() const { return columns()->deviceAttributes; }
 
 void QLTLogger::setDeviceAttributes(QLTDictionary deviceAttributes) {
-  const std::lock_guard lock(mutex_);
-  deviceAttributes_ = std::move(deviceAttributes);
+  changeColumns([&](Columns& columns) { columns.deviceAttributes = std::move(deviceAttributes); });
 }
 
 bool QLTLogger::createLogPath(const std::string& path, QLTError* error) {

@@ -94,11 +94,21 @@ class QLT_EXPORT QLTLogger : public QLTObject {
   /// Empties what `failure` holds for this link, as an opening does before it writes.
   void forgetFailure();
 
+  /// What the properties of the columns were at one moment.
+  struct Columns {
+    std::vector<std::string> extraKeys;
+    std::vector<std::string> deviceAttributeKeys;
+    QLTDictionary deviceAttributes;
+  };
+  /// The properties as they are, without copying them.
+  std::shared_ptr<const Columns> columns() const;
+
  private:
+  template <typename Change>
+  void changeColumns(Change change);
+
   mutable std::mutex mutex_;  // guards the properties
   std::shared_ptr<QLTLogger> lowerLogger_;
-  std::vector<std::string> extraKeys_;
-  std::vector<std::string> deviceAttributeKeys_;
-  QLTDictionary deviceAttributes_;
+  std::shared_ptr<const Columns> columns_ = std::make_shared<Columns>();
   QLTError failure_;
 };

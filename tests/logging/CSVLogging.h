@@ -3,7 +3,8 @@
 #include <QLTCSVLogger.h>
 #include <gtest/gtest.h>
 
-#include <cstddef>
+#include <csignal>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,10 +13,13 @@
 
 #include "support/TemporaryFolder.h"
 
+#include <sys/resource.h>
+
 /// What the tests of the CSV logger have in common.
 namespace csv {
 
 using Strings = std::vector<std::string>;
+using Records = std::vector<std::shared_ptr<const QLTestResult>>;
 
 inline constexpr const char* kHeader =
     "runIndex, sn,site,test,subtest,number,expected,value,PF,fail message,\n";
@@ -63,6 +67,28 @@ class CountingLogger : public QLTLogger {
   int closed = 0;
   std::pair<Strings, Strings> openedWith;
   std::shared_ptr<const QLTestResult> last;
+};
+
+/// Limits the size to which this process may grow a file, for as long as it lives.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(std::uintmax_t bytes) {
+    handlerBefore_ = std::signal(SIGXFSZ, SIG_IGN);
+    getrlimit(RLIMIT_FSIZE, &before_);
+    rlimit limit = before_;
+    limit.rlim_cur = bytes;
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, handlerBefore_);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  rlimit before_{};
+  void (*handlerBefore_)(int) = SIG_DFL;
 };
 
 /// A test with a folder for its log.

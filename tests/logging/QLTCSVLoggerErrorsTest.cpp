@@ -21,22 +21,21 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/ioctl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
 using csv::CountingLogger;
+using csv::FileSizeLimit;
 using csv::kFilled;
 using csv::kHeader;
 using csv::kPowerLine;
 using csv::powerRecord;
+using csv::Records;
 using csv::Strings;
 using test::ConsoleLog;
 using test::SystemCalls;
-
-using Records = std::vector<std::shared_ptr<const QLTestResult>>;
 
 class QLTCSVLoggerErrorsTest : public csv::LoggingTest {};
 
@@ -74,28 +73,6 @@ TEST(QLTCSVLoggerFullDiskTest, ConsoleLogMayLeadBackToTheLogger) {
   QLTSetLogSink({});
   EXPECT_EQ(messages, 1);
 }
-
-/// Limits the size to which this process may grow a file, for as long as it lives.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(std::uintmax_t bytes) {
-    handlerBefore_ = std::signal(SIGXFSZ, SIG_IGN);
-    getrlimit(RLIMIT_FSIZE, &before_);
-    rlimit limit = before_;
-    limit.rlim_cur = bytes;
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FileSizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &before_);
-    std::signal(SIGXFSZ, handlerBefore_);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  rlimit before_{};
-  void (*handlerBefore_)(int) = SIG_DFL;
-};
 
 TEST_F(QLTCSVLoggerErrorsTest, LineThatIsBrokenOffIsEndedBeforeTheNext) {
   QLTCSVLogger logger(path());
@@ -298,6 +275,38 @@ TEST_F(QLTCSVLoggerErrorsTest, FileThatDoesNotOpenLeavesTheReason) {
   EXPECT_FALSE(logger.open({}, {}));
   EXPECT_EQ(logger.failure().code(), ENOENT);
   EXPECT_EQ(logger.failure().description(), nowhere + ": No such file or directory");
+}
+
+TEST_F(QLTCSVLoggerErrorsTest, LinesBehindABrokenOneAreTriedAllTheSame) {
+  QLTCSVLogger logger(path());
+  logger.open({}, {});
+  const auto big = powerRecord();
+  big->setActual(std::string(1000, 'x'));
+  const auto small = powerRecord();
+  std::string bigBegin;
+  const ConsoleLog log;
+  {
+    // Room for the first line, but not for the second; the disk is no longer full after that.
+    SystemCalls calls;
+    int writes = 0;
+    calls.onWrite = [&](int descriptor, const void* bytes, std::size_t size) {
+      const auto all = static_cast<const char*>(bytes);
+      const std::string_view text(all, size);
+      std::optional<ssize_t> result;
+      if (++writes == 1) {
+        const std::size_t count = std::string(kPowerLine).size() + 10;
+        const std::size_t room = size < count ? size : count;
+        result = pwrite(descriptor, text.data(), room, 0);
+      } else if (writes == 2) {
+        result = test::failWith(ENOSPC);
+      }
+      return result;
+    };
+    QLTError error;
+    EXPECT_FALSE(logger.logAll(Records{small, big, small}, &error));
+    EXPECT_EQ(error.code(), ENOSPC);
+  }
+  EXPECT_EQ(content(), std::string(kHeader) + kPowerLine + "3,C02X,sit\n" + kPowerLine);
 }
 
 // Interrupted writes, seen through a pipe with a name: a signal ends a blocked write short.
