@@ -351,12 +351,13 @@ bool QLTestSiteManager::loadFlow(const QLTBundle& bundle, const std::shared_ptr<
   return complaints.empty() || fail(kQLTErrorFlowWrong, complaints, error);
 }
 
-void QLTestSiteManager::setSuite(std::shared_ptr<QLTestSuite> suite, const std::string& siteName) {
-  sites_.insert_or_assign(siteName, std::move(suite));
+void QLTestSiteManager::setSuite(std::shared_ptr<QLTestSuite> suite, QLTText siteName) {
+  if (!suite || !siteName.text()) return;
+  sites_.insert_or_assign(std::move(siteName).orEmpty(), std::move(suite));
 }
 
-std::shared_ptr<QLTestSuite> QLTestSiteManager::suiteForSite(std::string_view siteName) const {
-  const auto found = sites_.find(siteName);
+std::shared_ptr<QLTestSuite> QLTestSiteManager::suiteForSite(const QLTText& siteName) const {
+  const auto found = siteName.text() ? sites_.find(*siteName.text()) : sites_.end();
   return found == sites_.end() ? nullptr : found->second;
 }
 

@@ -16,6 +16,7 @@
 #include <QLTError.h>
 #include <QLTExport.h>
 #include <QLTObject.h>
+#include <QLTText.h>
 #include <QLTValue.h>
 #include <QLTestSuite.h>
 
@@ -81,9 +82,10 @@ class QLT_EXPORT QLTestSiteManager : public QLTObject {
                                                         const std::string& fileName,
                                                         QLTError* error = nullptr);
 
-  /// Enters the suite of a site, replacing an earlier one.
-  void setSuite(std::shared_ptr<QLTestSuite> suite, const std::string& siteName);
-  std::shared_ptr<QLTestSuite> suiteForSite(std::string_view siteName) const;  ///< or null
+  /// Enters the suite of a site, replacing an earlier one. A null one is not entered, nor one of an
+  /// absent name; what was there stays.
+  void setSuite(std::shared_ptr<QLTestSuite> suite, QLTText siteName);
+  std::shared_ptr<QLTestSuite> suiteForSite(const QLTText& siteName) const;  ///< or null
   /// The sites that were loaded, sorted.
   std::vector<std::string> siteNames() const;
   /// A placeholder: always absent.

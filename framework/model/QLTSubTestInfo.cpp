@@ -2,40 +2,37 @@
 
 #include "common/Format.h"
 
-std::shared_ptr<QLTSubTestInfo> QLTSubTestInfo::subTestInfo(std::optional<std::string> name,
-                                                            std::int32_t priority) {
+std::shared_ptr<QLTSubTestInfo> QLTSubTestInfo::subTestInfo(QLTText name, std::int32_t priority) {
   auto info = std::make_shared<QLTSubTestInfo>();
   info->setName(std::move(name));
   info->setPriority(priority);
   return info;
 }
 
-std::shared_ptr<QLTSubTestInfo> QLTSubTestInfo::subTestInfo(
-    std::optional<std::string> name, std::int32_t priority,
-    std::optional<std::string> failMessage) {
+std::shared_ptr<QLTSubTestInfo> QLTSubTestInfo::subTestInfo(QLTText name, std::int32_t priority,
+                                                            QLTText failMessage) {
   auto info = subTestInfo(std::move(name), priority);
   info->setFailMessage(std::move(failMessage));
   return info;
 }
 
-std::shared_ptr<QLTSubTestInfo> QLTSubTestInfo::subTestInfo(
-    std::optional<std::string> name, std::int32_t priority, std::optional<std::string> expected,
-    std::optional<std::string> failMessage) {
+std::shared_ptr<QLTSubTestInfo> QLTSubTestInfo::subTestInfo(QLTText name, std::int32_t priority,
+                                                            QLTText expected, QLTText failMessage) {
   auto info = subTestInfo(std::move(name), priority, std::move(failMessage));
   info->setExpected(std::move(expected));
   return info;
 }
 
-std::shared_ptr<QLTSubTestInfo> QLTSubTestInfo::subTestinfo(
-    std::optional<std::string> name, std::int32_t priority, double lowLimit, double highLimit,
-    std::optional<std::string> failMessage) {
+std::shared_ptr<QLTSubTestInfo> QLTSubTestInfo::subTestinfo(QLTText name, std::int32_t priority,
+                                                            double lowLimit, double highLimit,
+                                                            QLTText failMessage) {
   auto info = subTestInfo(std::move(name), priority, std::move(failMessage));
   info->setLimits(lowLimit, highLimit);
   return info;
 }
 
-std::string QLTSubTestInfo::defaultFailMessage(const std::optional<std::string>& name) {
-  return quillon::internal::format("failed %@", name);
+std::string QLTSubTestInfo::defaultFailMessage(const QLTText& name) {
+  return quillon::internal::format("failed %@", name.text());
 }
 
 void QLTSubTestInfo::setLimits(double lowLimit, double highLimit) {

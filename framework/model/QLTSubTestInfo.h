@@ -8,6 +8,7 @@
 
 #include <QLTExport.h>
 #include <QLTObject.h>
+#include <QLTText.h>
 
 /// Describes one sub-test before it runs: its name and priority, what passes (an expected text, or
 /// a closed numeric range), and the message to record when it fails.
@@ -18,32 +19,27 @@ class QLT_EXPORT QLTSubTestInfo : public QLTObject {
   QLTSubTestInfo() = default;
 
   /// Makes a specification without limits; what is not given is as in a default-constructed one.
-  static std::shared_ptr<QLTSubTestInfo> subTestInfo(std::optional<std::string> name,
-                                                     std::int32_t priority);
-  static std::shared_ptr<QLTSubTestInfo> subTestInfo(std::optional<std::string> name,
-                                                     std::int32_t priority,
-                                                     std::optional<std::string> failMessage);
-  static std::shared_ptr<QLTSubTestInfo> subTestInfo(std::optional<std::string> name,
-                                                     std::int32_t priority,
-                                                     std::optional<std::string> expected,
-                                                     std::optional<std::string> failMessage);
+  static std::shared_ptr<QLTSubTestInfo> subTestInfo(QLTText name, std::int32_t priority);
+  static std::shared_ptr<QLTSubTestInfo> subTestInfo(QLTText name, std::int32_t priority,
+                                                     QLTText failMessage);
+  static std::shared_ptr<QLTSubTestInfo> subTestInfo(QLTText name, std::int32_t priority,
+                                                     QLTText expected, QLTText failMessage);
   /// Makes a specification with both limits and the phrase "from LOW to HIGH" as its expected text.
   /// The spelling of the name is the interface's own.
-  static std::shared_ptr<QLTSubTestInfo> subTestinfo(std::optional<std::string> name,
-                                                     std::int32_t priority, double lowLimit,
-                                                     double highLimit,
-                                                     std::optional<std::string> failMessage);
+  static std::shared_ptr<QLTSubTestInfo> subTestinfo(QLTText name, std::int32_t priority,
+                                                     double lowLimit, double highLimit,
+                                                     QLTText failMessage);
 
   /// The fail message that a configured sub-test has when it is given none: "failed NAME". An
   /// absent name shows as "(null)".
-  static std::string defaultFailMessage(const std::optional<std::string>& name);
+  static std::string defaultFailMessage(const QLTText& name);
 
   /// Sets both limits and replaces the expected text by "from LOW to HIGH", six decimals each. A
   /// low limit above the high one is kept as given; then no value passes.
   void setLimits(double lowLimit, double highLimit);
 
   const std::optional<std::string>& name() const { return name_; }
-  void setName(std::optional<std::string> name) { name_ = std::move(name); }
+  void setName(QLTText name) { name_ = std::move(name).text(); }
   std::int32_t priority() const { return priority_; }
   void setPriority(std::int32_t priority) { priority_ = priority; }
   double lowLimit() const { return lowLimit_; }
@@ -53,9 +49,9 @@ class QLT_EXPORT QLTSubTestInfo : public QLTObject {
   /// Sets the upper limit only: a specification has limits exactly when a lower one was given.
   void setHighLimit(double highLimit) { highLimit_ = highLimit; }
   const std::optional<std::string>& expected() const { return expected_; }
-  void setExpected(std::optional<std::string> expected) { expected_ = std::move(expected); }
+  void setExpected(QLTText expected) { expected_ = std::move(expected).text(); }
   const std::optional<std::string>& failMessage() const { return failMessage_; }
-  void setFailMessage(std::optional<std::string> message) { failMessage_ = std::move(message); }
+  void setFailMessage(QLTText message) { failMessage_ = std::move(message).text(); }
   bool hasLimits() const { return hasLimits_; }
 
   /// Gives up name, expected text and fail message early. Nothing needs to call it; the spelling is

@@ -8,8 +8,10 @@
 using quillon::internal::format;
 
 QLTestMethod::QLTestMethod(std::shared_ptr<QLTestSuite> suite, std::shared_ptr<QLTResources>,
-                           std::optional<std::string> displayName, SubTestInfos subTestInfos)
-    : displayName_(std::move(displayName)), subTests_(std::move(subTestInfos)), suite_(suite) {
+                           QLTText displayName, SubTestInfos subTestInfos)
+    : displayName_(std::move(displayName).text()),
+      subTests_(std::move(subTestInfos)),
+      suite_(suite) {
   std::erase(subTests_, nullptr);
 }
 
@@ -44,9 +46,8 @@ std::shared_ptr<QLTestResult> QLTestMethod::resultFromSubTestInfo(std::int32_t i
   return record;
 }
 
-std::int32_t QLTestMethod::addResultAndCompare(std::int32_t index, double value,
-                                               std::optional<QLTDictionary> extras,
-                                               std::optional<std::string> failMessage) {
+std::int32_t QLTestMethod::addResultAndCompare(std::int32_t index, double value, QLTExtras extras,
+                                               QLTText failMessage) {
   const auto record = resultFromSubTestInfo(index);
   record->setActual(format("%f", value));
   record->setExtras(std::move(extras));
@@ -56,36 +57,33 @@ std::int32_t QLTestMethod::addResultAndCompare(std::int32_t index, double value,
     record->setFailMessage("");
   } else {
     record->setResult(kQLTestResultFail);
-    if (failMessage) record->setFailMessage(std::move(failMessage));
+    if (failMessage.text()) record->setFailMessage(std::move(failMessage));
   }
   record->setRunIndex(currentRunIndex());
   return record->result();
 }
 
-std::int32_t QLTestMethod::addResultAndMatch(std::int32_t index, std::optional<std::string> value,
-                                             std::optional<QLTDictionary> extras,
-                                             std::optional<std::string> failMessage) {
+std::int32_t QLTestMethod::addResultAndMatch(std::int32_t index, const QLTText& value,
+                                             QLTExtras extras, QLTText failMessage) {
   const auto record = resultFromSubTestInfo(index);
   record->setExtras(std::move(extras));
-  if (!value || value == record->expected()) {
+  if (!value.text() || value.text() == record->expected()) {
     record->setResult(kQLTestResultPass);
     record->setActual("1");
     record->setFailMessage("");
   } else {
     record->setActual("0");
     record->setResult(kQLTestResultFail);
-    record->setFailMessage(
-        failMessage ? std::move(*failMessage)
-                    : format("Failed %@; Actual value is: %@;", record->subTestName(), value));
+    record->setFailMessage(failMessage.text() ? std::move(failMessage)
+                                              : format("Failed %@; Actual value is: %@;",
+                                                       record->subTestName(), value.text()));
   }
   record->setRunIndex(currentRunIndex());
   return record->result();
 }
 
-std::shared_ptr<QLTestResult> QLTestMethod::addResult(std::int32_t index,
-                                                      std::optional<std::string> value,
-                                                      std::optional<QLTDictionary> extras,
-                                                      std::int32_t) {
+std::shared_ptr<QLTestResult> QLTestMethod::addResult(std::int32_t index, QLTText value,
+                                                      QLTExtras extras, std::int32_t) {
   auto record = resultFromSubTestInfo(index);
   record->setActual(std::move(value));
   record->setExtras(std::move(extras));
@@ -95,7 +93,7 @@ std::shared_ptr<QLTestResult> QLTestMethod::addResult(std::int32_t index,
   return record;
 }
 
-void QLTestMethod::addRuntimeError(std::int32_t index, std::optional<std::string> errorMessage) {
+void QLTestMethod::addRuntimeError(std::int32_t index, QLTText errorMessage) {
   const auto record =
       index > 0 ? resultFromSubTestInfo(index) : newRecord(kQLTestRuntimeErrorName, 0, 0);
   record->setActual(kQLTestRuntimeErrorValue);
@@ -113,9 +111,12 @@ std::vector<std::optional<std::string>> QLTestMethod::subTestNames() const {
 
 std::shared_ptr<QLTObject> QLTestMethod::view() { return nullptr; }
 
-const QLTValue* QLTestMethod::param(std::string_view key) const {
-  const QLTDictionary* entries = params_ ? params_->dictionary() : nullptr;
-  return entries != nullptr ? entries->find(key) : nullptr;
+bool QLTestMethod::allowsRetestByDefault() const { return false; }
+bool QLTestMethod::stopsOnFailByDefault() const { return true; }
+
+const QLTValue* QLTestMethod::param(const QLTText& key) const {
+  const QLTDictionary* entries = key.text() && params_ ? params_->dictionary() : nullptr;
+  return entries != nullptr ? entries->find(*key.text()) : nullptr;
 }
 
 const QLTSubTestInfo& QLTestMethod::subTest(std::int32_t index) const {
@@ -129,8 +130,8 @@ const QLTSubTestInfo& QLTestMethod::subTest(std::int32_t index) const {
   return *subTests_[static_cast<std::size_t>(index) - 1];
 }
 
-std::shared_ptr<QLTestResult> QLTestMethod::newRecord(std::optional<std::string> subTestName,
-                                                      std::int32_t priority, std::int32_t number) {
+std::shared_ptr<QLTestResult> QLTestMethod::newRecord(QLTText subTestName, std::int32_t priority,
+                                                      std::int32_t number) {
   auto record = std::make_shared<QLTestResult>();
   record->setTestName(displayName_);
   record->setSubTestName(std::move(subTestName));

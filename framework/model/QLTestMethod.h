@@ -4,15 +4,16 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
 #include <QLTClass.h>
 #include <QLTError.h>
 #include <QLTExport.h>
+#include <QLTExtras.h>
 #include <QLTObject.h>
 #include <QLTSubTestInfo.h>
+#include <QLTText.h>
 #include <QLTValue.h>
 #include <QLTestResult.h>
 #include <QLTestSuite.h>
@@ -35,11 +36,12 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
   /// `resources` is accepted for the benefit of subclasses and not kept; `suite` may be null and is
   /// not owned. Null entries of `subTestInfos` are left out.
   QLTestMethod(std::shared_ptr<QLTestSuite> suite, std::shared_ptr<QLTResources> resources,
-               std::optional<std::string> displayName, SubTestInfos subTestInfos);
+               QLTText displayName, SubTestInfos subTestInfos);
   ~QLTestMethod() override;
 
   // The run, as the station application drives it. `index` is the method's place in its flow, as
-  // the application counts it; it is the major part of the test number.
+  // the application counts it; it is the major part of the test number. A class that overrides one
+  // of these repeats `= nullptr`, so that its objects can be called without an error, too.
 
   /// Begins a run: makes a new result list and keeps the index. True unless a subclass says
   /// otherwise.
@@ -59,21 +61,19 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
   std::shared_ptr<QLTestResult> resultFromSubTestInfo(std::int32_t index);
   /// Checks a number against the specification's limits, both inclusive; NaN fails. A specification
   /// without limits passes only 0. Returns the result code.
-  std::int32_t addResultAndCompare(std::int32_t index, double value,
-                                   std::optional<QLTDictionary> extras = {},
-                                   std::optional<std::string> failMessage = {});
+  std::int32_t addResultAndCompare(std::int32_t index, double value, QLTExtras extras = {},
+                                   QLTText failMessage = {});
   /// Checks a text against the expected one, exactly; an absent `value` passes. The record's actual
   /// value is the outcome, "1" or "0"; the text itself is shown in the built fail message. Returns
   /// the result code.
-  std::int32_t addResultAndMatch(std::int32_t index, std::optional<std::string> value,
-                                 std::optional<QLTDictionary> extras = {},
-                                 std::optional<std::string> failMessage = {});
+  std::int32_t addResultAndMatch(std::int32_t index, const QLTText& value, QLTExtras extras = {},
+                                 QLTText failMessage = {});
   /// Records a value without a check: always as PASS, whatever `result` says. Returns the record.
-  std::shared_ptr<QLTestResult> addResult(std::int32_t index, std::optional<std::string> value,
-                                          std::optional<QLTDictionary> extras, std::int32_t result);
+  std::shared_ptr<QLTestResult> addResult(std::int32_t index, QLTText value, QLTExtras extras = {},
+                                          std::int32_t result = kQLTestResultPass);
   /// Records a FAIL that stopped the sub-test from giving a value; with an index of 0 or less, the
   /// test as a whole.
-  void addRuntimeError(std::int32_t index, std::optional<std::string> errorMessage);
+  void addRuntimeError(std::int32_t index, QLTText errorMessage);
 
   /// The names of all specifications, in order.
   std::vector<std::optional<std::string>> subTestNames() const;
@@ -82,7 +82,7 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
 
   /// The suite's resource of that name and class; see `QLTestSuite::resource`.
   template <typename T>
-  std::shared_ptr<T> resource(std::string_view name, QLTError* error = nullptr) const;
+  std::shared_ptr<T> resource(const QLTText& name, QLTError* error = nullptr) const;
 
   /// The test's name as shown and logged.
   const std::optional<std::string>& displayName() const { return displayName_; }
@@ -95,20 +95,26 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
   const std::optional<QLTValue>& params() const { return params_; }
   void setParams(std::optional<QLTValue> params) { params_ = std::move(params); }
   /// The entry `key` of the parameters; null when there is none.
-  const QLTValue* param(std::string_view key) const;
+  const QLTValue* param(const QLTText& key) const;
   /// The index of the current run.
   std::int32_t testIndex() const { return testIndex_; }
-  /// Whether the station application may run the test once more when it failed; no at first.
-  bool allowRetest() const { return allowRetest_; }
+  /// Whether the station application may run the test once more when it failed: as it was set, by
+  /// the configuration say, else `allowsRetestByDefault`.
+  bool allowRetest() const { return allowRetest_.value_or(allowsRetestByDefault()); }
   void setAllowRetest(bool allowRetest) { allowRetest_ = allowRetest; }
-  /// Whether the test's failure ends the flow; yes at first.
-  bool shouldStopOnFail() const { return shouldStopOnFail_; }
+  /// Whether the test's failure ends the flow: as it was set, else `stopsOnFailByDefault`.
+  bool shouldStopOnFail() const { return shouldStopOnFail_.value_or(stopsOnFailByDefault()); }
   void setShouldStopOnFail(bool shouldStopOnFail) { shouldStopOnFail_ = shouldStopOnFail; }
+
+  // What holds for every test of a class that is not configured otherwise.
+
+  virtual bool allowsRetestByDefault() const;  ///< no in the base
+  virtual bool stopsOnFailByDefault() const;   ///< yes in the base
 
  private:
   const QLTSubTestInfo& subTest(std::int32_t index) const;
-  std::shared_ptr<QLTestResult> newRecord(std::optional<std::string> subTestName,
-                                          std::int32_t priority, std::int32_t number);
+  std::shared_ptr<QLTestResult> newRecord(QLTText subTestName, std::int32_t priority,
+                                          std::int32_t number);
   std::int32_t currentRunIndex() const;
 
   std::optional<std::string> displayName_;
@@ -117,11 +123,11 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
   std::shared_ptr<QLTestResults> aryReturn_;
   std::optional<QLTValue> params_;
   std::int32_t testIndex_ = 0;
-  bool allowRetest_ = false;
-  bool shouldStopOnFail_ = true;
+  std::optional<bool> allowRetest_;
+  std::optional<bool> shouldStopOnFail_;
 };
 
 template <typename T>
-std::shared_ptr<T> QLTestMethod::resource(std::string_view name, QLTError* error) const {
+std::shared_ptr<T> QLTestMethod::resource(const QLTText& name, QLTError* error) const {
   return QLTestSuite::resourceOf<T>(suite().get(), name, error);
 }

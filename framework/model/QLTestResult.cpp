@@ -11,9 +11,8 @@ const std::string kQLTestRuntimeErrorValue = "run time error";
 const std::string kQLTestRuntimeErrorName = "runtime error";
 
 std::shared_ptr<QLTestResult> QLTestResult::resultWithValues(
-    const QLTestMethod& method, std::optional<std::string> subTestName,
-    std::optional<std::string> expected, std::int32_t majorNumber, std::int32_t minorNumber,
-    std::optional<QLTDictionary> extras, std::optional<std::string> actual, std::int32_t result) {
+    const QLTestMethod& method, QLTText subTestName, QLTText expected, std::int32_t majorNumber,
+    std::int32_t minorNumber, QLTExtras extras, QLTText actual, std::int32_t result) {
   auto record = std::make_shared<QLTestResult>();
   record->setTestName(method.displayName());
   record->setSubTestName(std::move(subTestName));
@@ -32,10 +31,9 @@ std::shared_ptr<QLTestResult> QLTestResult::resultWithValues(
 }
 
 std::shared_ptr<QLTestResult> QLTestResult::resultWithValues(
-    const QLTestMethod& method, std::optional<std::string> subTestName,
-    std::optional<std::string> expected, float lowLimit, float highLimit, std::int32_t majorNumber,
-    std::int32_t minorNumber, std::optional<QLTDictionary> extras,
-    std::optional<std::string> actual, std::int32_t result) {
+    const QLTestMethod& method, QLTText subTestName, QLTText expected, float lowLimit,
+    float highLimit, std::int32_t majorNumber, std::int32_t minorNumber, QLTExtras extras,
+    QLTText actual, std::int32_t result) {
   auto record = resultWithValues(method, std::move(subTestName), std::move(expected), majorNumber,
                                  minorNumber, std::move(extras), std::move(actual), result);
   record->setLimitsWithLow(lowLimit, highLimit);
@@ -53,8 +51,7 @@ void QLTestResult::setLimitsWithLow(float low, float high) {
 }
 
 std::shared_ptr<QLTestResult> QLTestResult::copyAttributesWithSubTestName(
-    std::optional<std::string> subTestName, std::int32_t majorNumber,
-    std::int32_t minorNumber) const {
+    QLTText subTestName, std::int32_t majorNumber, std::int32_t minorNumber) const {
   auto copy = std::make_shared<QLTestResult>();
   copy->setTestName(testName_);
   copy->setSubTestName(std::move(subTestName));

@@ -8,7 +8,9 @@
 #include <vector>
 
 #include <QLTExport.h>
+#include <QLTExtras.h>
 #include <QLTObject.h>
+#include <QLTText.h>
 #include <QLTValue.h>
 
 class QLTestMethod;
@@ -37,16 +39,18 @@ class QLT_EXPORT QLTestResult : public QLTObject {
 
   /// A record with name, serial number, site and run index taken from `method` and its suite. A
   /// method without a suite gives an absent serial number and site, and run index 0.
-  static std::shared_ptr<QLTestResult> resultWithValues(
-      const QLTestMethod& method, std::optional<std::string> subTestName,
-      std::optional<std::string> expected, std::int32_t majorNumber, std::int32_t minorNumber,
-      std::optional<QLTDictionary> extras, std::optional<std::string> actual, std::int32_t result);
+  static std::shared_ptr<QLTestResult> resultWithValues(const QLTestMethod& method,
+                                                        QLTText subTestName, QLTText expected,
+                                                        std::int32_t majorNumber,
+                                                        std::int32_t minorNumber, QLTExtras extras,
+                                                        QLTText actual, std::int32_t result);
   /// As above, with limits; `expected` is then replaced by the limits' phrase.
-  static std::shared_ptr<QLTestResult> resultWithValues(
-      const QLTestMethod& method, std::optional<std::string> subTestName,
-      std::optional<std::string> expected, float lowLimit, float highLimit,
-      std::int32_t majorNumber, std::int32_t minorNumber, std::optional<QLTDictionary> extras,
-      std::optional<std::string> actual, std::int32_t result);
+  static std::shared_ptr<QLTestResult> resultWithValues(const QLTestMethod& method,
+                                                        QLTText subTestName, QLTText expected,
+                                                        float lowLimit, float highLimit,
+                                                        std::int32_t majorNumber,
+                                                        std::int32_t minorNumber, QLTExtras extras,
+                                                        QLTText actual, std::int32_t result);
 
   /// Sets the test number to "MAJOR.MINOR".
   void setTestNumberWithMajor(std::int32_t major, std::int32_t minor);
@@ -54,9 +58,9 @@ class QLT_EXPORT QLTestResult : public QLTObject {
   void setLimitsWithLow(float low, float high);
   /// A new record with this one's test name and, where present, expected text, limits and extras;
   /// nothing else is carried over.
-  std::shared_ptr<QLTestResult> copyAttributesWithSubTestName(
-      std::optional<std::string> subTestName, std::int32_t majorNumber,
-      std::int32_t minorNumber) const;
+  std::shared_ptr<QLTestResult> copyAttributesWithSubTestName(QLTText subTestName,
+                                                              std::int32_t majorNumber,
+                                                              std::int32_t minorNumber) const;
   /// The record as several lines of text.
   std::string description() const;
 
@@ -65,40 +69,40 @@ class QLT_EXPORT QLTestResult : public QLTObject {
   void setRunIndex(std::int32_t runIndex) { runIndex_ = runIndex; }
   /// The name of the test method.
   const std::optional<std::string>& testName() const { return testName_; }
-  void setTestName(std::optional<std::string> testName) { testName_ = std::move(testName); }
+  void setTestName(QLTText testName) { testName_ = std::move(testName).text(); }
   /// The name of the sub-test.
   const std::optional<std::string>& subTestName() const { return subTestName_; }
-  void setSubTestName(std::optional<std::string> name) { subTestName_ = std::move(name); }
+  void setSubTestName(QLTText name) { subTestName_ = std::move(name).text(); }
   /// The device.
   const std::optional<std::string>& serialNumber() const { return serialNumber_; }
-  void setSerialNumber(std::optional<std::string> number) { serialNumber_ = std::move(number); }
+  void setSerialNumber(QLTText number) { serialNumber_ = std::move(number).text(); }
   /// The site that tested it.
   const std::optional<std::string>& siteName() const { return siteName_; }
-  void setSiteName(std::optional<std::string> siteName) { siteName_ = std::move(siteName); }
+  void setSiteName(QLTText siteName) { siteName_ = std::move(siteName).text(); }
   /// What passes: the expected text, or the limits in words.
   const std::optional<std::string>& expected() const { return expected_; }
-  void setExpected(std::optional<std::string> expected) { expected_ = std::move(expected); }
+  void setExpected(QLTText expected) { expected_ = std::move(expected).text(); }
   /// The value found; for a match test the outcome, "1" or "0".
   const std::optional<std::string>& actual() const { return actual_; }
-  void setActual(std::optional<std::string> actual) { actual_ = std::move(actual); }
+  void setActual(QLTText actual) { actual_ = std::move(actual).text(); }
   /// The lower limit; absent when there are no limits.
   const std::optional<std::string>& lowLimit() const { return lowLimit_; }
-  void setLowLimit(std::optional<std::string> lowLimit) { lowLimit_ = std::move(lowLimit); }
+  void setLowLimit(QLTText lowLimit) { lowLimit_ = std::move(lowLimit).text(); }
   /// The upper limit; absent when there are no limits.
   const std::optional<std::string>& highLimit() const { return highLimit_; }
-  void setHighLimit(std::optional<std::string> highLimit) { highLimit_ = std::move(highLimit); }
+  void setHighLimit(QLTText highLimit) { highLimit_ = std::move(highLimit).text(); }
   /// What the test told beside the value, for the extra columns of a log.
   const std::optional<QLTDictionary>& extras() const { return extras_; }
-  void setExtras(std::optional<QLTDictionary> extras) { extras_ = std::move(extras); }
+  void setExtras(QLTExtras extras) { extras_ = std::move(extras).dictionary(); }
   /// `kQLTestResultPass`, `kQLTestResultFail` or `kQLTestResultNA`.
   std::int32_t result() const { return result_; }
   void setResult(std::int32_t result) { result_ = result; }
   /// "MAJOR.MINOR": the method's place in its flow and the sub-test's number.
   const std::optional<std::string>& testNumber() const { return testNumber_; }
-  void setTestNumber(std::optional<std::string> number) { testNumber_ = std::move(number); }
+  void setTestNumber(QLTText number) { testNumber_ = std::move(number).text(); }
   /// Why it failed.
   const std::optional<std::string>& failMessage() const { return failMessage_; }
-  void setFailMessage(std::optional<std::string> message) { failMessage_ = std::move(message); }
+  void setFailMessage(QLTText message) { failMessage_ = std::move(message).text(); }
   /// The priority of the sub-test's specification.
   std::int32_t priority() const { return priority_; }
   void setPriority(std::int32_t priority) { priority_ = priority; }

@@ -25,8 +25,8 @@ void report(QLTError* error, std::string description) {
 
 }  // namespace
 
-QLTestSuite::QLTestSuite(std::string siteName)
-    : siteName_(std::move(siteName)), resources_(std::make_shared<QLTResources>()) {
+QLTestSuite::QLTestSuite(QLTText siteName)
+    : siteName_(std::move(siteName).orEmpty()), resources_(std::make_shared<QLTResources>()) {
   resources_->emplace("sleeper", QLTSleeper::sleeper());
 }
 
@@ -47,51 +47,54 @@ bool QLTestSuite::onDUTFinished(QLTError*) { return true; }
 bool QLTestSuite::onDUTFail(QLTError*) { return true; }
 bool QLTestSuite::onException(QLTError*) { return true; }
 
-void QLTestSuite::addResource(std::shared_ptr<QLTObject> resource, const std::string& name) {
+void QLTestSuite::addResource(std::shared_ptr<QLTObject> resource, QLTText name) {
+  if (!resource || !name.text()) return;
   if (!resources_) resources_ = std::make_shared<QLTResources>();
-  resources_->insert_or_assign(name, std::move(resource));
+  resources_->insert_or_assign(std::move(name).orEmpty(), std::move(resource));
 }
 
 void QLTestSuite::setResources(std::shared_ptr<QLTResources> resources) {
   resources_ = std::move(resources);
 }
 
-std::shared_ptr<QLTObject> QLTestSuite::find(const QLTestSuite* suite, std::string_view name,
+std::shared_ptr<QLTObject> QLTestSuite::find(const QLTestSuite* suite, const QLTText& name,
                                              QLTError* error) {
+  const std::string wanted =
+      name.text() ? format("resource \"%@\"", *name.text()) : "resource without a name";
   if (suite == nullptr || !suite->resources_) {
-    report(error, format("resource \"%@\": the test has no %@", name,
-                         suite == nullptr ? "suite" : "resources"));
+    report(error,
+           format("%@: the test has no %@", wanted, suite == nullptr ? "suite" : "resources"));
     return nullptr;
   }
-  const auto found = suite->resources_->find(name);
+  const auto found = name.text() ? suite->resources_->find(*name.text()) : suite->resources_->end();
   if (found != suite->resources_->end() && found->second) return found->second;
   std::vector<std::string> names;
   for (const auto& [present, object] : *suite->resources_) {
     if (object) names.push_back(present);
   }
-  report(error, format("site \"%@\" has no resource \"%@\"; it has: %@", suite->siteName_, name,
+  report(error, format("site \"%@\" has no %@; it has: %@", suite->siteName_, wanted,
                        QLTUtil::arrayToString(names, ", ")));
   return nullptr;
 }
 
-void QLTestSuite::reportClass(std::string_view name, const QLTObject& found, const char* wanted,
+void QLTestSuite::reportClass(const QLTText& name, const QLTObject& found, const char* wanted,
                               QLTError* error) {
-  report(error, format("resource \"%@\" is a %@, not a %@", name, found.className(),
+  report(error, format("resource \"%@\" is a %@, not a %@", name.text(), found.className(),
                        quillon::internal::typeName(wanted)));
 }
 
-void QLTestSuite::setFlow(std::shared_ptr<QLTFlow> flow, const std::string& name) {
-  testFlows_.insert_or_assign(name, std::move(flow));
+void QLTestSuite::setFlow(std::shared_ptr<QLTFlow> flow, QLTText name) {
+  if (!flow || !name.text()) return;
+  testFlows_.insert_or_assign(std::move(name).orEmpty(), std::move(flow));
 }
 
-std::shared_ptr<QLTFlow> QLTestSuite::flowForName(std::string_view name) const {
-  const auto found = testFlows_.find(name);
+std::shared_ptr<QLTFlow> QLTestSuite::flowForName(const QLTText& name) const {
+  const auto found = name.text() ? testFlows_.find(*name.text()) : testFlows_.end();
   return found == testFlows_.end() ? nullptr : found->second;
 }
 
-void QLTestSuite::removeFlow(std::string_view name) {
-  const auto found = testFlows_.find(name);
-  if (found != testFlows_.end()) testFlows_.erase(found);
+void QLTestSuite::removeFlow(const QLTText& name) {
+  if (name.text()) testFlows_.erase(*name.text());
 }
 
 std::vector<std::string> QLTestSuite::flowNames() const {

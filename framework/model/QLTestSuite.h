@@ -5,13 +5,14 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 #include <QLTClass.h>
 #include <QLTError.h>
 #include <QLTExport.h>
 #include <QLTObject.h>
+#include <QLTText.h>
 #include <QLTValue.h>
 
 class QLTLogger;
@@ -29,7 +30,7 @@ using QLTFlow = std::vector<std::shared_ptr<QLTestMethod>>;
 class QLT_EXPORT QLTestSuite : public QLTObject, public std::enable_shared_from_this<QLTestSuite> {
  public:
   /// A suite with no flows and one resource, "sleeper".
-  explicit QLTestSuite(std::string siteName);
+  explicit QLTestSuite(QLTText siteName);
   ~QLTestSuite() override;
 
   // Class operations, called on a plug-in's principal class; see QLTClass for replacing them.
@@ -53,8 +54,9 @@ class QLT_EXPORT QLTestSuite : public QLTObject, public std::enable_shared_from_
 
   // Resources: the site's instruments by name. `resources` may be null; then there are none.
 
-  /// Enters a resource under `name`, replacing an earlier one.
-  void addResource(std::shared_ptr<QLTObject> resource, const std::string& name);
+  /// Enters a resource under `name`, replacing an earlier one. A null one is not entered, nor one
+  /// with an absent name; what was there stays.
+  void addResource(std::shared_ptr<QLTObject> resource, QLTText name);
   /// The table itself, live.
   const std::shared_ptr<QLTResources>& resources() const { return resources_; }
   /// Replaces the whole table, "sleeper" included. The table is shared with the caller, not copied.
@@ -64,12 +66,12 @@ class QLT_EXPORT QLTestSuite : public QLTObject, public std::enable_shared_from_
   /// that exist) or when it is of another class (the description names that); both have code
   /// -80002.
   template <typename T>
-  std::shared_ptr<T> resource(std::string_view name, QLTError* error = nullptr) const {
+  std::shared_ptr<T> resource(const QLTText& name, QLTError* error = nullptr) const {
     return resourceOf<T>(this, name, error);
   }
   /// As `resource`, for a suite that may be null.
   template <typename T>
-  static std::shared_ptr<T> resourceOf(const QLTestSuite* suite, std::string_view name,
+  static std::shared_ptr<T> resourceOf(const QLTestSuite* suite, const QLTText& name,
                                        QLTError* error) {
     const std::shared_ptr<QLTObject> found = find(suite, name, error);
     std::shared_ptr<T> typed = std::dynamic_pointer_cast<T>(found);
@@ -79,10 +81,11 @@ class QLT_EXPORT QLTestSuite : public QLTObject, public std::enable_shared_from_
 
   // Flows. Several names may stand for the same list.
 
-  /// Enters a flow under `name`, replacing an earlier one. The list is shared, not copied.
-  void setFlow(std::shared_ptr<QLTFlow> flow, const std::string& name);
-  std::shared_ptr<QLTFlow> flowForName(std::string_view name) const;  ///< null when there is none
-  void removeFlow(std::string_view name);      ///< nothing when there is none of that name
+  /// Enters a flow under `name`, replacing an earlier one. The list is shared, not copied. A null
+  /// one is not entered, nor one with an absent name; what was there stays.
+  void setFlow(std::shared_ptr<QLTFlow> flow, QLTText name);
+  std::shared_ptr<QLTFlow> flowForName(const QLTText& name) const;  ///< null when there is none
+  void removeFlow(const QLTText& name);        ///< nothing when there is none of that name
   std::vector<std::string> flowNames() const;  ///< sorted
 
   /// A logger of the plug-in's own for the station application's chain; none in the base.
@@ -90,10 +93,10 @@ class QLT_EXPORT QLTestSuite : public QLTObject, public std::enable_shared_from_
 
   /// The site, as the configuration names it.
   const std::string& siteName() const { return siteName_; }
-  void setSiteName(std::string siteName) { siteName_ = std::move(siteName); }
+  void setSiteName(QLTText siteName) { siteName_ = std::move(siteName).orEmpty(); }
   /// The serial number of the device under test; absent before the first device.
   const std::optional<std::string>& currentSN() const { return currentSN_; }
-  void setCurrentSN(std::optional<std::string> currentSN) { currentSN_ = std::move(currentSN); }
+  void setCurrentSN(QLTText currentSN) { currentSN_ = std::move(currentSN).text(); }
   /// The run index of the device under test.
   std::int32_t currentIndex() const { return currentIndex_; }
   void setCurrentIndex(std::int32_t currentIndex) { currentIndex_ = currentIndex; }
@@ -102,9 +105,9 @@ class QLT_EXPORT QLTestSuite : public QLTObject, public std::enable_shared_from_
   const QLTDictionary& siteAttributes() const { return siteAttributes_; }
 
  private:
-  static std::shared_ptr<QLTObject> find(const QLTestSuite* suite, std::string_view name,
+  static std::shared_ptr<QLTObject> find(const QLTestSuite* suite, const QLTText& name,
                                          QLTError* error);
-  static void reportClass(std::string_view name, const QLTObject& found, const char* wanted,
+  static void reportClass(const QLTText& name, const QLTObject& found, const char* wanted,
                           QLTError* error);
 
   std::map<std::string, std::shared_ptr<QLTFlow>, std::less<>> testFlows_;

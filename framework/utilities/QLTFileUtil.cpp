@@ -4,9 +4,9 @@
 
 #include "platform/TextFile.h"
 
-std::optional<std::vector<std::string>> QLTFileUtil::readLines(const std::string& path,
+std::optional<std::vector<std::string>> QLTFileUtil::readLines(const QLTText& path,
                                                                QLTError* error) {
-  const std::optional<std::string> text = quillon::internal::readAsciiFile(path, error);
+  const std::optional<std::string> text = quillon::internal::readAsciiFile(path.orEmpty(), error);
   if (!text) return std::nullopt;
   std::vector<std::string> lines = quillon::internal::splitLines(*text);
   for (std::string& line : lines) line = quillon::internal::trimmed(line);

@@ -6,6 +6,7 @@
 
 #include <QLTError.h>
 #include <QLTExport.h>
+#include <QLTText.h>
 
 /// Reading of line-oriented text files, for test plug-ins. Stateless; any thread.
 class QLT_EXPORT QLTFileUtil {
@@ -16,7 +17,7 @@ class QLT_EXPORT QLTFileUtil {
   ///
   /// Absent when the file cannot be read: domain `kQLTPosixErrorDomain`, code errno (EILSEQ for a
   /// byte over 127), the description names the file and, for such a byte, its line.
-  static std::optional<std::vector<std::string>> readLines(const std::string& path,
+  static std::optional<std::vector<std::string>> readLines(const QLTText& path,
                                                            QLTError* error = nullptr);
   /// `lines` without the empty ones at the start and at the end; those in between stay.
   static std::vector<std::string> trimEmptyLines(const std::vector<std::string>& lines);

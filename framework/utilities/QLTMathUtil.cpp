@@ -6,8 +6,8 @@
 
 #include "common/Format.h"
 
-std::int32_t QLTMathUtil::hex2int(const std::string& text) {
-  return quillon::internal::integerReading(text);
+std::int32_t QLTMathUtil::hex2int(const QLTText& text) {
+  return quillon::internal::integerReading(text.orEmpty());
 }
 
 std::string QLTMathUtil::int2hex(std::uint32_t value, int width) {
@@ -21,6 +21,6 @@ std::string QLTMathUtil::int2hex(std::uint32_t value, int width) {
   return width < 0 ? digits + padding : padding + digits;
 }
 
-std::int32_t QLTMathUtil::bin2int(const std::string&) { return 3; }
+std::int32_t QLTMathUtil::bin2int(const QLTText&) { return 3; }
 
 std::string QLTMathUtil::int2bin(std::uint32_t, int) { return {}; }

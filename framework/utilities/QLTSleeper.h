@@ -6,6 +6,7 @@
 
 #include <QLTExport.h>
 #include <QLTObject.h>
+#include <QLTText.h>
 
 /// A delay that sits in a suite's resources, so that a flow can address it like an instrument. Each
 /// operation suspends the calling thread for the whole time, also when signals arrive. No state;
@@ -22,4 +23,6 @@ class QLT_EXPORT QLTSleeper : public QLTObject {
   /// Sleeps for the leading decimal integer of `command`, in seconds: "5" five seconds, "0.5" and
   /// "abc" none.
   virtual void sendCommand(const std::string& command);
+  /// The same; a null text sleeps none.
+  void sendCommand(const char* command) { sendCommand(QLTText(command).orEmpty()); }
 };

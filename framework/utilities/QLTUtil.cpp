@@ -1,34 +1,36 @@
 #include "QLTUtil.h"
 
+#include <utility>
+
 #include <QLTConsoleLog.h>
 
 #include "common/Format.h"
 
 using quillon::internal::format;
 
-QLTError QLTUtil::handleError(std::int32_t code, const std::optional<std::string>& message) {
-  return handleError(code, QLTFrameworkErrorDomain, message);
+QLTError QLTUtil::handleError(std::int32_t code, QLTText message) {
+  return handleError(code, QLTFrameworkErrorDomain, std::move(message));
 }
 
-QLTError QLTUtil::handleError(std::int32_t code, const std::string& domain,
-                              const std::optional<std::string>& message) {
-  QLTLog(format("error number is: %@ (%d)\n", message, code));
-  if (!message) return {domain, code, {}};
-  return QLTError::withDescription(domain, code, *message);
+QLTError QLTUtil::handleError(std::int32_t code, QLTText domain, QLTText message) {
+  QLTLog(format("error number is: %@ (%d)\n", message.text(), code));
+  if (!message.text()) return {std::move(domain).orEmpty(), code, {}};
+  return QLTError::withDescription(std::move(domain).orEmpty(), code, std::move(message).orEmpty());
 }
 
-QLTError QLTUtil::handleError(const QLTError& error, const std::string& extraMessage) {
+QLTError QLTUtil::handleError(const QLTError& error, const QLTText& extraMessage) {
   QLTDictionary userInfo;
   userInfo.set(kQLTErrorDescriptionKey,
-               format("%@. Details: %@", extraMessage, error.description()));
+               format("%@. Details: %@", extraMessage.text(), error.description()));
   return {error.domain(), error.code(), std::move(userInfo), error};
 }
 
 std::string QLTUtil::arrayToString(const std::vector<std::string>& strings,
-                                   const std::string& delineator) {
+                                   const QLTText& delineator) {
+  const std::string between = delineator.orEmpty();
   std::string joined;
   for (std::size_t i = 0; i < strings.size(); ++i) {
-    if (i > 0) joined += delineator;
+    if (i > 0) joined += between;
     joined += strings[i];
   }
   return joined;

@@ -47,7 +47,16 @@ class GreedyTest : public QLTestMethod {
              std::optional<std::string> displayName, SubTestInfos infos)
       : QLTestMethod(suite, std::move(resources), std::move(displayName), std::move(infos)) {
     GreedySuite::take("Flows");
-    QLTestSiteManager::sharedInstance()->setSuite(nullptr, suite->siteName());
+    QLTestSiteManager::sharedInstance()->setSuite(std::make_shared<QLTestSuite>("another"),
+                                                  suite->siteName());
+  }
+};
+
+/// A suite that enters a null flow under the name of the default flow.
+class HollowSuite : public QLTestSuite {
+ public:
+  explicit HollowSuite(std::string siteName) : QLTestSuite(std::move(siteName)) {
+    setFlow(nullptr, "main");
   }
 };
 
@@ -58,6 +67,7 @@ class OwnDelay : public QLTestMethod {
 
 QLT_CLASS(GreedySuite);
 QLT_CLASS(GreedyTest);
+QLT_CLASS(HollowSuite);
 /// The name is one of the framework's as well.
 const QLTClass* const ownDelay =
     QLTClass::registerClass("QLTestMethodDelay", quillon::internal::operationsOf<OwnDelay>());
@@ -903,6 +913,31 @@ TEST_F(QLTestSiteManagerTest, FailsWithoutTheDefaultFlow) {
   const PluginBundle noFlows(STATION_PLUGIN);
   noFlows.setConfig(kLeftSite + key("defaultFlow", text("main")));
   EXPECT_THAT(failureOf(noFlows, -40001), HasSubstr("there is no flow \"main\""));
+}
+
+TEST_F(QLTestSiteManagerTest, FailsWithADefaultFlowThatWasEnteredAsNull) {
+  manager().config() = {{"Sites", QLTDictionary{{"left", QLTDictionary()}}},
+                        {"defaultFlow", "main"}};
+  ASSERT_TRUE(manager().loadSites(QLTClass::of<HollowSuite>()));
+  QLTError error;
+  EXPECT_FALSE(manager().loadFlows(QLTBundle::mainBundle(), &error));
+  EXPECT_EQ(error.code(), -40001);
+  EXPECT_THAT(error.description().value_or(""),
+              HasSubstr("there is no flow \"main\"; the flows are: (none)"));
+}
+
+TEST_F(QLTestSiteManagerTest, EntersNoSuiteThatIsNull) {
+  const auto suite = std::make_shared<QLTestSuite>("left");
+  const char* const nameless = nullptr;
+  manager().setSuite(suite, "left");
+  manager().setSuite(nullptr, "left");
+  manager().setSuite(nullptr, "right");
+  manager().setSuite(suite, nameless);
+  EXPECT_EQ(manager().suiteForSite("left"), suite);
+  EXPECT_EQ(manager().suiteForSite(nameless), nullptr);
+  EXPECT_THAT(manager().siteNames(), ElementsAre("left"));
+  manager().config() = {{"Flows", QLTDictionary{{"main", QLTArray()}}}, {"defaultFlow", "main"}};
+  EXPECT_TRUE(manager().loadFlows(QLTBundle::mainBundle()));
 }
 
 }  // namespace

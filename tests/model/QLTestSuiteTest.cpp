@@ -84,7 +84,7 @@ TEST(QLTestSuite, SharesTheDictionaryThatItIsGiven) {
 TEST(QLTestSuite, SaysWhichResourcesExist) {
   const auto suite = suiteNamed("left");
   suite->addResource(std::make_shared<Meter>(), "meter");
-  suite->addResource(nullptr, "empty");
+  (*suite->resources())["empty"] = nullptr;
   QLTError error;
   EXPECT_EQ(suite->resource<Meter>("metre", &error), nullptr);
   EXPECT_EQ(error.code(), -80002);
@@ -136,6 +136,39 @@ TEST(QLTestSuite, ReplacesAndRemovesFlows) {
   suite->removeFlow("main");
   EXPECT_EQ(suite->flowForName("main"), nullptr);
   EXPECT_THAT(suite->flowNames(), testing::ElementsAre("audit"));
+}
+
+TEST(QLTestSuite, EntersNothingThatIsNull) {
+  const auto suite = suiteNamed("left");
+  const auto flow = std::make_shared<QLTFlow>();
+  const auto meter = std::make_shared<Meter>();
+  suite->setFlow(flow, "main");
+  suite->setFlow(nullptr, "main");
+  suite->setFlow(nullptr, "audit");
+  EXPECT_EQ(suite->flowForName("main"), flow);
+  EXPECT_THAT(suite->flowNames(), testing::ElementsAre("main"));
+  suite->addResource(meter, "meter");
+  suite->addResource(nullptr, "meter");
+  suite->addResource(nullptr, "relay");
+  EXPECT_EQ(suite->resource<Meter>("meter"), meter);
+  EXPECT_EQ(suite->resources()->count("relay"), 0U);
+}
+
+TEST(QLTestSuite, MayBeChangedWhileItsFlowsAreGoneThrough) {
+  const auto suite = suiteNamed("left");
+  for (const char* name : {"audit", "main", "short"}) {
+    suite->setFlow(std::make_shared<QLTFlow>(), name);
+  }
+  std::vector<std::string> seen;
+  for (const std::string& name : suite->flowNames()) {
+    const std::shared_ptr<QLTFlow> flow = suite->flowForName(name);
+    suite->removeFlow(name);
+    suite->setFlow(std::make_shared<QLTFlow>(), "another " + name);
+    EXPECT_TRUE(flow->empty());
+    seen.push_back(name);
+  }
+  EXPECT_THAT(seen, testing::ElementsAre("audit", "main", "short"));
+  EXPECT_EQ(suite->flowForName("main"), nullptr);
 }
 
 TEST(QLTestSuite, KeepsNamesAndAttributes) {
