@@ -1,6 +1,5 @@
 #include "ConsoleLogFile.h"
 
-#include <atomic>
 #include <cerrno>
 #include <mutex>
 #include <system_error>
@@ -26,17 +25,12 @@ namespace {
 
 thread_local std::string threadName = "station";
 
-/// How the CSV logger begins what it has to say; the console log is the only place where it says
-/// it.
-constexpr std::string_view kCsvLoggerMessage = "In CSV logger, ";
-
 }  // namespace
 
 /// The file; closes with its last user.
 class ConsoleLogFile::File {
  public:
-  File(bool alsoShown, std::shared_ptr<Screen> screen)
-      : alsoShown_(alsoShown), screen_(std::move(screen)) {}
+  explicit File(bool alsoShown) : alsoShown_(alsoShown) {}
   File(const File&) = delete;
   File& operator=(const File&) = delete;
 
@@ -57,36 +51,29 @@ class ConsoleLogFile::File {
     const int earlierErrno = errno;
     if (message.ends_with('\n')) message.remove_suffix(1);
     const std::string line = timeStamp() + " [" + threadName + "] " + printable(message) + "\n";
-    {
-      // There is nowhere to report it when this fails.
-      const std::lock_guard lock(mutex_);
-      if (file_) {
-        writeWhole(file_.get(), line);
-      } else {
-        early_ += line;
-      }
-      if (alsoShown_) writeWhole(STDERR_FILENO, line);
-    }
-    if (message.starts_with(kCsvLoggerMessage)) {
-      resultLogFailed_ = true;
-      screen_->warning("result log: " + printable(message.substr(kCsvLoggerMessage.size())));
-    }
+    writeLine(line);
     errno = earlierErrno;
   }
 
-  bool resultLogFailed() const { return resultLogFailed_; }
-
  private:
+  void writeLine(const std::string& line) {
+    // There is nowhere to report it when this fails.
+    const std::lock_guard lock(mutex_);
+    if (file_) {
+      writeWhole(file_.get(), line);
+    } else {
+      early_ += line;
+    }
+    if (alsoShown_) writeWhole(STDERR_FILENO, line);
+  }
+
   const bool alsoShown_;
-  const std::shared_ptr<Screen> screen_;
-  std::atomic<bool> resultLogFailed_ = false;
   std::mutex mutex_;  // guards what follows, and keeps lines whole
   std::string early_;
   Descriptor file_;
 };
 
-ConsoleLogFile::ConsoleLogFile(bool alsoShown, std::shared_ptr<Screen> screen)
-    : file_(std::make_shared<File>(alsoShown, std::move(screen))) {
+ConsoleLogFile::ConsoleLogFile(bool alsoShown) : file_(std::make_shared<File>(alsoShown)) {
   QLTSetLogSink([file = file_](std::string_view message) { file->write(message); });
 }
 
@@ -95,7 +82,5 @@ ConsoleLogFile::~ConsoleLogFile() { QLTSetLogSink({}); }
 bool ConsoleLogFile::create(const std::string& path) { return file_->create(path); }
 
 void ConsoleLogFile::nameThread(std::string name) { threadName = std::move(name); }
-
-bool ConsoleLogFile::resultLogFailed() const { return file_->resultLogFailed(); }
 
 }  // namespace station

@@ -3,18 +3,15 @@
 #include <memory>
 #include <string>
 
-#include "Screen.h"
-
 namespace station {
 
 /// Takes the console log, the diagnostics of framework and plug-in, to a file as long as it lives.
 /// A line is "2026-11-14 22:16:30.123 [left] message"; the name is the site whose thread logged,
-/// "station" outside of any. Problems with writing the result log, which the CSV logger tells only
-/// there, are shown on the screen as well. Any thread may log.
+/// "station" outside of any. Any thread may log.
 class ConsoleLogFile {
  public:
   /// Keeps the lines until the file is open. `alsoShown`: they go to standard error as well.
-  ConsoleLogFile(bool alsoShown, std::shared_ptr<Screen> screen);
+  explicit ConsoleLogFile(bool alsoShown);
   ~ConsoleLogFile();
   ConsoleLogFile(const ConsoleLogFile&) = delete;
   ConsoleLogFile& operator=(const ConsoleLogFile&) = delete;
@@ -24,9 +21,6 @@ class ConsoleLogFile {
 
   /// Names this thread in the log.
   static void nameThread(std::string name);
-
-  /// True when the result log could not be written at some time.
-  bool resultLogFailed() const;
 
  private:
   class File;

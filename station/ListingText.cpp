@@ -35,6 +35,16 @@ std::size_t widest(const Range& range, Text text) {
   return width;
 }
 
+const QLTStationPlan::Instrument* instrumentOf(const QLTStationPlan& plan,
+                                               const QLTStationPlan::Resource& resource) {
+  const auto found = plan.instruments.find(resource.instrument);
+  return found == plan.instruments.end() ? nullptr : &found->second;
+}
+
+bool isFrameworks(const QLTStationPlan::Test& test) {
+  return test.cls != nullptr && &test.cls->bundle() == &QLTBundle::frameworkBundle();
+}
+
 std::string headText(const Listing& listing) {
   return printable(listing.identifier + " " + listing.version.value_or("(no version)")) +
          "\n  Bundle:           " + printable(listing.bundle.string()) +
@@ -43,27 +53,30 @@ std::string headText(const Listing& listing) {
          "\n  Its own hooks:    " + listOrNone(listing.hooks) +
          "\n  Suite classes:    " + listOrNone(listing.suiteClasses) +
          "\n  Test methods:     " + listOrNone(listing.methodClasses) + "\n  Instruments of:   " +
-         (listing.testerConfig ? printable(listing.testerConfig->string())
-                               : "(this machine has no tester-config file)") +
+         (listing.plan.testerConfig ? printable(listing.plan.testerConfig->string())
+                                    : "(this machine has no tester-config file)") +
          "\n";
 }
 
-std::string siteText(const Listing::Site& site, bool instrumentsKnown) {
-  std::string text = "\nSite " + printable(site.name) + (site.enabled ? "" : " (disabled)") + "\n";
-  const auto name = [](const Listing::Resource& resource) { return printable(resource.name); };
-  const auto instrument = [](const Listing::Resource& resource) {
+std::string siteText(const QLTStationPlan& plan, const QLTStationPlan::Site& site) {
+  std::string text =
+      "\nSite " + printable(site.name) + (site.isEnabled ? "" : " (disabled)") + "\n";
+  const auto name = [](const QLTStationPlan::Resource& resource) {
+    return printable(resource.name);
+  };
+  const auto instrument = [](const QLTStationPlan::Resource& resource) {
     return printable(resource.instrument);
   };
   const std::size_t nameWidth = widest(site.resources, name);
   const std::size_t instrumentWidth = widest(site.resources, instrument);
-  for (const Listing::Resource& resource : site.resources) {
+  for (const QLTStationPlan::Resource& resource : site.resources) {
     const std::string start = "  " + padded(name(resource), nameWidth) + "  ";
-    if (resource.entry) {
+    if (const auto* const listed = instrumentOf(plan, resource)) {
       text += start + padded(instrument(resource), instrumentWidth) + "  " +
-              instrumentText(*resource.entry) + "\n";
-    } else if (instrumentsKnown) {
+              instrumentText(listed->entry) + "\n";
+    } else if (plan.testerConfig) {
       text += start + padded(instrument(resource), instrumentWidth) + "  not on this tester" +
-              (site.enabled ? ": the site is left out" : "") + "\n";
+              (site.isEnabled ? ": the site is left out" : "") + "\n";
     } else {
       text += start + instrument(resource) + "\n";
     }
@@ -81,19 +94,19 @@ std::string passesText(const QLTSubTestInfo& info) {
 }
 
 /// "PowerTest, retest, stops on fail"; "QLTestMethodDelay (framework)"
-std::string testText(const Listing::Test& test) {
-  std::string text = printable(test.className) + (test.isFrameworks ? " (framework)" : "");
+std::string testText(const QLTStationPlan::Test& test) {
+  std::string text = shownName(test.className) + (isFrameworks(test) ? " (framework)" : "");
   if (test.retest) text += *test.retest ? ", retest" : ", no retest";
   if (test.stopOnFail) text += *test.stopOnFail ? ", stops on fail" : ", goes on after a failure";
   return text;
 }
 
-std::string flowText(const Listing::Flow& flow, bool isDefault) {
+std::string flowText(const QLTStationPlan::Flow& flow, bool isDefault) {
   std::string text = "\nFlow " + printable(flow.name) + (isDefault ? " (default)" : "") + "\n";
-  const std::size_t testWidth =
-      widest(flow.tests, [](const Listing::Test& test) { return shownName(test.displayName); });
+  const std::size_t testWidth = widest(
+      flow.tests, [](const QLTStationPlan::Test& test) { return shownName(test.displayName); });
   int testNumber = 0;
-  for (const Listing::Test& test : flow.tests) {
+  for (const QLTStationPlan::Test& test : flow.tests) {
     const std::string number = std::to_string(++testNumber);
     text += "  " + number + "  " + padded(shownName(test.displayName), testWidth) + "  " +
             testText(test) + "\n";
@@ -121,20 +134,20 @@ Json attributesOf(const QLTDictionary& entry) {
   return attributes;
 }
 
-Json jsonOf(const Listing::Site& site) {
+Json jsonOf(const QLTStationPlan& plan, const QLTStationPlan::Site& site) {
   Json resources = Json::array();
-  for (const Listing::Resource& resource : site.resources) {
+  for (const QLTStationPlan::Resource& resource : site.resources) {
     Json instrument = nullptr;
-    if (resource.entry) {
-      instrument = {{"class", resource.entry->find("class")->text()},
-                    {"simulated", resource.entry->find("sim")->intValue() == 1},
-                    {"attributes", attributesOf(*resource.entry)}};
+    if (const auto* const listed = instrumentOf(plan, resource)) {
+      instrument = {{"class", listed->entry.find("class")->text()},
+                    {"simulated", listed->entry.find("sim")->intValue() == 1},
+                    {"attributes", attributesOf(listed->entry)}};
     }
     resources.push_back({{"name", resource.name},
                          {"instrument", resource.instrument},
                          {"entry", std::move(instrument)}});
   }
-  return {{"name", site.name}, {"enabled", site.enabled}, {"resources", std::move(resources)}};
+  return {{"name", site.name}, {"enabled", site.isEnabled}, {"resources", std::move(resources)}};
 }
 
 Json jsonOf(const QLTSubTestInfo& info, int number) {
@@ -148,23 +161,23 @@ Json jsonOf(const QLTSubTestInfo& info, int number) {
           {"failMessage", orNull(info.failMessage())}};
 }
 
-Json jsonOf(const Listing::Test& test, int number) {
+Json jsonOf(const QLTStationPlan::Test& test, int number) {
   Json subTests = Json::array();
   for (const auto& info : test.subTests) {
     subTests.push_back(jsonOf(*info, static_cast<int>(subTests.size()) + 1));
   }
   return {{"number", number},
           {"displayName", orNull(test.displayName)},
-          {"class", test.className},
-          {"ofFramework", test.isFrameworks},
+          {"class", orNull(test.className)},
+          {"ofFramework", isFrameworks(test)},
           {"retest", orNull(test.retest)},
           {"stopOnFail", orNull(test.stopOnFail)},
           {"subTests", std::move(subTests)}};
 }
 
-Json jsonOf(const Listing::Flow& flow, bool isDefault) {
+Json jsonOf(const QLTStationPlan::Flow& flow, bool isDefault) {
   Json tests = Json::array();
-  for (const Listing::Test& test : flow.tests) {
+  for (const QLTStationPlan::Test& test : flow.tests) {
     tests.push_back(jsonOf(test, static_cast<int>(tests.size()) + 1));
   }
   return {{"name", flow.name}, {"default", isDefault}, {"tests", std::move(tests)}};
@@ -174,19 +187,18 @@ Json jsonOf(const Listing::Flow& flow, bool isDefault) {
 
 std::string asText(const Listing& listing) {
   std::string text = headText(listing);
-  for (const Listing::Site& site : listing.sites) {
-    text += siteText(site, listing.testerConfig.has_value());
-  }
-  if (listing.sites.empty()) text += "\n(no sites)\n";
+  const QLTStationPlan& plan = listing.plan;
+  for (const QLTStationPlan::Site& site : plan.sites) text += siteText(plan, site);
+  if (plan.sites.empty()) text += "\n(no sites)\n";
   bool isDefaultThere = false;
-  for (const Listing::Flow& flow : listing.flows) {
-    const bool isDefault = flow.name == listing.defaultFlow;
+  for (const QLTStationPlan::Flow& flow : plan.flows) {
+    const bool isDefault = flow.name == plan.defaultFlow;
     isDefaultThere = isDefaultThere || isDefault;
     text += flowText(flow, isDefault);
   }
-  if (listing.flows.empty()) text += "\n(no flows)\n";
-  if (listing.defaultFlow && !isDefaultThere) {
-    text += "\nThe default flow " + printable(*listing.defaultFlow) +
+  if (plan.flows.empty()) text += "\n(no flows)\n";
+  if (plan.defaultFlow && !isDefaultThere) {
+    text += "\nThe default flow " + printable(*plan.defaultFlow) +
             " is not in the configuration; 'quillon check' tells whether the plug-in makes it.\n";
   }
   return text + "\nOf the plug-in only customizeConfig has run; no instrument was made.";
@@ -194,26 +206,27 @@ std::string asText(const Listing& listing) {
 
 std::string asJson(const Listing& listing) {
   Json sites = Json::array();
-  for (const Listing::Site& site : listing.sites) sites.push_back(jsonOf(site));
+  const QLTStationPlan& plan = listing.plan;
+  for (const QLTStationPlan::Site& site : plan.sites) sites.push_back(jsonOf(plan, site));
   Json flows = Json::array();
-  for (const Listing::Flow& flow : listing.flows) {
-    flows.push_back(jsonOf(flow, flow.name == listing.defaultFlow));
+  for (const QLTStationPlan::Flow& flow : plan.flows) {
+    flows.push_back(jsonOf(flow, flow.name == plan.defaultFlow));
   }
-  return textOf(Json{
-      {"format", 1},
-      {"bundle", listing.bundle.string()},
-      {"identifier", listing.identifier},
-      {"version", orNull(listing.version)},
-      {"builtForFramework", listing.builtFor},
-      {"runningFramework", listing.running},
-      {"principalClass", listing.principalClass},
-      {"hooks", listing.hooks},
-      {"suiteClasses", listing.suiteClasses},
-      {"methodClasses", listing.methodClasses},
-      {"testerConfig", listing.testerConfig ? Json(listing.testerConfig->string()) : Json(nullptr)},
-      {"sites", std::move(sites)},
-      {"defaultFlow", orNull(listing.defaultFlow)},
-      {"flows", std::move(flows)}});
+  return textOf(
+      Json{{"format", 1},
+           {"bundle", listing.bundle.string()},
+           {"identifier", listing.identifier},
+           {"version", orNull(listing.version)},
+           {"builtForFramework", listing.builtFor},
+           {"runningFramework", listing.running},
+           {"principalClass", listing.principalClass},
+           {"hooks", listing.hooks},
+           {"suiteClasses", listing.suiteClasses},
+           {"methodClasses", listing.methodClasses},
+           {"testerConfig", plan.testerConfig ? Json(plan.testerConfig->string()) : Json(nullptr)},
+           {"sites", std::move(sites)},
+           {"defaultFlow", orNull(plan.defaultFlow)},
+           {"flows", std::move(flows)}});
 }
 
 }  // namespace station

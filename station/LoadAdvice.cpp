@@ -1,5 +1,6 @@
 #include "LoadAdvice.h"
 
+#include <QLTConfigFinding.h>
 #include <QLTErrorCodes.h>
 #include <QLTPropertyList.h>
 #include <QLTUtil.h>
@@ -8,6 +9,34 @@
 #include "Text.h"
 
 namespace station {
+namespace {
+
+/// Where the cause stands, when the record knows that and its text does not tell it.
+std::string placeOf(const QLTError& error) {
+  const QLTError cause = error.underlyingError() ? error.underlyingError() : error;
+  const QLTDictionary& parts = cause.userInfo();
+  const QLTValue* const file = parts.find("file");
+  const QLTValue* const key = parts.find("keyPath");
+  if (file == nullptr || key == nullptr ||
+      describe(error).find(file->text()) != std::string::npos) {
+    return {};
+  }
+  const auto number = [&](const char* name) {
+    const QLTValue* const value = parts.find(name);
+    return value != nullptr ? value->intValue() : 0;
+  };
+  return QLTConfigFinding{QLTConfigFinding::Severity::Error,
+                          file->text(),
+                          number("line"),
+                          number("column"),
+                          "",
+                          key->text(),
+                          ""}
+      .text();
+}
+
+}  // namespace
+
 std::string reasonOf(const QLTError& error, const QLTBundle& bundle) {
   if (!error) return "its onLoad gave no reason";
   // That record has no text of its own; reading the file once more tells what is wrong with it.
@@ -18,7 +47,8 @@ std::string reasonOf(const QLTError& error, const QLTBundle& bundle) {
     QLTError reading;
     if (!QLTPropertyList::readDictionary(*file, &reading)) return describe(reading);
   }
-  return describe(error);
+  const std::string place = placeOf(error);
+  return describe(error) + (place.empty() ? "" : " (" + place + ")");
 }
 
 std::string adviceFor(const QLTError& error) {

@@ -26,6 +26,10 @@ std::vector<std::string> keysOf(const QLTDictionary& stationAttributes, const ch
 
 std::string nameOf(const QLTestSuite& suite) { return "the logger of site " + suite.siteName(); }
 
+std::string notWritten(const std::string& logger, const QLTError& lost) {
+  return logger + " could not be written: " + (lost ? describe(lost) : "for an unknown reason");
+}
+
 /// Calls into the plug-in; `CannotRun` when it throws anything.
 template <typename Function>
 void refusingExceptions(const std::string& what, const Function& function) {
@@ -56,8 +60,9 @@ LogChain::LogChain(const std::string& csvPath, const QLTDictionary& stationAttri
 }
 
 LogChain::~LogChain() {
-  for (std::size_t i = 0; i < opened_; ++i)
+  for (std::size_t i = 0; i < opened_; ++i) {
     close(*ownLoggers_[i].logger, "a logger of the plug-in");
+  }
   close(csv_, "the result log");
 }
 
@@ -81,10 +86,14 @@ void LogChain::open() {
   }
 }
 
-void LogChain::open(QLTLogger& logger, const std::string& what) {
+void LogChain::open(QLTLogger& logger, const std::string& what) const {
   QLTError error;
-  if (logger.open(attributeKeys_, extraKeys_, &error)) return;
-  throw CannotRun("cannot open " + what + (error ? ": " + printable(describe(error)) : ""),
+  const bool isOpen = logger.open(attributeKeys_, extraKeys_, &error);
+  // A header that is lost does not keep it from opening.
+  const QLTError reason = error ? error : logger.failure();
+  if (isOpen && !logger.failure()) return;
+  throw CannotRun("cannot " + std::string(isOpen ? "write" : "open") + " " + what +
+                      (reason ? ": " + printable(describe(reason)) : ""),
                   "Nothing was tested, for the results would be lost. Check that its folder may be "
                   "written to\nand that the disk is not full.");
 }
@@ -107,10 +116,15 @@ void LogChain::startDevice(const QLTestSuite& suite) {
   if (own != loggerOf_.end()) own->second->startDevice(suite.siteAttributes());
 }
 
-void LogChain::log(const QLTestSuite& suite, const std::shared_ptr<const QLTestResult>& result) {
-  csv_.log(result);
+std::optional<std::string> LogChain::log(const QLTestSuite& suite, const QLTestResults& records) {
+  const std::vector<std::shared_ptr<const QLTestResult>> all(records.begin(), records.end());
+  QLTError lost;
+  if (!csv_.logAll(all, &lost)) return notWritten("the result log", lost);
   const auto own = loggerOf_.find(&suite);
-  if (own != loggerOf_.end()) own->second->log(result);
+  if (own == loggerOf_.end() || own->second->logAll(all, &lost)) return std::nullopt;
+  return notWritten("the plug-in's logger", lost);
 }
+
+bool LogChain::resultLogFailed() const { return static_cast<bool>(csv_.failure()); }
 
 }  // namespace station

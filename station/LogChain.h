@@ -2,6 +2,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,7 +25,9 @@ namespace station {
 /// the end of each line; "csvAttributeKeys" names the station attributes that become columns at its
 /// front.
 ///
-/// `startDevice` and `log` may be called by several sites at once.
+/// What cannot be written is told by the loggers themselves; the console log, which plug-ins write
+/// to and may take, has no say in it. `startDevice` and `log` may be called by several sites at
+/// once.
 class LogChain {
  public:
   /// Asks the suites for their loggers; `CannotRun` when a suite throws, or the station attributes
@@ -39,7 +42,11 @@ class LogChain {
   void open();
 
   void startDevice(const QLTestSuite& suite);
-  void log(const QLTestSuite& suite, const std::shared_ptr<const QLTestResult>& result);
+  /// Logs the records of one test. Gives what could not be written of them, in words; absent when
+  /// every one is where it belongs. Throws what the suite's own logger throws.
+  std::optional<std::string> log(const QLTestSuite& suite, const QLTestResults& records);
+  /// True when the CSV file lacks something.
+  bool resultLogFailed() const;
 
  private:
   struct OwnLogger {
@@ -48,7 +55,7 @@ class LogChain {
   };
 
   void addLoggerOf(QLTestSuite& suite);
-  void open(QLTLogger& logger, const std::string& what);
+  void open(QLTLogger& logger, const std::string& what) const;
   void close(QLTLogger& logger, const std::string& what);
 
   Screen& screen_;

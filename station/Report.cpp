@@ -78,9 +78,8 @@ Report::Report(Screen& screen, const std::vector<std::string>& sites,
     : screen_(screen), siteWidth_(widest(sites)), testWidth_(widest(tests)) {}
 
 void Report::testDone(const TestLine& line) const {
-  const Verdict verdict = line.passed ? Verdict::Pass : Verdict::Fail;
   std::string text = padded(printable(line.site), siteWidth_) + "  " +
-                     screen_.coloured(verdictText(verdict), colourOf(verdict)) + "  " +
+                     screen_.coloured(verdictText(line.verdict), colourOf(line.verdict)) + "  " +
                      padded(printable(line.test), testWidth_) + "  " + secondsText(line.seconds);
   if (line.retested) text += "  (second attempt)";
   if (!line.failure.empty()) text += "  " + printable(line.failure);

@@ -14,10 +14,10 @@ namespace station {
 struct TestLine {
   std::string site;
   std::string test;
-  bool passed = false;
+  Verdict verdict = Verdict::Fail;  ///< BrokenOff: passed, but not recorded
   bool retested = false;
   double seconds = 0;
-  std::string failure;  ///< see `Report::failure`
+  std::string failure;  ///< why it did not pass, see `Report::failure`
 };
 
 /// What the operator reads: a line for every finished test and device while the tests run, and the

@@ -55,6 +55,12 @@ bool hasFailed(const std::shared_ptr<QLTestResult>& record) {
   return record->result() == kQLTestResultFail;
 }
 
+/// In words; empty when none has failed.
+std::string firstFailure(const QLTestResults& records) {
+  const auto failed = std::find_if(records.begin(), records.end(), hasFailed);
+  return failed == records.end() ? "" : Report::failure(**failed);
+}
+
 /// A code that nobody knows is no pass.
 bool hasPassed(const std::shared_ptr<QLTestResult>& record) {
   return record->result() == kQLTestResultPass || record->result() == kQLTestResultNA;
@@ -140,22 +146,22 @@ bool SiteRunner::runTest(QLTestMethod& method, std::int32_t index, Outcome& outc
   const auto started = std::chrono::steady_clock::now();
   const std::string name = nameOf(method, index);
   const TestRun test = run(method, index);
-  std::string failure;
-  std::optional<std::string> problem = test.exception;
-  for (const auto& record : test.records) {
-    if (hasFailed(record) && failure.empty()) failure = Report::failure(*record);
-    // Each record, although the logger failed at an earlier one: the CSV file gets them all.
-    const auto logProblem = problemOf(kLogger, [&] { logs_.log(*suite_, record); });
-    if (!problem) problem = logProblem;
-  }
+  const std::string failure = firstFailure(test.records);
+  if (!test.passed && !outcome.firstFailure) outcome.firstFailure = name + " / " + failure;
+  const auto lost = problemOf(kLogger, [&] {
+    const auto notWritten = logs_.log(*suite_, test.records);
+    if (notWritten) throw BrokenOff(*notWritten);
+  });
+  // What is not recorded is not shown as passed.
+  const Verdict passed = lost ? Verdict::BrokenOff : Verdict::Pass;
   report_.testDone({.site = site(),
                     .test = name,
-                    .passed = test.passed,
+                    .verdict = test.passed ? passed : Verdict::Fail,
                     .retested = test.retested,
                     .seconds = secondsSince(started),
-                    .failure = failure});
-  if (!test.passed && !outcome.firstFailure) outcome.firstFailure = name + " / " + failure;
-  if (problem) throw BrokenOff(*problem);
+                    .failure = failure.empty() ? lost.value_or("") : failure});
+  if (test.exception) throw BrokenOff(*test.exception);
+  if (lost) throw BrokenOff(*lost);
   return test.passed;
 }
 

@@ -10,6 +10,7 @@
 #include <QLTestMethod.h>
 #include <QLTestSiteManager.h>
 
+#include "ConsoleLogFile.h"
 #include "LogFiles.h"
 #include "SiteRunner.h"
 #include "StationInfo.h"
@@ -55,58 +56,56 @@ bool allPassed(const std::vector<Outcome>& outcomes) {
 StationRun::StationRun(RunOptions options) : options_(std::move(options)) {}
 
 int StationRun::run() {
-  ConsoleLogFile diagnostics(options_.verbose, screen_);
+  ConsoleLogFile diagnostics(options_.verbose);
   const QLTBundle& bundle = Plugin::openBundle(options_.bundle);
   makeLogFolder(options_.logFolder);
   const std::string fileName = QLTCSVLogger::timeStampedFileName(bundle.path().stem());
   const LogFiles files = makeLogFiles(options_.logFolder, fileName, diagnostics);
-  Plugin plugin(bundle, *screen_);
+  Plugin plugin(bundle, screen_);
   plugin.load(stationInfo(bundle, options_.logFolder), files.diagnostics);
-  const int status = runOn(plugin, diagnostics, files.results);
-  screen_->line("Results:     " + files.results + "\nDiagnostics: " + files.diagnostics);
+  const int status = runOn(plugin, files.results);
+  screen_.line("Results:     " + files.results + "\nDiagnostics: " + files.diagnostics);
   return status;
 }
 
-int StationRun::runOn(Plugin& plugin, const ConsoleLogFile& diagnostics,
-                      const std::string& csvPath) {
+int StationRun::runOn(Plugin& plugin, const std::string& csvPath) {
   const Suites suites = chooseSites(plugin.manager(), options_.sites);
   checkFlow(suites, options_.flow);
-  SerialNumberSource serialNumbers(options_.serialNumbers, siteNames(suites), *screen_);
-  LogChain logs(csvPath, plugin.manager().stationAttributes(), suites, *screen_);
+  SerialNumberSource serialNumbers(options_.serialNumbers, siteNames(suites), screen_);
+  LogChain logs(csvPath, plugin.manager().stationAttributes(), suites, screen_);
   checkFlow(suites, options_.flow);  // again: the suites' `logger` has run
   logs.open();
   for (const std::string& site : disabledSites(plugin.manager())) {
-    screen_->line("Site " + printable(site) + " is disabled in the station's configuration.");
+    screen_.line("Site " + printable(site) + " is disabled in the station's configuration.");
   }
-  const Report report(*screen_, siteNames(suites),
+  const Report report(screen_, siteNames(suites),
                       testNames(*suites.front()->flowForName(options_.flow)));
-  const Series series = testSeries(suites, serialNumbers, logs, report, diagnostics);
+  const Series series = testSeries(suites, serialNumbers, logs, report);
   report.table(series.outcomes);
-  if (diagnostics.resultLogFailed()) {
-    screen_->warning("the result log is not complete; test these devices again");
+  if (logs.resultLogFailed()) {
+    screen_.warning("the result log is not complete; test the devices that were broken off again");
   }
   return series.complete && allPassed(series.outcomes) ? kAllPassed : kNotAllPassed;
 }
 
 StationRun::Series StationRun::testSeries(const Suites& suites, SerialNumberSource& source,
-                                          LogChain& logs, const Report& report,
-                                          const ConsoleLogFile& diagnostics) {
+                                          LogChain& logs, const Report& report) {
   std::vector<SiteRunner> runners;
   for (const auto& suite : suites) runners.emplace_back(suite, options_.flow, logs, report);
   Series series;
   for (int round = 1; round <= options_.repeat; ++round) {
     if (Signals::stopRequested()) return series;
     if (options_.repeat > 1) {
-      screen_->line((round > 1 ? "\n" : "") + std::string("Round ") + std::to_string(round) +
-                    " of " + std::to_string(options_.repeat));
+      screen_.line((round > 1 ? "\n" : "") + std::string("Round ") + std::to_string(round) +
+                   " of " + std::to_string(options_.repeat));
     }
     const auto serialNumbers = source.next();
     if (!serialNumbers) return series;
     for (Outcome& outcome : testDevices(runners, *serialNumbers, round)) {
       series.outcomes.push_back(std::move(outcome));
     }
-    // A device whose results are lost must not count as tested.
-    if (Signals::stopRequested() || diagnostics.resultLogFailed()) return series;
+    // Where the results of one device were lost, those of the next would be.
+    if (Signals::stopRequested() || logs.resultLogFailed()) return series;
   }
   series.complete = true;
   return series;

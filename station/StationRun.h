@@ -1,10 +1,8 @@
 #pragma once
 
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "ConsoleLogFile.h"
 #include "LogChain.h"
 #include "Outcome.h"
 #include "Plugin.h"
@@ -34,12 +32,12 @@ class StationRun {
     bool complete = false;  ///< all rounds were run
   };
 
-  int runOn(Plugin& plugin, const ConsoleLogFile& diagnostics, const std::string& csvPath);
+  int runOn(Plugin& plugin, const std::string& csvPath);
   Series testSeries(const Suites& suites, SerialNumberSource& source, LogChain& logs,
-                    const Report& report, const ConsoleLogFile& diagnostics);
+                    const Report& report);
 
   const RunOptions options_;
-  const std::shared_ptr<Screen> screen_ = std::make_shared<Screen>();
+  Screen screen_;
   const Signals signals_;
 };
 

@@ -51,46 +51,69 @@ std::string didYouMean(std::string_view name, const std::vector<std::string>& ca
   return nearest == nullptr ? std::string() : format("did you mean \"%@\"?", *nearest);
 }
 
-void ConfigFindings::add(QLTConfigFinding::Severity severity, const Complaint& complaint,
-                         std::string advice) {
-  findings_.push_back({severity, complaint.file, complaint.position.line, complaint.position.column,
-                       complaint.keyPath, complaint.reason, std::move(advice)});
+std::string cannotBeRead(const QLTError& error, const std::string& file) {
+  std::string reason = error.description().value_or(error.domain());
+  if (reason.starts_with(file + ": ")) reason.erase(0, file.size() + 2);
+  return "cannot be read: " + reason;
 }
 
-void ConfigFindings::error(const Complaint& complaint, std::string advice) {
-  add(QLTConfigFinding::Severity::Error, complaint, std::move(advice));
+void ConfigFindings::complaint(QLTConfigFinding finding, std::string advice) {
+  using Severity = QLTConfigFinding::Severity;
+  if (unread_ && !wantsWarnings_) return;
+  finding.severity = unread_ ? Severity::Warning : Severity::Error;
+  finding.advice = std::move(advice);
+  findings_.push_back(std::move(finding));
 }
 
-void ConfigFindings::warning(const Complaint& complaint, std::string advice) {
-  add(QLTConfigFinding::Severity::Warning, complaint, std::move(advice));
-}
-
-void ConfigFindings::add(const Complaints& complaints, QLTConfigFinding::Severity severity) {
-  for (const Complaint& complaint : complaints) add(severity, complaint, {});
+void ConfigFindings::warning(QLTConfigFinding finding, std::string advice) {
+  if (!wantsWarnings_) return;
+  finding.severity = QLTConfigFinding::Severity::Warning;
+  finding.advice = std::move(advice);
+  findings_.push_back(std::move(finding));
 }
 
 void ConfigFindings::unknownKeys(const ConfigEntry& entry, const std::vector<std::string>& known) {
-  const QLTDictionary* const entries = entry.present() ? entry.value().dictionary() : nullptr;
+  const QLTDictionary* const entries =
+      wantsWarnings_ && entry.present() ? entry.value().dictionary() : nullptr;
   if (entries == nullptr) return;
-  for (const auto& [key, value] : *entries) {
-    if (std::find(known.begin(), known.end(), key) != known.end()) continue;
-    std::string advice = didYouMean(key, known);
-    if (advice.empty()) advice = "the keys are: " + QLTUtil::arrayToString(known, ", ");
-    warning(entry.at(key).complaint("unknown key; loading ignores it"), advice);
-  }
+  for (const auto& [key, value] : *entries) unknownKey(entry.at(key), key, known);
+}
+
+void ConfigFindings::unknownKey(const ConfigEntry& entry, std::string_view key,
+                                const std::vector<std::string>& known) {
+  if (std::find(known.begin(), known.end(), key) != known.end()) return;
+  std::string advice = didYouMean(key, known);
+  if (advice.empty()) advice = "the keys are: " + QLTUtil::arrayToString(known, ", ");
+  warning(entry.finding("unknown key; loading ignores it"), std::move(advice));
 }
 
 void ConfigFindings::surprisingBoolean(const ConfigEntry& entry) {
-  const std::string* const text = entry.present() ? entry.value().string() : nullptr;
+  const std::string* const text =
+      wantsWarnings_ && entry.present() ? entry.value().string() : nullptr;
   if (text == nullptr || entry.value().boolValue()) return;
   const std::vector<std::string> plain{"no", "n", "false", "f", "0"};
   if (std::find(plain.begin(), plain.end(), lowerCase(*text)) != plain.end()) return;
-  warning(entry.complaint(format("the text '%@' reads as false", *text)),
+  warning(entry.finding(format("the text '%@' reads as false", *text)),
           "write <true/> or <false/>");
+}
+
+void ConfigFindings::shiftedColumns(const ConfigEntry& entry, std::string_view text) {
+  if (!wantsWarnings_) return;
+  const std::size_t found = text.find_first_of(",\"\r\n");
+  if (found == std::string_view::npos) return;
+  const char* const what = text[found] == ','   ? "a comma"
+                           : text[found] == '"' ? "a double quote"
+                                                : "a line end";
+  warning(entry.finding(format("holds %@, which shifts the columns of the result log", what)),
+          "write it without commas, double quotes and line ends");
 }
 
 }  // namespace quillon::internal
 
 std::string QLTConfigFinding::text() const {
-  return quillon::internal::Complaint{file, {line, column}, key, message}.text();
+  using quillon::internal::format;
+  std::string result = file;
+  if (line > 0) result += format(":%d", line);
+  if (line > 0 && column > 0) result += format(":%d", column);
+  return result + ": " + key + (key.empty() ? "" : ": ") + message;
 }

@@ -1,30 +1,12 @@
 #pragma once
 
 #include <filesystem>
-#include <string>
 #include <vector>
 
 #include <QLTBundle.h>
+#include <QLTConfigFinding.h>
 #include <QLTExport.h>
 #include <QLTValue.h>
-
-/// One thing that a check found in a station's configuration.
-struct QLT_EXPORT QLTConfigFinding {
-  enum class Severity {
-    Error,   ///< loading fails
-    Warning  ///< loading goes on, but perhaps not as it was meant
-  };
-  Severity severity = Severity::Error;
-  std::string file;
-  int line = 0;         ///< from 1; 0 where it is not known
-  int column = 0;       ///< from 1; 0 where it is not known
-  std::string key;      ///< the key path within the file; "" for the file or line as a whole
-  std::string message;  ///< what is wrong, and what loading makes of it
-  std::string advice;   ///< what to do; may be ""
-
-  /// "FILE:LINE:COLUMN: KEY: MESSAGE", without the parts that are not known.
-  std::string text() const;
-};
 
 /// Checks a station's configuration at the desk, before anything is tested.
 ///

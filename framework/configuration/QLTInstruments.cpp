@@ -1,7 +1,7 @@
 #include "QLTInstruments.h"
 
-#include <cstddef>
-#include <cstdint>
+#include <algorithm>
+#include <array>
 #include <string_view>
 #include <utility>
 
@@ -17,28 +17,16 @@
 
 #include "common/Format.h"
 #include "common/Text.h"
+#include "configuration/InstrumentClasses.h"
+#include "utilities/Fail.h"
 
-using quillon::internal::blanks;
-using quillon::internal::format;
-using quillon::internal::trimmed;
-
+namespace quillon::internal {
 namespace {
-
-std::nullptr_t fail(QLTError* error, std::int32_t code, const std::string& message) {
-  const QLTError reason = QLTUtil::handleError(code, message);
-  if (error) *error = reason;
-  return nullptr;
-}
 
 /// The entry's text under `key`; null when there is none.
 const std::string* textOf(const QLTDictionary& entry, std::string_view key) {
   const QLTValue* value = entry.find(key);
   return value ? value->string() : nullptr;
-}
-
-std::string kindOf(const QLTDictionary& entry) {
-  const std::string* text = textOf(entry, "class");
-  return text ? trimmed(*text, blanks) : "";
 }
 
 bool isSimulated(const QLTDictionary& entry) {
@@ -54,8 +42,7 @@ std::shared_ptr<QLTSerial> makePort(const QLTDictionary& entry, const std::strin
 bool openPort(QLTSerial& port, const std::string& failure, QLTError* error) {
   QLTError openError;
   if (port.open(&openError)) return true;
-  if (error) *error = QLTUtil::handleError(openError, failure);
-  return false;
+  return failWith(error, QLTUtil::handleError(openError, failure));
 }
 
 std::shared_ptr<QLTSocket> makeSocket(const QLTDictionary& entry, const std::string& ip) {
@@ -63,59 +50,90 @@ std::shared_ptr<QLTSocket> makeSocket(const QLTDictionary& entry, const std::str
   return QLTSocket::init(ip, QLTDavDPEther::kPort);
 }
 
-std::shared_ptr<QLTObject> makeDiags(const QLTDictionary& entry, QLTError* error) {
-  const std::string* bsdPath = textOf(entry, "bsdPath");
-  if (!bsdPath) {
-    return fail(error, kQLTErrorInstrumentAttributeMissing,
-                "no bsdPath attribute config for QLTDiags instrument");
-  }
-  auto port = makePort(entry, *bsdPath);
-  if (!openPort(*port, format("Error opening serial port at %@", *bsdPath), error)) return nullptr;
+std::shared_ptr<QLTObject> makeDiags(const QLTDictionary& entry, const std::string& bsdPath,
+                                     QLTError* error) {
+  auto port = makePort(entry, bsdPath);
+  if (!openPort(*port, format("Error opening serial port at %@", bsdPath), error)) return nullptr;
   return QLTDiags::initWithPort(std::move(port));
 }
 
-std::shared_ptr<QLTObject> makeDavDPEther(const QLTDictionary& entry, QLTError* error) {
-  const std::string* ip = textOf(entry, "ip");
-  if (!ip) {
-    return fail(error, kQLTErrorInstrumentAttributeMissing,
-                "no ip attribute config for QLTDavDPEther instrument");
+std::shared_ptr<QLTObject> makeDavDPEther(const QLTDictionary& entry, const std::string& ip,
+                                          QLTError* error) {
+  auto socket = makeSocket(entry, ip);
+  if (!socket) {
+    return fail(error, kQLTErrorInstrumentNotCreated, format("error creating socket at %@", ip));
   }
-  auto socket = makeSocket(entry, *ip);
-  if (!socket)
-    return fail(error, kQLTErrorInstrumentNotCreated, format("error creating socket at %@", *ip));
   auto unit = QLTDavDPEther::initWithSocket(std::move(socket));
-  if (!unit)
+  if (!unit) {
     return fail(error, kQLTErrorInstrumentNotCreated,
-                format("error creating DAVDP with socket %@", *ip));
+                format("error creating DAVDP with socket %@", ip));
+  }
   return unit;
 }
 
-std::shared_ptr<QLTObject> makeDavDPSerial(const QLTDictionary& entry, QLTError* error) {
-  const std::string* bsdPath = textOf(entry, "bsdPath");
-  if (!bsdPath) {
-    return fail(error, kQLTErrorInstrumentAttributeMissing,
-                "no bsdPath attribute config for QLTDavDPSerial instrument");
-  }
-  auto port = makePort(entry, *bsdPath);
+std::shared_ptr<QLTObject> makeDavDPSerial(const QLTDictionary& entry, const std::string& bsdPath,
+                                           QLTError* error) {
+  auto port = makePort(entry, bsdPath);
   QLTDavDPSerial::setUpLine(*port);
-  if (!openPort(*port, format("Error opening serial port at %@ for DAVDP", *bsdPath), error)) {
+  if (!openPort(*port, format("Error opening serial port at %@ for DAVDP", bsdPath), error)) {
     return nullptr;
   }
   auto unit = QLTDavDPSerial::initWithPort(std::move(port));
   if (!unit) {
     return fail(error, kQLTErrorInstrumentNotCreated,
-                format("error creating DAVDP with serial port %@", *bsdPath));
+                format("error creating DAVDP with serial port %@", bsdPath));
   }
   return unit;
 }
 
+constexpr std::array kInstrumentClasses{
+    InstrumentClass{"QLTDavDPEther", "ip", makeDavDPEther},
+    InstrumentClass{"QLTDavDPSerial", "bsdPath", makeDavDPSerial},
+    InstrumentClass{"QLTDiags", "bsdPath", makeDiags}};
+
 }  // namespace
+
+std::string instrumentClassName(const QLTDictionary& entry) {
+  const std::string* const text = textOf(entry, "class");
+  return text ? trimmed(*text, blanks) : "";
+}
+
+const InstrumentClass* instrumentClassOf(const QLTDictionary& entry) {
+  const std::string name = instrumentClassName(entry);
+  const auto found = std::find_if(kInstrumentClasses.begin(), kInstrumentClasses.end(),
+                                  [&](const InstrumentClass& cls) { return name == cls.name; });
+  return found == kInstrumentClasses.end() ? nullptr : &*found;
+}
+
+const std::string* neededAttribute(const InstrumentClass& cls, const QLTDictionary& entry) {
+  return textOf(entry, cls.attribute);
+}
+
+std::string missingAttributeText(const InstrumentClass& cls) {
+  return format("no %@ attribute config for %@ instrument", cls.attribute, cls.name);
+}
+
+std::vector<std::string> instrumentClassNames() {
+  std::vector<std::string> names;
+  for (const InstrumentClass& cls : kInstrumentClasses) names.emplace_back(cls.name);
+  return names;
+}
+
+}  // namespace quillon::internal
+
+using quillon::internal::fail;
+using quillon::internal::InstrumentClass;
+using quillon::internal::instrumentClassOf;
+using quillon::internal::missingAttributeText;
+using quillon::internal::neededAttribute;
 
 QLTInstruments::InstrumentOrMarker QLTInstruments::creaeteInstrument(const QLTDictionary& entry,
                                                                      QLTError* error) {
-  const std::string kind = kindOf(entry);
-  if (kind == "QLTDiags") return makeDiags(entry, error);
-  if (kind == "QLTDavDPEther") return makeDavDPEther(entry, error);
-  if (kind == "QLTDavDPSerial") return makeDavDPSerial(entry, error);
-  return std::string("unknown instrument");
+  const InstrumentClass* const cls = instrumentClassOf(entry);
+  if (cls == nullptr) return std::string("unknown instrument");
+  const std::string* const attribute = neededAttribute(*cls, entry);
+  if (attribute != nullptr) return cls->make(entry, *attribute, error);
+  const std::shared_ptr<QLTObject> none =
+      fail(error, kQLTErrorInstrumentAttributeMissing, missingAttributeText(*cls));
+  return none;
 }

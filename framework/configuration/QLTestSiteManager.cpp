@@ -4,26 +4,26 @@
 
 #include <QLTConsoleLog.h>
 #include <QLTErrorCodes.h>
-#include <QLTInstruments.h>
 #include <QLTPropertyList.h>
+#include <QLTStationPlan.h>
 #include <QLTUtil.h>
-#include <QLTestMethod.h>
 
 #include "common/Format.h"
-#include "configuration/FlowConfig.h"
-#include "configuration/StationConfig.h"
+#include "configuration/PlanReader.h"
+#include "configuration/PluginCalls.h"
+#include "configuration/StationBuilder.h"
+#include "configuration/TesterConfig.h"
 #include "platform/TextFile.h"
+#include "utilities/Fail.h"
 
-using quillon::internal::callPlugin;
-using quillon::internal::classOfTest;
-using quillon::internal::Complaints;
-using quillon::internal::ConfigEntry;
+using quillon::internal::BuildProblem;
 using quillon::internal::configFile;
+using quillon::internal::ConfigFindings;
+using quillon::internal::fail;
+using quillon::internal::failWith;
 using quillon::internal::format;
-using quillon::internal::readDefaultFlow;
-using quillon::internal::readTest;
-using quillon::internal::setError;
-using quillon::internal::TestEntry;
+using quillon::internal::PlanReader;
+using quillon::internal::StationBuilder;
 
 const std::string kVeltroQLTAttributeBundleVersion = "VeltroQLTBundleVersion";
 const std::string kVeltroQLTAttributeFrameworkVersion = "VeltroQLTFrameworkVersion";
@@ -38,98 +38,15 @@ std::shared_ptr<QLTestSiteManager>& sharedSlot() {
   return *slot;
 }
 
-void setVersion(QLTDictionary& attributes, const std::string& key,
-                const std::optional<std::string>& version) {
-  if (version) {
-    attributes.set(key, *version);
-  } else {
-    attributes.remove(key);
-  }
+/// The reading of a stage of loading, which wants to know no more than what it refuses.
+PlanReader readerOf(const std::string& configFile) {
+  return {configFile, QLTestSiteManager::testerConfigPath(), ConfigFindings::Wanted::Complaints};
 }
 
-std::string textOf(const QLTError& error) {
-  return error.description().value_or(error.domain() + " " + std::to_string(error.code()));
-}
-
-/// Makes an instrument of a class that the factory does not know. Null with an error when the
-/// plug-in does not know it, either, or fails.
-std::shared_ptr<QLTObject> makePluginInstrument(const QLTClass* principalClass,
-                                                const QLTDictionary& entry, QLTError& error) {
-  if (principalClass != nullptr && principalClass->operations().createInstrument != nullptr) {
-    QLTError pluginError;
-    auto made = callPlugin(
-        *principalClass, "createInstrument",
-        [&] { return principalClass->operations().createInstrument(entry, &pluginError); }, error);
-    if (!made) return nullptr;
-    if (*made) return *made;
-    if (pluginError) {
-      error = pluginError;
-      return nullptr;
-    }
-  }
-  std::optional<std::string> cls;
-  if (const QLTValue* value = entry.find("class")) cls = value->text();
-  error = QLTUtil::handleError(kQLTErrorInstrumentTypeUnknown,
-                               format("unknown instrument type %@", cls));
-  return nullptr;
-}
-
-std::shared_ptr<QLTestSuite> makeSuite(const QLTClass* principalClass, const std::string& siteName,
-                                       QLTError& error) {
-  if (principalClass == nullptr || principalClass->operations().makeSuite == nullptr) {
-    error = QLTUtil::handleError(
-        kQLTErrorPluginClassUnusable,
-        principalClass == nullptr
-            ? std::string("the bundle's Info.plist names no principal class of the bundle (is it "
-                          "registered with QLT_CLASS?)")
-            : format("the bundle's principal class %@ is not a suite class",
-                     principalClass->name()));
-    return nullptr;
-  }
-  auto suite = callPlugin(
-      *principalClass, "its constructor",
-      [&] { return principalClass->operations().makeSuite(siteName); }, error);
-  return suite ? *suite : nullptr;
-}
-
-/// Makes the test method of an entry. Null with an error when its class is unknown, no test method,
-/// or fails.
-std::shared_ptr<QLTestMethod> makeMethod(const QLTBundle& bundle,
-                                         const std::shared_ptr<QLTestSuite>& suite,
-                                         const ConfigEntry& entry, TestEntry test,
-                                         QLTError& error) {
-  const QLTClass* const cls = classOfTest(bundle, test.className);
-  if (cls == nullptr) {
-    const std::string message = format("unrecognized test method class %@", test.className);
-    // The record's text is fixed; the place is for the log.
-    QLTLog(entry.at("class").complaint(message).text());
-    error = QLTUtil::handleError(kQLTErrorFlowWrong, message);
-    return nullptr;
-  }
-  if (cls->operations().makeMethod == nullptr) {
-    const std::string message = format("the class %@ is not a test method", cls->name());
-    error = QLTUtil::handleError(kQLTErrorFlowWrong, entry.at("class").complaint(message).text());
-    return nullptr;
-  }
-  const auto made = callPlugin(
-      *cls, "its constructor",
-      [&] {
-        return cls->operations().makeMethod(suite, suite->resources(), test.displayName,
-                                            std::move(test.subTests));
-      },
-      error);
-  if (!made) return nullptr;
-  const std::shared_ptr<QLTestMethod>& method = *made;
-  method->setParams(std::move(test.params));
-  if (test.retest) method->setAllowRetest(*test.retest);
-  if (test.stopOnFail) method->setShouldStopOnFail(*test.stopOnFail);
-  return method;
-}
-
-/// Ends a stage with the first complaint.
-bool fail(std::int32_t code, const Complaints& complaints, QLTError* error) {
-  setError(error, QLTUtil::handleError(code, complaints.front().text()));
-  return false;
+/// The builder of a stage of loading. A problem that does not end it leaves its record, too.
+StationBuilder builderOf(const QLTBundle* bundle, const QLTClass* principalClass, QLTError* error) {
+  return {bundle, principalClass, StationBuilder::Policy::Make,
+          [error](const BuildProblem& problem) { failWith(error, problem.error); }};
 }
 
 }  // namespace
@@ -151,7 +68,9 @@ void QLTestSiteManager::releaseSharedInstance() {
 
 std::shared_ptr<QLTestSiteManager> QLTestSiteManager::init() {
   if (sharedSlot()) {
-    releaseSharedInstance();
+    // Lives on: its instruments and suites may be in use by those who only know them.
+    static auto* const givenUp = new std::vector<std::shared_ptr<QLTestSiteManager>>;
+    givenUp->push_back(std::exchange(sharedSlot(), nullptr));
     return nullptr;
   }
   sharedSlot().reset(new QLTestSiteManager);
@@ -166,45 +85,30 @@ QLTestSiteManager::~QLTestSiteManager() {
 
 bool QLTestSiteManager::loadConfig(const QLTBundle& bundle, const QLTDictionary& stationInfo,
                                    QLTError* error) {
-  const std::string file = configFile_ = configFile(bundle);
+  bundle_ = &bundle;
+  configFile_ = configFile(bundle);
   QLTError problem;
-  std::optional<QLTDictionary> read = QLTPropertyList::readDictionary(file, &problem);
+  std::optional<QLTDictionary> read = QLTPropertyList::readDictionary(configFile_, &problem);
   config_ = read ? *std::move(read) : QLTDictionary();
   if (problem) {
-    QLTLog(format("************Error reading plist: %@, format %d", file, 0));
-    QLTLog(textOf(problem));
-    setError(error, QLTUtil::handleError(kQLTErrorConfigUnreadable, std::nullopt));
-    return false;
+    QLTLog(format("************Error reading plist: %@, format %d", configFile_, 0));
+    QLTLog(problem.description().value_or(problem.domain()));
+    return fail(error, kQLTErrorConfigUnreadable, std::nullopt);
   }
 
-  setVersion(stationAttributes_, kVeltroQLTAttributeBundleVersion, bundle.version());
-  setVersion(stationAttributes_, kVeltroQLTAttributeFrameworkVersion,
-             QLTBundle::frameworkBundle().version());
-  Complaints complaints;
-  const ConfigEntry attributes(file, "stationAttributes", config_.find("stationAttributes"));
-  if (const QLTDictionary* entries = attributes.dictionary(complaints)) {
-    stationAttributes_.merge(*entries);
+  quillon::internal::enterVersions(bundle, stationAttributes_);
+  PlanReader reader = readerOf(configFile_);
+  if (!reader.readStationAttributes(config_)) {
+    return fail(error, kQLTErrorConfigWrong, reader.refusal().text());
   }
-  if (!complaints.empty()) return fail(kQLTErrorConfigWrong, complaints, error);
+  stationAttributes_.merge(reader.plan().stationAttributes);
 
   const QLTClass* const principalClass = bundle.principalClass();
-  if (principalClass != nullptr && principalClass->operations().customizeConfig != nullptr) {
-    const auto called = callPlugin(
-        *principalClass, "customizeConfig",
-        [&] {
-          principalClass->operations().customizeConfig(config_, stationInfo);
-          return true;
-        },
-        problem);
-    if (!called) {
-      setError(error, problem);
-      return false;
-    }
-  }
+  problem = quillon::internal::customizeConfig(principalClass, config_, stationInfo);
+  if (problem) return failWith(error, problem);
 
-  const auto failed = [&](const char* stage) {
-    setError(error, QLTUtil::handleError(problem, stage));
-    return false;
+  const auto failed = [&](const char* stage) -> bool {
+    return failWith(error, QLTUtil::handleError(problem, stage));
   };
   if (!loadTesterConfig(&problem)) return failed("load instruments failed. Tests can not be run");
   if (!loadInstruments(principalClass, stationInfo, &problem)) {
@@ -213,7 +117,7 @@ bool QLTestSiteManager::loadConfig(const QLTBundle& bundle, const QLTDictionary&
   if (!loadSites(principalClass, &problem)) return failed("load site failed. Tests can not be run");
   if (!loadFlows(bundle, &problem)) return failed("load flow failed. Tests can not be run");
   // A skipped instrument or a disabled site does not end the load, but the caller hears of it.
-  if (problem) setError(error, problem);
+  if (problem) failWith(error, problem);
   runIndex_ = 0;
   return true;
 }
@@ -227,128 +131,45 @@ bool QLTestSiteManager::loadTesterConfig(QLTError* error) {
   return true;
 }
 
+std::optional<QLTDictionary> QLTestSiteManager::parseTesterConfig(std::string_view text,
+                                                                  const std::string& fileName,
+                                                                  QLTError* error) {
+  ConfigFindings findings(ConfigFindings::Wanted::Complaints);
+  const auto lines = quillon::internal::readTesterConfig(text, fileName, findings);
+  if (findings.size() == 0) return quillon::internal::instrumentTable(lines);
+  return fail(error, kQLTErrorTesterConfigMalformed, findings.all().front().text());
+}
+
 bool QLTestSiteManager::loadInstruments(const QLTClass* principalClass, const QLTDictionary&,
                                         QLTError* error) {
-  Complaints complaints;
-  // A copy, here and below: the plug-in's code that is called may change the live one.
-  const QLTDictionary config = config_;
-  const ConfigEntry section(testerConfigPath().string(), "Instruments", config.find("Instruments"));
-  const QLTDictionary* const entries = section.dictionary(complaints);
-  if (entries != nullptr) {
-    for (const auto& [name, value] : *entries) {
-      const QLTDictionary* const entry = section.at(name).dictionary(complaints);
-      if (entry == nullptr) break;
-      QLTError problem;
-      auto made = QLTInstruments::creaeteInstrument(*entry, &problem);
-      std::shared_ptr<QLTObject> instrument;
-      if (auto* known = std::get_if<std::shared_ptr<QLTObject>>(&made)) {
-        if (!*known) {
-          QLTLog(format("error loading instrument %@:%@", name, problem.description()));
-          setError(error, problem);
-          continue;
-        }
-        instrument = std::move(*known);
-      } else {
-        instrument = makePluginInstrument(principalClass, *entry, problem);
-        if (!instrument) {
-          setError(error, problem);
-          return false;
-        }
-      }
-      instruments_.insert_or_assign(name, std::move(instrument));
-    }
+  PlanReader reader = readerOf(configFile_);
+  if (!reader.readInstruments(config_, nullptr)) {
+    return fail(error, kQLTErrorConfigWrong, reader.refusal().text());
   }
-  return complaints.empty() || fail(kQLTErrorConfigWrong, complaints, error);
+  return builderOf(bundle_, principalClass, error).buildInstruments(reader.take(), instruments_);
 }
 
 bool QLTestSiteManager::loadSites(const QLTClass* principalClass, QLTError* error) {
-  Complaints complaints;
-  const QLTDictionary config = config_;
-  const ConfigEntry section(configFile_, "Sites", config.find("Sites"));
-  const QLTDictionary* const sites = section.dictionary(complaints);
-  if (sites != nullptr) {
-    for (const auto& [name, value] : *sites) {
-      const ConfigEntry entry = section.at(name);
-      if (entry.dictionary(complaints) == nullptr) break;
-      if (entry.at("disable").boolean(complaints).value_or(false)) {
-        QLTLog(format("site %@ is disabled. Skipping load...", name));
-        continue;
-      }
-      const QLTDictionary* const table = entry.at("Resources").dictionary(complaints);
-      if (!complaints.empty()) break;
-      QLTError problem;
-      const std::shared_ptr<QLTestSuite> suite = makeSuite(principalClass, name, problem);
-      if (!suite) {
-        setError(error, problem);
-        return false;
-      }
-      bool usable = true;
-      if (table != nullptr) {
-        for (const auto& [resourceName, instrumentName] : *table) {
-          const auto instrument = instruments_.find(instrumentName.text());
-          if (instrument == instruments_.end()) {
-            setError(error, QLTUtil::handleError(
-                                kQLTErrorResourceMissing,
-                                format("resource %@ for site %@ does not exist! This site will be "
-                                       "disabled",
-                                       resourceName, name)));
-            usable = false;
-            break;
-          }
-          suite->addResource(instrument->second, resourceName);
-        }
-      }
-      suite->siteAttributes().merge(stationAttributes_);
-      if (usable) setSuite(suite, name);
-    }
+  PlanReader reader = readerOf(configFile_);
+  if (!reader.readSites(config_)) {
+    return fail(error, kQLTErrorConfigWrong, reader.refusal().text());
   }
-  return complaints.empty() || fail(kQLTErrorConfigWrong, complaints, error);
+  return builderOf(bundle_, principalClass, error)
+      .buildSites(reader.take(), instruments_, stationAttributes_,
+                  [this](std::shared_ptr<QLTestSuite> suite, const std::string& siteName) {
+                    setSuite(std::move(suite), siteName);
+                  });
 }
 
 bool QLTestSiteManager::loadFlows(const QLTBundle& bundle, QLTError* error) {
-  const std::string file = configFile(bundle);
-  Complaints complaints;
-  const QLTDictionary config = config_;
+  PlanReader reader = readerOf(configFile(bundle));
+  if (!reader.readFlows(config_, bundle, !sites_.empty())) {
+    return fail(error, kQLTErrorFlowWrong, reader.refusal().text());
+  }
+  QLTStationPlan plan = reader.take();
+  // The suites, too, are taken as they are now: a plug-in's code may enter others meanwhile.
   const auto suites = sites_;
-  const ConfigEntry section(file, "Flows", config.find("Flows"));
-  const ConfigEntry defaultFlow(file, "defaultFlow", config.find("defaultFlow"));
-  const QLTDictionary* const flows = section.dictionary(complaints);
-  if (!complaints.empty()) return fail(kQLTErrorFlowWrong, complaints, error);
-  for (const auto& [siteName, suite] : suites) {
-    if (flows != nullptr) {
-      for (const auto& [flowName, tests] : *flows) {
-        if (!loadFlow(bundle, suite, flowName, tests, error)) return false;
-      }
-    }
-    const auto name = readDefaultFlow(defaultFlow, suite->flowNames(), complaints);
-    if (!name) return fail(kQLTErrorFlowWrong, complaints, error);
-    suite->setFlow(suite->flowForName(*name), "default");
-  }
-  return true;
-}
-
-bool QLTestSiteManager::loadFlow(const QLTBundle& bundle, const std::shared_ptr<QLTestSuite>& suite,
-                                 const std::string& flowName, const QLTValue& tests,
-                                 QLTError* error) {
-  // Registered before it is filled: a flow that fails half way stays, partly filled.
-  const auto flow = std::make_shared<QLTFlow>();
-  suite->setFlow(flow, flowName);
-
-  Complaints complaints;
-  const ConfigEntry section(configFile(bundle), "Flows/" + flowName, &tests);
-  const QLTArray* const entries = section.array(complaints);
-  for (std::size_t i = 0; entries != nullptr && i < entries->size(); ++i) {
-    std::optional<TestEntry> test = readTest(section.at(i), complaints);
-    if (!test) break;
-    QLTError problem;
-    const auto method = makeMethod(bundle, suite, section.at(i), *std::move(test), problem);
-    if (!method) {
-      setError(error, problem);
-      return false;
-    }
-    flow->push_back(method);
-  }
-  return complaints.empty() || fail(kQLTErrorFlowWrong, complaints, error);
+  return builderOf(&bundle, nullptr, error).buildFlows(plan, suites);
 }
 
 void QLTestSiteManager::setSuite(std::shared_ptr<QLTestSuite> suite, QLTText siteName) {

@@ -45,9 +45,9 @@ class QLT_EXPORT QLTestSiteManager : public QLTObject {
   /// makes a new one.
   static void releaseSharedInstance();
 
-  /// Makes the shared manager when there is none. When there is one, the result is null and the
-  /// shared one is given up, though whoever holds it may go on using it. Meant only for
-  /// `sharedInstance`.
+  /// Makes the shared manager when there is none. When there is one, the result is null and that
+  /// one is no longer shared; it lives on, with its instruments and suites, to the end of the
+  /// process. Meant only for `sharedInstance`.
   static std::shared_ptr<QLTestSiteManager> init();
   /// Gives up everything, and the shared manager, whichever it is.
   ~QLTestSiteManager() override;
@@ -55,8 +55,9 @@ class QLT_EXPORT QLTestSiteManager : public QLTObject {
   /// Loads a plug-in's station: reads its "TestConfig", fills the station attributes, lets the
   /// plug-in customise the configuration, takes the instrument list from the tester-config file,
   /// and makes instruments, suites and flows. On false, `error` tells the stage and the reason;
-  /// what was made before stays. On true, `error` may tell of a site that was disabled because a
-  /// resource is missing.
+  /// what was made before stays. On true, `error` may tell of an instrument that was skipped
+  /// because it did not come up, or of a site that was left out because a resource is missing: the
+  /// latest of them.
   bool loadConfig(const QLTBundle& bundle, const QLTDictionary& stationInfo,
                   QLTError* error = nullptr);
 
@@ -106,14 +107,13 @@ class QLT_EXPORT QLTestSiteManager : public QLTObject {
 
  private:
   QLTestSiteManager() = default;
-  bool loadFlow(const QLTBundle& bundle, const std::shared_ptr<QLTestSuite>& suite,
-                const std::string& flowName, const QLTValue& tests, QLTError* error);
 
   std::optional<QLTDictionary> infoForSites_;
   std::map<std::string, std::shared_ptr<QLTestSuite>, std::less<>> sites_;
   std::map<std::string, std::shared_ptr<QLTObject>, std::less<>> instruments_;
   QLTDictionary config_;
-  std::string configFile_ = "TestConfig.plist";  // for messages
+  const QLTBundle* bundle_ = nullptr;  // for messages, as is the file
+  std::string configFile_ = "TestConfig.plist";
   QLTDictionary stationAttributes_;
   std::atomic<std::uint32_t> runIndex_ = 0;
   mutable std::recursive_mutex mutex_;

@@ -2,13 +2,15 @@
 
 // Internal: not installed.
 
+#include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include <QLTValue.h>
 
-#include "configuration/StationConfig.h"
+#include "configuration/ConfigFindings.h"
 
 namespace quillon::internal {
 
@@ -24,6 +26,14 @@ struct InstrumentLine {
 /// The instrument lines of a tester-config text, in its order; every malformed line is a complaint,
 /// and left out.
 std::vector<InstrumentLine> readTesterConfig(std::string_view text, const std::string& fileName,
-                                             Complaints& complaints);
+                                             ConfigFindings& findings);
+
+/// The "Instruments" that such lines make; of several with one name the last counts.
+QLTDictionary instrumentTable(const std::vector<InstrumentLine>& lines);
+
+/// Reads the file as loading does, with a finding for whatever is wrong with it; absent when it
+/// cannot be read.
+std::optional<std::vector<InstrumentLine>> checkTesterConfig(const std::filesystem::path& file,
+                                                             ConfigFindings& findings);
 
 }  // namespace quillon::internal

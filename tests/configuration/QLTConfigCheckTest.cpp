@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 
@@ -187,10 +188,9 @@ TEST_F(QLTConfigCheckTest, WarnsOfLimitsThatAreNotMeantSo) {
       limits(key("lowLimit", "<real>4</real>") + key("highLimit", "<real>5</real>") +
              key("expected", text("x"))),
       ElementsAre("W " + place + "expected: the limits take the place of the expected text"));
-  EXPECT_THAT(
-      limits(key("lowLimit", text("4,5")) + key("highLimit", text("5 V"))),
-      ElementsAre("E " + place + "lowLimit: expected a number, found '4,5'",
-                  "E " + place + "highLimit: expected a number, found '5 V'"));
+  EXPECT_THAT(limits(key("lowLimit", text("4,5")) + key("highLimit", text("5 V"))),
+              ElementsAre("E " + place + "lowLimit: expected a number, found '4,5'",
+                          "E " + place + "highLimit: expected a number, found '5 V'"));
 }
 
 TEST_F(QLTConfigCheckTest, WarnsOfTextsThatReadAsFalse) {
@@ -281,6 +281,91 @@ TEST_F(QLTConfigCheckTest, ChecksInstrumentClasses) {
       ElementsAre("E unknown instrument type PlugInMeter; the plug-in makes no instruments"));
 }
 
+TEST_F(QLTConfigCheckTest, OfLinesWithOneNameOnlyTheLastCounts) {
+  const std::string config =
+      key("Sites", dict(key("left", dict(key("Resources", dict(key("c", text("dut")))))))) +
+      key("Flows", dict(key("main", array(kGoodTest)))) + key("defaultFlow", text("main"));
+  const std::string replaced = "W takes the place of line 2, which has the same name \"dut\"";
+  setTesterConfig(kHeader + "dut,NoSuchClass,1,a=b\ndut,QLTDiags,1,bsdPath=/dev/x\n");
+  EXPECT_THAT(findingsOf(config, "PlainSuite"), ElementsAre(replaced));
+  setTesterConfig(kHeader + "dut,QLTDiags,1,bsdPath=/dev/x\ndut,NoSuchClass,1,a=b\n");
+  EXPECT_THAT(findingsOf(config, "PlainSuite"),
+              ElementsAre(replaced,
+                          "E unknown instrument type NoSuchClass; the plug-in makes no "
+                          "instruments"));
+  // What comes below is seen, too.
+  setTesterConfig(kHeader + "dut,QLTDiags,1,path=/dev/x\ndut,PlugInMeter,1,a=b\n");
+  EXPECT_THAT(findingsOf(flowOf(testOf("Nothing", key("displayName", text("A"))))),
+              ElementsAre(replaced, HasSubstr("E Flows/main/0/class: unrecognized test method")));
+  EXPECT_THAT(
+      findingsOf(
+          key("Sites", dict(key("left", dict(key("Resources", dict(key("c", text("dut")))))))) +
+          key("Flows", dict(key("main", array(testOf("Nothing", key("displayName", text("A"))))))) +
+          key("defaultFlow", text("main"))),
+      ElementsAre(replaced, HasSubstr("E Flows/main/0/class: unrecognized test method")));
+}
+
+TEST_F(QLTConfigCheckTest, FindsForeignBytesInOnePass) {
+  constexpr std::size_t lines = 200000;
+  std::string content;
+  for (std::size_t i = 0; i < lines; ++i) content += "\xff\r\n";
+  setTesterConfig(content);
+  const PluginBundle files(STATION_PLUGIN);
+  files.setConfig(flowOf(kGoodTest));
+  const auto start = std::chrono::steady_clock::now();
+  const auto findings = QLTConfigCheck::check(*files.open(), kTesterConfig);
+  // A pass for each of them would take minutes.
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+  ASSERT_EQ(findings.size(), lines);
+  EXPECT_EQ(findings[0].line, 1);
+  EXPECT_EQ(findings.back().line, static_cast<int>(lines));
+}
+
+TEST_F(QLTConfigCheckTest, WarnsOfTextsThatShiftTheColumnsOfTheResultLog) {
+  setTesterConfig(kHeader);
+  const auto subTest = [](const std::string& name, const std::string& more) {
+    return dict(key("name", text(name)) + more);
+  };
+  const auto findings = check(
+      key("Sites",
+          dict(key("left, upper", dict("")) + key("off, too", dict(key("disable", "<true/>"))))) +
+      key("Flows",
+          dict(key("main",
+                   array(testOf(
+                       "PowerTest",
+                       key("displayName", text("Power, all")) +
+                           subTests(subTest("5 \"V\"", key("expected", text("a\nb"))) +
+                                    subTest("n", key("lowLimit", "<real>1</real>") +
+                                                     key("highLimit", "<real>2</real>") +
+                                                     key("failMessage", text("no, not"))))))))) +
+      key("defaultFlow", text("main")));
+  const std::string tail =
+      ", which shifts the columns of the result log | write it without commas, double quotes and "
+      "line ends";
+  const std::string subTest0 = "W Flows/main/0/subTestInfos/0/";
+  EXPECT_THAT(texts(findings),
+              ElementsAre("W Sites/left, upper: holds a comma" + tail,
+                          "W Flows/main/0/displayName: holds a comma" + tail,
+                          subTest0 + "name: holds a double quote" + tail,
+                          subTest0 + "expected: holds a line end" + tail,
+                          "W Flows/main/0/subTestInfos/1/failMessage: holds a comma" + tail));
+  for (const QLTConfigFinding& finding : findings) EXPECT_GT(finding.line, 0);
+}
+
+TEST_F(QLTConfigCheckTest, CutsATextThatIsNoNumberInItsMessage) {
+  setTesterConfig(kHeader);
+  const auto findings = findingsOf(flowOf(testOf(
+      "PowerTest",
+      key("displayName", text("A")) +
+          subTests(dict(key("name", text("n")) + key("lowLimit", text(std::string(200000, '9'))) +
+                        key("highLimit", text("1e999")))))));
+  ASSERT_EQ(findings.size(), 2U);
+  EXPECT_THAT(findings[0],
+              AllOf(HasSubstr("lowLimit: expected a number, found '999"), EndsWith("9...'")));
+  EXPECT_LT(findings[0].size(), 400U);
+  EXPECT_THAT(findings[1], EndsWith("highLimit: expected a number, found '1e999'"));
+}
+
 TEST_F(QLTConfigCheckTest, WarnsOfAnInstrumentThatOnlyThePluginCouldKnow) {
   setTesterConfig(kHeader + "a,QLTDavDPether,1,ip=10.0.0.1\n");
   const PluginBundle files(STATION_PLUGIN);
@@ -347,11 +432,13 @@ TEST_F(QLTConfigCheckTest, WarnsOfWhatTheResultLogOrTheStationWouldSuffer) {
 
 TEST_F(QLTConfigCheckTest, ChecksThePluginsClasses) {
   setTesterConfig(kHeader);
-  EXPECT_THAT(findingsOf(flowOf(kGoodTest), "NoSuchClass"),
-              testing::Contains(HasSubstr("E Sites/left: the plug-in has no principal class")));
+  EXPECT_THAT(
+      findingsOf(flowOf(kGoodTest), "NoSuchClass"),
+      testing::Contains(HasSubstr(
+          "E Sites/left: the principal class NoSuchClass is none of the bundle's classes")));
   EXPECT_THAT(findingsOf(flowOf(kGoodTest), "PowerTest"),
-              testing::Contains(HasSubstr(
-                  "E Sites/left: the plug-in's principal class PowerTest is not a suite class")));
+              testing::Contains(
+                  HasSubstr("E Sites/left: the principal class PowerTest is not a suite class")));
   EXPECT_THAT(findingsOf(flowOf(kGoodTest), "ThrowingSuite"),
               testing::Contains(HasSubstr("its constructor threw: no site today")));
   const std::string named = key("displayName", text("A"));

@@ -208,12 +208,13 @@ TEST_F(StationList, aTesterConfigThatIsAskedForMustBeReadable) {
   const Said missing = call({"list", bundle_.path(), "--tester-config", "nowhere.csv"});
   EXPECT_EQ(missing.status, 2);
   EXPECT_EQ(missing.errors,
-            "quillon: the configuration is broken: nowhere.csv: No such file or directory\n"
+            "quillon: the configuration is broken: nowhere.csv: cannot be read: No such file or "
+            "directory\n"
             "'quillon check' tells everything that is wrong with it.\n");
   folder_.write("tester.csv", "header\nmeter,Instrument\n");
   EXPECT_THAT(list().errors, HasSubstr("tester.csv:2: expected the four fields"));
   folder_.write("tester.csv", "header\nm\xc3\xa4ter,Instrument,0,a=b\n");
-  EXPECT_THAT(list().errors, HasSubstr("tester.csv: is not 7-bit ASCII text\n"));
+  EXPECT_THAT(list().errors, HasSubstr("tester.csv:2: byte 0xc3 is not 7-bit ASCII\n"));
 }
 
 TEST_F(StationList, aBrokenConfigurationIsReferredToTheCheck) {
@@ -223,13 +224,15 @@ TEST_F(StationList, aBrokenConfigurationIsReferredToTheCheck) {
               AllOf(StartsWith(broken), HasSubstr("TestConfig.plist:2:17: Sites: expected a "
                                                   "dictionary" +
                                                   advice)));
-  const std::string flow = "<key>Flows</key><dict><key>main</key>";
+  const std::string site = "<key>Sites</key><dict><key>left</key><dict/></dict>";
+  const std::string flow = site + "<key>Flows</key><dict><key>main</key>";
   EXPECT_THAT(refusal(flow + "<dict/></dict>"),
               HasSubstr("Flows/main: expected an array" + advice));
   const auto tested = [&](const std::string& entries) {
     return refusal(flow + "<array><dict>" + entries + "</dict></array></dict>");
   };
-  EXPECT_THAT(tested(""), HasSubstr("Flows/main/0: has no class" + advice));
+  EXPECT_THAT(tested(""),
+              HasSubstr("Flows/main/0: unrecognized test method class (null)" + advice));
   EXPECT_THAT(tested("<key>class</key><string>Nothing</string>"),
               HasSubstr("Flows/main/0/class: unrecognized test method class Nothing" + advice));
   EXPECT_THAT(tested("<key>class</key><string>TroubleSuite</string>"),
@@ -242,11 +245,47 @@ TEST_F(StationList, aBrokenConfigurationIsReferredToTheCheck) {
   EXPECT_THAT(tested(cls + "<key>subTestInfos</key><array><dict><key>lowLimit</key>"
                            "<string>4,5</string></dict></array>"),
               HasSubstr("Flows/main/0/subTestInfos/0/lowLimit: expected a number"));
-  EXPECT_THAT(refusal("<key>Sites</key><dict><key>left</key><dict/></dict>"),
-              HasSubstr(": defaultFlow: missing" + advice));
+  EXPECT_THAT(refusal(site),
+              HasSubstr(": defaultFlow: missing; it must name one of the flows: (none)" + advice));
   EXPECT_THAT(refusal("<key>open"), AllOf(StartsWith(broken), HasSubstr("TestConfig.plist:2:")));
   EXPECT_THAT(refusal("<key>stationAttributes</key><array/>"),
               HasSubstr("stationAttributes: expected a dictionary" + advice));
+}
+
+TEST_F(StationList, toleratesWhatLoadingNeverReads) {
+  const std::string disabled =
+      "<key>Sites</key><dict><key>spare</key><dict><key>disable</key><true/>"
+      "<key>Resources</key><string>none yet</string></dict></dict>";
+  bundle_.bundle().setConfig(disabled);
+  Said said = list();
+  EXPECT_EQ(said.status, 0);
+  EXPECT_THAT(said.output, HasSubstr("\nSite spare (disabled)\n  (no resources)\n"));
+  bundle_.bundle().setConfig(disabled +
+                             "<key>defaultFlow</key><dict/><key>Flows</key><dict>"
+                             "<key>odd</key><string>x</string><key>main</key><array>"
+                             "<string>x</string><dict><key>class</key><string>Nothing</string>"
+                             "</dict></array></dict>");
+  said = list();
+  EXPECT_EQ(said.status, 0);
+  EXPECT_THAT(said.output, HasSubstr("Nothing"));
+  EXPECT_EQ(list({"--json"}).status, 0);
+}
+
+TEST_F(StationList, refusesALimitBeyondTheRangeOfNumbers) {
+  const auto limited = [&](const std::string& limit) {
+    return refusal(std::string("<key>Sites</key><dict><key>left</key><dict/></dict>"
+                               "<key>defaultFlow</key><string>main</string>"
+                               "<key>Flows</key><dict><key>main</key><array><dict><key>class</key>"
+                               "<string>TroubleTest</string><key>subTestInfos</key><array><dict>"
+                               "<key>lowLimit</key><string>") +
+                   limit + "</string></dict></array></dict></array></dict>");
+  };
+  const std::string place = "Flows/main/0/subTestInfos/0/lowLimit: expected a number, found '";
+  EXPECT_THAT(limited("1e999"), HasSubstr(place + "1e999'\n"));
+  const std::string said = limited(std::string(200000, '9'));
+  EXPECT_THAT(
+      said, AllOf(StartsWith("quillon: the configuration is broken: "), HasSubstr(place + "999")));
+  EXPECT_LT(said.size(), 1000U);
 }
 
 TEST_F(StationList, aDefaultFlowOfThePluginsOwnMakingIsTolerated) {

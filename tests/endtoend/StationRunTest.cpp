@@ -436,19 +436,54 @@ TEST_F(StationRun, diagnosticsGoToTheirFileAndWithVerboseToTheScreen) {
   EXPECT_EQ(verbose.errors(), verbose.diagnostics());
 }
 
-TEST_F(StationRun, aLogThatCannotBeWrittenEndsTheSeries) {
+TEST_F(StationRun, aLogThatCannotBeWrittenBreaksTheDeviceOffAndEndsTheSeries) {
   // Enough lines to fill the result log, and nothing else.
   std::string tests;
   for (int i = 0; i < 150; ++i) tests += entry("Volts", "");
-  bundle_.configure(tests);
-  StationProcess station(atLeft({"--repeat", "3"}), StationProcess::FileLimit{8192});
+  // It makes no difference what the plug-in does with the console log.
+  for (const std::string& attributes : {std::string(), flag("takesSink")}) {
+    bundle_.configure(tests, callsAttribute() + attributes);
+    StationProcess station(atLeft({"--repeat", "3"}), StationProcess::FileLimit{8192});
+    EXPECT_EQ(station.wait(), 1);
+    EXPECT_EQ(station.results().size(), 8192U);
+    const std::string reason =
+        "the result log could not be written: logs/T_STAMP.csv: File too large\n";
+    EXPECT_THAT(station.steadyOutput(),
+                AllOf(HasSubstr("left  BROKEN OFF  Volts  0.0 s  " + reason),
+                      HasSubstr("left  A              BROKEN OFF  0.0 s  " + reason),
+                      HasSubstr("0 passed, 0 failed, 1 broken off\n")));
+    EXPECT_EQ(station.errors(),
+              "Warning: the result log is not complete; test the devices that were broken off "
+              "again\n");
+    EXPECT_THAT(callsMade(), testing::Contains("left onException"));
+    EXPECT_THAT(callsMade(), Not(testing::Contains("left onDUTFinished")));
+  }
+}
+
+TEST_F(StationRun, aLogWhoseHeaderCannotBeWrittenStopsEverything) {
+  bundle_.configure(entry("Volts", ""), "<key>csvExtraKeys</key><array><string>" +
+                                            std::string(1500, 'x') + "</string></array>");
+  StationProcess station(atLeft(), StationProcess::FileLimit{1000});
+  EXPECT_EQ(station.wait(), 2);
+  EXPECT_THAT(station.errors(), StartsWith("quillon: cannot write the result log logs/T_"));
+}
+
+TEST_F(StationRun, whatAPluginLogsIsNotTakenForTheResultLogs) {
+  bundle_.configure(
+      entry("Volts", text("log", "In CSV logger, error writing to file x: No space left")));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 0);
+  EXPECT_EQ(station.errors(), "");
+  EXPECT_THAT(station.diagnostics(), HasSubstr("[left] In CSV logger, error writing"));
+}
+
+TEST_F(StationRun, aLoggerOfThePluginThatLosesARecordBreaksTheDeviceOff) {
+  bundle_.configure(entry("Unrecorded", "") + entry("Later", ""), text("ownLogger", calls()));
+  StationProcess station(atLeft());
   EXPECT_EQ(station.wait(), 1);
-  EXPECT_EQ(station.results().size(), 8192U);
-  EXPECT_THAT(
-      station.errors(),
-      AllOf(HasSubstr("Warning: result log: error writing to file logs/T_"),
-            HasSubstr("Warning: the result log is not complete; test these devices again\n")));
-  EXPECT_THAT(station.output(), HasSubstr("1 passed, 0 failed, 0 broken off\n"));
+  EXPECT_THAT(station.steadyOutput(),
+              HasSubstr("left  A              BROKEN OFF  0.0 s  the plug-in's logger could not be "
+                        "written: the server is full\n"));
 }
 
 TEST_F(StationRun, aSignalEndsTheFlowBeforeTheNextTest) {

@@ -1,6 +1,5 @@
 #include <filesystem>
 #include <fstream>
-#include <memory>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,7 +20,7 @@ class LogFilesOfARun : public testing::Test {
  protected:
   /// The names that a run of its own gets, without the folder.
   std::pair<std::string, std::string> make(const std::string& name) const {
-    station::ConsoleLogFile diagnostics(false, std::make_shared<station::Screen>());
+    station::ConsoleLogFile diagnostics(false);
     const LogFiles files = station::makeLogFiles(folder_.path(), name, diagnostics);
     EXPECT_EQ(fs::path(files.results).parent_path(), folder_.path());
     EXPECT_TRUE(fs::exists(files.diagnostics));
@@ -52,7 +51,7 @@ TEST_F(LogFilesOfARun, aFolderThatCannotBeWrittenToIsSaid) {
   folder_.write("file", "");
   EXPECT_THROW(station::makeLogFolder((folder_.path() / "file" / "below").string()),
                station::CannotRun);
-  station::ConsoleLogFile diagnostics(false, std::make_shared<station::Screen>());
+  station::ConsoleLogFile diagnostics(false);
   EXPECT_THROW(station::makeLogFiles(folder_.path() / "none", "board.csv", diagnostics),
                station::CannotRun);
 }

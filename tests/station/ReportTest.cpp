@@ -50,7 +50,7 @@ TEST(Report, linesOfSeveralSitesStandInColumns) {
   test::CapturedScreen captured;
   const Report report(captured.screen(), {"left", "r"}, {"Power", "Idle \u00b5A"});
   report.testDone(
-      {.site = "left", .test = "Power", .passed = true, .seconds = 1.04, .failure = ""});
+      {.site = "left", .test = "Power", .verdict = Verdict::Pass, .seconds = 1.04, .failure = ""});
   report.testDone({.site = "r",
                    .test = "Idle \u00b5A",
                    .retested = true,
