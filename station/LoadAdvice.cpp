@@ -1,5 +1,8 @@
 #include "LoadAdvice.h"
 
+#include <cerrno>
+#include <cstdint>
+
 #include <QLTConfigFinding.h>
 #include <QLTErrorCodes.h>
 #include <QLTPropertyList.h>
@@ -10,6 +13,59 @@
 
 namespace station {
 namespace {
+
+std::string testerConfig() { return QLTestSiteManager::testerConfigPath().string(); }
+
+std::string checkInstruments() {
+  return "Check the instruments that " + testerConfig() + " lists: cables, power, addresses.";
+}
+
+/// The one file that loading reads by the system's calls and reports by their errors.
+std::string adviceForTesterConfig(std::int64_t reason) {
+  if (reason == ENOENT) {
+    return "Each tester needs the list of its instruments in " + testerConfig() +
+           ".\nCopy the example that comes with the plug-in there and enter this tester's devices.";
+  }
+  return "The list of this tester's instruments, " + testerConfig() +
+         ",\nmust be a text file (ASCII) that this user may read.";
+}
+
+std::string adviceForCode(std::int64_t code) {
+  switch (code) {
+    case kQLTErrorConfigUnreadable:
+    case kQLTErrorFlowWrong:
+    case kQLTErrorConfigWrong:
+      return "Correct the plug-in's TestConfig.plist, or install the plug-in again.\n"
+             "'quillon check' tells everything that is wrong with it.";
+    case kQLTErrorTesterConfigMalformed:
+      return "Correct that line of " + testerConfig() + ": name,class,sim,key=value;key=value";
+    case kQLTErrorPropertyListMalformed:
+      return "Correct the file at the place that is named.";
+    case kQLTErrorBundleUnusable:
+      return "Install the plug-in again, built for this version of Quillon.";
+    case kQLTErrorPluginClassUnusable:
+      return "A fault of the plug-in, not of the station: install another version of it, or tell "
+             "its author.";
+    case kQLTErrorInstrumentTypeUnknown:
+      return "Correct the class (second field) in " + testerConfig() +
+             ",\nor use the plug-in that knows this class.";
+    case kQLTErrorInstrumentAttributeMissing:
+      return "Add the attribute to the instrument's line in " + testerConfig() + ".";
+    case kQLTErrorResourceMissing:
+      return "Either " + testerConfig() +
+             " does not list the instrument, or it did not come up:\ncheck its line, its cable and "
+             "its power.";
+    case kQLTErrorResourceUnusable:
+      return "Correct \"Resources\" of the site in the plug-in's TestConfig.plist, or the "
+             "instrument's class in\n" +
+             testerConfig() + ".";
+    case kQLTErrorAardvarkOpen:
+    case kQLTErrorAardvarkWrite:
+      return "Check the I2C adapter: is it plugged in, and its library installed?";
+    default:  // of lines, sockets and the instruments on them
+      return checkInstruments();
+  }
+}
 
 /// Where the cause stands, when the record knows that and its text does not tell it.
 std::string placeOf(const QLTError& error) {
@@ -52,32 +108,13 @@ std::string reasonOf(const QLTError& error, const QLTBundle& bundle) {
 }
 
 std::string adviceFor(const QLTError& error) {
-  const std::string testerConfig = QLTestSiteManager::testerConfigPath().string();
-  if (error.domain() == kQLTPosixErrorDomain) {
-    return "Each tester needs the list of its instruments in " + testerConfig +
-           ".\nCopy the example that comes with the plug-in there and enter this tester's devices.";
+  if (!error) return "A fault of the plug-in: its onLoad must say what is wrong. Tell its author.";
+  if (error.domain() == QLTFrameworkErrorDomain) return adviceForCode(error.code());
+  if (error.domain() == kQLTPosixErrorDomain) return adviceForTesterConfig(error.code());
+  if (error.domain() == QLTSerialErrorDomain || error.domain() == kQLTScipErrorDomain) {
+    return checkInstruments();
   }
-  if (error.domain() == QLTFrameworkErrorDomain) {
-    switch (error.code()) {
-      case kQLTErrorConfigUnreadable:
-      case kQLTErrorFlowWrong:
-        return "Correct the plug-in's TestConfig.plist, or install the plug-in again.";
-      case kQLTErrorTesterConfigMalformed:
-        return "Correct that line of " + testerConfig + ": name,class,sim,key=value;key=value";
-      case kQLTErrorInstrumentTypeUnknown:
-        return "Correct the class (second field) in " + testerConfig +
-               ",\nor use the plug-in that knows this class.";
-      case kQLTErrorInstrumentAttributeMissing:
-        return "Add the attribute to the instrument's line in " + testerConfig + ".";
-      case kQLTErrorResourceMissing:
-        return "Either " + testerConfig +
-               " does not list the instrument, or it did not come up:\ncheck its line, its cable "
-               "and its power.";
-      default:
-        break;
-    }
-  }
-  return "Check the instruments that " + testerConfig + " lists: cables, power, addresses.";
+  return "This is the plug-in's own reason; its documentation or its author can tell more.";
 }
 
 }  // namespace station

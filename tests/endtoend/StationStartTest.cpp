@@ -12,6 +12,7 @@ using test::StationProcess;
 using test::TroubleBundle;
 using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 class StationStart : public testing::Test {
@@ -128,6 +129,16 @@ TEST_F(StationStart, aBrokenConfigurationIsShownWithItsPlace) {
   std::filesystem::remove(bundle_.path() + "/Contents/Resources/TestConfig.plist");
   EXPECT_THAT(refusal(serialNumbers_),
               HasSubstr("it has no configuration, Contents/Resources/TestConfig.plist\n"));
+}
+
+TEST_F(StationStart, aFaultOfThePluginIsNotBlamedOnCables) {
+  bundle_.configure(TroubleBundle::test("Volts", ""), TroubleBundle::flag("refusesToLoad"));
+  EXPECT_THAT(refusal(serialNumbers_), AllOf(HasSubstr("threw: no licence\nA fault of the plug-in"),
+                                             Not(HasSubstr("cable"))));
+  bundle_.bundle().setConfig("<key>Sites</key><string>left</string><key>Flows</key><dict/>");
+  EXPECT_THAT(refusal(serialNumbers_), AllOf(HasSubstr("Sites: expected a dictionary"),
+                                             HasSubstr("\nCorrect the plug-in's TestConfig.plist"),
+                                             Not(HasSubstr("cable"))));
 }
 
 TEST_F(StationStart, anUnknownInstrumentClassIsExplained) {

@@ -1,12 +1,100 @@
-#include "station/LoadAdvice.h"
+#include <cerrno>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <set>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <QLTError.h>
 #include <QLTErrorCodes.h>
 #include <QLTUtil.h>
-#include <gtest/gtest.h>
+
+#include "station/LoadAdvice.h"
 
 namespace {
 
-TEST(LoadAdvice, TellsThePlaceThatARecordKnowsAndItsTextDoesNot) {
+using station::adviceFor;
+using testing::HasSubstr;
+using testing::Not;
+
+std::string adviceForCode(std::int64_t code) {
+  return adviceFor(QLTError::withDescription(QLTFrameworkErrorDomain, code, "trouble"));
+}
+
+constexpr const char* kTesterConfig = "/vault/Quillon/TesterConfig_oc.csv";
+constexpr const char* kCables = "cables, power, addresses";
+
+/// What the advice for each code speaks of.
+const std::map<std::int64_t, std::string> kSubjects{
+    {kQLTErrorSimSerialWrite, kCables},
+    {kQLTErrorSerialRead, kCables},
+    {kQLTErrorNoDiagsPrompt, kCables},
+    {kQLTErrorSocketWrite, kCables},
+    {kQLTErrorSocketRead, kCables},
+    {kQLTErrorDavDPReply, kCables},
+    {kQLTErrorInstrumentNotCreated, kCables},
+    {kQLTErrorConfigUnreadable, "Correct the plug-in's TestConfig.plist"},
+    {kQLTErrorFlowWrong, "Correct the plug-in's TestConfig.plist"},
+    {kQLTErrorTesterConfigMalformed, "Correct that line"},
+    {kQLTErrorConfigWrong, "Correct the plug-in's TestConfig.plist"},
+    {kQLTErrorPropertyListMalformed, "at the place that is named"},
+    {kQLTErrorBundleUnusable, "Install the plug-in again"},
+    {kQLTErrorPluginClassUnusable, "A fault of the plug-in"},
+    {kQLTErrorInstrumentAttributeMissing, "Add the attribute"},
+    {kQLTErrorInstrumentTypeUnknown, "Correct the class"},
+    {kQLTErrorResourceMissing, "does not list the instrument"},
+    {kQLTErrorResourceUnusable, "\"Resources\" of the site"},
+    {kQLTErrorAardvarkOpen, "I2C adapter"},
+    {kQLTErrorAardvarkWrite, "I2C adapter"}};
+
+}  // namespace
+
+TEST(LoadAdvice, eachCodeHasItsOwn) {
+  for (const auto& [code, subject] : kSubjects) {
+    EXPECT_THAT(adviceForCode(code), HasSubstr(subject)) << code;
+    const bool speaksOfCables = adviceForCode(code).find(kCables) != std::string::npos;
+    EXPECT_EQ(speaksOfCables, subject == kCables) << code;
+  }
+}
+
+TEST(LoadAdvice, noCodeOfTheCatalogueIsForgotten) {
+  std::ifstream file(CATALOGUE);
+  const std::string header(std::istreambuf_iterator<char>(file), {});
+  const std::regex constant("constexpr std::int32_t kQLTError\\w+ = (-?[0-9]+);");
+  std::set<std::int64_t> codes;
+  for (std::sregex_iterator found(header.begin(), header.end(), constant), end; found != end;
+       ++found) {
+    codes.insert(std::stoll((*found)[1]));
+  }
+  std::set<std::int64_t> advised;
+  for (const auto& [code, subject] : kSubjects) advised.insert(code);
+  EXPECT_FALSE(codes.empty());
+  EXPECT_EQ(advised, codes);
+}
+
+TEST(LoadAdvice, theListOfInstrumentsIsMissingOrCannotBeRead) {
+  EXPECT_THAT(adviceFor(QLTError::fromErrno(ENOENT, kTesterConfig)),
+              AllOf(HasSubstr(kTesterConfig), HasSubstr("Copy the example")));
+  for (const int reason : {EACCES, EISDIR, EILSEQ}) {
+    EXPECT_THAT(adviceFor(QLTError::fromErrno(reason, kTesterConfig)),
+                AllOf(HasSubstr(kTesterConfig), HasSubstr("that this user may read"),
+                      Not(HasSubstr("Copy"))));
+  }
+}
+
+TEST(LoadAdvice, otherDomainsAreLinesInstrumentsOrThePlugin) {
+  EXPECT_THAT(adviceFor(QLTError::withDescription(QLTSerialErrorDomain, ENOENT, "no port")),
+              HasSubstr(kCables));
+  EXPECT_THAT(adviceFor(QLTError::withDescription(kQLTScipErrorDomain, -222, "range")),
+              HasSubstr(kCables));
+  EXPECT_THAT(adviceFor(QLTError::withDescription("Board", kQLTErrorSerialRead, "no licence")),
+              AllOf(HasSubstr("the plug-in's own reason"), Not(HasSubstr(kCables))));
+  EXPECT_THAT(adviceFor({}), HasSubstr("A fault of the plug-in"));
+}
+
+TEST(LoadAdvice, tellsThePlaceThatARecordKnowsAndItsTextDoesNot) {
   const QLTError unknown(QLTFrameworkErrorDomain, kQLTErrorFlowWrong,
                          {{kQLTErrorDescriptionKey, "unrecognized test method class X"},
                           {"file", "/opt/T.bundle/TestConfig.plist"},
@@ -25,5 +113,3 @@ TEST(LoadAdvice, TellsThePlaceThatARecordKnowsAndItsTextDoesNot) {
                        {"keyPath", "Flows"}});
   EXPECT_EQ(station::reasonOf(told, QLTBundle::mainBundle()), "a.plist:7:3: Flows: not a number");
 }
-
-}  // namespace

@@ -74,10 +74,10 @@ class Instrument : public QLTObject {
 };
 
 /// Station attributes: while the station loads, "talks" is said on standard output and in the
-/// console log, "crashes" and "exits" end the program, "takesSink" takes the console log away.
-/// "calls" is the file for what is called; "fails" and "throws" name the hook that does so, at the
-/// site "left"; "returnsFalse" likewise. "takesAway" is what onDUTStart takes away: the "flow" or
-/// its "tests"; "loggerTakesAway" what logger does.
+/// console log, "crashes" and "exits" end the program, "refusesToLoad" throws, "takesSink" takes
+/// the console log away. "calls" is the file for what is called; "fails" and "throws" name the hook
+/// that does so, at the site "left"; "returnsFalse" likewise. "takesAway" is what onDUTStart takes
+/// away: the "flow" or its "tests"; "loggerTakesAway" what logger does.
 class TroubleSuite : public QLTestSuite {
  public:
   using QLTestSuite::QLTestSuite;
@@ -93,6 +93,9 @@ class TroubleSuite : public QLTestSuite {
     }
     if (attributes->dictionary()->contains("crashes")) std::raise(SIGKILL);
     if (attributes->dictionary()->contains("exits")) std::exit(0);
+    if (attributes->dictionary()->contains("refusesToLoad")) {
+      throw std::runtime_error("no licence");
+    }
   }
   static bool onUnload(QLTError*) {
     const QLTDictionary& attributes = QLTestSiteManager::sharedInstance()->stationAttributes();
