@@ -31,11 +31,43 @@ need_packages() {
     DEBIAN_FRONTEND=noninteractive apt-get install -qq -y --no-install-recommends $missing > /dev/null
 }
 
-# build PRESET - configures and builds; what the tools say is shown only when something is wrong.
+# progress - shows how far a build is, from what it says: on a terminal in one line that changes, elsewhere in a line
+# now and then.
+progress() {
+  shown=0
+  while IFS= read -r line; do
+    case $line in
+      "["[0-9]*/[0-9]*"] "*) ;;
+      *) continue ;;
+    esac
+    step=${line%%]*}
+    step=${step#?}
+    finished=${step%/*}
+    all=${step#*/}
+    if [ -t 1 ]; then
+      printf '\r  %s of %s steps' "$finished" "$all"
+    elif [ $((finished * 5 / all)) -gt "$shown" ]; then
+      shown=$((finished * 5 / all))
+      echo "  $finished of $all steps"
+    fi
+  done
+  if [ -t 1 ]; then printf '\r\033[K'; fi
+}
+
+# build PRESET [TARGET...] - configures and builds, and shows how far it is; what the tools say is shown only when
+# something is wrong.
 build() {
   build_log=$(mktemp "${TMPDIR:-/tmp}/quillon-build-XXXXXX")
-  if cmake --preset "$1" > "$build_log" 2>&1 && cmake --build --preset "$1" -j2 >> "$build_log" 2>&1; then
-    rm -f "$build_log"
+  preset=$1
+  shift
+  {
+    if cmake --preset "$preset" &&
+      NINJA_STATUS='[%f/%t] ' cmake --build --preset "$preset" -j2 ${1:+--target "$@"}; then
+      echo "built" > "$build_log.result"
+    fi
+  } 2>&1 | tee "$build_log" | progress
+  if [ -e "$build_log.result" ]; then
+    rm -f "$build_log" "$build_log.result"
     return 0
   fi
   cat "$build_log" >&2
