@@ -7,7 +7,7 @@ set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_PACKAGE_CONTACT "Quillon developers <quillon@example.com>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_COMPONENTS_ALL runtime development documents)
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -28,12 +28,19 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
     "${CMAKE_CURRENT_BINARY_DIR}/shlibs;${CMAKE_CURRENT_BINARY_DIR}/triggers")
 
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION [[
-This package holds headers, the CMake package, guides and examples, for
-those who write test plug-ins and station applications.]])
+This package holds headers and the CMake package, for those who write test
+plug-ins and station applications.]])
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libquillon-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "cmake, g++, quillon-station")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "cmake, g++, quillon-doc, quillon-station")
+
+set(CPACK_COMPONENT_DOCUMENTS_DESCRIPTION [[
+This package holds the guides for operators, technicians and test engineers,
+and example plug-ins to copy from.]])
+set(CPACK_DEBIAN_DOCUMENTS_PACKAGE_NAME quillon-doc)
+set(CPACK_DEBIAN_DOCUMENTS_PACKAGE_SECTION doc)
+set(CPACK_DEBIAN_DOCUMENTS_PACKAGE_ARCHITECTURE all)
 
 if(TARGET quillon-station)
   list(APPEND CPACK_COMPONENTS_ALL station)
@@ -43,6 +50,7 @@ station, and stand-ins for instruments that are not there.]])
   set(CPACK_COMPONENT_STATION_DEPENDS runtime)
   set(CPACK_DEBIAN_STATION_PACKAGE_NAME quillon-station)
   set(CPACK_DEBIAN_STATION_PACKAGE_SECTION electronics)
+  set(CPACK_DEBIAN_STATION_PACKAGE_RECOMMENDS quillon-doc)
   set(CPACK_DEBIAN_STATION_PACKAGE_SHLIBDEPS ON)
   # Where dpkg-shlibdeps finds the library, which is in no installed package.
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
