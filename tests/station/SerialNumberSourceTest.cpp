@@ -1,0 +1,69 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "CapturedScreen.h"
+#include "common/Files.h"
+#include "station/CannotRun.h"
+#include "station/SerialNumberSource.h"
+
+namespace {
+
+using station::SerialNumberSource;
+using testing::ElementsAre;
+using testing::Optional;
+
+/// Standard input is a file or device as long as it lives.
+class Input {
+ public:
+  explicit Input(const std::string& path) : earlier_(dup(STDIN_FILENO)) {
+    dup2(quillon::internal::openFile(path, O_RDONLY | O_NOCTTY).get(), STDIN_FILENO);
+  }
+  ~Input() { dup2(earlier_.get(), STDIN_FILENO); }
+  Input(const Input&) = delete;
+  Input& operator=(const Input&) = delete;
+
+ private:
+  quillon::internal::Descriptor earlier_;
+};
+
+std::string refusalOf(const station::SerialNumbers& given, const std::vector<std::string>& sites) {
+  test::CapturedScreen captured;
+  try {
+    SerialNumberSource(given, sites, captured.screen());
+  } catch (const station::CannotRun& reason) {
+    return std::string(reason.what()) + "\n" + reason.advice();
+  }
+  return "accepted";
+}
+
+}  // namespace
+
+TEST(SerialNumberSource, givesWhatTheCommandLineGaveForEachRound) {
+  test::CapturedScreen captured;
+  SerialNumberSource source({{"left", "A"}, {"right", "B"}}, {"right", "left"}, captured.screen());
+  EXPECT_THAT(source.next(), Optional(ElementsAre("B", "A")));
+  EXPECT_THAT(source.next(), Optional(ElementsAre("B", "A")));
+  EXPECT_EQ(captured.errors(), "");
+}
+
+TEST(SerialNumberSource, warnsOfEqualNumbers) {
+  test::CapturedScreen captured;
+  SerialNumberSource({{"left", "A"}, {"right", "A"}}, {"left", "right"}, captured.screen());
+  EXPECT_EQ(captured.errors(), "Warning: the sites left and right have the same serial number A\n");
+}
+
+TEST(SerialNumberSource, refusesANumberForAnotherSite) {
+  EXPECT_EQ(refusalOf({{"left", "A"}, {"middle", "B"}}, {"left"}),
+            "--sn names the site \"middle\", which is not one of those to test at\n"
+            "The sites are: left");
+}
+
+TEST(SerialNumberSource, refusesAMissingNumberWhereNobodyCanBeAsked) {
+  const Input none("/dev/null");
+  EXPECT_EQ(refusalOf({{"left", "A"}}, {"left", "right", "back"}),
+            "no serial number for: right, back\n"
+            "Give it with --sn right=SERIAL, or start quillon on a terminal, where it asks.");
+}

@@ -1,0 +1,40 @@
+#include <gtest/gtest.h>
+
+#include <QLTError.h>
+
+#include "station/Text.h"
+#include "support/CommaLocale.h"
+
+TEST(StationText, widthCountsCharacters) {
+  EXPECT_EQ(station::widthOf(""), 0U);
+  EXPECT_EQ(station::widthOf("a\u00b5\u20ac"), 3U);
+  EXPECT_EQ(station::padded("\u00b5", 3), "\u00b5  ");
+  EXPECT_EQ(station::padded("long", 3), "long");
+}
+
+TEST(StationText, secondsHaveOneDecimalAndAPoint) {
+  const test::CommaLocale locale;
+  EXPECT_EQ(station::secondsText(0), "0.0 s");
+  EXPECT_EQ(station::secondsText(1.25), "1.2 s");
+  EXPECT_EQ(station::secondsText(123.97), "124.0 s");
+}
+
+TEST(StationText, aNumberLosesTheZerosThatEndItsFraction) {
+  EXPECT_EQ(station::shortNumber("5.010000"), "5.01");
+  EXPECT_EQ(station::shortNumber("-0.500000"), "-0.5");
+  EXPECT_EQ(station::shortNumber("1000.000000"), "1000");
+  EXPECT_EQ(station::shortNumber("0.000000"), "0");
+  for (const char* other : {"", "100", "1.0.0", "v1.20", "1.50 V", "1.0e10", "inf", "nan", "."}) {
+    EXPECT_EQ(station::shortNumber(other), other);
+  }
+}
+
+TEST(StationText, anErrorWithoutADescriptionIsItsDomainAndCode) {
+  EXPECT_EQ(station::describe(QLTError::withDescription("test", 3, "away")), "away");
+  EXPECT_EQ(station::describe(QLTError("test", 3, {})), "test, code 3");
+}
+
+TEST(StationText, namesAreListed) {
+  EXPECT_EQ(station::listOf({}), "");
+  EXPECT_EQ(station::listOf({"left", "right"}), "left, right");
+}
