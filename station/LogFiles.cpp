@@ -10,6 +10,14 @@
 namespace station {
 
 void makeLogFolder(const std::string& folder) {
+  if (folder.starts_with('~')) {
+    // The CSV logger would take it for the home folder, nobody else would.
+    throw CannotRun("the log folder " + folder + " begins with a ~ that the shell has left there",
+                    "Write --log-dir " + folder +
+                        " with a blank, not with =, or give the whole "
+                        "path (./" +
+                        folder + " for a folder of that name).");
+  }
   QLTError error;
   if (QLTLogger::createLogPath(folder, &error)) return;
   throw CannotRun("cannot make the log folder " + folder + ": " + describe(error),

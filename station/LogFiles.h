@@ -13,7 +13,7 @@ struct LogFiles {
   std::string diagnostics;  ///< made
 };
 
-/// Makes the folder; `CannotRun` when that fails.
+/// Makes the folder; `CannotRun` when that fails, or when its name begins with "~".
 void makeLogFolder(const std::string& folder);
 
 /// Finds names that no other run has, and makes the file for the diagnostics: `name` ("NAME.csv")

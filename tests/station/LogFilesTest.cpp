@@ -47,6 +47,20 @@ TEST_F(LogFilesOfARun, resultsOfAnEarlierRunAreNotContinued) {
   EXPECT_EQ(test::contentOf(folder_.path() / "board.csv"), "mine");
 }
 
+TEST_F(LogFilesOfARun, aTildeIsTheShells) {
+  try {
+    station::makeLogFolder("~/logs");
+    FAIL() << "accepted";
+  } catch (const station::CannotRun& reason) {
+    EXPECT_STREQ(reason.what(),
+                 "the log folder ~/logs begins with a ~ that the shell has left there");
+  }
+  EXPECT_FALSE(fs::exists("~"));
+  const std::string whole = (folder_.path() / "~" / "logs").string();
+  station::makeLogFolder(whole);
+  EXPECT_TRUE(fs::is_directory(whole));
+}
+
 TEST_F(LogFilesOfARun, aFolderThatCannotBeWrittenToIsSaid) {
   folder_.write("file", "");
   EXPECT_THROW(station::makeLogFolder((folder_.path() / "file" / "below").string()),
