@@ -120,7 +120,7 @@ std::string bareLine(const QLTestResult& result) {
 
 /// Making a line: it goes where nothing is written.
 void csvLineToNowhere(benchmark::State& state) {
-  constexpr int lines = 100;
+  constexpr int kLines = 100;
   QLTCSVLogger logger("/dev/null");
   logger.open({}, {});
   const auto result = record();
@@ -129,14 +129,14 @@ void csvLineToNowhere(benchmark::State& state) {
   bench::Comparison comparison;
   for (auto _ : state) {
     const auto framework = bench::timeOf([&] {
-      for (int i = 0; i < lines; ++i) logger.log(result);
+      for (int i = 0; i < kLines; ++i) logger.log(result);
     });
     const auto floor = bench::timeOf([&] {
-      for (int i = 0; i < lines; ++i) bare.append(bareLine(*result));
+      for (int i = 0; i < kLines; ++i) bare.append(bareLine(*result));
     });
     comparison.add(state, framework, floor);
   }
-  comparison.report(state, lines);
+  comparison.report(state, kLines);
 }
 BENCHMARK(csvLineToNowhere)->UseManualTime()->Iterations(2000);
 
@@ -180,7 +180,7 @@ class GroupCommit {
 
 /// The lines of several sites in one file; the times are those of a line, all sites taken together.
 void csvLineOfSeveralSites(benchmark::State& state) {
-  constexpr int lines = 20;
+  constexpr int kLines = 20;
   const auto sites = static_cast<int>(state.range(0));
   const test::TemporaryFolder folder;
   QLTCSVLogger logger(pathIn(folder, "log.csv"));
@@ -197,7 +197,7 @@ void csvLineOfSeveralSites(benchmark::State& state) {
   for (int site = 0; site < sites; ++site) {
     threads.emplace_back([&] {
       for (step.arrive_and_wait(); turn != Turn::End; step.arrive_and_wait()) {
-        for (int i = 0; i < lines; ++i) {
+        for (int i = 0; i < kLines; ++i) {
           turn == Turn::Framework ? logger.log(result) : bare.append(line);
         }
         step.arrive_and_wait();
@@ -219,7 +219,7 @@ void csvLineOfSeveralSites(benchmark::State& state) {
   turn = Turn::End;
   step.arrive_and_wait();
   for (std::thread& thread : threads) thread.join();
-  comparison.report(state, static_cast<std::size_t>(lines * sites));
+  comparison.report(state, static_cast<std::size_t>(kLines * sites));
 }
 BENCHMARK(csvLineOfSeveralSites)->Arg(4)->Arg(16)->UseManualTime()->Iterations(100);
 

@@ -29,7 +29,7 @@ namespace {
 
 using Text = const std::optional<std::string>& (QLTestResult::*)() const;
 
-constexpr std::array<std::pair<std::string_view, Text>, 10> texts{{
+constexpr std::array<std::pair<std::string_view, Text>, 10> kTexts{{
     {"serialNumber", &QLTestResult::serialNumber},
     {"siteName", &QLTestResult::siteName},
     {"testName", &QLTestResult::testName},
@@ -122,8 +122,8 @@ bool QLTCSVLogger::openFile(const std::vector<std::string>& deviceAttributeKeys,
   Descriptor descriptor;
   QLTError problem;
   if (path) {
-    constexpr int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC;
-    descriptor.reset(retried([&] { return ::open(path->c_str(), flags, 0700); }));
+    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC;
+    descriptor.reset(retried([&] { return ::open(path->c_str(), kFlags, 0700); }));
     if (!descriptor) problem = QLTError::fromErrno(errno, *path);
   } else {
     problem = notOpen(path);
@@ -187,14 +187,14 @@ void QLTCSVLogger::writeString(std::string_view text) {
 
 QLTError QLTCSVLogger::append(std::string_view text, std::span<const std::size_t> ends) {
   const std::shared_ptr<LineFile> file = this->file();
-  const QLTError failure = file ? file->append(text, ends) : notOpen(path());
+  QLTError failure = file ? file->append(text, ends) : notOpen(path());
   noteFailure(failure);
   return failure;
 }
 
 void QLTCSVLogger::appendProperty(std::string_view name, const QLTestResult& result,
                                   std::string& line) {
-  for (const auto& [textName, text] : texts) {
+  for (const auto& [textName, text] : kTexts) {
     if (textName == name) appendText((result.*text)(), line);
   }
 }

@@ -27,8 +27,10 @@ class LineFile;
 ///     3,C02X,site1,Power,VBUS,1.2,from 4.750000 to 5.250000,5.010000,P,"",
 ///
 /// In front stand the device attributes, at the end the extras of a record that has any. Nothing is
-/// escaped. An absent text among `sn` to `value` leaves out its comma as well, so the later fields
-/// move one column to the left; an absent attribute, extra or fail message is written as (null).
+/// escaped: a line feed in a text breaks the line, and so does an attribute or extra that is an
+/// array or a dictionary, whose text has several lines. An absent text among `sn` to `value` leaves
+/// out its comma as well, so the later fields move one column to the left; an absent attribute,
+/// extra or fail message is written as (null).
 ///
 /// Errors while writing do not stop the caller: each cause gives one console line per opening, and
 /// a line that was broken off is ended before the next one. `logAll` and `failure` tell of them as

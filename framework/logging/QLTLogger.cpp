@@ -21,7 +21,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr double oldestKeptInSeconds = 43200;
+constexpr double kOldestKeptInSeconds = 43200;
 
 // Seconds since the epoch. A double holds every date that a file can carry.
 double secondsOf(const struct statx_timestamp& stamp) {
@@ -49,7 +49,7 @@ std::optional<double> creationDate(const fs::path& item) {
 
 bool isTooOld(const fs::path& item) {
   const std::optional<double> created = creationDate(item);
-  return created && now() - *created > oldestKeptInSeconds;
+  return created && now() - *created > kOldestKeptInSeconds;
 }
 
 std::vector<fs::path> itemsOf(const fs::path& folder) {

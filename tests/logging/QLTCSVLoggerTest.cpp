@@ -1,6 +1,7 @@
 #include <QLTCSVLogger.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -269,6 +270,20 @@ TEST_F(QLTCSVLoggerTest, ExtrasStandAtTheEndInTheOrderOfTheKeys) {
   logger.log(record);
   EXPECT_EQ(content().substr(before),
             "3,C02X,site1,Power,VBUS,1.2,5.01,P,\"(null)\",21,(null),5 GHz,\n");
+}
+
+TEST_F(QLTCSVLoggerTest, DictionaryAsAnExtraBreaksTheLine) {
+  QLTCSVLogger logger(path());
+  logger.open({}, {"bands"});
+  const std::size_t before = content().size();
+  const auto record = powerRecord();
+  const QLTDictionary bands{{"high", 5}, {"low", 2}};
+  record->setExtras(QLTDictionary{{"bands", bands}});
+  logger.log(record);
+  const std::string written = content().substr(before);
+  EXPECT_EQ(written,
+            "3,C02X,site1,Power,VBUS,1.2,5.01,P,\"(null)\"," + QLTValue(bands).text() + ",\n");
+  EXPECT_GT(std::count(written.begin(), written.end(), '\n'), 2);
 }
 
 TEST_F(QLTCSVLoggerTest, RecordWithoutExtrasHasNoExtraFieldsAtAll) {

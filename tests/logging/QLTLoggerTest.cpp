@@ -294,6 +294,16 @@ TEST(QLTLoggerCreateLogPathTest, AnythingThatExistsWillDo) {
   EXPECT_TRUE(QLTLogger::createLogPath(folder.write("file", "x").string()));
 }
 
+TEST(QLTLoggerCreateLogPathTest, TildeIsAFolderOfThatName) {
+  const TemporaryFolder folder;
+  const ConsoleLog log;
+  const fs::path before = fs::current_path();
+  fs::current_path(folder.path());
+  EXPECT_TRUE(QLTLogger::createLogPath("~/logs"));
+  fs::current_path(before);
+  EXPECT_TRUE(fs::is_directory(folder.path() / "~/logs"));
+}
+
 TEST(QLTLoggerCreateLogPathTest, FailureGivesTheSystemsError) {
   const TemporaryFolder folder;
   const ConsoleLog log;
@@ -395,6 +405,17 @@ TEST_F(QLTLoggerClearLogsTest, LinksAreRemovedAndNeverFollowed) {
   EXPECT_FALSE(exists(dangling));
   EXPECT_TRUE(exists(youngLink));
   EXPECT_TRUE(exists(target));
+}
+
+TEST_F(QLTLoggerClearLogsTest, FolderBehindAGivenLinkIsCleared) {
+  const fs::path old = make("logs/old.csv", 13 * kHour);
+  const fs::path young = make("logs/young.csv", kHour);
+  const fs::path link = folder_.path() / "link";
+  fs::create_directory_symlink("logs", link);
+  QLTLogger::clearLogs(link.string());
+  EXPECT_FALSE(exists(old));
+  EXPECT_TRUE(exists(young));
+  EXPECT_TRUE(exists(link));
 }
 
 TEST_F(QLTLoggerClearLogsTest, LinkWithinAnOldFolderSparesItsTarget) {
