@@ -31,6 +31,16 @@ class QLTestSiteManagerTest : public test::SiteManagerFixture {};
 
 // The shared manager and the run counter.
 
+/// A suite that enters a null flow under the name of the default flow.
+class HollowSuite : public QLTestSuite {
+ public:
+  explicit HollowSuite(std::string siteName) : QLTestSuite(std::move(siteName)) {
+    setFlow(nullptr, "main");
+  }
+};
+
+QLT_CLASS(HollowSuite);
+
 TEST_F(QLTestSiteManagerTest, IsOnePerProcess) {
   EXPECT_EQ(QLTestSiteManager::sharedInstance(), QLTestSiteManager::sharedInstance());
 }
@@ -114,24 +124,6 @@ TEST_F(QLTestSiteManagerTest, KeepsTheHostsInfoForSites) {
   EXPECT_EQ(manager().infoForSites(), (QLTDictionary{{"a", 1}}));
   manager().setInfoForSites(std::nullopt);
   EXPECT_EQ(manager().infoForSites(), std::nullopt);
-}
-
-TEST_F(QLTestSiteManagerTest, EntersNoSuiteUnderAnAbsentName) {
-  const char* const nameless = nullptr;
-  manager().setSuite(std::make_shared<QLTestSuite>("left"), nameless);
-  EXPECT_EQ(manager().suiteForSite(nameless), nullptr);
-  EXPECT_THAT(manager().siteNames(), IsEmpty());
-}
-
-TEST_F(QLTestSiteManagerTest, DoesNotEnterANullSuite) {
-  manager().setSuite(nullptr, "left");
-  EXPECT_THAT(manager().siteNames(), IsEmpty());
-  const auto suite = std::make_shared<QLTestSuite>("left");
-  manager().setSuite(suite, "left");
-  manager().setSuite(nullptr, "left");
-  EXPECT_EQ(manager().suiteForSite("left"), suite);
-  manager().config() = {{"Flows", QLTDictionary{{"main", QLTArray{}}}}, {"defaultFlow", "main"}};
-  EXPECT_TRUE(manager().loadFlows(QLTBundle::mainBundle()));
 }
 
 TEST_F(QLTestSiteManagerTest, ReplacesASiteOfTheSameName) {
@@ -445,6 +437,31 @@ TEST_F(QLTestSiteManagerTest, ASecondLoadAddsToTheFirst) {
   ASSERT_TRUE(load(first));
   ASSERT_TRUE(load(second));
   EXPECT_THAT(manager().siteNames(), testing::UnorderedElementsAre("left", "right"));
+}
+
+TEST_F(QLTestSiteManagerTest, FailsWithADefaultFlowThatWasEnteredAsNull) {
+  manager().config() = {{"Sites", QLTDictionary{{"left", QLTDictionary()}}},
+                        {"defaultFlow", "main"}};
+  ASSERT_TRUE(manager().loadSites(QLTClass::of<HollowSuite>()));
+  QLTError error;
+  EXPECT_FALSE(manager().loadFlows(QLTBundle::mainBundle(), &error));
+  EXPECT_EQ(error.code(), -40001);
+  EXPECT_THAT(error.description().value_or(""),
+              HasSubstr("there is no flow \"main\"; the flows are: (none)"));
+}
+
+TEST_F(QLTestSiteManagerTest, EntersNoSuiteThatIsNull) {
+  const auto suite = std::make_shared<QLTestSuite>("left");
+  const char* const nameless = nullptr;
+  manager().setSuite(suite, "left");
+  manager().setSuite(nullptr, "left");
+  manager().setSuite(nullptr, "right");
+  manager().setSuite(suite, nameless);
+  EXPECT_EQ(manager().suiteForSite("left"), suite);
+  EXPECT_EQ(manager().suiteForSite(nameless), nullptr);
+  EXPECT_THAT(manager().siteNames(), ElementsAre("left"));
+  manager().config() = {{"Flows", QLTDictionary{{"main", QLTArray()}}}, {"defaultFlow", "main"}};
+  EXPECT_TRUE(manager().loadFlows(QLTBundle::mainBundle()));
 }
 
 }  // namespace
