@@ -12,6 +12,10 @@ QLTDavDPEther::QLTDavDPEther(std::shared_ptr<QLTSocket> socket) : socket_(std::m
   setTimeOutInSeconds(8.0);
 }
 
+QLTDavDPEther::~QLTDavDPEther() {
+  if (socket_) socket_->disconnect();
+}
+
 std::shared_ptr<QLTDavDPEther> QLTDavDPEther::init(const std::string& ip) {
   auto socket = QLTSocket::init(ip, kPort);
   if (!socket) {

@@ -9,7 +9,8 @@
 /// A DAVDP unit over TCP.
 ///
 /// The unit is the only owner of its socket: hand it over, keep no reference, and use `socket()`
-/// only while the unit lives. The connection ends with the unit.
+/// only while the unit lives. The connection ends with the unit, also when somebody still holds the
+/// socket.
 ///
 /// One caller at a time per object: an exchange changes the socket's time-out while it waits for
 /// the reply.
@@ -22,6 +23,7 @@ class QLT_EXPORT QLTDavDPEther : public QLTDavDP {
   static std::shared_ptr<QLTDavDPEther> init(const std::string& ip);
   /// As above, over a connected socket, which the unit takes over. Null also for a null socket.
   static std::shared_ptr<QLTDavDPEther> initWithSocket(std::shared_ptr<QLTSocket> socket);
+  ~QLTDavDPEther() override;  ///< disconnects the socket
 
   /// As the base. A failed read counts as an empty line: the result is one empty field, with the
   /// socket's error in `error`. The socket has its own time-out again afterwards.

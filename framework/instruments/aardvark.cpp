@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "common/Descriptor.h"
 #include "common/Retried.h"
 
 namespace quillon::internal {
@@ -25,9 +26,8 @@ char SO_NAME[kLongestPath + 1] = "aardvark.so";
 
 bool _checkPath(const std::string& directory) {
   const std::string path = directory + "/" + SO_NAME;
-  const int descriptor = retried([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); });
-  if (descriptor < 0) return false;
-  close(descriptor);
+  const Descriptor file(retried([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); }));
+  if (!file) return false;
   SO_NAME[path.copy(SO_NAME, kLongestPath)] = '\0';
   return true;
 }

@@ -8,30 +8,30 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
+#include "common/Descriptor.h"
 #include "common/Retried.h"
 
+using quillon::internal::Descriptor;
 using quillon::internal::retried;
 
 /// What the two halves share: the descriptor, and how connecting it went.
 class QLTByteStream::Connection {
  public:
-  Connection(int descriptor, const sockaddr_in& peer) : descriptor_(descriptor), peer_(peer) {}
-  ~Connection() { close(); }
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
+  Connection(Descriptor descriptor, const sockaddr_in& peer)
+      : descriptor_(std::move(descriptor)), peer_(peer) {}
 
-  int descriptor() const { return descriptor_; }
+  int descriptor() const { return descriptor_.get(); }
+  int problem() const { return problem_; }
 
   void connect() {
     if (status_ != QLTStreamStatus::NotOpen) return;
     status_ = QLTStreamStatus::Opening;
     const auto* peer = reinterpret_cast<const sockaddr*>(&peer_);
-    if (::connect(descriptor_, peer, sizeof peer_) == 0) {
+    if (::connect(descriptor(), peer, sizeof peer_) == 0) {
       status_ = QLTStreamStatus::Open;
     } else if (errno != EINPROGRESS && errno != EINTR) {  // interrupted, it goes on as well
-      status_ = QLTStreamStatus::Error;
+      fail(errno);
     }
   }
 
@@ -39,27 +39,37 @@ class QLTByteStream::Connection {
     if (status_ == QLTStreamStatus::Opening && isReady(POLLOUT)) {
       int problem = 0;
       socklen_t size = sizeof problem;
-      const int result = getsockopt(descriptor_, SOL_SOCKET, SO_ERROR, &problem, &size);
-      status_ = result == 0 && problem == 0 ? QLTStreamStatus::Open : QLTStreamStatus::Error;
+      if (getsockopt(descriptor(), SOL_SOCKET, SO_ERROR, &problem, &size) != 0) problem = errno;
+      if (problem != 0) {
+        fail(problem);
+      } else {
+        status_ = QLTStreamStatus::Open;
+      }
     }
     return status_;
   }
 
   /// True when an operation would find something to do or fail.
   bool isReady(short events) const {
-    if (status_ == QLTStreamStatus::Error || descriptor_ < 0) return true;
-    pollfd poll{descriptor_, events, 0};
+    if (status_ == QLTStreamStatus::Error || !descriptor_) return true;
+    pollfd poll{descriptor(), events, 0};
     return retried([&] { return ::poll(&poll, 1, 0); }) > 0;
   }
 
   void close() {
-    if (descriptor_ >= 0) ::close(std::exchange(descriptor_, -1));
+    descriptor_.reset();
     status_ = QLTStreamStatus::Closed;
   }
 
  private:
-  int descriptor_;
+  void fail(int problem) {
+    status_ = QLTStreamStatus::Error;
+    problem_ = problem;
+  }
+
+  Descriptor descriptor_;
   sockaddr_in peer_;
+  int problem_ = 0;
   QLTStreamStatus status_ = QLTStreamStatus::NotOpen;
 };
 
@@ -78,6 +88,8 @@ bool QLTByteStream::open() {
 QLTStreamStatus QLTByteStream::status() const {
   return own_ == QLTStreamStatus::Open ? connection_->status() : own_;
 }
+
+int QLTByteStream::connectError() const { return connection_ ? connection_->problem() : 0; }
 
 void QLTByteStream::close() {
   own_ = QLTStreamStatus::Closed;
@@ -118,18 +130,18 @@ std::ptrdiff_t QLTWriteStream::write(const char* bytes, std::size_t size) {
 }
 
 QLTStreamPair QLTStreamPair::toPeer(std::uint32_t address, std::uint16_t port) {
-  const int descriptor = retried(
-      [] { return socket(PF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_TCP); });
-  if (descriptor < 0) return {};
+  Descriptor descriptor(retried(
+      [] { return socket(PF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_TCP); }));
+  if (!descriptor) return {};
   // Commands are short; each goes out at once, also while an earlier one is not yet acknowledged.
   const int on = 1;
-  setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  setsockopt(descriptor.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 
   sockaddr_in peer{};
   peer.sin_family = AF_INET;
   peer.sin_port = htons(port);
   peer.sin_addr.s_addr = htonl(address);
-  const auto connection = std::make_shared<QLTByteStream::Connection>(descriptor, peer);
+  const auto connection = std::make_shared<QLTByteStream::Connection>(std::move(descriptor), peer);
   QLTStreamPair pair;
   pair.read.reset(new QLTReadStream(connection));
   pair.write.reset(new QLTWriteStream(connection));

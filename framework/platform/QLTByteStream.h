@@ -34,6 +34,8 @@ class QLT_EXPORT QLTByteStream {
   bool open();
   /// `Opening` until the connection is made or has failed.
   QLTStreamStatus status() const;
+  /// Why connecting failed: errno. 0 as long as the status tells of no such failure.
+  int connectError() const;
   /// Ends the use of this half. The connection is closed with the later of the two.
   virtual void close();
 
@@ -87,6 +89,6 @@ struct QLT_EXPORT QLTStreamPair {
   std::unique_ptr<QLTWriteStream> write;
 
   /// A pair for the peer at an IPv4 address and port, both in the host's byte order. Not yet
-  /// connected; both halves are null when the system has no socket to give.
+  /// connected; both halves are null when the system has no socket to give, which errno explains.
   static QLTStreamPair toPeer(std::uint32_t address, std::uint16_t port);
 };

@@ -16,15 +16,22 @@
 
 #include <QLTConsoleLog.h>
 #include <QLTErrorCodes.h>
-#include <QLTUtil.h>
 
+#include "common/Descriptor.h"
 #include "common/Format.h"
 #include "common/Retried.h"
 #include "common/Sleep.h"
+#include "platform/Failed.h"
+#include "transports/ExclusiveUse.h"
 #include "transports/LineSpeed.h"
 #include "transports/WireText.h"
+#include "utilities/Fail.h"
 
+using quillon::internal::Descriptor;
 using quillon::internal::ExactSleeps;
+using quillon::internal::ExclusiveUse;
+using quillon::internal::fail;
+using quillon::internal::failWith;
 using quillon::internal::format;
 using quillon::internal::retried;
 using quillon::internal::setLineSpeed;
@@ -35,11 +42,11 @@ namespace {
 
 using std::chrono::steady_clock;
 
-constexpr std::int32_t longestRead = 5000;
-constexpr std::size_t longestLine = 4999;
-constexpr std::size_t longestChunk = 1000;
+constexpr std::int32_t kLongestRead = 5000;
+constexpr std::size_t kLongestLine = 4999;
+constexpr std::size_t kLongestChunk = 1000;
 /// A port that does not wait for its reads still gives its writes the time to drain a full buffer.
-constexpr std::chrono::seconds shortestStall(1);
+constexpr std::chrono::seconds kShortestStall(1);
 
 /// The attributes that the device of the latest `open` had before, one record for all ports.
 class SavedAttributes {
@@ -62,24 +69,11 @@ constinit SavedAttributes savedAttributes;
 
 std::string systemText(int errnoValue) { return std::generic_category().message(errnoValue); }
 
-QLTError systemError(int errnoValue, std::string_view message) {
+/// The record of a failed system call on the device at `path`.
+QLTError systemError(const std::string& path, int errnoValue, std::string_view message) {
   const std::string text = systemText(errnoValue);
   QLTLog(format("%@. From system: %s (%d)\n", message, text, errnoValue));
-  return QLTError::withDescription(QLTSerialErrorDomain, errnoValue, text);
-}
-
-/// Reports a failed system call; false.
-bool fail(int errnoValue, std::string_view message, QLTError* error) {
-  const QLTError record = systemError(errnoValue, message);
-  if (error != nullptr) *error = record;
-  return false;
-}
-
-/// Reports a line that could not be read; absent.
-std::optional<std::string> failLine(const std::string& message, QLTError* error) {
-  const QLTError record = QLTUtil::handleError(kQLTErrorSerialRead, message);
-  if (error != nullptr) *error = record;
-  return std::nullopt;
+  return {QLTSerialErrorDomain, errnoValue, {{kQLTErrorDescriptionKey, text}, {"path", path}}};
 }
 
 /// Waits until a terminal can be read or written, or has failed, for at most `timeOut`. False when
@@ -119,104 +113,118 @@ steady_clock::duration readTimeOut(const termios& attributes) {
 
 }  // namespace
 
+/// What an open port has.
+struct QLTSerial::Line {
+  Descriptor descriptor;
+  ExclusiveUse exclusiveUse;
+  termios options{};
+};
+
 QLTSerial::QLTSerial(std::string path)
-    : bsdPath_(std::move(path)), options_(std::make_unique<termios>()) {}
+    : bsdPath_(std::move(path)), line_(std::make_unique<Line>()) {}
 
 QLTSerial::~QLTSerial() { QLTSerial::close(); }
+
+int QLTSerial::fd() const { return line_->descriptor.get(); }
+
+termios& QLTSerial::options() { return line_->options; }
 
 bool QLTSerial::open(QLTError* error) {
   QLTSerial::close();
   const std::string path = bsdPath();
-  fd_ = retried([&] { return ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC); });
-  if (fd_ < 0) {
+  const auto failed = [&](std::string_view message) {
+    return failWith(error, systemError(path, errno, message));
+  };
+  line_->descriptor.reset(
+      retried([&] { return ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC); }));
+  if (!line_->descriptor) {
     const int problem = errno;
-    return fail(problem, format("error openning %s", path), error);
+    return failWith(error, systemError(path, problem, format("error openning %s", path)));
   }
-  if (retried([&] { return ioctl(fd_, TIOCEXCL); }) < 0) {
-    return fail(errno, "error setting TIOCEXCL", error);
-  }
-  if (retried([&] { return fcntl(fd_, F_SETFL, 0); }) < 0) {
-    return fail(errno, "error clearing O_NONBLOCK", error);
+  const int terminal = fd();
+  if (!line_->exclusiveUse.take(terminal)) return failed("error setting TIOCEXCL");
+  if (retried([&] { return fcntl(terminal, F_SETFL, 0); }) < 0) {
+    return failed("error clearing O_NONBLOCK");
   }
 
-  *options_ = {};
-  if (retried([&] { return tcgetattr(fd_, options_.get()); }) == 0) savedAttributes.save(*options_);
-  cfmakeraw(options_.get());
+  termios& options = line_->options;
+  options = {};
+  if (retried([&] { return tcgetattr(terminal, &options); }) == 0) savedAttributes.save(options);
+  cfmakeraw(&options);
   // Without modem lines or flow control the peer cannot hold the line up.
-  options_->c_cflag |= CREAD | CLOCAL;
-  options_->c_cflag &= ~static_cast<tcflag_t>(CRTSCTS);
-  options_->c_cc[VMIN] = 0;
-  options_->c_cc[VTIME] = static_cast<cc_t>(timeOutInSeconds() * 10);
+  options.c_cflag |= CREAD | CLOCAL;
+  options.c_cflag &= ~static_cast<tcflag_t>(CRTSCTS);
+  options.c_cc[VMIN] = 0;
+  options.c_cc[VTIME] = static_cast<cc_t>(timeOutInSeconds() * 10);
   const std::uint64_t speed = baudRate();
-  cfsetspeed(options_.get(), static_cast<speed_t>(speed));
+  cfsetspeed(&options, static_cast<speed_t>(speed));
   setParityFlag(parity());
   setStopBitsFlag(stopBits());
   setBytesSizeFlag(byteSize());
   // Setting attributes succeeds when any of them could be set, so the speed is set by itself where
   // it was not.
-  if (retried([&] { return tcsetattr(fd_, TCSANOW, options_.get()); }) < 0 ||
-      !setLineSpeed(fd_, speed)) {
-    return fail(errno, "error setting options", error);
+  if (retried([&] { return tcsetattr(terminal, TCSANOW, &options); }) < 0 ||
+      !setLineSpeed(terminal, speed)) {
+    return failed("error setting options");
   }
   return QLTSerial::flushBuffer(error);
 }
 
 bool QLTSerial::close(QLTError* error) {
-  if (fd_ < 0) return true;
-  if (retried([&] { return tcdrain(fd_); }) < 0) {
+  if (!line_->descriptor) return true;
+  const int terminal = fd();
+  if (retried([&] { return tcdrain(terminal); }) < 0) {
     const int problem = errno;
     QLTLog(format("error waiting for drain -%s(%d).\n", systemText(problem), problem));
   }
   QLTSerial::flushBuffer(error);
   if (const std::optional<termios> saved = savedAttributes.get();
-      saved && retried([&] { return tcsetattr(fd_, TCSANOW, &*saved); }) < 0) {
+      saved && retried([&] { return tcsetattr(terminal, TCSANOW, &*saved); }) < 0) {
     const int problem = errno;
     QLTLog(format("error resetting tty attributes -%s(%d).\n", systemText(problem), problem));
   }
-  // The exclusive use belongs to the terminal, and would outlive the descriptor where its other end
-  // stays open.
-  retried([&] { return ioctl(fd_, TIOCNXCL); });
-  ::close(std::exchange(fd_, -1));
+  line_->exclusiveUse.giveUp(terminal);
+  line_->descriptor.reset();
   return true;
 }
 
 bool QLTSerial::flushBuffer(QLTError* error) {
-  if (retried([&] { return tcflush(fd_, TCIOFLUSH); }) == 0) return true;
-  return fail(errno, "error flushing io buffer", error);
+  if (retried([&] { return tcflush(fd(), TCIOFLUSH); }) == 0) return true;
+  const int problem = errno;
+  return failWith(error, systemError(bsdPath(), problem, "error flushing io buffer"));
 }
 
 bool QLTSerial::write(const std::string& text, QLTError*) {
   QLTLog(format("{Serial_Write %@}: %@", bsdPath(), text));
   const std::chrono::microseconds delay(interCharDelayInMicroSeconds());
-  const auto longestStall = std::max<steady_clock::duration>(readTimeOut(*options_), shortestStall);
+  const auto longestStall =
+      std::max<steady_clock::duration>(readTimeOut(line_->options), kShortestStall);
   const ExactSleeps exactPauses;
   for (const char byte : wireText(text)) {
-    if (!awaitTerminal(fd_, POLLOUT, longestStall)) {
+    if (!awaitTerminal(fd(), POLLOUT, longestStall)) {
       QLTLog(format("timeout writing to serial port %@", bsdPath()));
       break;
     }
-    retried([&] { return ::write(fd_, &byte, 1); });
+    retried([&] { return ::write(fd(), &byte, 1); });
     sleepFor(delay);
   }
   return true;
 }
 
 std::optional<std::string> QLTSerial::read(std::int32_t size, QLTError* error) {
-  if (size > longestRead) {
-    if (error != nullptr) {
-      *error = {QLTSerialErrorDomain,
-                kQLTErrorSerialRead,
-                {{"msg", "read size greater than max read size"}}};
-    }
-    return std::nullopt;
+  if (size > kLongestRead) {
+    return failWith(error, {QLTSerialErrorDomain,
+                            kQLTErrorSerialRead,
+                            {{"msg", "read size greater than max read size"}}});
   }
-  std::array<char, longestRead> buffer;
+  std::array<char, kLongestRead> buffer;
   const auto wanted = static_cast<std::size_t>(std::max(size, 1) - 1);
-  const ssize_t count = readBytes(fd_, buffer.data(), wanted, readTimeOut(*options_));
+  const ssize_t count = readBytes(fd(), buffer.data(), wanted, readTimeOut(line_->options));
   if (count < 0) {
-    fail(errno, "read serial port failed", error);
+    const int problem = errno;
+    QLTError record = systemError(bsdPath(), problem, "read serial port failed");
     QLTLog(format("Failed read from serial port %@", bsdPath()));
-    return std::nullopt;
+    return failWith(error, std::move(record));
   }
   std::string text = asciiText({buffer.data(), static_cast<std::size_t>(count)});
   QLTLog(format("{Serial_Read %@}: %@", bsdPath(), text));
@@ -226,31 +234,30 @@ std::optional<std::string> QLTSerial::read(std::int32_t size, QLTError* error) {
 std::optional<std::string> QLTSerial::readLine(std::int32_t timeoutInSeconds, QLTError* error) {
   const std::chrono::seconds timeout(timeoutInSeconds);
   const auto start = steady_clock::now();
-  std::array<char, longestLine + longestChunk> buffer;
+  std::array<char, kLongestLine + kLongestChunk> buffer;
   std::size_t total = 0;
   bool done = false;
   const ExactSleeps exactPauses;
   for (bool first = true; !done; first = false) {
     if (!first && steady_clock::now() - start > timeout) {
       QLTLog(format("timeout reading from serial port %@", bsdPath()));
-      return failLine("timeout trying to read from serial port", error);
+      return fail(error, kQLTErrorSerialRead, "timeout trying to read from serial port");
     }
     const ssize_t count =
-        readBytes(fd_, buffer.data() + total, longestChunk, readTimeOut(*options_));
+        readBytes(fd(), buffer.data() + total, kLongestChunk, readTimeOut(line_->options));
     if (count < 0) {
-      const std::string message =
-          "error reading from serial port, read returns a negative byte count";
       QLTLog(format("error reading from serial port %@, read returns a negative byte count",
                     bsdPath()));
-      return failLine(message, error);
+      return fail(error, kQLTErrorSerialRead,
+                  "error reading from serial port, read returns a negative byte count");
     }
     const std::string_view chunk(buffer.data() + total, static_cast<std::size_t>(count));
     total += chunk.size();
-    if (total > longestLine) {
+    if (total > kLongestLine) {
       const std::string message =
           format("error reading from serial port %@, read too many bytes %d", bsdPath(), total);
       QLTLog(message);
-      return failLine(message, error);
+      return fail(error, kQLTErrorSerialRead, message);
     }
     done = chunk.find_first_of("\n\r") != std::string_view::npos;
     sleepFor(std::chrono::milliseconds(1));
@@ -263,26 +270,27 @@ std::optional<std::string> QLTSerial::readLine(std::int32_t timeoutInSeconds, QL
 void QLTSerial::setParityFlag(std::int32_t value) {
   constexpr tcflag_t enabled = PARENB;
   constexpr tcflag_t odd = PARODD;
-  if (value == 0) options_->c_cflag &= ~enabled;
-  if (value == 1) options_->c_cflag |= enabled | odd;
-  if (value == 2) options_->c_cflag = (options_->c_cflag | enabled) & ~odd;
+  if (value == 0) options().c_cflag &= ~enabled;
+  if (value == 1) options().c_cflag |= enabled | odd;
+  if (value == 2) options().c_cflag = (options().c_cflag | enabled) & ~odd;
 }
 
 void QLTSerial::setStopBitsFlag(std::int32_t value) {
   constexpr tcflag_t two = CSTOPB;
-  if (value == 0) options_->c_cflag &= ~two;
-  if (value == 1) options_->c_cflag |= two;
+  if (value == 0) options().c_cflag &= ~two;
+  if (value == 1) options().c_cflag |= two;
 }
 
 void QLTSerial::setBytesSizeFlag(std::int32_t value) {
   constexpr std::array<tcflag_t, 4> sizes{CS5, CS6, CS7, CS8};
   constexpr tcflag_t mask = CSIZE;
   if (value < 0 || static_cast<std::size_t>(value) >= sizes.size()) return;
-  options_->c_cflag = (options_->c_cflag & ~mask) | sizes[static_cast<std::size_t>(value)];
+  options().c_cflag = (options().c_cflag & ~mask) | sizes[static_cast<std::size_t>(value)];
 }
 
 QLTError QLTSerial::handleError(std::int32_t, const std::string& message) {
-  return systemError(errno, message);
+  const int problem = errno;
+  return systemError(bsdPath(), problem, message);
 }
 
 std::string QLTSerial::bsdPath() const {

@@ -17,9 +17,9 @@ struct termios;  // the system's terminal attributes, <termios.h>
 /// each, and read either in one call or line by line.
 ///
 /// It is created closed. A system call that fails is reported in the domain `QLTSerialErrorDomain`
-/// with errno as the code and the system's text as the description; what the call was for goes to
-/// the console log. Reading and writing a closed port reports what the system says of a bad
-/// descriptor.
+/// with errno as the code, the system's text as the description and the device file under "path" in
+/// the user information; what the call was for goes to the console log. Reading and writing a
+/// closed port reports what the system says of a bad descriptor.
 ///
 /// Properties may be read and set on any thread; they take effect at the next `open`, the pause
 /// between bytes at the next write. Everything else is for one thread at a time; several ports may
@@ -33,7 +33,8 @@ class QLT_EXPORT QLTSerial : public QLTAsciiReadWriteDevice {
 
   /// Opens the device for exclusive use, raw, with the properties' settings, and discards what is
   /// pending. An open port is closed first. A line speed that the driver cannot set is a failure.
-  /// Root's processes may open a device that is in exclusive use.
+  /// Root's processes may open a device that is in exclusive use; ports of one process that are
+  /// open on the same device share its use, which ends with the last of them.
   ///
   /// After a failure past the opening of the file itself the descriptor stays open until the next
   /// `open` or `close`.
@@ -103,13 +104,13 @@ class QLT_EXPORT QLTSerial : public QLTAsciiReadWriteDevice {
 
  protected:
   /// The open descriptor, -1 when closed.
-  int fd() const { return fd_; }
+  int fd() const;
   /// The attributes that `open` builds and sets.
-  struct termios& options() {
-    return *options_;
-  }
+  struct termios& options();
 
  private:
+  struct Line;
+
   mutable std::mutex bsdPathMutex_;
   std::string bsdPath_;
   std::atomic<std::uint32_t> timeOutInSeconds_ = 2;
@@ -117,7 +118,6 @@ class QLT_EXPORT QLTSerial : public QLTAsciiReadWriteDevice {
   std::atomic<std::int32_t> parity_ = 0;
   std::atomic<std::int32_t> byteSize_ = 3;
   std::atomic<std::int32_t> stopBits_ = 0;
-  int fd_ = -1;
   std::atomic<std::uint32_t> interCharDelayInMicroSeconds_ = 1000;
-  std::unique_ptr<struct termios> options_;
+  std::unique_ptr<Line> line_;
 };

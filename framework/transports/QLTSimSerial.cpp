@@ -4,11 +4,14 @@
 
 #include <QLTConsoleLog.h>
 #include <QLTErrorCodes.h>
-#include <QLTUtil.h>
 
 #include "common/Format.h"
+#include "platform/Failed.h"
 #include "transports/SimulatedExchange.h"
+#include "utilities/Fail.h"
 
+using quillon::internal::fail;
+using quillon::internal::Failed;
 using quillon::internal::format;
 using quillon::internal::ResponseMap;
 using quillon::internal::SimulatedExchange;
@@ -17,9 +20,8 @@ namespace {
 
 ResponseMap responses;
 
-void reportClosed(std::int32_t code, QLTError* error) {
-  const QLTError record = QLTUtil::handleError(code, "sim serial port is not open!");
-  if (error != nullptr) *error = record;
+Failed failClosed(QLTError* error, std::int32_t code) {
+  return fail(error, code, "sim serial port is not open!");
 }
 
 }  // namespace
@@ -50,20 +52,14 @@ bool QLTSimSerial::close(QLTError*) {
 bool QLTSimSerial::flushBuffer(QLTError*) { return true; }
 
 bool QLTSimSerial::write(const std::string& text, QLTError* error) {
-  if (!isOpen_) {
-    reportClosed(kQLTErrorSimSerialWrite, error);
-    return false;
-  }
+  if (!isOpen_) return failClosed(error, kQLTErrorSimSerialWrite);
   QLTLog(format("{Sim_Serial_Write %@}: %@", bsdPath(), text));
   exchange_->write(text);
   return true;
 }
 
 std::optional<std::string> QLTSimSerial::read(std::int32_t, QLTError* error) {
-  if (!isOpen_) {
-    reportClosed(kQLTErrorSerialRead, error);
-    return std::nullopt;
-  }
+  if (!isOpen_) return failClosed(error, kQLTErrorSerialRead);
   if (exchange_->isHeldBack()) return "";
   exchange_->answer();
   std::optional<std::string> reply = responses.reply(lastCmd(), "\n:-)");

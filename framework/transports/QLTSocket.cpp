@@ -2,21 +2,27 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <limits>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include <arpa/inet.h>
 
 #include <QLTConsoleLog.h>
 #include <QLTErrorCodes.h>
-#include <QLTUtil.h>
 
 #include "common/Format.h"
 #include "common/Sleep.h"
+#include "platform/Failed.h"
 #include "transports/WireText.h"
+#include "utilities/Fail.h"
 
+using quillon::internal::fail;
+using quillon::internal::Failed;
+using quillon::internal::failWith;
 using quillon::internal::format;
 using quillon::internal::sleepFor;
 using quillon::internal::wireText;
@@ -25,19 +31,12 @@ namespace {
 
 using std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds pollInterval(10);
-constexpr std::size_t longestRead = 5000;
-constexpr std::size_t longestText = 1 << 20;
+constexpr std::chrono::milliseconds kPollInterval(10);
+constexpr std::size_t kLongestRead = 5000;
+constexpr std::size_t kLongestText = 1 << 20;
 
-bool fail(std::int32_t code, const char* message, QLTError* error) {
-  const QLTError record = QLTUtil::handleError(code, message);
-  if (error != nullptr) *error = record;
-  return false;
-}
-
-bool failRead(QLTError* error) { return fail(kQLTErrorSocketRead, "Error reading socket", error); }
-bool failTimeout(QLTError* error) {
-  return fail(kQLTErrorSocketRead, "timeout reading socket", error);
+Failed failTimeout(QLTError* error) {
+  return fail(error, kQLTErrorSocketRead, "timeout reading socket");
 }
 
 /// The bytes before the first zero byte.
@@ -48,35 +47,70 @@ bool hasFailed(QLTStreamStatus status) {
          status == QLTStreamStatus::AtEnd;
 }
 
+/// Tells where no connection could be made, and why.
+class Peer {
+ public:
+  Peer(std::string address, std::int32_t port) : address_(std::move(address)), port_(port) {}
+
+  Failed isNoAddress(QLTError* error) const {
+    return failed(
+        EINVAL,
+        format("no connection to \"%@\": not the IPv4 address of a device, such as 10.0.0.20",
+               address_),
+        error);
+  }
+  Failed hasNoPort(QLTError* error) const {
+    return failed(EINVAL, format("no connection to %@:%d: not a port, 0 to 65535", address_, port_),
+                  error);
+  }
+  Failed isOutOfReach(int errnoValue, QLTError* error) const {
+    return failed(errnoValue,
+                  format("no connection to %@:%d: %s", address_, port_,
+                         std::generic_category().message(errnoValue)),
+                  error);
+  }
+
+ private:
+  Failed failed(int errnoValue, const std::string& text, QLTError* error) const {
+    QLTLog(text);
+    return failWith(error,
+                    {kQLTPosixErrorDomain,
+                     errnoValue,
+                     {{kQLTErrorDescriptionKey, text}, {"address", address_}, {"port", port_}}});
+  }
+
+  std::string address_;
+  std::int32_t port_;
+};
+
 }  // namespace
 
-std::shared_ptr<QLTSocket> QLTSocket::init(const std::string& address, std::int32_t port) {
+std::shared_ptr<QLTSocket> QLTSocket::init(const std::string& address, std::int32_t port,
+                                           QLTError* error) {
   std::shared_ptr<QLTSocket> socket(new QLTSocket(address));
-  return socket->connect(port) ? socket : nullptr;
+  return socket->connect(port, error) ? socket : nullptr;
 }
 
 QLTSocket::QLTSocket(std::string address) : strIPAddr_(std::move(address)) {}
 
-QLTSocket::~QLTSocket() {
-  rStream_.reset();
-  wStream_.reset();
-}
+QLTSocket::~QLTSocket() { disconnect(); }
 
-bool QLTSocket::connect(std::int32_t port) {
+bool QLTSocket::connect(std::int32_t port, QLTError* error) {
   timeOutInSeconds_ = 10;
+  const Peer peer(strIPAddr_, port);
   const in_addr_t address = inet_addr(strIPAddr_.c_str());
-  if (address == INADDR_NONE || port < 0 || port > std::numeric_limits<std::uint16_t>::max()) {
-    return false;
-  }
+  if (address == INADDR_NONE) return peer.isNoAddress(error);
+  if (port < 0 || port > std::numeric_limits<std::uint16_t>::max()) return peer.hasNoPort(error);
   QLTStreamPair streams = QLTStreamPair::toPeer(ntohl(address), static_cast<std::uint16_t>(port));
-  if (!streams.read || !streams.write) return false;
+  if (!streams.read || !streams.write) return peer.isOutOfReach(errno, error);
   rStream_ = std::move(streams.read);
   wStream_ = std::move(streams.write);
 
   rStream_->setClosesSocket(true);
   if (!rStream_->open() || !wStream_->open() || !WaitForConnection(*wStream_)) {
     QLTLog("unable to open the streams for socket");
-    return false;
+    const int problem = wStream_->connectError();
+    return peer.isOutOfReach(problem != 0 ? problem : ETIMEDOUT, error);
   }
   while (true) {
     const QLTStreamStatus reading = rStream_->status();
@@ -84,46 +118,53 @@ bool QLTSocket::connect(std::int32_t port) {
     if (reading == QLTStreamStatus::Opening || writing == QLTStreamStatus::Opening) continue;
     if (!hasFailed(reading) && !hasFailed(writing)) return true;
     QLTLog("unable to connect to remote socket");
-    return false;
+    return peer.isOutOfReach(wStream_->connectError(), error);
   }
+}
+
+void QLTSocket::disconnect() {
+  if (rStream_) rStream_->close();
+  if (wStream_) wStream_->close();
 }
 
 bool QLTSocket::WaitForConnection(QLTWriteStream& stream) {
   for (std::int64_t i = 0; i < polls(); ++i) {
     if (stream.canAcceptBytes()) return true;
     if (i == 1) QLTLog("Waiting for connection...\n");
-    sleepFor(pollInterval);
+    sleepFor(kPollInterval);
   }
   return false;
 }
 
 bool QLTSocket::write(const std::string& text, QLTError* error) {
-  const auto end = steady_clock::now() + std::chrono::seconds(timeOutInSeconds_);
+  const std::chrono::seconds timeOut(timeOutInSeconds_);
+  auto latestProgress = steady_clock::now();
   std::string_view rest = wireText(text);
   while (!rest.empty()) {
-    const std::ptrdiff_t count = wStream_->write(rest.data(), rest.size());
+    const std::ptrdiff_t count = wStream_ ? wStream_->write(rest.data(), rest.size()) : -1;
     if (count > 0) {
       rest.remove_prefix(static_cast<std::size_t>(count));
-    } else if (count < 0 || steady_clock::now() >= end) {
-      return fail(kQLTErrorSocketWrite, "Error writing to socket", error);
+      latestProgress = steady_clock::now();
+    } else if (count < 0 || steady_clock::now() - latestProgress >= timeOut) {
+      return fail(error, kQLTErrorSocketWrite, "Error writing to socket");
     } else {
-      sleepFor(pollInterval);
+      sleepFor(kPollInterval);
     }
   }
   return true;
 }
 
 std::optional<std::string> QLTSocket::read(QLTError* error) {
-  constexpr std::int32_t readPolls = 100;
+  constexpr std::int32_t kReadPolls = 100;
   bool available = false;
-  for (std::int32_t i = 0; i < readPolls; ++i) {
-    available = rStream_->hasBytesAvailable();
+  for (std::int32_t i = 0; i < kReadPolls; ++i) {
+    available = hasBytesAvailable();
     if (available) break;
     if (i == 1) {
       QLTLog(format("socket read index=%d", i));
       QLTLog("waiting to read from socket");
     }
-    sleepFor(pollInterval);
+    sleepFor(kPollInterval);
   }
   if (!available) {
     QLTLog("***ERROR*****: timeout reading socket");
@@ -143,8 +184,7 @@ std::optional<std::string> QLTSocket::readUntil(const std::string& terminator, Q
     if (!pass(bytes, error)) return std::nullopt;
     if (++count > polls()) {
       QLTLog("***ERROR*****: timeout reading socket");
-      failTimeout(error);
-      return std::nullopt;
+      return failTimeout(error);
     }
   }
   const auto zeroBytes = static_cast<std::size_t>(std::count(bytes.begin(), bytes.end(), '\0'));
@@ -161,8 +201,7 @@ std::optional<std::string> QLTSocket::readLine(QLTError* error) {
     if (++count > polls()) {
       QLTLog(format("***ERROR*****: timeout reading socket, index=%d, so far: %s", count,
                     terminated(bytes)));
-      failTimeout(error);
-      return std::nullopt;
+      return failTimeout(error);
     }
     done = bytes.find_first_of("\n\r", previous) != std::string::npos;
   }
@@ -170,17 +209,20 @@ std::optional<std::string> QLTSocket::readLine(QLTError* error) {
   return std::string(terminated(std::string_view(bytes).substr(start)));
 }
 
+/// True when a read would bring bytes or fail.
+bool QLTSocket::hasBytesAvailable() const { return !rStream_ || rStream_->hasBytesAvailable(); }
+
 /// One pass of a read loop: appends what is available to `bytes`, or waits a little when nothing
 /// is.
 bool QLTSocket::pass(std::string& bytes, QLTError* error) {
-  if (!rStream_->hasBytesAvailable()) {
-    sleepFor(pollInterval);
+  if (!hasBytesAvailable()) {
+    sleepFor(kPollInterval);
     return true;
   }
-  std::array<char, longestRead> buffer;
-  const std::size_t room = std::min(longestRead, longestText - bytes.size());
-  const std::ptrdiff_t count = room > 0 ? rStream_->read(buffer.data(), room) : -1;
-  if (count < 1) return failRead(error);
+  std::array<char, kLongestRead> buffer;
+  const std::size_t room = std::min(kLongestRead, kLongestText - bytes.size());
+  const std::ptrdiff_t count = room > 0 && rStream_ ? rStream_->read(buffer.data(), room) : -1;
+  if (count < 1) return fail(error, kQLTErrorSocketRead, "Error reading socket");
   bytes.append(buffer.data(), static_cast<std::size_t>(count));
   return true;
 }

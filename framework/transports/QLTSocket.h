@@ -12,7 +12,7 @@
 
 /// A client connection to an instrument that listens on a TCP port of an IPv4 address.
 ///
-/// It exists only connected; destroying it closes the connection. All waiting is polling in steps
+/// It is made connected; destroying it closes the connection. All waiting is polling in steps
 /// of 10 ms on the calling thread. Errors are in the framework's domain: -20000 for a write, -20001
 /// for a read. Bytes are taken as UTF-8 without a check, so a text holds what the peer sent. A peer
 /// that has hung up makes a read fail at once.
@@ -21,16 +21,23 @@
 class QLT_EXPORT QLTSocket : public QLTObject {
  public:
   /// Connects to `address`, dotted IPv4, within about 10 s. Null when that fails: the console log
-  /// says so, except for an address or port that is none.
-  static std::shared_ptr<QLTSocket> init(const std::string& address, std::int32_t port);
-  ~QLTSocket() override;
+  /// tells where and why, and so does the error, of domain `kQLTPosixErrorDomain` with errno as the
+  /// code. Its user information holds `address` under "address" and `port` under "port".
+  static std::shared_ptr<QLTSocket> init(const std::string& address, std::int32_t port,
+                                         QLTError* error = nullptr);
+  ~QLTSocket() override;  ///< disconnects
+
+  /// Ends the connection, before the socket itself ends: for an owner whose end must be the
+  /// connection's, whoever else holds the socket. What is read or written afterwards fails at once.
+  void disconnect();
 
   /// Waits until `stream` can take bytes or its connection has failed: true; false when
   /// `timeOutInSeconds` have passed.
   virtual bool WaitForConnection(QLTWriteStream& stream);
 
   /// Sends `text` as it stands. Of a text with characters beyond ASCII only as many bytes are sent
-  /// as it has characters. Fails when the peer takes nothing more for `timeOutInSeconds` in all.
+  /// as it has characters. Fails when the peer has taken nothing for `timeOutInSeconds`, counted
+  /// from the last bytes that it took.
   virtual bool write(const std::string& text, QLTError* error = nullptr);
   /// One read of at most 5000 bytes. Waits about 1 s for something to come; when nothing does, the
   /// result is "" and the error is set. Absent when the read itself failed. The text ends at the
@@ -56,14 +63,16 @@ class QLT_EXPORT QLTSocket : public QLTObject {
   void setTimeOutInSeconds(std::int32_t seconds) { timeOutInSeconds_ = seconds; }
 
  protected:
-  /// A socket that is not connected, with a time-out of 0. For subclasses.
+  /// A socket that is not connected, with a time-out of 0. For subclasses; what it reads or writes
+  /// itself fails.
   explicit QLTSocket(std::string address);
   /// What `init` does after making the object, for the initialisers of subclasses. An object for
   /// which it is false must not be used.
-  bool connect(std::int32_t port);
+  bool connect(std::int32_t port, QLTError* error = nullptr);
 
  private:
   std::int64_t polls() const { return std::int64_t{timeOutInSeconds_} * 100; }
+  bool hasBytesAvailable() const;
   bool pass(std::string& bytes, QLTError* error);
 
   std::unique_ptr<QLTReadStream> rStream_;

@@ -179,7 +179,8 @@ TEST(QLTDavDPEtherCreationTest, AddressWithoutAConnectionGivesNoneAndALine) {
 
   EXPECT_FALSE(QLTDavDPEther::init("not an address"));
 
-  EXPECT_THAT(log.lines(), ElementsAre("error creating socket to DAVDP"));
+  EXPECT_THAT(log.lines(), ElementsAre(testing::StartsWith("no connection to \"not an address\""),
+                                       "error creating socket to DAVDP"));
 }
 
 TEST(QLTDavDPEtherCreationTest, SimulatedUnitAnswersTheVersionQuery) {
@@ -249,6 +250,17 @@ TEST_F(QLTDavDPEtherOverTcpTest, DestructionEndsTheConnection) {
   EXPECT_EQ(connection->receive(1), "");
 }
 
+TEST_F(QLTDavDPEtherOverTcpTest, DestructionEndsTheConnectionOfASocketThatIsHeld) {
+  const std::shared_ptr<QLTSocket> held = unit->socket();
+  QLTError error = earlierError();
+
+  unit.reset();
+
+  EXPECT_EQ(connection->receive(1), "");
+  EXPECT_FALSE(held->write("&7,0001\n", &error));
+  EXPECT_THAT(error, IsError(QLTFrameworkErrorDomain, -20000, "Error writing to socket"));
+}
+
 TEST(QLTDavDPEtherInitTest, ConnectsToTheUnitsPort) {
   const test::TcpPeer peer(QLTDavDPEther::kPort);
   auto served = std::async(std::launch::async, [&peer] {
@@ -273,8 +285,10 @@ TEST(QLTDavDPEtherInitTest, RefusedConnectionGivesNoneAndALine) {
 
   EXPECT_FALSE(QLTDavDPEther::init(test::TcpPeer::ownAddress()));
 
-  EXPECT_THAT(log.lines(),
-              ElementsAre("unable to connect to remote socket", "error creating socket to DAVDP"));
+  EXPECT_THAT(log.lines(), ElementsAre("unable to connect to remote socket",
+                                       "no connection to " + test::TcpPeer::ownAddress() +
+                                           ":9760: Connection refused",
+                                       "error creating socket to DAVDP"));
 }
 
 }  // namespace

@@ -383,9 +383,12 @@ TEST_F(SimulatorFaultsAtTransportTest, ASocketFailsAtOnceWhenTheDeviceHangsUpInA
 TEST_F(SimulatorFaultsAtTransportTest, ASocketIsRefusedByADeviceThatIsNotThere) {
   const SimulatorProcess sim({"davdp", "--tcp", "0", "--refuse", "forever"});
 
-  EXPECT_FALSE(QLTSocket::init("127.0.0.1", sim.readPort()));
+  const std::int32_t port = sim.readPort();
+  EXPECT_FALSE(QLTSocket::init("127.0.0.1", port));
 
-  EXPECT_THAT(log_.lines(), ElementsAre("unable to connect to remote socket"));
+  EXPECT_THAT(log_.lines(), ElementsAre("unable to connect to remote socket",
+                                        "no connection to 127.0.0.1:" + std::to_string(port) +
+                                            ": Connection refused"));
 }
 
 }  // namespace

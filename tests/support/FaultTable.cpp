@@ -40,8 +40,9 @@ bool isPairAgain(const std::vector<std::string>& lines) {
 
 QLTError withoutChance(const QLTError& error) {
   if (!error.description()) return error;
-  return QLTError::withDescription(error.domain(), error.code(),
-                                   withoutChance(*error.description()));
+  QLTDictionary userInfo = error.userInfo();
+  userInfo.set(kQLTErrorDescriptionKey, withoutChance(*error.description()));
+  return {error.domain(), error.code(), userInfo};
 }
 
 }  // namespace

@@ -35,6 +35,7 @@
 #include "support/ConsoleLog.h"
 #include "support/Errors.h"
 #include "support/Pty.h"
+#include "support/SerialLine.h"
 #include "support/SignalStorm.h"
 #include "support/SystemCalls.h"
 #include "support/TcpPeer.h"
@@ -47,23 +48,14 @@ using std::chrono::duration;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
+using test::OpenPort;
+using test::PluggedLine;
+using test::QuickSerialUnit;
 using testing::ElementsAre;
 using testing::Optional;
 
-constexpr const char* loopback = "127.0.0.1";
-constexpr int cycles = 1000;
-
-class OpenPort : public QLTSerial {
- public:
-  using QLTSerial::fd;
-  using QLTSerial::QLTSerial;
-};
-
-/// A unit that is neither woken nor asked for its revisions when it is made.
-class QuickUnit : public QLTDavDPSerial {
- public:
-  explicit QuickUnit(std::shared_ptr<QLTSerial> port) : QLTDavDPSerial(std::move(port)) {}
-};
+constexpr const char* kLoopback = "127.0.0.1";
+constexpr int kCycles = 1000;
 
 /// A port that neither paces its writes nor waits for its reads.
 std::shared_ptr<OpenPort> quickPort(const std::string& path) {
@@ -79,29 +71,6 @@ std::shared_ptr<OpenPort> openPort(const std::string& path) {
   return port;
 }
 
-/// A device file that leads to a pty, or is missing.
-class PluggedLine {
- public:
-  PluggedLine() : path_(folder_.path() / "tty") { plugIn(); }
-
-  void plugIn() {
-    pty_ = std::make_unique<test::Pty>();
-    std::filesystem::remove(path_);
-    std::filesystem::create_symlink(pty_->path(), path_);
-  }
-  void unplug() {
-    pty_->master().close();
-    std::filesystem::remove(path_);
-  }
-  test::Endpoint& device() { return pty_->master(); }
-  const std::string& path() const { return path_; }
-
- private:
-  test::TemporaryFolder folder_;
-  std::string path_;
-  std::unique_ptr<test::Pty> pty_;
-};
-
 duration<double> timeOf(const std::function<void()>& operation) {
   const auto start = steady_clock::now();
   operation();
@@ -116,7 +85,7 @@ class LeakTest : public testing::Test {
   static void expectNoLeak(const std::function<void()>& cycle) {
     cycle();  // what is set up once is not a leak
     const std::size_t before = test::openDescriptors();
-    for (int i = 0; i < cycles && !HasFailure(); ++i) cycle();
+    for (int i = 0; i < kCycles && !HasFailure(); ++i) cycle();
     EXPECT_EQ(test::openDescriptors(), before);
   }
   /// The same for the opening of a port.
@@ -205,7 +174,7 @@ TEST_F(LeakTest, DriversOnLinesThatAreMissing) {
 TEST_F(LeakTest, ConnectionsThatAreRefused) {
   test::TcpPeer peer;
   peer.refuse();
-  expectNoLeak([&] { EXPECT_FALSE(QLTSocket::init(loopback, peer.port())); });
+  expectNoLeak([&] { EXPECT_FALSE(QLTSocket::init(kLoopback, peer.port())); });
   expectNoLeak([] { EXPECT_FALSE(QLTDavDPEther::init(test::TcpPeer::ownAddress())); });
 }
 
@@ -219,7 +188,7 @@ class ImpatientSocket : public QLTSocket {
   bool WaitForConnection(QLTWriteStream&) override { return false; }
 
  private:
-  ImpatientSocket() : QLTSocket(loopback) {}
+  ImpatientSocket() : QLTSocket(kLoopback) {}
 };
 
 TEST_F(LeakTest, ConnectionsThatAreGivenUp) {
@@ -231,7 +200,7 @@ TEST_F(LeakTest, ConnectionsThatAreGivenUp) {
 TEST_F(LeakTest, ConnectionsThatHangUp) {
   const test::TcpPeer peer;
   expectNoLeak([&] {
-    const auto socket = QLTSocket::init(loopback, peer.port());
+    const auto socket = QLTSocket::init(kLoopback, peer.port());
     ASSERT_TRUE(socket);
     test::Endpoint device = peer.accept();
     device.send("half a line");
@@ -264,13 +233,13 @@ TEST_F(LeakTest, ProcessWithoutDescriptors) {
   const auto port = quickPort(pty_.path());
   {
     const NoDescriptors none;
-    for (int i = 0; i < cycles; ++i) {
+    for (int i = 0; i < kCycles; ++i) {
       QLTError error;
       EXPECT_FALSE(port->open(&error));
       EXPECT_EQ(error.code(), EMFILE);
       log_.clear();
-      EXPECT_FALSE(QLTSocket::init(loopback, peer.port()));
-      EXPECT_THAT(log_.lines(), testing::IsEmpty());
+      EXPECT_FALSE(QLTSocket::init(kLoopback, peer.port()));
+      EXPECT_THAT(log_.lines(), ElementsAre(testing::EndsWith(": Too many open files")));
     }
   }
   EXPECT_EQ(test::openDescriptors(), before);
@@ -297,7 +266,7 @@ void loseALine() {
 
 void loseAConnection() {
   const test::TcpPeer peer;
-  const auto socket = QLTSocket::init(loopback, peer.port());
+  const auto socket = QLTSocket::init(kLoopback, peer.port());
   test::Endpoint device = peer.accept();
   test::TcpPeer::reset(device);
   for (int i = 0; i < 10; ++i) socket->write("go\n");
@@ -331,7 +300,7 @@ TEST_F(SignalTest, CutNoPauseOfASerialLineShort) {
   ASSERT_TRUE(port->open());
   const auto diags = QLTDiags::initWithPort(port);
   diags->setTimeOutInSeconds(0.5);
-  QuickUnit unit(port);
+  QuickSerialUnit unit(port);
   const test::SignalStorm storm;
   EXPECT_GE(timeOf([&] { port->read(100); }), seconds(1));
   EXPECT_GE(timeOf([&] { diags->sendCommand("go"); }), milliseconds(500));
@@ -341,7 +310,7 @@ TEST_F(SignalTest, CutNoPauseOfASerialLineShort) {
 }
 
 TEST_F(SignalTest, CutNoPauseOfASocketShort) {
-  const auto socket = QLTSocket::init(loopback, peer_.port());
+  const auto socket = QLTSocket::init(kLoopback, peer_.port());
   ASSERT_TRUE(socket);
   const test::Endpoint device = peer_.accept();
   const std::string endless(16 * 1024 * 1024, 'x');
@@ -514,7 +483,7 @@ TEST_F(UnpluggedLineTest, LineThatIsBackAtOnceNeedsOneReset) {
 
 TEST_F(UnpluggedLineTest, UnitIsWokenWhenItsLineComesBack) {
   const auto port = openPort(line_.path());
-  QuickUnit unit(port);
+  QuickSerialUnit unit(port);
   line_.unplug();
   EXPECT_EQ(unit.sendCommand("&7", 0), std::nullopt);
   QLTError error;
@@ -584,7 +553,7 @@ void useALineAsAnOrdinaryUser() {
              "error openning " + pty.path() + ". From system: Permission denied (13)\n",
          "no line of the forbidden device");
   const std::size_t before = test::openDescriptors();
-  for (int i = 0; i < cycles; ++i) demand(!port->open(), "opened");
+  for (int i = 0; i < kCycles; ++i) demand(!port->open(), "opened");
   demand(test::openDescriptors() == before, "a descriptor is left");
   _exit(0);
 }
@@ -592,6 +561,28 @@ void useALineAsAnOrdinaryUser() {
 TEST(UserDeathTest, OrdinaryUserHasALineAloneAndOnlyWherePermitted) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(useALineAsAnOrdinaryUser(), testing::ExitedWithCode(0), "");
+}
+
+void replaceAPortAndComeAsAnOrdinaryUser() {
+  const test::ConsoleLog log;
+  test::Pty pty;
+  chmod(pty.path().c_str(), 0666);
+  auto replaced = openPort(pty.path());
+  const auto port = openPort(pty.path());
+  replaced.reset();
+  dropPrivileges();
+  QLTError error;
+  demand(!quickPort(pty.path())->open(&error), "a busy line opened");
+  demand(error.code() == EBUSY, "not EBUSY");
+  demand(port->close(), "no close");
+  demand(quickPort(pty.path())->open(), "no open after the close of the last port");
+  _exit(0);
+}
+
+TEST(UserDeathTest, LineOfAReplacedPortStaysClosedToOthers) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root's processes open a line twice";
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(replaceAPortAndComeAsAnOrdinaryUser(), testing::ExitedWithCode(0), "");
 }
 
 TEST(UserTest, RootMayOpenWhatOthersMayNot) {

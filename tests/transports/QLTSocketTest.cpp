@@ -1,6 +1,7 @@
 #include <QLTByteStream.h>
 #include <QLTSocket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -24,6 +25,7 @@
 
 #include "support/ConsoleLog.h"
 #include "support/Errors.h"
+#include "support/Eventually.h"
 #include "support/SignalStorm.h"
 #include "support/SystemCalls.h"
 #include "support/TcpPeer.h"
@@ -33,29 +35,19 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
+using test::eventually;
 using test::isUntouched;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using namespace std::string_literals;
 
-constexpr const char* loopback = "127.0.0.1";
+constexpr const char* kLoopback = "127.0.0.1";
 
 void expectError(const QLTError& error, std::int64_t code, const std::string& description) {
   EXPECT_EQ(error.domain(), "Quillon Framework Error Domain");
   EXPECT_EQ(error.code(), code);
   EXPECT_EQ(error.userInfo(), (QLTDictionary{{"description", description}}));
-}
-
-/// Waits until the condition holds, for not too long.
-template <typename Condition>
-bool eventually(Condition condition) {
-  const auto end = steady_clock::now() + seconds(5);
-  while (!condition()) {
-    if (steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(milliseconds(1));
-  }
-  return true;
 }
 
 /// Polls that find nothing as often as `times` says.
@@ -70,33 +62,6 @@ auto counting(int& polls) {
     return std::optional<int>();
   };
 }
-
-/// A socket whose wait for the connection is the test's.
-class WaitingSocket : public QLTSocket {
- public:
-  using Wait = std::function<bool(WaitingSocket&, QLTWriteStream&)>;
-
-  static std::shared_ptr<WaitingSocket> init(const std::string& address, std::int32_t port,
-                                             Wait wait) {
-    std::shared_ptr<WaitingSocket> socket(new WaitingSocket(address, std::move(wait)));
-    return socket->connect(port) ? socket : nullptr;
-  }
-  bool WaitForConnection(QLTWriteStream& stream) override { return wait_(*this, stream); }
-  bool inheritedWait(QLTWriteStream& stream) { return QLTSocket::WaitForConnection(stream); }
-
- private:
-  WaitingSocket(const std::string& address, Wait wait)
-      : QLTSocket(address), wait_(std::move(wait)) {}
-
-  Wait wait_;
-};
-
-/// Creating a socket, with and without success.
-class QLTSocketInitTest : public testing::Test {
- protected:
-  test::ConsoleLog log_;
-  std::size_t descriptors_ = test::openDescriptors();
-};
 
 /// A socket that is connected to `device_`.
 class QLTSocketTest : public testing::Test {
@@ -121,198 +86,10 @@ class QLTSocketTest : public testing::Test {
 
   test::ConsoleLog log_;
   test::TcpPeer peer_;
-  std::shared_ptr<QLTSocket> socket_ = QLTSocket::init(loopback, peer_.port());
+  std::shared_ptr<QLTSocket> socket_ = QLTSocket::init(kLoopback, peer_.port());
   test::Endpoint device_ = peer_.accept();
   QLTError error_ = test::earlierError();
 };
-
-// Connecting.
-
-TEST_F(QLTSocketInitTest, ConnectsToAListener) {
-  const test::TcpPeer peer;
-  const std::shared_ptr<QLTSocket> socket = QLTSocket::init(loopback, peer.port());
-  ASSERT_NE(socket, nullptr);
-  EXPECT_EQ(socket->strIPAddr(), loopback);
-  EXPECT_EQ(socket->timeOutInSeconds(), 10);
-  const test::Endpoint device = peer.accept();
-  EXPECT_TRUE(socket->write("hello"));
-  EXPECT_EQ(device.receive(5), "hello");
-}
-
-TEST_F(QLTSocketInitTest, PortGoesOutMostSignificantByteFirst) {
-  const test::TcpPeer peer(5025);
-  ASSERT_NE(QLTSocket::init(test::TcpPeer::ownAddress(), 5025), nullptr);
-  const test::Endpoint device = peer.accept();
-  sockaddr_in called{};
-  socklen_t size = sizeof called;
-  ASSERT_EQ(getsockname(device.descriptor(), reinterpret_cast<sockaddr*>(&called), &size), 0);
-  std::array<unsigned char, 2> bytes{};
-  std::memcpy(bytes.data(), &called.sin_port, bytes.size());
-  EXPECT_THAT(bytes, ElementsAre(0x13, 0xA1));
-}
-
-TEST_F(QLTSocketInitTest, SocketIsAResource) {
-  const test::TcpPeer peer;
-  const std::shared_ptr<QLTObject> socket = QLTSocket::init(loopback, peer.port());
-  ASSERT_NE(socket, nullptr);
-  EXPECT_EQ(socket->className(), "QLTSocket");
-}
-
-TEST_F(QLTSocketInitTest, WhatIsNoAddressGivesNoneSilently) {
-  const test::TcpPeer peer;
-  for (const char* address :
-       {"localhost", "", "127.0.0.256", "1.2.3.4.5", "unit 7", "::1", "255.255.255.255"}) {
-    EXPECT_EQ(QLTSocket::init(address, peer.port()), nullptr) << address;
-  }
-  EXPECT_THAT(log_.lines(), IsEmpty());
-}
-
-TEST_F(QLTSocketInitTest, WhatIsNoPortGivesNoneSilently) {
-  EXPECT_EQ(QLTSocket::init(loopback, -1), nullptr);
-  EXPECT_EQ(QLTSocket::init(loopback, 65536), nullptr);
-  EXPECT_THAT(log_.lines(), IsEmpty());
-  EXPECT_EQ(test::openDescriptors(), descriptors_);
-}
-
-TEST_F(QLTSocketInitTest, RefusalIsLoggedWithoutAWait) {
-  test::TcpPeer peer;
-  peer.refuse();
-  const std::size_t before = test::openDescriptors();
-  EXPECT_EQ(QLTSocket::init(loopback, peer.port()), nullptr);
-  EXPECT_THAT(log_.lines(), ElementsAre("unable to connect to remote socket"));
-  EXPECT_EQ(test::openDescriptors(), before);
-}
-
-TEST_F(QLTSocketInitTest, UnreachableAtOnceIsLoggedWithoutAWait) {
-  EXPECT_EQ(QLTSocket::init("127.255.255.255", 9), nullptr);  // loopback's broadcast address
-  EXPECT_THAT(log_.lines(), ElementsAre("unable to connect to remote socket"));
-  EXPECT_EQ(test::openDescriptors(), descriptors_);
-}
-
-TEST_F(QLTSocketInitTest, RefusalIsSeenWhenTheWaitDoesNotSeeIt) {
-  test::TcpPeer peer;
-  peer.refuse();
-  const auto noWait = [](WaitingSocket&, QLTWriteStream&) { return true; };
-  EXPECT_EQ(WaitingSocket::init(loopback, peer.port(), noWait), nullptr);
-  EXPECT_THAT(log_.lines(), ElementsAre("unable to connect to remote socket"));
-}
-
-TEST_F(QLTSocketInitTest, RefusalThatComesLateIsSeenWhenTheWaitDoesNotSeeIt) {
-  test::TcpPeer peer;
-  peer.stopAnswering();
-  std::thread listener([&] {
-    std::this_thread::sleep_for(milliseconds(50));
-    peer.refuse();
-  });
-  const auto noWait = [](WaitingSocket&, QLTWriteStream& stream) {
-    EXPECT_EQ(stream.status(), QLTStreamStatus::Opening);
-    return true;
-  };
-  EXPECT_EQ(WaitingSocket::init(loopback, peer.port(), noWait), nullptr);
-  listener.join();
-  EXPECT_THAT(log_.lines(), ElementsAre("unable to connect to remote socket"));
-}
-
-TEST_F(QLTSocketInitTest, WaitThatGivesUpIsLogged) {
-  const test::TcpPeer peer;
-  const std::size_t before = test::openDescriptors();
-  const auto giveUp = [](WaitingSocket&, QLTWriteStream&) { return false; };
-  EXPECT_EQ(WaitingSocket::init(loopback, peer.port(), giveUp), nullptr);
-  EXPECT_THAT(log_.lines(), ElementsAre("unable to open the streams for socket"));
-  EXPECT_EQ(test::openDescriptors(), before);
-}
-
-TEST_F(QLTSocketInitTest, PeerThatDoesNotAnswerIsWaitedForAndGivenUp) {
-  test::TcpPeer peer;
-  peer.stopAnswering();
-  const std::size_t before = test::openDescriptors();
-  milliseconds waited{};
-  int polls = 0;
-  const auto shortWait = [&](WaitingSocket& socket, QLTWriteStream& stream) {
-    EXPECT_EQ(socket.timeOutInSeconds(), 10);
-    EXPECT_EQ(stream.status(), QLTStreamStatus::Opening);
-    socket.setTimeOutInSeconds(1);
-    test::SystemCalls calls;
-    calls.onPoll = counting(polls);
-    const auto start = steady_clock::now();
-    const bool connected = socket.inheritedWait(stream);
-    waited = std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
-    return connected;
-  };
-  EXPECT_EQ(WaitingSocket::init(loopback, peer.port(), shortWait), nullptr);
-  EXPECT_GE(waited, seconds(1));
-  EXPECT_EQ(polls, 100);
-  EXPECT_THAT(log_.lines(),
-              ElementsAre("Waiting for connection...\n", "unable to open the streams for socket"));
-  EXPECT_EQ(test::openDescriptors(), before);
-}
-
-TEST_F(QLTSocketInitTest, ConnectionThatComesLateIsWaitedFor) {
-  test::TcpPeer peer;
-  peer.stopAnswering();
-  std::thread listener([&] {
-    std::this_thread::sleep_for(milliseconds(50));
-    for (std::size_t i = 0; i < peer.queued(); ++i) peer.accept();
-  });
-  const std::shared_ptr<QLTSocket> socket = QLTSocket::init(loopback, peer.port());
-  listener.join();
-  EXPECT_NE(socket, nullptr);
-  EXPECT_THAT(log_.lines(), ElementsAre("Waiting for connection...\n"));
-}
-
-TEST_F(QLTSocketInitTest, WaitIsLoggedAtItsSecondPoll) {
-  const test::TcpPeer peer;
-  test::SystemCalls calls;
-  calls.onPoll = nothingFor(1);
-  EXPECT_NE(QLTSocket::init(loopback, peer.port()), nullptr);
-  EXPECT_THAT(log_.lines(), IsEmpty());
-  const test::TcpPeer another;
-  calls.onPoll = nothingFor(2);
-  EXPECT_NE(QLTSocket::init(loopback, another.port()), nullptr);
-  EXPECT_THAT(log_.lines(), ElementsAre("Waiting for connection...\n"));
-}
-
-TEST_F(QLTSocketInitTest, WaitWithoutTimeGivesUpAtOnce) {
-  const test::TcpPeer peer;
-  const auto noTime = [](WaitingSocket& socket, QLTWriteStream& stream) {
-    socket.setTimeOutInSeconds(0);
-    return socket.inheritedWait(stream);
-  };
-  EXPECT_EQ(WaitingSocket::init(loopback, peer.port(), noTime), nullptr);
-  EXPECT_THAT(log_.lines(), ElementsAre("unable to open the streams for socket"));
-}
-
-TEST_F(QLTSocketInitTest, ConnectionIsClosedOnExecAndHoldsNoCommandBack) {
-  const test::TcpPeer peer;
-  const int next = dup(STDERR_FILENO);  // the lowest that is free, so the socket's
-  close(next);
-  const std::shared_ptr<QLTSocket> socket = QLTSocket::init(loopback, peer.port());
-  ASSERT_NE(socket, nullptr);
-  EXPECT_EQ(fcntl(next, F_GETFD), FD_CLOEXEC);
-  int noDelay = 0;
-  socklen_t size = sizeof noDelay;
-  EXPECT_EQ(getsockopt(next, IPPROTO_TCP, TCP_NODELAY, &noDelay, &size), 0);
-  EXPECT_NE(noDelay, 0);
-}
-
-TEST_F(QLTSocketInitTest, NoDescriptorLeftGivesNoneSilently) {
-  const test::TcpPeer peer;
-  test::SystemCalls calls;
-  calls.onSocket = [] { return test::failWith(EMFILE); };
-  EXPECT_EQ(QLTSocket::init(loopback, peer.port()), nullptr);
-  EXPECT_THAT(log_.lines(), IsEmpty());
-}
-
-TEST_F(QLTSocketInitTest, ConnectingOutlastsSignals) {
-  const test::SignalStorm storm;
-  for (int i = 0; i < 20; ++i) {
-    test::TcpPeer peer;
-    EXPECT_NE(QLTSocket::init(loopback, peer.port()), nullptr);
-    peer.refuse();
-    EXPECT_EQ(QLTSocket::init(loopback, peer.port()), nullptr);
-  }
-  EXPECT_EQ(test::openDescriptors(), descriptors_);
-}
 
 TEST_F(QLTSocketTest, DestructionHangsUp) {
   const std::size_t before = test::openDescriptors();
@@ -321,89 +98,34 @@ TEST_F(QLTSocketTest, DestructionHangsUp) {
   EXPECT_EQ(device_.receive(1), "");
 }
 
-// The pair of streams.
-
-TEST(QLTByteStreamTest, PairGoesThroughItsStatuses) {
-  const test::TcpPeer peer;
+TEST_F(QLTSocketTest, DisconnectingHangsUpAndLeavesFailure) {
   const std::size_t before = test::openDescriptors();
-  QLTStreamPair pair =
-      QLTStreamPair::toPeer(INADDR_LOOPBACK, static_cast<std::uint16_t>(peer.port()));
-  ASSERT_TRUE(pair.read && pair.write);
-  EXPECT_EQ(pair.read->status(), QLTStreamStatus::NotOpen);
-  EXPECT_EQ(pair.write->status(), QLTStreamStatus::NotOpen);
-  EXPECT_TRUE(pair.read->open());
-  EXPECT_FALSE(pair.read->open());
-  EXPECT_EQ(pair.write->status(), QLTStreamStatus::NotOpen);
-  EXPECT_TRUE(pair.write->open());
-  EXPECT_TRUE(eventually([&] { return pair.write->canAcceptBytes(); }));
-  EXPECT_EQ(pair.read->status(), QLTStreamStatus::Open);
-  EXPECT_EQ(pair.write->status(), QLTStreamStatus::Open);
-
-  test::Endpoint device = peer.accept();
-  EXPECT_FALSE(pair.read->hasBytesAvailable());
-  char byte = 0;
-  EXPECT_EQ(pair.read->read(&byte, 1), -1);
-  EXPECT_EQ(pair.read->status(), QLTStreamStatus::Open);
-  EXPECT_EQ(pair.write->write("x", 1), 1);
-  EXPECT_EQ(device.receive(1), "x");
-  device.close();
-  EXPECT_TRUE(eventually([&] { return pair.read->hasBytesAvailable(); }));
-  EXPECT_EQ(pair.read->read(&byte, 1), 0);
-  EXPECT_EQ(pair.read->status(), QLTStreamStatus::AtEnd);
-
-  pair.read->close();
-  EXPECT_EQ(pair.read->status(), QLTStreamStatus::Closed);
-  EXPECT_EQ(pair.read->read(&byte, 1), -1);
-  EXPECT_EQ(pair.write->status(), QLTStreamStatus::Open);
-  pair.write->close();
-  EXPECT_EQ(pair.write->write("x", 1), -1);
-  EXPECT_EQ(test::openDescriptors(), before);
+  arrive("pending\n");
+  socket_->disconnect();
+  EXPECT_EQ(test::openDescriptors(), before - 1);
+  EXPECT_EQ(device_.receive(1), "");
+  EXPECT_FALSE(socket_->write("x", &error_));
+  expectError(error_, -20000, "Error writing to socket");
+  EXPECT_EQ(socket_->readLine(&error_), std::nullopt);
+  expectError(error_, -20001, "Error reading socket");
+  socket_->disconnect();
 }
 
-TEST(QLTByteStreamTest, ReadingHalfMayCloseTheConnection) {
-  const test::TcpPeer peer;
-  const std::size_t before = test::openDescriptors();
-  QLTStreamPair pair =
-      QLTStreamPair::toPeer(INADDR_LOOPBACK, static_cast<std::uint16_t>(peer.port()));
-  pair.read->setClosesSocket(true);
-  EXPECT_TRUE(pair.read->open());
-  EXPECT_TRUE(pair.write->open());
-  pair.read.reset();
-  EXPECT_EQ(test::openDescriptors(), before);
-  EXPECT_EQ(pair.write->status(), QLTStreamStatus::Closed);
-  EXPECT_TRUE(pair.write->canAcceptBytes());
-  EXPECT_EQ(pair.write->write("x", 1), -1);
-}
-
-TEST(QLTByteStreamTest, RefusalIsAnErrorOfBothHalves) {
-  test::TcpPeer peer;
-  peer.refuse();
-  QLTStreamPair pair =
-      QLTStreamPair::toPeer(INADDR_LOOPBACK, static_cast<std::uint16_t>(peer.port()));
-  EXPECT_TRUE(pair.read->open());
-  EXPECT_TRUE(pair.write->open());
-  EXPECT_TRUE(eventually([&] { return pair.write->canAcceptBytes(); }));
-  EXPECT_EQ(pair.read->status(), QLTStreamStatus::Error);
-  EXPECT_EQ(pair.write->status(), QLTStreamStatus::Error);
-}
-
-TEST(QLTByteStreamTest, FailureIsAnErrorOfTheHalfThatMetIt) {
-  const test::TcpPeer peer;
-  QLTStreamPair pair =
-      QLTStreamPair::toPeer(INADDR_LOOPBACK, static_cast<std::uint16_t>(peer.port()));
-  EXPECT_TRUE(pair.read->open());
-  EXPECT_TRUE(pair.write->open());
-  EXPECT_TRUE(eventually([&] { return pair.write->canAcceptBytes(); }));
-  EXPECT_EQ(pair.read->status(), QLTStreamStatus::Open);
-  test::Endpoint device = peer.accept();
-  test::TcpPeer::reset(device);
-  EXPECT_TRUE(eventually([&] { return pair.read->hasBytesAvailable(); }));
-  char byte = 0;
-  EXPECT_EQ(pair.read->read(&byte, 1), -1);
-  EXPECT_EQ(pair.read->status(), QLTStreamStatus::Error);
-  EXPECT_EQ(pair.write->status(), QLTStreamStatus::Open);
-  EXPECT_EQ(pair.write->write("x", 1), -1);
-  EXPECT_EQ(pair.write->status(), QLTStreamStatus::Error);
+TEST_F(QLTSocketTest, SocketThatWasNeverConnectedFails) {
+  struct Unconnected : QLTSocket {
+    Unconnected() : QLTSocket("10.0.0.9") {}
+  };
+  Unconnected socket;
+  EXPECT_FALSE(socket.write("x", &error_));
+  expectError(error_, -20000, "Error writing to socket");
+  for (const auto& read : std::vector<std::function<std::optional<std::string>(QLTError*)>>{
+           [&](QLTError* error) { return socket.read(error); },
+           [&](QLTError* error) { return socket.readUntil("> ", error); },
+           [&](QLTError* error) { return socket.readLine(error); }}) {
+    EXPECT_EQ(read(&error_), std::nullopt);
+    expectError(error_, -20001, "Error reading socket");
+  }
+  socket.disconnect();
 }
 
 // Writing.
@@ -443,6 +165,28 @@ TEST_F(QLTSocketTest, BlockedWriteIsGivenUpAfterTheTimeOut) {
   expectError(error_, -20000, "Error writing to socket");
   socket_->setTimeOutInSeconds(0);
   EXPECT_FALSE(socket_->write(text, nullptr));
+}
+
+TEST_F(QLTSocketTest, WriteMayTakeLongerThanTheTimeOutWhenThePeerKeepsReading) {
+  socket_->setTimeOutInSeconds(1);
+  const std::string text(32 * 1024 * 1024, 'x');
+  std::size_t received = 0;
+  std::thread reader([&] {
+    // Slow enough that what the system does not keep for the peer goes in more than the time-out.
+    const std::size_t piece = text.size() / 200;
+    while (received < text.size()) {
+      const std::size_t count = device_.receive(std::min(piece, text.size() - received)).size();
+      if (count == 0) break;
+      received += count;
+      std::this_thread::sleep_for(milliseconds(10));
+    }
+  });
+  const auto start = steady_clock::now();
+  EXPECT_TRUE(socket_->write(text, &error_));
+  EXPECT_GT(steady_clock::now() - start, seconds(1));
+  reader.join();
+  EXPECT_EQ(received, text.size());
+  EXPECT_THAT(error_, isUntouched());
 }
 
 TEST_F(QLTSocketTest, WriteGoesOnWhenAPeerTakesItsTime) {
@@ -754,7 +498,7 @@ TEST_F(QLTSocketTest, SeveralSocketsWorkAtOnce) {
   for (int site = 0; site < 4; ++site) {
     sites.emplace_back([site] {
       const test::TcpPeer peer;
-      const std::shared_ptr<QLTSocket> socket = QLTSocket::init(loopback, peer.port());
+      const std::shared_ptr<QLTSocket> socket = QLTSocket::init(kLoopback, peer.port());
       ASSERT_NE(socket, nullptr);
       test::Endpoint connection = peer.accept();
       const std::string answer = "site " + std::to_string(site) + "\n";

@@ -9,28 +9,19 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
-#include <ostream>
 #include <string>
-#include <string_view>
 #include <thread>
-#include <tuple>
-#include <utility>
 #include <vector>
 
 #include <sys/ioctl.h>
 
 #include <stop_token>
 
-#include "support/ConsoleLog.h"
 #include "support/FaultTable.h"
-#include "support/Pty.h"
-#include "support/SignalStorm.h"
-#include "support/TemporaryFolder.h"
-#include "support/Watchdog.h"
+#include "support/SerialLine.h"
 
 namespace {
 
@@ -40,47 +31,19 @@ using namespace std::string_literals;
 
 enum class Operation { Read, ReadLine, Console, Unit, Write };
 
-/// A port whose descriptor the test sees.
-class OpenPort : public QLTSerial {
- public:
-  using QLTSerial::fd;
-  using QLTSerial::QLTSerial;
-};
-
-/// A unit that is neither woken nor asked for its revisions when it is made.
-class QuickUnit : public QLTDavDPSerial {
- public:
-  explicit QuickUnit(std::shared_ptr<QLTSerial> port) : QLTDavDPSerial(std::move(port)) {}
-};
-
 /// A port on a device file that leads to a pty, and the drivers on that port.
-class Line {
+class Line : public test::PluggedLine {
  public:
-  Line() : path_(folder_.path() / "tty"), port_(std::make_shared<OpenPort>(path_)) {
-    plugIn();
+  explicit Line(bool isPatient) : port_(std::make_shared<test::OpenPort>(path())) {
     port_->setInterCharDelayInMicroSeconds(0);
-    diags_ = QLTDiags::initWithPort(port_);
-    unit_ = std::make_unique<QuickUnit>(port_);
-  }
-
-  void open(bool isPatient) const {
     // The terminal counts tenths of a second in one byte, so 77 s are 0.2 s.
     port_->setTimeOutInSeconds(isPatient ? 20 : 77);
     port_->open();
+    diags_ = QLTDiags::initWithPort(port_);
+    unit_ = std::make_unique<test::QuickSerialUnit>(port_);
   }
-  /// Another device comes to the device file.
-  void plugIn() {
-    pty_ = std::make_unique<test::Pty>();
-    std::filesystem::remove(path_);
-    std::filesystem::create_symlink(pty_->path(), path_);
-  }
-  void unplug() {
-    pty_->master().close();
-    std::filesystem::remove(path_);
-  }
-  test::Endpoint& device() { return pty_->master(); }
-  const std::string& path() const { return path_; }
-  OpenPort& port() const { return *port_; }
+
+  test::OpenPort& port() const { return *port_; }
   QLTDiags& diags() const { return *diags_; }
   QLTDavDPSerial& unit() const { return *unit_; }
 
@@ -102,35 +65,35 @@ class Line {
     return std::nullopt;
   }
 
+  /// The outcome with the device file's name for PATH.
+  Outcome expected(const Outcome& outcome) const {
+    Outcome result = outcome;
+    for (std::string& line : result.log) line = filled(line);
+    if (outcome.error) {
+      QLTDictionary userInfo;
+      for (const auto& [key, value] : outcome.error.userInfo()) {
+        userInfo.set(key, filled(value.text()));
+      }
+      result.error = {outcome.error.domain(), outcome.error.code(), userInfo};
+    }
+    return result;
+  }
+
  private:
-  test::TemporaryFolder folder_;
-  std::string path_;
-  std::unique_ptr<test::Pty> pty_;
-  std::shared_ptr<OpenPort> port_;
+  std::string filled(std::string text) const {
+    const std::size_t mark = text.find("PATH");
+    return mark == std::string::npos ? text : text.replace(mark, 4, path());
+  }
+
+  std::shared_ptr<test::OpenPort> port_;
   std::shared_ptr<QLTDiags> diags_;
-  std::unique_ptr<QuickUnit> unit_;
+  std::unique_ptr<test::QuickSerialUnit> unit_;
 };
 
-using Act = std::function<void(Line& line, const std::stop_token& stop)>;
-
-/// One call of the operation: what happens before it, what while it runs, and what it comes to.
-struct Step {
-  Act before;
-  Act meanwhile;
-  Outcome outcome;
-};
-
-struct Row {
-  std::string fault;
-  Operation operation;
-  std::vector<Step> steps;
-  /// The operation's own time-out in seconds. With the standard one nothing may time out: the port
-  /// waits long as well.
-  double limit = patient;
-  bool isOpen = true;
-
-  static constexpr double patient = 20;
-};
+using Table = test::FaultTable<Line, Operation>;
+using Act = Table::Act;
+using Row = Table::Row;
+using Step = Table::Step;
 
 // What a device does.
 
@@ -147,24 +110,19 @@ Act say(const std::string& bytes) {
   };
 }
 Act sayInPieces(const std::vector<std::string>& pieces) {
-  return [pieces](Line& line, const std::stop_token&) {
-    for (const std::string& piece : pieces) {
-      std::this_thread::sleep_for(milliseconds(piece == pieces.front() ? 0 : 3));
-      line.device().send(piece);
-    }
-  };
+  return Table::sayInPieces(pieces, milliseconds(3));
 }
-Act later(const Act& act) {
-  return [act](Line& line, const std::stop_token& stop) {
-    std::this_thread::sleep_for(milliseconds(30));
-    act(line, stop);
-  };
-}
+Act later(const Act& act) { return Table::later(act); }
 Act sayLater(const std::string& bytes) { return later(sayInPieces({bytes})); }
-const Act nothing = [](Line&, const std::stop_token&) {};
-const Act flood = [](Line& line, const std::stop_token& stop) { test::flood(line.device(), stop); };
-const Act hangUp = [](Line& line, const std::stop_token&) { line.device().close(); };
+Act both(const Act& first, const Act& second) { return Table::both(first, second); }
+const Act nothing = Table::nothing();
+const Act flood = Table::flood();
+const Act hangUp = Table::hangUp();
 const Act unplug = [](Line& line, const std::stop_token&) { line.unplug(); };
+const Act refuse = [](Line& line, const std::stop_token&) {
+  line.unplug();
+  EXPECT_FALSE(line.port().open());
+};
 const Act stopReading = [](Line& line, const std::stop_token&) {
   test::fillOutput(line.port().fd());
 };
@@ -190,13 +148,6 @@ Act returnFor(Operation operation) {
     }
   };
 }
-Act both(const Act& first, const Act& second) {
-  return [first, second](Line& line, const std::stop_token& stop) {
-    first(line, stop);
-    second(line, stop);
-  };
-}
-
 // What operations come to. PATH stands for the device file.
 
 QLTError frameworkError(const std::string& text) {
@@ -212,7 +163,7 @@ Outcome text(const std::string& text) { return {text, {}, {readLineOfLog(text)}}
 Outcome readFailure(int errnoValue) {
   const std::string system = std::strerror(errnoValue);
   return {std::nullopt,
-          QLTError::withDescription(QLTSerialErrorDomain, errnoValue, system),
+          {QLTSerialErrorDomain, errnoValue, {{"description", system}, {"path", "PATH"}}},
           {"read serial port failed. From system: " + system + " (" + std::to_string(errnoValue) +
                ")\n",
            "Failed read from serial port PATH"}};
@@ -402,11 +353,11 @@ std::vector<Row> linesThatGo() {
        0},
       {"LineLostWithTheHangUp", ReadLine, {{both(say("OK\n"), hangUp), nothing, lineTimeOut()}}, 0},
 
-      {"Refusal", Read, {{nothing, nothing, readFailure(EBADF)}}, Row::patient, false},
-      {"Refusal", ReadLine, {{nothing, nothing, lineNotOpen()}}, Row::patient, false},
-      {"Refusal", Console, {{nothing, nothing, noAnswer(readFailure(EBADF).log)}}, brief, false},
-      {"Refusal", Unit, {{nothing, nothing, noReply(lineNotOpen())}}, Row::patient, false},
-      {"Refusal", Write, {{nothing, nothing, written()}}, Row::patient, false},
+      {"Refusal", Read, {{refuse, nothing, readFailure(EBADF)}}},
+      {"Refusal", ReadLine, {{refuse, nothing, lineNotOpen()}}},
+      {"Refusal", Console, {{refuse, nothing, noAnswer(readFailure(EBADF).log)}}, brief},
+      {"Refusal", Unit, {{refuse, nothing, noReply(lineNotOpen())}}},
+      {"Refusal", Write, {{refuse, nothing, written()}}},
 
       {"StopsReading", Write, {{stopReading, nothing, afterStall(written())}}, brief},
       {"StopsReading", Console, {{stopReading, nothing, afterStall(noAnswer())}}, brief},
@@ -438,43 +389,30 @@ std::vector<Row> linesThatGo() {
   };
 }
 
-/// A reply cut in two, at each of its bytes.
 std::vector<Row> repliesInTwoPieces() {
   using enum Operation;
-  const auto row = [](Operation operation, const std::string& reply, const auto& steps) {
-    Row row{"ReplySplitAtAnyByte", operation, {}};
-    for (std::size_t cut = 1; cut < reply.size(); ++cut) {
-      steps(row.steps, reply.substr(0, cut), reply.substr(cut));
-    }
-    return row;
-  };
   const std::string line = "12.5,OK\n";
   const std::string console = "go\r\n12.5\r\n:-)";
   const auto whole = [](const Outcome& outcome) {
-    return
-        [outcome](std::vector<Step>& steps, const std::string& first, const std::string& second) {
-          steps.push_back({nothing, sayInPieces({first, second}), outcome});
-        };
+    return [outcome](const std::string& first, const std::string& second) {
+      return std::vector<Step>{{nothing, sayInPieces({first, second}), outcome}};
+    };
+  };
+  const auto each = [](const std::string& first, const std::string& second) {
+    return std::vector<Step>{{say(first), nothing, text(first)},
+                             {say(second), nothing, text(second)}};
   };
   return {
-      row(Read, line,
-          [](std::vector<Step>& steps, const std::string& first, const std::string& second) {
-            steps.push_back({say(first), nothing, text(first)});
-            steps.push_back({say(second), nothing, text(second)});
-          }),
-      row(ReadLine, line, whole(text(line))),
-      row(Console, console, whole(answer("go|12.5|:-)", console))),
-      row(Unit, line, whole(reply("12.5|OK", line, "12.5,OK"))),
+      Table::splitAnywhere(Read, line, each),
+      Table::splitAnywhere(ReadLine, line, whole(text(line))),
+      Table::splitAnywhere(Console, console, whole(answer("go|12.5|:-)", console))),
+      Table::splitAnywhere(Unit, line, whole(reply("12.5|OK", line, "12.5,OK"))),
   };
 }
 
 std::vector<Row> table() {
-  std::vector<Row> rows;
-  for (const auto& part :
-       {repliesThatComeOddly(), repliesInTwoPieces(), repliesThatDoNotEnd(), linesThatGo()}) {
-    rows.insert(rows.end(), part.begin(), part.end());
-  }
-  return rows;
+  return Table::joined(
+      {repliesThatComeOddly(), repliesInTwoPieces(), repliesThatDoNotEnd(), linesThatGo()});
 }
 
 const char* nameOf(Operation operation) {
@@ -493,60 +431,14 @@ const char* nameOf(Operation operation) {
   return "";
 }
 
-void PrintTo(const Row& row, std::ostream* out) { *out << row.fault; }
-
-/// The expectation with the device file's name in it.
-Outcome at(const std::string& path, const Outcome& outcome) {
-  const auto filled = [&path](std::string text) {
-    const std::size_t mark = text.find("PATH");
-    return mark == std::string::npos ? text : text.replace(mark, 4, path);
-  };
-  Outcome result = outcome;
-  for (std::string& line : result.log) line = filled(line);
-  if (const auto description = outcome.error.description()) {
-    result.error = QLTError::withDescription(outcome.error.domain(), outcome.error.code(),
-                                             filled(*description));
-  }
-  return result;
-}
-
-using Parameters = std::tuple<Row, bool>;
-
-class SerialFaultTable : public testing::TestWithParam<Parameters> {
- protected:
-  void run(const Row& row, bool withSlot) {
-    Line line;
-    if (!row.isOpen) line.unplug();
-    line.open(row.limit >= Row::patient);
-    for (const Step& step : row.steps) {
-      step.before(line, {});
-      const std::jthread meanwhile(
-          [&](const std::stop_token& stop) { step.meanwhile(line, stop); });
-      test::expectOutcome(at(line.path(), step.outcome), withSlot, log_,
-                          [&](QLTError* slot) { return line.run(row.operation, row.limit, slot); });
-    }
-  }
-
-  test::ConsoleLog log_;
-  test::Watchdog watchdog_;
-};
+using SerialFaultTable = Table::Test;
 
 TEST_P(SerialFaultTable, EndsAsStated) {
-  const auto& [row, inAStorm] = GetParam();
-  std::optional<test::SignalStorm> storm;
-  if (inAStorm) storm.emplace();
-  for (const bool withSlot : {false, true}) {
-    SCOPED_TRACE(withSlot ? "with a slot" : "without a slot");
-    run(row, withSlot);
-  }
-}
-
-std::string testName(const testing::TestParamInfo<Parameters>& info) {
-  const auto& [row, inAStorm] = info.param;
-  return row.fault + "_" + nameOf(row.operation) + (inAStorm ? "_AmidSignals" : "");
+  run([](const Row& row) { return std::make_unique<Line>(row.limit >= Table::kPatient); });
 }
 
 INSTANTIATE_TEST_SUITE_P(Lines, SerialFaultTable,
-                         testing::Combine(testing::ValuesIn(table()), testing::Bool()), testName);
+                         testing::Combine(testing::ValuesIn(table()), testing::Bool()),
+                         Table::testName);
 
 }  // namespace

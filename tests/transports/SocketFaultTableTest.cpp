@@ -7,14 +7,10 @@
 
 #include <algorithm>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <optional>
-#include <ostream>
 #include <string>
-#include <string_view>
 #include <thread>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -62,8 +58,9 @@ class Connection {
   QLTSocket& socket() const { return *socket_; }
   test::ConsoleLog& log() const { return log_; }
 
-  std::optional<std::string> run(Operation operation, std::int32_t limit, QLTError* slot) const {
-    socket_->setTimeOutInSeconds(limit);
+  std::optional<std::string> run(Operation operation, double limit, QLTError* slot) const {
+    const auto seconds = static_cast<std::int32_t>(limit);
+    socket_->setTimeOutInSeconds(seconds);
     switch (operation) {
       case Operation::Read:
         return socket_->read(slot);
@@ -72,12 +69,13 @@ class Connection {
       case Operation::ReadLine:
         return socket_->readLine(slot);
       case Operation::Unit:
-        return test::joined(unit_->sendCommand("&7", limit, slot));
+        return test::joined(unit_->sendCommand("&7", seconds, slot));
       case Operation::Write:
         return socket_->write(longText(), slot) ? "true" : "false";
     }
     return std::nullopt;
   }
+  static const Outcome& expected(const Outcome& outcome) { return outcome; }
   /// More than the system keeps for a peer that does not read.
   static const std::string& longText() {
     static const std::string text(16 * 1024 * 1024, 'w');
@@ -92,21 +90,10 @@ class Connection {
   std::unique_ptr<QuickUnit> unit_;
 };
 
-using Act = std::function<void(Connection& connection, const std::stop_token& stop)>;
-
-/// One call of the operation: what happens before it, what while it runs, and what it comes to.
-struct Step {
-  Act before;
-  Act meanwhile;
-  Outcome outcome;
-};
-
-struct Row {
-  std::string fault;
-  Operation operation;
-  std::vector<Step> steps;
-  std::int32_t limit = 20;  // the operation's own time-out in seconds
-};
+using Table = test::FaultTable<Connection, Operation>;
+using Act = Table::Act;
+using Row = Table::Row;
+using Step = Table::Step;
 
 // What an instrument does.
 
@@ -122,19 +109,10 @@ Act say(const std::string& bytes) {
   };
 }
 Act sayInPieces(const std::vector<std::string>& pieces) {
-  return [pieces](Connection& connection, const std::stop_token&) {
-    for (const std::string& piece : pieces) {
-      std::this_thread::sleep_for(milliseconds(piece == pieces.front() ? 0 : 15));
-      connection.device().send(piece);
-    }
-  };
+  return Table::sayInPieces(pieces, milliseconds(15));
 }
-Act later(const Act& act) {
-  return [act](Connection& connection, const std::stop_token& stop) {
-    std::this_thread::sleep_for(milliseconds(30));
-    act(connection, stop);
-  };
-}
+Act later(const Act& act) { return Table::later(act); }
+Act both(const Act& first, const Act& second) { return Table::both(first, second); }
 /// Acts once a single read has logged that it waits.
 Act whileItWaits(const Act& act) {
   return [act](Connection& connection, const std::stop_token& stop) {
@@ -146,16 +124,12 @@ Act whileItWaits(const Act& act) {
     act(connection, stop);
   };
 }
-const Act nothing = [](Connection&, const std::stop_token&) {};
-const Act flood = [](Connection& connection, const std::stop_token& stop) {
-  test::flood(connection.device(), stop);
-};
+const Act nothing = Table::nothing();
+const Act flood = Table::flood();
+const Act hangUp = Table::hangUp();
 // What a hang-up does is known at the other end a little later.
 const Act settle = [](Connection&, const std::stop_token&) {
   std::this_thread::sleep_for(milliseconds(30));
-};
-const Act hangUp = [](Connection& connection, const std::stop_token&) {
-  connection.device().close();
 };
 const Act reset = [](Connection& connection, const std::stop_token&) {
   test::TcpPeer::reset(connection.device());
@@ -177,13 +151,6 @@ const Act readEverything = [](Connection& connection, const std::stop_token&) {
   EXPECT_EQ(connection.device().receive(wanted).size(), wanted);
 };
 const Act comeBack = [](Connection& connection, const std::stop_token&) { connection.connect(); };
-Act both(const Act& first, const Act& second) {
-  return [first, second](Connection& connection, const std::stop_token& stop) {
-    first(connection, stop);
-    second(connection, stop);
-  };
-}
-
 // What operations come to.
 
 const std::string kFailure = "Error reading socket";
@@ -412,43 +379,30 @@ std::vector<Row> connectionsThatGo() {
   };
 }
 
-/// A reply cut in two, at each of its bytes.
 std::vector<Row> repliesInTwoPieces() {
   using enum Operation;
-  const auto row = [](Operation operation, const std::string& reply, const auto& steps) {
-    Row row{"ReplySplitAtAnyByte", operation, {}};
-    for (std::size_t cut = 1; cut < reply.size(); ++cut) {
-      steps(row.steps, reply.substr(0, cut), reply.substr(cut));
-    }
-    return row;
-  };
   const std::string line = "12.5,\xC2\xB5V\n";
   const std::string prompt = "12.5\r\n> ";
   const auto whole = [](const Outcome& outcome) {
-    return
-        [outcome](std::vector<Step>& steps, const std::string& first, const std::string& second) {
-          steps.push_back({nothing, sayInPieces({first, second}), outcome});
-        };
+    return [outcome](const std::string& first, const std::string& second) {
+      return std::vector<Step>{{nothing, sayInPieces({first, second}), outcome}};
+    };
+  };
+  const auto each = [](const std::string& first, const std::string& second) {
+    return std::vector<Step>{{say(first), nothing, text(first)},
+                             {say(second), nothing, text(second)}};
   };
   return {
-      row(Read, line,
-          [](std::vector<Step>& steps, const std::string& first, const std::string& second) {
-            steps.push_back({say(first), nothing, text(first)});
-            steps.push_back({say(second), nothing, text(second)});
-          }),
-      row(ReadUntil, prompt, whole(text(prompt))),
-      row(ReadLine, line, whole(text(line))),
-      row(Unit, line, whole(reply("12.5|\xC2\xB5V", "12.5,\xC2\xB5V"))),
+      Table::splitAnywhere(Read, line, each),
+      Table::splitAnywhere(ReadUntil, prompt, whole(text(prompt))),
+      Table::splitAnywhere(ReadLine, line, whole(text(line))),
+      Table::splitAnywhere(Unit, line, whole(reply("12.5|\xC2\xB5V", "12.5,\xC2\xB5V"))),
   };
 }
 
 std::vector<Row> table() {
-  std::vector<Row> rows;
-  for (const auto& part :
-       {repliesThatComeOddly(), repliesInTwoPieces(), repliesThatDoNotEnd(), connectionsThatGo()}) {
-    rows.insert(rows.end(), part.begin(), part.end());
-  }
-  return rows;
+  return Table::joined(
+      {repliesThatComeOddly(), repliesInTwoPieces(), repliesThatDoNotEnd(), connectionsThatGo()});
 }
 
 const char* nameOf(Operation operation) {
@@ -467,37 +421,10 @@ const char* nameOf(Operation operation) {
   return "";
 }
 
-void PrintTo(const Row& row, std::ostream* out) { *out << row.fault; }
-
-using Parameters = std::tuple<Row, bool>;
-
-class SocketFaultTable : public testing::TestWithParam<Parameters> {
- protected:
-  void run(const Row& row, bool withSlot) {
-    Connection connection(log_);
-    for (const Step& step : row.steps) {
-      step.before(connection, {});
-      log_.clear();
-      const std::jthread meanwhile(
-          [&](const std::stop_token& stop) { step.meanwhile(connection, stop); });
-      test::expectOutcome(step.outcome, withSlot, log_, [&](QLTError* slot) {
-        return connection.run(row.operation, row.limit, slot);
-      });
-    }
-  }
-
-  test::ConsoleLog log_;
-  test::Watchdog watchdog_;
-};
+using SocketFaultTable = Table::Test;
 
 TEST_P(SocketFaultTable, EndsAsStated) {
-  const auto& [row, inAStorm] = GetParam();
-  std::optional<test::SignalStorm> storm;
-  if (inAStorm) storm.emplace();
-  for (const bool withSlot : {false, true}) {
-    SCOPED_TRACE(withSlot ? "with a slot" : "without a slot");
-    run(row, withSlot);
-  }
+  run([this](const Row&) { return std::make_unique<Connection>(log_); });
 }
 
 /// An instrument that refuses: no socket, in no time, and the log says why.
@@ -512,18 +439,20 @@ TEST(SocketFaultTableTest, RefusalGivesNoSocketAndNoUnit) {
     peer.refuse();
     EXPECT_EQ(QLTSocket::init("127.0.0.1", peer.port()), nullptr);
     EXPECT_EQ(QLTDavDPEther::init(test::TcpPeer::ownAddress()), nullptr);
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{"unable to connect to remote socket",
-                                                     "unable to connect to remote socket",
-                                                     "error creating socket to DAVDP"}));
+    const auto reason = [](const std::string& address, int port) {
+      return "no connection to " + address + ":" + std::to_string(port) + ": Connection refused";
+    };
+    EXPECT_EQ(log.lines(),
+              (std::vector<std::string>{"unable to connect to remote socket",
+                                        reason("127.0.0.1", peer.port()),
+                                        "unable to connect to remote socket",
+                                        reason(test::TcpPeer::ownAddress(), QLTDavDPEther::kPort),
+                                        "error creating socket to DAVDP"}));
   }
 }
 
-std::string testName(const testing::TestParamInfo<Parameters>& info) {
-  const auto& [row, inAStorm] = info.param;
-  return row.fault + "_" + nameOf(row.operation) + (inAStorm ? "_AmidSignals" : "");
-}
-
 INSTANTIATE_TEST_SUITE_P(Connections, SocketFaultTable,
-                         testing::Combine(testing::ValuesIn(table()), testing::Bool()), testName);
+                         testing::Combine(testing::ValuesIn(table()), testing::Bool()),
+                         Table::testName);
 
 }  // namespace

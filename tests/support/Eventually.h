@@ -1,0 +1,19 @@
+#pragma once
+
+#include <chrono>
+#include <thread>
+
+namespace test {
+
+/// Waits until the condition holds, for not too long.
+template <typename Condition>
+bool eventually(Condition condition) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
+}
+
+}  // namespace test
