@@ -3,22 +3,19 @@
 #include <algorithm>
 #include <array>
 #include <string>
+#include <utility>
 
 #include <QLTConsoleLog.h>
 #include <QLTErrorCodes.h>
-#include <QLTUtil.h>
 #include <aardvark.h>
 
 #include "common/Format.h"
+#include "utilities/Fail.h"
 
+using quillon::internal::fail;
 using quillon::internal::format;
 
 namespace {
-
-void fail(QLTError* error, std::int32_t code, const std::string& message) {
-  const QLTError record = QLTUtil::handleError(code, message);
-  if (error != nullptr) *error = record;
-}
 
 /// The library's text of a status; absent when it has none or cannot be used.
 std::optional<std::string> statusText(int status) {
@@ -55,10 +52,11 @@ std::optional<std::vector<std::shared_ptr<QLTAardvarkI2C>>> QLTAardvarkI2C::dete
 QLTAardvarkI2C::QLTAardvarkI2C(std::uint16_t port) : port_(port) {}
 
 bool QLTAardvarkI2C::open(QLTError* error) {
+  // Its library opens an adapter once only, and a handle that is lost closes never.
+  if (handle_ >= 0) QLTAardvarkI2C::close();
   handle_ = aa_open(port_);
   if (handle_ < 0) {
-    fail(error, kQLTErrorAardvarkOpen, format("Error openning Aardvard at port %d", port_));
-    return false;
+    return fail(error, kQLTErrorAardvarkOpen, format("Error openning Aardvard at port %d", port_));
   }
   aa_configure(handle_, kAardvarkConfigSpiI2c);
   aa_i2c_pullup(handle_, enablePullUp_ ? kAardvarkPullupBoth : kAardvarkPullupNone);
@@ -70,7 +68,7 @@ bool QLTAardvarkI2C::open(QLTError* error) {
 }
 
 bool QLTAardvarkI2C::close(QLTError*) {
-  aa_close(handle_);
+  aa_close(std::exchange(handle_, -1));  // the library may give its number to another adapter
   return true;
 }
 
@@ -82,16 +80,15 @@ bool QLTAardvarkI2C::write(std::int32_t address, std::span<const std::uint8_t> c
       aa_i2c_write_ext(handle_, static_cast<std::uint16_t>(address), kAardvarkI2cNoFlags,
                        static_cast<std::uint16_t>(content.size()), content.data(), &written);
   if (status < 0) {
-    fail(error, status,
-         format("Error writting aardvar I2c @port %d, address 0x%02x: %s", port_, shownAddress,
-                statusText(status)));
-    return false;
+    return fail(error, status,
+                format("Error writting aardvar I2c @port %d, address 0x%02x: %s", port_,
+                       shownAddress, statusText(status)));
   }
   if (written != content.size()) {
-    fail(error, kQLTErrorAardvarkWrite,
-         format("Error writting aardvark I2c @port %d, addres 0x%02x: %d of %d bytes written",
-                port_, shownAddress, written, content.size()));
-    return false;
+    return fail(
+        error, kQLTErrorAardvarkWrite,
+        format("Error writting aardvark I2c @port %d, addres 0x%02x: %d of %d bytes written", port_,
+               shownAddress, written, content.size()));
   }
   QLTLog(format("wrote %d bytes to Aardvard I2C port %d, address 0x%02x: %@", content.size(), port_,
                 shownAddress, dumpOf(content)));
@@ -106,9 +103,8 @@ std::optional<QLTData> QLTAardvarkI2C::read(std::int32_t address, std::uint32_t 
   const int status = aa_i2c_read_ext(handle_, static_cast<std::uint16_t>(address),
                                      kAardvarkI2cNoFlags, asked, data.data(), &count);
   if (status < 0) {
-    fail(error, status,
-         format("Error reading aardvar I2c @port %d: %s", port_, statusText(status)));
-    return std::nullopt;
+    return fail(error, status,
+                format("Error reading aardvar I2c @port %d: %s", port_, statusText(status)));
   }
   data.resize(std::min(count, asked));
   QLTLog(format("read %d bytes from Aardvard I2C port %d, address 0x%02x: %@", data.size(), port_,

@@ -33,9 +33,9 @@ class QLT_EXPORT QLTAardvarkI2C : public QLTObject {
   explicit QLTAardvarkI2C(std::uint16_t port);
 
   /// Opens the adapter with the properties below. Fails with code -90001 when the library does not
-  /// open it; what the library says to the settings is not judged.
+  /// open it; what the library says to the settings is not judged. An open adapter is closed first.
   virtual bool open(QLTError* error = nullptr);
-  /// Closes the adapter. Always true.
+  /// Closes the adapter; transfers fail from then on. Always true.
   virtual bool close(QLTError* error = nullptr);
 
   /// Sends `content` to the device at the 7-bit `address`, as one message. False with the library's

@@ -1,5 +1,7 @@
 #include "QLTDavDP.h"
 
+#include <stdexcept>
+
 #include <QLTConsoleLog.h>
 #include <QLTErrorCodes.h>
 #include <QLTUtil.h>
@@ -7,7 +9,9 @@
 
 #include "common/Format.h"
 #include "common/Text.h"
+#include "utilities/Fail.h"
 
+using quillon::internal::fail;
 using quillon::internal::format;
 using quillon::internal::split;
 using quillon::internal::trimmed;
@@ -55,16 +59,17 @@ std::optional<std::vector<std::string>> QLTDavDP::packageReturn(
 }
 
 bool QLTDavDP::parseForPassFail(const std::vector<std::string>& fields, std::int32_t resultIndex) {
-  return fields.at(static_cast<std::size_t>(resultIndex)) == "P";
+  if (resultIndex < 0 || resultIndex >= std::ssize(fields)) {
+    throw std::out_of_range(
+        format("field %d of a reply: they count from 0, there are %d", resultIndex, fields.size()));
+  }
+  return fields[static_cast<std::size_t>(resultIndex)] == "P";
 }
 
 bool QLTDavDP::checkReturn(const std::optional<std::vector<std::string>>& fields,
                            std::int32_t expectedFieldCount, QLTError* error) {
   if (!fields) return false;
   if (static_cast<std::int64_t>(fields->size()) == expectedFieldCount) return true;
-  const QLTError unexpected = QLTUtil::handleError(
-      kQLTErrorDavDPReply,
-      format("unexpected return from DAVDP: %@", QLTUtil::arrayToString(*fields, ",")));
-  if (error) *error = unexpected;
-  return false;
+  return fail(error, kQLTErrorDavDPReply,
+              format("unexpected return from DAVDP: %@", QLTUtil::arrayToString(*fields, ",")));
 }

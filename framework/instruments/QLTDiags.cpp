@@ -6,13 +6,14 @@
 
 #include <QLTConsoleLog.h>
 #include <QLTErrorCodes.h>
-#include <QLTUtil.h>
 
 #include "common/Format.h"
 #include "common/Sleep.h"
 #include "common/Text.h"
+#include "utilities/Fail.h"
 
 using quillon::internal::blanks;
+using quillon::internal::fail;
 using quillon::internal::format;
 using quillon::internal::newlines;
 using quillon::internal::sleepFor;
@@ -53,9 +54,7 @@ std::shared_ptr<QLTDiags> QLTDiags::initWithPort(std::shared_ptr<QLTSerial> port
 bool QLTDiags::open(QLTError* error) {
   const auto lines = sendCommand("", error);
   if (lines && !lines->empty() && lines->back() == kPrompt) return true;
-  const QLTError noPrompt = QLTUtil::handleError(kQLTErrorNoDiagsPrompt, "No diags prompot found");
-  if (error) *error = noPrompt;
-  return false;
+  return fail(error, kQLTErrorNoDiagsPrompt, "No diags prompot found");
 }
 
 std::optional<std::vector<std::string>> QLTDiags::sendCommand(const std::string& command,
@@ -70,10 +69,7 @@ std::optional<std::vector<std::string>> QLTDiags::sendCommand(const std::string&
     // Not "elapsed > limit": a limit that is not a number must end the wait too.
     if (!(elapsed.count() <= timeOutInSeconds_)) {
       QLTLog("timeout reading from diags");
-      const QLTError timeOut =
-          QLTUtil::handleError(kQLTErrorSerialRead, "timeout trying to read from diags");
-      if (error) *error = timeOut;
-      return std::nullopt;
+      return fail(error, kQLTErrorSerialRead, "timeout trying to read from diags");
     }
     sleepFor(kPollInterval);
     // A line that hiccups while the device restarts must not end the exchange: only the time-out

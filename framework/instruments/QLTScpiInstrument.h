@@ -28,7 +28,7 @@ class QLT_EXPORT QLTScpiInstrument : public QLTAsciiReadWriteDevice {
   /// most and with the instrument's line end. Absent when either fails, with the device's error.
   virtual std::optional<std::string> query(const std::string& query, QLTError* error = nullptr);
 
-  /// The answer to "*IDN?".
+  /// Asks "*IDN?" and returns the answer.
   virtual std::optional<std::string> identity(QLTError* error = nullptr);
   virtual bool reset(QLTError* error = nullptr);        ///< "*RST"
   virtual bool clearStatus(QLTError* error = nullptr);  ///< "*CLS"
@@ -49,6 +49,9 @@ class QLT_EXPORT QLTScpiInstrument : public QLTAsciiReadWriteDevice {
 
   /// What the instrument is reached through.
   const std::shared_ptr<QLTAsciiReadWriteDevice>& device() const { return device_; }
+  /// The answer to "*IDN?" when the instrument was made; asks nothing. Absent when the device had
+  /// nothing to say.
+  const std::optional<std::string>& identityAtCreation() const { return identity_; }
   /// What ends every command and query; a carriage return at first.
   std::string lineEnd() const;
   void setLineEnd(std::string lineEnd);

@@ -269,6 +269,32 @@ TEST_F(QLTAardvarkI2CTest, ClosesItsHandleWithTrueWhateverTheLibraryAnswers) {
   });
 }
 
+TEST_F(QLTAardvarkI2CTest, OpensAnOpenAdapterAnew) {
+  run([](const StandInRecord& record) {
+    QLTAardvarkI2C adapter(0);
+    ASSERT_TRUE(adapter.open());
+    EXPECT_TRUE(adapter.open());
+    EXPECT_EQ(record.calls("c_aa_close"), 1);
+    EXPECT_EQ(record.arguments("c_aa_close"), Arguments{1});
+    EXPECT_TRUE(adapter.write(kEeprom, QLTData{0}));
+    EXPECT_TRUE(adapter.close());
+    EXPECT_TRUE(QLTAardvarkI2C(0).open());
+  });
+}
+
+TEST_F(QLTAardvarkI2CTest, ForgetsTheHandleThatItClosed) {
+  run([](const StandInRecord&) {
+    QLTAardvarkI2C closed(0);
+    ASSERT_TRUE(closed.open());
+    ASSERT_TRUE(closed.close());
+    QLTAardvarkI2C other(0);
+    ASSERT_TRUE(other.open());  // gets the same handle
+    EXPECT_FALSE(closed.write(kEeprom, QLTData{0}));
+    EXPECT_TRUE(closed.close());
+    EXPECT_TRUE(other.write(kEeprom, QLTData{0}));
+  });
+}
+
 TEST_F(QLTAardvarkI2CTest, LeavesTheAdapterOpenWhenItIsDestroyed) {
   run([](const StandInRecord& record) {
     { ASSERT_TRUE(QLTAardvarkI2C(0).open()); }

@@ -155,9 +155,17 @@ TEST_F(QLTDavDPTest, OnlyAnUpperCasePPasses) {
 }
 
 TEST_F(QLTDavDPTest, ResultIndexOutsideTheFieldsThrows) {
-  EXPECT_THROW(unit.parseForPassFail({"P"}, 1), std::out_of_range);
-  EXPECT_THROW(unit.parseForPassFail({"P"}, -1), std::out_of_range);
-  EXPECT_THROW(unit.parseForPassFail({}, 0), std::out_of_range);
+  const auto complaint = [&](const std::vector<std::string>& fields, std::int32_t index) {
+    try {
+      unit.parseForPassFail(fields, index);
+    } catch (const std::out_of_range& problem) {
+      return std::string(problem.what());
+    }
+    return std::string("none");
+  };
+  EXPECT_EQ(complaint({"P"}, 1), "field 1 of a reply: they count from 0, there are 1");
+  EXPECT_EQ(complaint({"P"}, -1), "field -1 of a reply: they count from 0, there are 1");
+  EXPECT_EQ(complaint({}, 0), "field 0 of a reply: they count from 0, there are 0");
 }
 
 TEST_F(QLTDavDPTest, CheckReturnAcceptsTheExpectedNumberOfFields) {

@@ -88,6 +88,17 @@ TEST(QLTScpiInstrumentCreationTest, AsksForTheIdentityWithACarriageReturn) {
   EXPECT_THAT(device->sizes, ElementsAre(990));
 }
 
+TEST(QLTScpiInstrumentCreationTest, KeepsTheIdentity) {
+  const auto device = std::make_shared<Device>();
+
+  const auto instrument = QLTScpiInstrument::initWithDevice(device);
+  ASSERT_TRUE(instrument);
+  device->answer = "ANOTHER,M2,2,2.0\n";
+
+  EXPECT_THAT(instrument->identityAtCreation(), Optional(std::string("ACME,M1,1,1.0\n")));
+  EXPECT_THAT(device->written, ElementsAre("*IDN?\r"));
+}
+
 TEST(QLTScpiInstrumentCreationTest, FailsAndReleasesTheDeviceWhenTheReadReportsAnError) {
   const auto device = std::make_shared<Device>();
   device->failRead = true;
