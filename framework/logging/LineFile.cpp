@@ -71,29 +71,17 @@ LineFile::LineFile(Descriptor descriptor, std::string path)
 
 QLTError LineFile::append(std::string_view text, std::span<const std::size_t> ends) {
   Request own{text, ends};
-  std::unique_lock lock(mutex_);
-  waiting_.push_back(&own);
-  const std::size_t round = round_;
-  if (waiting_.size() > 1) {
-    done_[round % 2].wait(lock, [&] { return own.done; });
-  } else {
-    turn_.wait(lock, [&] { return !writing_; });
-    writing_ = true;
-    taken_.swap(waiting_);
-    ++round_;
-    lock.unlock();
-    writeTaken();
-    lock.lock();
-    const bool alone = taken_.size() == 1;
-    for (Request* const request : taken_) request->done = true;
-    taken_.clear();
-    writing_ = false;
-    const bool awaited = !waiting_.empty();
-    lock.unlock();
-    if (awaited) turn_.notify_one();
-    if (!alone) done_[round % 2].notify_all();
+  {
+    std::unique_lock lock(mutex_);
+    waiting_.push_back(&own);
+    while (!own.done) {
+      if (writing_) {
+        changed_.wait(lock);
+      } else {
+        writeWaiting(lock);
+      }
+    }
   }
-  if (lock.owns_lock()) lock.unlock();
 
   // Only now, without the lock: a sink of the console log may lead back here.
   QLTError failure;
@@ -103,6 +91,20 @@ QLTError LineFile::append(std::string_view text, std::span<const std::size_t> en
     if (!failure) failure = unflushed;
   }
   return failure;
+}
+
+void LineFile::writeWaiting(std::unique_lock<std::mutex>& lock) {
+  writing_ = true;
+  taken_.swap(waiting_);
+  lock.unlock();
+  writeTaken();
+  lock.lock();
+  for (Request* const request : taken_) request->done = true;
+  taken_.clear();
+  writing_ = false;
+  // Whoever runs first writes next, one of those who wait or one who comes anew: on a busy machine
+  // a certain one might be long in coming.
+  changed_.notify_all();
 }
 
 void LineFile::writeTaken() noexcept {

@@ -2,7 +2,6 @@
 
 // Internal: not installed.
 
-#include <array>
 #include <condition_variable>
 #include <cstddef>
 #include <mutex>
@@ -20,7 +19,7 @@ namespace quillon::internal {
 
 /// An open file to which several threads append lines that must be on the disk. The lines of all
 /// who come while others are being written go to the disk together, with one write and one flush:
-/// the first of them does it for all, the others wait for it.
+/// one of them does it for all, the others wait for it.
 ///
 /// A line never mixes with another, and each that fails is lost alone: what was broken off is ended
 /// first, and the next line is tried. Each cause of a failure gives one console line.
@@ -44,6 +43,7 @@ class LineFile {
   };
   class LineCursor;
 
+  void writeWaiting(std::unique_lock<std::mutex>& lock);
   void writeTaken() noexcept;
   int writeSome(std::string_view text, std::size_t& position);
   QLTError report(const char* action, int problem);
@@ -52,12 +52,10 @@ class LineFile {
   const std::string path_;
   const bool hasReader_;
 
-  std::mutex mutex_;                             // guards what follows
-  std::vector<Request*> waiting_;                // the first of them writes all
-  bool writing_ = false;                         // somebody writes what was taken
-  std::condition_variable turn_;                 // nobody writes any more
-  std::array<std::condition_variable, 2> done_;  // by turns: those of a round wait on one
-  std::size_t round_ = 0;
+  std::mutex mutex_;                 // guards what follows
+  std::condition_variable changed_;  // nobody writes any more
+  std::vector<Request*> waiting_;    // what is written next, together
+  bool writing_ = false;             // somebody writes what was taken
   std::set<int> reported_;
 
   // Belong to whoever writes.
