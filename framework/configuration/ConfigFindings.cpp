@@ -72,6 +72,13 @@ void ConfigFindings::warning(QLTConfigFinding finding, std::string advice) {
   findings_.push_back(std::move(finding));
 }
 
+std::optional<std::size_t> ConfigFindings::refusalSince(std::size_t index) const {
+  for (; index < findings_.size(); ++index) {
+    if (findings_[index].severity == QLTConfigFinding::Severity::Error) return index;
+  }
+  return std::nullopt;
+}
+
 void ConfigFindings::unknownKeys(const ConfigEntry& entry, const std::vector<std::string>& known) {
   const QLTDictionary* const entries =
       wantsWarnings_ && entry.present() ? entry.value().dictionary() : nullptr;

@@ -3,6 +3,7 @@
 // Internal: not installed.
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -41,6 +42,8 @@ class ConfigFindings {
   void shiftedColumns(const ConfigEntry& entry, std::string_view text);
 
   std::size_t size() const { return findings_.size(); }
+  /// The first from `index` on that loading refuses.
+  std::optional<std::size_t> refusalSince(std::size_t index) const;
   const std::vector<QLTConfigFinding>& all() const { return findings_; }
   std::vector<QLTConfigFinding> take() { return std::move(findings_); }
 

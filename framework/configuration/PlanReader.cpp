@@ -1,15 +1,12 @@
 #include "PlanReader.h"
 
-#include <algorithm>
-#include <set>
 #include <utility>
 
 #include <QLTError.h>
 #include <QLTPropertyList.h>
-#include <QLTSubTestInfo.h>
-#include <QLTUtil.h>
 
 #include "common/Format.h"
+#include "configuration/FlowReader.h"
 #include "configuration/InstrumentClasses.h"
 #include "configuration/PluginCalls.h"
 #include "configuration/TesterConfig.h"
@@ -21,10 +18,6 @@ namespace {
 const std::vector<std::string> kTopKeys{"stationAttributes", "Instruments", "Sites", "Flows",
                                         "defaultFlow"};
 const std::vector<std::string> kSiteKeys{"disable", "Resources"};
-const std::vector<std::string> kTestKeys{"class",  "displayName", "params",
-                                         "retest", "stopOnFail",  "subTestInfos"};
-const std::vector<std::string> kSubTestKeys{"name",     "priority",  "expected",
-                                            "lowLimit", "highLimit", "failMessage"};
 
 template <typename Map>
 std::vector<std::string> keysOf(const Map& map) {
@@ -33,26 +26,7 @@ std::vector<std::string> keysOf(const Map& map) {
   return keys;
 }
 
-/// What was entered first from `before` on, if anything was.
-std::optional<std::size_t> since(const ConfigFindings& findings, std::size_t before) {
-  for (std::size_t i = before; i < findings.size(); ++i) {
-    if (findings.all()[i].severity == QLTConfigFinding::Severity::Error) return i;
-  }
-  return std::nullopt;
-}
-
 }  // namespace
-
-std::string defaultFlowMissing(const std::optional<std::string>& name,
-                               const std::vector<std::string>& flowNames) {
-  const std::string flows = flowNames.empty() ? "(none)" : QLTUtil::arrayToString(flowNames, ", ");
-  return name ? format("there is no flow \"%@\"; the flows are: %@", *name, flows)
-              : format("missing; it must name one of the flows: %@", flows);
-}
-
-std::string unknownTestClass(const std::optional<std::string>& className) {
-  return format("unrecognized test method class %@", className);
-}
 
 PlanReader::PlanReader(std::string configFile, std::filesystem::path testerConfig,
                        ConfigFindings::Wanted wanted)
@@ -151,7 +125,7 @@ bool PlanReader::readInstruments(const QLTDictionary& config,
       instrument.entry = *content;
       checkInstrumentClass(instrument, operations);
     }
-    instrument.refusedBy = since(findings_, start);
+    instrument.refusedBy = findings_.refusalSince(start);
   }
   return true;
 }
@@ -222,7 +196,7 @@ void PlanReader::readSite(const ConfigEntry& entry, const std::string& name) {
       }
     }
   }
-  site.refusedBy = since(findings_, before);
+  site.refusedBy = findings_.refusalSince(before);
 }
 
 void PlanReader::readResources(const ConfigEntry& entry, QLTStationPlan::Site& site) {
@@ -257,197 +231,13 @@ void PlanReader::warnOfResource(const ConfigEntry& resource, const QLTStationPla
 bool PlanReader::readFlows(const QLTDictionary& config, const QLTBundle& bundle, bool forSites) {
   const std::size_t before = findings_.size();
   const ConfigEntry section = entryOf(config, "Flows");
-  const QLTDictionary* const flows = section.dictionary(findings_);
+  section.dictionary(findings_);
   if (findings_.size() > before) return false;
   if (!forSites && !findings_.wantsWarnings()) return true;
   findings_.setUnread(!forSites);
-  if (flows != nullptr) {
-    plan_.flows.reserve(flows->size());
-    for (const auto& flow : *flows) readFlow(section.at(flow.first), flow.first, bundle);
-  }
-  readDefaultFlow(config);
-  const auto isDefault = [](const auto& flow) { return flow.name == "default"; };
-  if (plan_.defaultFlow && *plan_.defaultFlow != "default" &&
-      std::any_of(plan_.flows.begin(), plan_.flows.end(), isDefault)) {
-    findings_.warning(section.at("default").finding(
-        format("its place is taken by \"%@\", the default flow", *plan_.defaultFlow)));
-  }
+  FlowReader(bundle, plan_, findings_).read(section, entryOf(config, "defaultFlow"));
   findings_.setUnread(false);
   return true;
-}
-
-void PlanReader::readFlow(const ConfigEntry& entry, const std::string& name,
-                          const QLTBundle& bundle) {
-  const std::size_t before = findings_.size();
-  QLTStationPlan::Flow& flow = plan_.flows.emplace_back();
-  flow.name = name;
-  flow.position = entry.position();
-  const QLTArray* const tests = entry.array(findings_);
-  flow.refusedBy = since(findings_, before);
-  if (tests == nullptr) return;
-  if (tests->empty()) {
-    findings_.warning(
-        entry.finding("has no tests; a device that passed it would not have been tested"));
-  }
-  flow.tests.reserve(tests->size());
-  for (std::size_t i = 0; i < tests->size(); ++i) readTest(entry.at(i), bundle, flow);
-}
-
-void PlanReader::readTest(const ConfigEntry& entry, const QLTBundle& bundle,
-                          QLTStationPlan::Flow& flow) {
-  const std::size_t before = findings_.size();
-  QLTStationPlan::Test& test = flow.tests.emplace_back();
-  test.position = entry.position();
-  if (entry.dictionary(findings_) != nullptr) {
-    const ConfigEntry cls = entry.at("class");
-    const ConfigEntry displayName = entry.at("displayName");
-    const ConfigEntry params = entry.at("params");
-    const ConfigEntry retest = entry.at("retest");
-    const ConfigEntry stopOnFail = entry.at("stopOnFail");
-    const ConfigEntry infos = entry.at("subTestInfos");
-    test.classPosition = cls.present() ? cls.position() : test.position;
-    test.className = cls.text(findings_);
-    test.displayName = displayName.text(findings_);
-    if (params.present()) test.params = params.value();
-    test.retest = retest.boolean(findings_);
-    test.stopOnFail = stopOnFail.boolean(findings_);
-    findings_.unknownKeys(entry, kTestKeys);
-    findings_.surprisingBoolean(retest);
-    findings_.surprisingBoolean(stopOnFail);
-    if (test.displayName) {
-      findings_.shiftedColumns(displayName, *test.displayName);
-    } else if (!displayName.present()) {
-      findings_.warning(entry.finding("has no displayName; its columns in the result log shift"),
-                        "give it a displayName");
-    }
-    if (const QLTArray* const list = infos.array(findings_)) {
-      test.subTests.reserve(list->size());
-      for (std::size_t i = 0; i < list->size(); ++i) readSubTest(infos.at(i), test);
-    }
-    test.refusedBy = since(findings_, before);
-    const std::size_t beforeClass = findings_.size();
-    // A class of a wrong type has been told.
-    if (test.className || !cls.present()) readClass(entry, bundle, test);
-    test.classRefusedBy = since(findings_, beforeClass);
-  } else {
-    test.refusedBy = since(findings_, before);
-  }
-}
-
-void PlanReader::readClass(const ConfigEntry& entry, const QLTBundle& bundle,
-                           QLTStationPlan::Test& test) {
-  const ConfigEntry place = entry.at("class");
-  if (test.className) {
-    test.cls = bundle.classNamed(*test.className);
-    if (test.cls == nullptr) {
-      test.cls = QLTBundle::frameworkBundle().classNamed(*test.className);
-    }
-  }
-  if (test.cls == nullptr) {
-    std::string advice;
-    if (findings_.wantsWarnings()) {
-      const std::vector<std::string>& methods = methodNames(bundle);
-      if (test.className) advice = didYouMean(*test.className, methods);
-      if (advice.empty()) {
-        advice = "the test methods are: " + QLTUtil::arrayToString(methods, ", ");
-      }
-    }
-    findings_.complaint((place.present() ? place : entry).finding(unknownTestClass(test.className)),
-                        std::move(advice));
-  } else if (test.cls->operations().makeMethod == nullptr) {
-    findings_.complaint(
-        place.finding(format("the class %@ is not a test method", test.cls->name())));
-  } else if (test.cls->name() == "QLTestMethodDelay" && test.subTests.empty()) {
-    findings_.warning(
-        entry.finding("QLTestMethodDelay needs a sub-test, whose limits decide whether the delay "
-                      "passes"));
-  }
-}
-
-const std::vector<std::string>& PlanReader::methodNames(const QLTBundle& bundle) {
-  if (!methodNames_.empty()) return methodNames_;
-  for (const QLTBundle* const holder : {&bundle, &QLTBundle::frameworkBundle()}) {
-    for (const std::string& name : holder->classNames()) {
-      if (holder->classNamed(name)->operations().makeMethod != nullptr) {
-        methodNames_.push_back(name);
-      }
-    }
-  }
-  return methodNames_;
-}
-
-void PlanReader::readSubTest(const ConfigEntry& entry, QLTStationPlan::Test& test) {
-  const std::size_t before = findings_.size();
-  if (entry.dictionary(findings_) == nullptr) return;
-  std::optional<std::string> name = entry.at("name").text(findings_);
-  const QLTValue* const priority = entry.at("priority").number(findings_);
-  const ConfigEntry expected = entry.at("expected");
-  const QLTValue* const low = entry.at("lowLimit").number(findings_);
-  const QLTValue* const high = entry.at("highLimit").number(findings_);
-  std::optional<std::string> failMessage = entry.at("failMessage").text(findings_);
-  const bool isRefused = since(findings_, before).has_value();
-  if (findings_.wantsWarnings()) warnOfSubTest(entry, low, high);
-  if (isRefused) return;
-
-  if (!failMessage) failMessage = QLTSubTestInfo::defaultFailMessage(name);
-  auto info = QLTSubTestInfo::subTestInfo(
-      std::move(name), priority != nullptr ? priority->intValue() : 0, std::move(failMessage));
-  if (expected.present()) info->setExpected(expected.value().text());
-  if (low != nullptr) {
-    info->setLimits(low->doubleValue(), high != nullptr ? high->doubleValue() : 0.0);
-  }
-  test.subTests.push_back(std::move(info));
-}
-
-void PlanReader::warnOfSubTest(const ConfigEntry& entry, const QLTValue* lowest,
-                               const QLTValue* highest) {
-  findings_.unknownKeys(entry, kSubTestKeys);
-  const ConfigEntry name = entry.at("name");
-  const ConfigEntry low = entry.at("lowLimit");
-  const ConfigEntry high = entry.at("highLimit");
-  const ConfigEntry expected = entry.at("expected");
-  const ConfigEntry failMessage = entry.at("failMessage");
-  if (name.present()) {
-    findings_.shiftedColumns(name, name.value().text());
-  } else {
-    findings_.warning(entry.finding("has no name; its columns in the result log shift"),
-                      "give it a name");
-  }
-  if (failMessage.present()) findings_.shiftedColumns(failMessage, failMessage.value().text());
-  if (!low.present()) {
-    if (expected.present()) findings_.shiftedColumns(expected, expected.value().text());
-    if (!high.present()) return;
-    findings_.warning(high.finding("without lowLimit no limits are set; only the value 0 passes"),
-                      "give a lowLimit, too");
-    return;
-  }
-  if (!high.present()) {
-    findings_.warning(low.finding("without highLimit the upper limit is 0"),
-                      "give a highLimit, too");
-  }
-  if (lowest != nullptr && (highest != nullptr || !high.present())) {
-    const double above = lowest->doubleValue();
-    const double limit = highest != nullptr ? highest->doubleValue() : 0.0;
-    if (above > limit) {
-      findings_.warning(low.finding(
-          format("the low limit %@ is above the high limit %@; no value passes", above, limit)));
-    }
-  }
-  if (expected.present()) {
-    findings_.warning(expected.finding("the limits take the place of the expected text"));
-  }
-}
-
-void PlanReader::readDefaultFlow(const QLTDictionary& config) {
-  const std::size_t before = findings_.size();
-  const ConfigEntry entry = entryOf(config, "defaultFlow");
-  plan_.defaultFlowPosition = entry.position();
-  plan_.defaultFlow = entry.text(findings_);
-  plan_.defaultFlowRefusedBy = since(findings_, before);
-  if (plan_.defaultFlow || plan_.defaultFlowRefusedBy) return;
-  std::vector<std::string> names;
-  for (const QLTStationPlan::Flow& flow : plan_.flows) names.push_back(flow.name);
-  if (!entry.present()) findings_.complaint(entry.finding(defaultFlowMissing({}, names)));
 }
 
 }  // namespace quillon::internal

@@ -59,25 +59,10 @@ class PlanReader {
   void readResources(const ConfigEntry& entry, QLTStationPlan::Site& site);
   void warnOfResource(const ConfigEntry& resource, const QLTStationPlan::Site& site,
                       const std::string& instrument);
-  void readFlow(const ConfigEntry& entry, const std::string& name, const QLTBundle& bundle);
-  void readTest(const ConfigEntry& entry, const QLTBundle& bundle, QLTStationPlan::Flow& flow);
-  void readClass(const ConfigEntry& entry, const QLTBundle& bundle, QLTStationPlan::Test& test);
-  void readSubTest(const ConfigEntry& entry, QLTStationPlan::Test& test);
-  void warnOfSubTest(const ConfigEntry& entry, const QLTValue* low, const QLTValue* high);
-  void readDefaultFlow(const QLTDictionary& config);
-  const std::vector<std::string>& methodNames(const QLTBundle& bundle);
 
   QLTStationPlan plan_;
   ConfigFindings findings_;
   std::filesystem::path testerConfig_;
-  std::vector<std::string> methodNames_;
 };
-
-/// What "defaultFlow" lacks, by its name and by the names of the flows that are there.
-std::string defaultFlowMissing(const std::optional<std::string>& name,
-                               const std::vector<std::string>& flowNames);
-
-/// The finding for a test whose class is unknown has exactly this text.
-std::string unknownTestClass(const std::optional<std::string>& className);
 
 }  // namespace quillon::internal

@@ -11,7 +11,7 @@
 #include <QLTestSiteManager.h>
 
 #include "common/Format.h"
-#include "configuration/PlanReader.h"
+#include "configuration/FlowReader.h"
 #include "configuration/PluginCalls.h"
 
 namespace quillon::internal {
