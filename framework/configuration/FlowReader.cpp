@@ -18,6 +18,24 @@ const std::vector<std::string> kSubTestKeys{"name",     "priority",  "expected",
 
 }  // namespace
 
+/// What stands in a sub-test.
+struct FlowReader::SubTest {
+  explicit SubTest(const ConfigEntry& entry)
+      : name(entry.at("name")),
+        priority(entry.at("priority")),
+        expected(entry.at("expected")),
+        low(entry.at("lowLimit")),
+        high(entry.at("highLimit")),
+        failMessage(entry.at("failMessage")) {}
+
+  ConfigEntry name;
+  ConfigEntry priority;
+  ConfigEntry expected;
+  ConfigEntry low;
+  ConfigEntry high;
+  ConfigEntry failMessage;
+};
+
 std::string defaultFlowMissing(const std::optional<std::string>& name,
                                const std::vector<std::string>& flowNames) {
   const std::string flows = flowNames.empty() ? "(none)" : QLTUtil::arrayToString(flowNames, ", ");
@@ -89,15 +107,15 @@ void FlowReader::readTest(const ConfigEntry& entry, QLTStationPlan::Flow& flow) 
     test.refusedBy = findings_.refusalSince(before);
     const std::size_t beforeClass = findings_.size();
     // A class of a wrong type has been told.
-    if (test.className || !cls.present()) readClass(entry, test);
+    if (test.className || !cls.present()) readClass(entry, cls, test);
     test.classRefusedBy = findings_.refusalSince(beforeClass);
   } else {
     test.refusedBy = findings_.refusalSince(before);
   }
 }
 
-void FlowReader::readClass(const ConfigEntry& entry, QLTStationPlan::Test& test) {
-  const ConfigEntry place = entry.at("class");
+void FlowReader::readClass(const ConfigEntry& entry, const ConfigEntry& place,
+                           QLTStationPlan::Test& test) {
   if (test.className) {
     test.cls = bundle_.classNamed(*test.className);
     if (test.cls == nullptr) {
@@ -141,62 +159,65 @@ const std::vector<std::string>& FlowReader::methodNames() {
 void FlowReader::readSubTest(const ConfigEntry& entry, QLTStationPlan::Test& test) {
   const std::size_t before = findings_.size();
   if (entry.dictionary(findings_) == nullptr) return;
-  std::optional<std::string> name = entry.at("name").text(findings_);
-  const QLTValue* const priority = entry.at("priority").number(findings_);
-  const ConfigEntry expected = entry.at("expected");
-  const QLTValue* const low = entry.at("lowLimit").number(findings_);
-  const QLTValue* const high = entry.at("highLimit").number(findings_);
-  std::optional<std::string> failMessage = entry.at("failMessage").text(findings_);
+  const SubTest content(entry);
+  std::optional<std::string> name = content.name.text(findings_);
+  const QLTValue* const priority = content.priority.number(findings_);
+  const QLTValue* const low = content.low.number(findings_);
+  const QLTValue* const high = content.high.number(findings_);
+  std::optional<std::string> failMessage = content.failMessage.text(findings_);
   const bool isRefused = findings_.refusalSince(before).has_value();
-  if (findings_.wantsWarnings()) warnOfSubTest(entry, low, high);
+  if (findings_.wantsWarnings()) {
+    findings_.unknownKeys(entry, kSubTestKeys);
+    warnOfTexts(entry, content);
+    warnOfLimits(content, low, high);
+  }
   if (isRefused) return;
 
   if (!failMessage) failMessage = QLTSubTestInfo::defaultFailMessage(name);
   auto info = QLTSubTestInfo::subTestInfo(
       std::move(name), priority != nullptr ? priority->intValue() : 0, std::move(failMessage));
-  if (expected.present()) info->setExpected(expected.value().text());
+  if (content.expected.present()) info->setExpected(content.expected.value().text());
   if (low != nullptr) {
     info->setLimits(low->doubleValue(), high != nullptr ? high->doubleValue() : 0.0);
   }
   test.subTests.push_back(std::move(info));
 }
 
-void FlowReader::warnOfSubTest(const ConfigEntry& entry, const QLTValue* lowest,
-                               const QLTValue* highest) {
-  findings_.unknownKeys(entry, kSubTestKeys);
-  const ConfigEntry name = entry.at("name");
-  const ConfigEntry low = entry.at("lowLimit");
-  const ConfigEntry high = entry.at("highLimit");
-  const ConfigEntry expected = entry.at("expected");
-  const ConfigEntry failMessage = entry.at("failMessage");
-  if (name.present()) {
-    findings_.shiftedColumns(name, name.value().text());
-  } else {
+void FlowReader::warnOfTexts(const ConfigEntry& entry, const SubTest& content) {
+  const auto warn = [&](const ConfigEntry& text) {
+    if (text.present()) findings_.shiftedColumns(text, text.value().text());
+  };
+  if (!content.name.present()) {
     findings_.warning(entry.finding("has no name; its columns in the result log shift"),
                       "give it a name");
   }
-  if (failMessage.present()) findings_.shiftedColumns(failMessage, failMessage.value().text());
-  if (!low.present()) {
-    if (expected.present()) findings_.shiftedColumns(expected, expected.value().text());
-    if (!high.present()) return;
-    findings_.warning(high.finding("without lowLimit no limits are set; only the value 0 passes"),
-                      "give a lowLimit, too");
+  warn(content.name);
+  warn(content.failMessage);
+  if (!content.low.present()) warn(content.expected);
+}
+
+void FlowReader::warnOfLimits(const SubTest& content, const QLTValue* low, const QLTValue* high) {
+  if (!content.low.present()) {
+    if (!content.high.present()) return;
+    findings_.warning(
+        content.high.finding("without lowLimit no limits are set; only the value 0 passes"),
+        "give a lowLimit, too");
     return;
   }
-  if (!high.present()) {
-    findings_.warning(low.finding("without highLimit the upper limit is 0"),
+  if (!content.high.present()) {
+    findings_.warning(content.low.finding("without highLimit the upper limit is 0"),
                       "give a highLimit, too");
   }
-  if (lowest != nullptr && (highest != nullptr || !high.present())) {
-    const double above = lowest->doubleValue();
-    const double limit = highest != nullptr ? highest->doubleValue() : 0.0;
-    if (above > limit) {
-      findings_.warning(low.finding(
-          format("the low limit %@ is above the high limit %@; no value passes", above, limit)));
+  if (low != nullptr && (high != nullptr || !content.high.present())) {
+    const double lowest = low->doubleValue();
+    const double highest = high != nullptr ? high->doubleValue() : 0.0;
+    if (lowest > highest) {
+      findings_.warning(content.low.finding(
+          format("the low limit %@ is above the high limit %@; no value passes", lowest, highest)));
     }
   }
-  if (expected.present()) {
-    findings_.warning(expected.finding("the limits take the place of the expected text"));
+  if (content.expected.present()) {
+    findings_.warning(content.expected.finding("the limits take the place of the expected text"));
   }
 }
 

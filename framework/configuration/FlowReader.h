@@ -25,11 +25,13 @@ class FlowReader {
   void read(const ConfigEntry& flows, const ConfigEntry& defaultFlow);
 
  private:
+  struct SubTest;
   void readFlow(const ConfigEntry& entry, const std::string& name);
   void readTest(const ConfigEntry& entry, QLTStationPlan::Flow& flow);
-  void readClass(const ConfigEntry& entry, QLTStationPlan::Test& test);
+  void readClass(const ConfigEntry& entry, const ConfigEntry& place, QLTStationPlan::Test& test);
   void readSubTest(const ConfigEntry& entry, QLTStationPlan::Test& test);
-  void warnOfSubTest(const ConfigEntry& entry, const QLTValue* low, const QLTValue* high);
+  void warnOfTexts(const ConfigEntry& entry, const SubTest& content);
+  void warnOfLimits(const SubTest& content, const QLTValue* low, const QLTValue* high);
   void readDefaultFlow(const ConfigEntry& entry);
   const std::vector<std::string>& methodNames();
 
