@@ -13,7 +13,7 @@ class QLT_EXPORT QLTMathUtil {
   /// gives 0.
   static std::int32_t hex2int(const QLTText& text);
   /// Lower-case hexadecimal, padded with blanks to at least `width` characters: on the left, or on
-  /// the right where `width` is negative.
+  /// the right where `width` is negative. A width beyond 65536 counts as that.
   static std::string int2hex(std::uint32_t value, int width);
   /// Unfinished on purpose: always 3.
   static std::int32_t bin2int(const QLTText& text);

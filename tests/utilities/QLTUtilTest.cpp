@@ -116,4 +116,17 @@ TEST(QLTMathUtilTest, Base2ConversionsAreUnfinished) {
   EXPECT_EQ(QLTUtil::int2bin(0, 0), "");
 }
 
+TEST(QLTMathUtilTest, Int2HexBoundsItsWidth) {
+  constexpr std::size_t kGreatest = 65536;
+  for (const int width : {65536, 65537, std::numeric_limits<int>::max()}) {
+    const std::string text = QLTUtil::int2hex(255, width);
+    EXPECT_EQ(text.size(), kGreatest) << width;
+    EXPECT_EQ(text.find_first_not_of(' '), kGreatest - 2) << width;
+    EXPECT_TRUE(text.ends_with("ff")) << width;
+  }
+  const std::string left = QLTUtil::int2hex(255, std::numeric_limits<int>::min());
+  EXPECT_EQ(left.size(), kGreatest);
+  EXPECT_TRUE(left.starts_with("ff "));
+}
+
 }  // namespace
