@@ -51,7 +51,7 @@ std::size_t decimalLength(std::string_view text) {
 
 std::string fixedText(double value, int decimals) {
   if (std::isnan(value)) return "nan";
-  std::array<char, std::numeric_limits<double>::max_exponent10 + 16> buffer{};
+  std::array<char, std::numeric_limits<double>::max_exponent10 + 16> buffer;
   const auto [end, status] = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value,
                                            std::chars_format::fixed, decimals);
   return {buffer.data(), status == std::errc{} ? end : buffer.data()};

@@ -38,12 +38,18 @@ std::string QLTSubTestInfo::defaultFailMessage(const QLTText& name) {
 void QLTSubTestInfo::setLimits(double lowLimit, double highLimit) {
   setLowLimit(lowLimit);
   setHighLimit(highLimit);
-  setExpected(quillon::internal::format("from %f to %f", lowLimit, highLimit));
+  setExpected("from " + lowLimitText_ + " to " + highLimitText_);
 }
 
 void QLTSubTestInfo::setLowLimit(double lowLimit) {
   lowLimit_ = lowLimit;
+  lowLimitText_ = quillon::internal::sixDecimals(lowLimit);
   hasLimits_ = true;
+}
+
+void QLTSubTestInfo::setHighLimit(double highLimit) {
+  highLimit_ = highLimit;
+  highLimitText_ = quillon::internal::sixDecimals(highLimit);
 }
 
 void QLTSubTestInfo::deaclloc() {

@@ -47,12 +47,21 @@ class QLT_EXPORT QLTSubTestInfo : public QLTObject {
   void setLowLimit(double lowLimit);
   double highLimit() const { return highLimit_; }
   /// Sets the upper limit only: a specification has limits exactly when a lower one was given.
-  void setHighLimit(double highLimit) { highLimit_ = highLimit; }
+  void setHighLimit(double highLimit);
   const std::optional<std::string>& expected() const { return expected_; }
   void setExpected(QLTText expected) { expected_ = std::move(expected).text(); }
   const std::optional<std::string>& failMessage() const { return failMessage_; }
   void setFailMessage(QLTText message) { failMessage_ = std::move(message).text(); }
   bool hasLimits() const { return hasLimits_; }
+  /// The unit of the value and the limits, such as "V", for those who show or evaluate them; absent
+  /// when there is none.
+  const std::optional<std::string>& unit() const { return unit_; }
+  void setUnit(QLTText unit) { unit_ = std::move(unit).text(); }
+
+  // The limits as records show them, with six decimals.
+
+  const std::string& lowLimitText() const { return lowLimitText_; }
+  const std::string& highLimitText() const { return highLimitText_; }
 
   /// Gives up name, expected text and fail message early. Nothing needs to call it; the spelling is
   /// the interface's own.
@@ -63,7 +72,11 @@ class QLT_EXPORT QLTSubTestInfo : public QLTObject {
   std::int32_t priority_ = 0;
   double lowLimit_ = 0.0;
   double highLimit_ = 0.0;
+  // Made once, not for every record.
+  std::string lowLimitText_ = "0.000000";
+  std::string highLimitText_ = "0.000000";
   std::optional<std::string> expected_ = "";
   std::optional<std::string> failMessage_;
+  std::optional<std::string> unit_;
   bool hasLimits_ = false;
 };

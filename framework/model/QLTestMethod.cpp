@@ -6,6 +6,7 @@
 #include "common/Format.h"
 
 using quillon::internal::format;
+using quillon::internal::sixDecimals;
 
 QLTestMethod::QLTestMethod(std::shared_ptr<QLTestSuite> suite, std::shared_ptr<QLTResources>,
                            QLTText displayName, SubTestInfos subTestInfos)
@@ -19,6 +20,7 @@ QLTestMethod::~QLTestMethod() = default;
 
 bool QLTestMethod::willRun(std::int32_t index, QLTError*) {
   aryReturn_ = std::make_shared<QLTestResults>();
+  aryReturn_->reserve(subTests_.size());
   testIndex_ = index;
   return true;
 }
@@ -36,70 +38,58 @@ bool QLTestMethod::retest(std::int32_t index, QLTError* error) {
 
 std::shared_ptr<QLTestResult> QLTestMethod::resultFromSubTestInfo(std::int32_t index) {
   const QLTSubTestInfo& info = subTest(index);
-  auto record = newRecord(info.name(), info.priority(), index);
-  if (info.hasLimits()) {
-    record->setLowLimit(format("%f", info.lowLimit()));
-    record->setHighLimit(format("%f", info.highLimit()));
-  }
-  record->setExpected(info.expected());
-  record->setFailMessage(info.failMessage());
+  auto record = newRecord(info, index);
+  record->failMessage_ = info.failMessage();
+  record->runIndex_ = QLTestResult().runIndex();  // for the caller to set
   return record;
 }
 
 std::int32_t QLTestMethod::addResultAndCompare(std::int32_t index, double value, QLTExtras extras,
                                                QLTText failMessage) {
-  const auto record = resultFromSubTestInfo(index);
-  record->setActual(format("%f", value));
-  record->setExtras(std::move(extras));
   const QLTSubTestInfo& info = subTest(index);
+  const auto record = newRecord(info, index);
+  record->value_ = value;
+  record->actual_ = sixDecimals(value);
+  record->extras_ = std::move(extras).dictionary();
   if (value >= info.lowLimit() && info.highLimit() >= value) {
-    record->setResult(kQLTestResultPass);
-    record->setFailMessage("");
+    record->result_ = kQLTestResultPass;
   } else {
-    record->setResult(kQLTestResultFail);
-    if (failMessage.text()) record->setFailMessage(std::move(failMessage));
+    record->failMessage_ = failMessage.text() ? std::move(failMessage).text() : info.failMessage();
   }
-  record->setRunIndex(currentRunIndex());
-  return record->result();
+  return record->result_;
 }
 
 std::int32_t QLTestMethod::addResultAndMatch(std::int32_t index, const QLTText& value,
                                              QLTExtras extras, QLTText failMessage) {
-  const auto record = resultFromSubTestInfo(index);
-  record->setExtras(std::move(extras));
-  if (!value.text() || value.text() == record->expected()) {
-    record->setResult(kQLTestResultPass);
-    record->setActual("1");
-    record->setFailMessage("");
+  const QLTSubTestInfo& info = subTest(index);
+  const auto record = newRecord(info, index);
+  record->extras_ = std::move(extras).dictionary();
+  if (!value.text() || value.text() == info.expected()) {
+    record->result_ = kQLTestResultPass;
+    record->actual_ = "1";
   } else {
-    record->setActual("0");
-    record->setResult(kQLTestResultFail);
-    record->setFailMessage(failMessage.text() ? std::move(failMessage)
-                                              : format("Failed %@; Actual value is: %@;",
-                                                       record->subTestName(), value.text()));
+    record->actual_ = "0";
+    record->failMessage_ =
+        failMessage.text() ? std::move(failMessage).text()
+                           : format("Failed %@; Actual value is: %@;", info.name(), value.text());
   }
-  record->setRunIndex(currentRunIndex());
-  return record->result();
+  return record->result_;
 }
 
 std::shared_ptr<QLTestResult> QLTestMethod::addResult(std::int32_t index, QLTText value,
                                                       QLTExtras extras, std::int32_t) {
-  auto record = resultFromSubTestInfo(index);
-  record->setActual(std::move(value));
-  record->setExtras(std::move(extras));
-  record->setFailMessage("");
-  record->setRunIndex(currentRunIndex());
-  record->setResult(kQLTestResultPass);
+  auto record = newRecord(subTest(index), index);
+  record->actual_ = std::move(value).text();
+  record->extras_ = std::move(extras).dictionary();
+  record->result_ = kQLTestResultPass;
   return record;
 }
 
 void QLTestMethod::addRuntimeError(std::int32_t index, QLTText errorMessage) {
   const auto record =
-      index > 0 ? resultFromSubTestInfo(index) : newRecord(kQLTestRuntimeErrorName, 0, 0);
-  record->setActual(kQLTestRuntimeErrorValue);
-  record->setResult(kQLTestResultFail);
-  record->setFailMessage(std::move(errorMessage));
-  record->setRunIndex(currentRunIndex());
+      index > 0 ? newRecord(subTest(index), index) : newRecord(kQLTestRuntimeErrorName, 0, 0);
+  record->actual_ = kQLTestRuntimeErrorValue;
+  record->failMessage_ = std::move(errorMessage).text();
 }
 
 std::vector<std::optional<std::string>> QLTestMethod::subTestNames() const {
@@ -130,22 +120,33 @@ const QLTSubTestInfo& QLTestMethod::subTest(std::int32_t index) const {
   return *subTests_[static_cast<std::size_t>(index) - 1];
 }
 
-std::shared_ptr<QLTestResult> QLTestMethod::newRecord(QLTText subTestName, std::int32_t priority,
+std::shared_ptr<QLTestResult> QLTestMethod::newRecord(const QLTSubTestInfo& info,
                                                       std::int32_t number) {
-  auto record = std::make_shared<QLTestResult>();
-  record->setTestName(displayName_);
-  record->setSubTestName(std::move(subTestName));
-  if (const auto suite = suite_.lock()) {
-    record->setSerialNumber(suite->currentSN());
-    record->setSiteName(suite->siteName());
+  auto record = newRecord(info.name(), info.priority(), number);
+  if (info.hasLimits()) {
+    record->low_ = info.lowLimit();
+    record->high_ = info.highLimit();
+    record->lowLimit_ = info.lowLimitText();
+    record->highLimit_ = info.highLimitText();
   }
-  record->setPriority(priority);
-  record->setTestNumberWithMajor(testIndex_, number);
-  if (aryReturn_) aryReturn_->push_back(record);
+  record->expected_ = info.expected();
+  record->unit_ = info.unit();
   return record;
 }
 
-std::int32_t QLTestMethod::currentRunIndex() const {
-  const auto suite = suite_.lock();
-  return suite ? suite->currentIndex() : 0;
+std::shared_ptr<QLTestResult> QLTestMethod::newRecord(const std::optional<std::string>& subTestName,
+                                                      std::int32_t priority, std::int32_t number) {
+  auto record = std::make_shared<QLTestResult>();
+  record->testName_ = displayName_;
+  record->subTestName_ = subTestName;
+  record->runIndex_ = 0;
+  if (const auto suite = suite_.lock()) {
+    record->serialNumber_ = suite->currentSN();
+    record->siteName_ = suite->siteName();
+    record->runIndex_ = suite->currentIndex();
+  }
+  record->priority_ = priority;
+  record->setTestNumberWithMajor(testIndex_, number);
+  if (aryReturn_) aryReturn_->push_back(record);
+  return record;
 }

@@ -113,9 +113,10 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
 
  private:
   const QLTSubTestInfo& subTest(std::int32_t index) const;
-  std::shared_ptr<QLTestResult> newRecord(QLTText subTestName, std::int32_t priority,
-                                          std::int32_t number);
-  std::int32_t currentRunIndex() const;
+  // Both append a record with empty fail message, FAIL, and the current run's index.
+  std::shared_ptr<QLTestResult> newRecord(const QLTSubTestInfo& info, std::int32_t number);
+  std::shared_ptr<QLTestResult> newRecord(const std::optional<std::string>& subTestName,
+                                          std::int32_t priority, std::int32_t number);
 
   std::optional<std::string> displayName_;
   SubTestInfos subTests_;

@@ -1,11 +1,16 @@
 #include "QLTestResult.h"
 
+#include <array>
+#include <charconv>
+#include <limits>
+
 #include <QLTestMethod.h>
 #include <QLTestSuite.h>
 
 #include "common/Format.h"
 
 using quillon::internal::format;
+using quillon::internal::sixDecimals;
 
 const std::string kQLTestRuntimeErrorValue = "run time error";
 const std::string kQLTestRuntimeErrorName = "runtime error";
@@ -41,12 +46,19 @@ std::shared_ptr<QLTestResult> QLTestResult::resultWithValues(
 }
 
 void QLTestResult::setTestNumberWithMajor(std::int32_t major, std::int32_t minor) {
-  testNumber_ = format("%d.%d", major, minor);
+  std::array<char, 2 * std::numeric_limits<std::int32_t>::digits10 + 8> text;
+  char* const limit = text.data() + text.size();
+  char* end = std::to_chars(text.data(), limit, major).ptr;
+  *end++ = '.';
+  end = std::to_chars(end, limit, minor).ptr;
+  testNumber_.emplace(text.data(), end);
 }
 
 void QLTestResult::setLimitsWithLow(float low, float high) {
-  lowLimit_ = format("%f", low);
-  highLimit_ = format("%f", high);
+  low_ = low;
+  high_ = high;
+  lowLimit_ = sixDecimals(low);
+  highLimit_ = sixDecimals(high);
   expected_ = format("between %f and %f", low, high);
 }
 

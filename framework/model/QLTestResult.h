@@ -107,7 +107,25 @@ class QLT_EXPORT QLTestResult : public QLTObject {
   std::int32_t priority() const { return priority_; }
   void setPriority(std::int32_t priority) { priority_ = priority; }
 
+  // The texts as the numbers that they were made from, for those who evaluate them. Copies and the
+  // description do not carry them; setting a text leaves them as they are.
+
+  /// The number that was compared; absent where none was.
+  std::optional<double> value() const { return value_; }
+  void setValue(std::optional<double> value) { value_ = value; }
+  /// The lower limit; absent when there are no limits.
+  std::optional<double> low() const { return low_; }
+  void setLow(std::optional<double> low) { low_ = low; }
+  /// The upper limit; absent when there are no limits.
+  std::optional<double> high() const { return high_; }
+  void setHigh(std::optional<double> high) { high_ = high; }
+  /// The unit of the three, where the sub-test's specification gives one.
+  const std::optional<std::string>& unit() const { return unit_; }
+  void setUnit(QLTText unit) { unit_ = std::move(unit).text(); }
+
  private:
+  friend class QLTestMethod;  // fills the records that it makes, without a detour by the setters
+
   std::int32_t runIndex_ = -1;
   std::optional<std::string> testName_;
   std::optional<std::string> subTestName_;
@@ -122,6 +140,10 @@ class QLT_EXPORT QLTestResult : public QLTObject {
   std::optional<std::string> testNumber_;
   std::optional<std::string> failMessage_ = "";
   std::int32_t priority_ = 3;
+  std::optional<double> value_;
+  std::optional<double> low_;
+  std::optional<double> high_;
+  std::optional<std::string> unit_;
 };
 
 /// The records of one run of a test method, in the order in which they were reported.

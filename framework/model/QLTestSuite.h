@@ -35,7 +35,9 @@ class QLT_EXPORT QLTestSuite : public QLTObject, public std::enable_shared_from_
 
   // Class operations, called on a plug-in's principal class; see QLTClass for replacing them.
 
-  /// Loads the station that the bundle of `cls` configures, through the shared site manager.
+  /// Loads the station that the bundle of `cls` configures, through the shared site manager. On
+  /// true, `error` may tell of an instrument or a site that was left out; see
+  /// `QLTestSiteManager::loadConfig`.
   static bool onLoad(const QLTClass& cls, const QLTDictionary& stationInfo,
                      QLTError* error = nullptr);
   /// True; does nothing else.

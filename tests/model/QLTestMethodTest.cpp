@@ -413,6 +413,48 @@ TEST_F(QLTestMethodTest, PlainResultIsAlwaysAPass) {
   EXPECT_EQ(method_.addResult(1, std::nullopt, {}, 0)->actual(), std::nullopt);
 }
 
+TEST_F(QLTestMethodTest, RecordsCarryTheirNumbers) {
+  method_.subTests()[0]->setUnit("V");
+  method_.addResultAndCompare(1, 1.23456789);
+  EXPECT_EQ(last().value(), 1.23456789);
+  EXPECT_EQ(last().low(), 1.0);
+  EXPECT_EQ(last().high(), 2.0);
+  EXPECT_EQ(last().unit(), "V");
+  EXPECT_EQ(last().actual(), "1.234568");
+  EXPECT_EQ(last().description().find("1.23456789"), std::string::npos);
+  const auto copy = last().copyAttributesWithSubTestName("copy", 1, 2);
+  EXPECT_EQ(copy->lowLimit(), "1.000000");
+  EXPECT_EQ(copy->low(), std::nullopt);
+  EXPECT_EQ(copy->unit(), std::nullopt);
+  method_.addResult(1, "1.5");
+  EXPECT_EQ(last().value(), std::nullopt);
+  EXPECT_EQ(last().high(), 2.0);
+  EXPECT_EQ(last().unit(), "V");
+  method_.addResultAndMatch(2, "OK");
+  EXPECT_EQ(last().value(), std::nullopt);
+  EXPECT_EQ(last().low(), std::nullopt);
+  EXPECT_EQ(last().high(), std::nullopt);
+  EXPECT_EQ(last().unit(), std::nullopt);
+  method_.addRuntimeError(0, "no reply");
+  EXPECT_EQ(last().value(), std::nullopt);
+}
+
+TEST_F(QLTestMethodTest, RecordsFollowLimitsThatAreSetOneByOne) {
+  QLTSubTestInfo& info = *method_.subTests()[2];
+  info.setLowLimit(-1.5);
+  method_.addResultAndCompare(3, 0);
+  EXPECT_EQ(last().lowLimit(), "-1.500000");
+  EXPECT_EQ(last().highLimit(), "0.000000");
+  EXPECT_EQ(last().expected(), "");
+  info.setHighLimit(2.25);
+  info.setLowLimit(1);
+  method_.addResultAndCompare(3, 2);
+  EXPECT_EQ(last().lowLimit(), "1.000000");
+  EXPECT_EQ(last().highLimit(), "2.250000");
+  EXPECT_EQ(last().low(), 1.0);
+  EXPECT_EQ(last().high(), 2.25);
+}
+
 TEST_F(QLTestMethodTest, RuntimeErrorOfTheWholeTest) {
   method_.willRun(7);
   for (const std::int32_t index : {0, -1, std::numeric_limits<std::int32_t>::min()}) {
