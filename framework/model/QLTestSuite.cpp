@@ -3,11 +3,10 @@
 #include <utility>
 
 #include <QLTErrorCodes.h>
-#include <QLTLogger.h>
 #include <QLTSleeper.h>
 #include <QLTUtil.h>
 #include <QLTestMethod.h>
-#include <QLTestSiteManager.h>
+#include <QLTestSiteManager.h>  // a floor above: onLoad and onDUTStart say so
 
 #include "common/Format.h"
 #include "common/TypeName.h"

@@ -1,0 +1,81 @@
+#!/usr/bin/env python3
+"""What check_includes.py finds, on small trees."""
+
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+SCRIPT = pathlib.Path(__file__).with_name("check_includes.py")
+
+CMAKE = """set(floors platform model configuration)
+target_sources(quillon PUBLIC FILE_SET HEADERS BASE_DIRS ${floors} FILES
+    platform/QLTValue.h
+    model/QLTestSuite.h
+    configuration/QLTestSiteManager.h)
+"""
+FILES = {
+    "framework/CMakeLists.txt": CMAKE,
+    "framework/platform/QLTValue.h": "#pragma once\n",
+    "framework/platform/TextFile.h": "#pragma once\n",
+    "framework/model/QLTestSuite.h": "#include <string>\n#include <QLTValue.h>\n",
+    "framework/model/QLTestSuite.cpp": '#include "QLTestSuite.h"\n#include <QLTestSiteManager.h>\n',
+    "framework/configuration/QLTestSiteManager.h": "#include <QLTestSuite.h>\n",
+    "common/Text.h": "#pragma once\n",
+    "station/Text.h": '#include <QLTValue.h>\n#include "common/Text.h"\n',
+    "station/Screen.cpp": '#include "Text.h"\n',
+}
+
+
+def faults(**more):
+    """The faults of the tree above with some files' contents replaced or added; "__" in a name is "/"."""
+    with tempfile.TemporaryDirectory() as folder:
+        root = pathlib.Path(folder)
+        for folder_name in ("simulators", "examples", "tests", "benchmarks"):
+            (root / folder_name).mkdir()
+        changed = {name.replace("__", "/").replace("_cpp", ".cpp").replace("_h", ".h"): text for name, text in more.items()}
+        for name, text in {**FILES, **changed}.items():
+            (root / name).parent.mkdir(parents=True, exist_ok=True)
+            (root / name).write_text(text)
+        run = subprocess.run([sys.executable, SCRIPT, root], capture_output=True, text=True, check=False)
+        lines = run.stdout.splitlines()
+        assert run.returncode == (0 if lines == ["All includes keep to the floors."] else 1), run.stderr
+        return lines if run.returncode else []
+
+
+class CheckIncludes(unittest.TestCase):
+    def test_a_tree_in_order_has_no_faults(self):
+        self.assertEqual(faults(), [])
+
+    def test_a_floor_above_is_a_fault(self):
+        self.assertEqual(
+            faults(framework__platform__QLTValue_cpp="// values\n#include <QLTestSuite.h>\n"),
+            ["framework/platform/QLTValue.cpp:2: the floor platform includes framework/model/QLTestSuite.h, "
+             "of a floor above it"])
+        self.assertEqual(
+            faults(framework__model__Other_cpp='#  include "configuration/QLTestSiteManager.h"\n'),
+            ["framework/model/Other.cpp:1: the floor model includes framework/configuration/QLTestSiteManager.h, "
+             "of a floor above it"])
+
+    def test_the_framework_includes_no_station(self):
+        self.assertEqual(faults(framework__configuration__X_cpp='#include "station/Text.h"\n'),
+                         ["framework/configuration/X.cpp:1: the framework includes station/Text.h"])
+
+    def test_the_base_includes_itself_only(self):
+        self.assertEqual(faults(common__Text_cpp='#include "Text.h"\n#include <QLTValue.h>\n'),
+                         ["common/Text.cpp:2: common/ includes framework/platform/QLTValue.h"])
+
+    def test_the_inside_of_the_framework_is_for_the_framework(self):
+        for folder in ("station", "simulators", "tests", "examples"):
+            with self.subTest(folder):
+                self.assertEqual(faults(**{folder + "__X_cpp": '#include "platform/TextFile.h"\n'}),
+                                 [f"{folder}/X.cpp:1: framework/platform/TextFile.h is not a public header"])
+
+    def test_examples_use_what_is_installed(self):
+        self.assertEqual(faults(examples__X_cpp='#include "common/Text.h"\n'),
+                         ["examples/X.cpp:1: common/Text.h is not installed"])
+
+
+if __name__ == "__main__":
+    unittest.main()
