@@ -29,7 +29,7 @@ LogFiles makeLogFiles(const std::filesystem::path& folder, const std::filesystem
   const std::string start = (folder / name.stem()).string();
   for (int number = 1;; ++number) {
     const std::string base = number == 1 ? start : start + "-" + std::to_string(number);
-    const LogFiles files{base + ".csv", base + ".log"};
+    LogFiles files{base + ".csv", base + ".log"};
     // The result log of a run whose diagnostics are gone is not to be continued.
     std::error_code unknown;
     if (std::filesystem::exists(files.results, unknown)) continue;
