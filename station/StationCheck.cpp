@@ -9,7 +9,7 @@
 #include <QLTBundle.h>
 #include <QLTClass.h>
 #include <QLTError.h>
-#include <QLTPropertyList.h>
+#include <QLTStationPlan.h>
 
 #include "ColumnKeys.h"
 #include "RunOptions.h"
@@ -84,16 +84,12 @@ void checkPrincipalClass(const QLTBundle& bundle, Findings& findings) {
 }
 
 /// The station attributes that this application reads itself.
-void checkColumnKeys(const QLTBundle& bundle, Findings& findings) {
-  const auto file = bundle.pathForResource("TestConfig", "plist");
-  const auto config = file ? QLTPropertyList::readDictionary(*file) : std::nullopt;
-  const QLTValue* const attributes = config ? config->find("stationAttributes") : nullptr;
-  if (attributes == nullptr || attributes->dictionary() == nullptr) return;
+void checkColumnKeys(const QLTStationPlan& plan, Findings& findings) {
   for (const char* const name : {kAttributeColumns, kExtraColumns}) {
-    const QLTValue* const value = attributes->dictionary()->find(name);
+    const QLTValue* const value = plan.stationAttributes.find(name);
     const QLTValue* const wrong = value == nullptr ? nullptr : notTexts(*value);
     if (wrong == nullptr) continue;
-    findings.push_back(errorAt(file->string(), wrong->position(),
+    findings.push_back(errorAt(plan.configFile, wrong->position(),
                                std::string("stationAttributes/") + name,
                                "must be an array of texts; quillon run refuses anything else", ""));
   }
@@ -108,11 +104,12 @@ Findings checkStation(const std::filesystem::path& bundlePath,
   if (bundle == nullptr) return {bundleUnusable(bundlePath, error)};
   Findings findings;
   checkPrincipalClass(*bundle, findings);
-  for (QLTConfigFinding& finding :
-       QLTConfigCheck::check(*bundle, testerConfig, stationInfo(*bundle, kDefaultLogFolder))) {
+  QLTStationPlan plan;
+  for (QLTConfigFinding& finding : QLTConfigCheck::check(
+           *bundle, testerConfig, stationInfo(*bundle, kDefaultLogFolder), &plan)) {
     findings.push_back(std::move(finding));
   }
-  checkColumnKeys(*bundle, findings);
+  checkColumnKeys(plan, findings);
   return findings;
 }
 

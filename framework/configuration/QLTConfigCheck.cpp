@@ -3,8 +3,6 @@
 #include <set>
 #include <string>
 
-#include <QLTStationPlan.h>
-
 #include "configuration/PlanReader.h"
 #include "configuration/StationBuilder.h"
 
@@ -17,11 +15,17 @@ using quillon::internal::SuiteTable;
 
 std::vector<QLTConfigFinding> QLTConfigCheck::check(const QLTBundle& bundle,
                                                     const std::filesystem::path& testerConfig,
-                                                    const QLTDictionary& stationInfo) {
+                                                    const QLTDictionary& stationInfo,
+                                                    QLTStationPlan* result) {
   PlanReader reader(quillon::internal::configFile(bundle), testerConfig,
                     ConfigFindings::Wanted::All);
   const auto config = reader.readStation(bundle, true, stationInfo);
-  if (!config) return reader.findings().take();
+  const auto done = [&] {
+    std::vector<QLTConfigFinding> all = reader.findings().all();
+    if (result != nullptr) *result = reader.take();
+    return all;
+  };
+  if (!config) return done();
 
   QLTStationPlan& plan = reader.plan();
   ConfigFindings& findings = reader.findings();
@@ -45,5 +49,5 @@ std::vector<QLTConfigFinding> QLTConfigCheck::check(const QLTBundle& bundle,
   }
   reader.readFlows(*config, bundle, !suites.empty());
   builder.buildFlows(plan, suites);
-  return findings.take();
+  return done();
 }

@@ -6,6 +6,7 @@
 #include <QLTBundle.h>
 #include <QLTConfigFinding.h>
 #include <QLTExport.h>
+#include <QLTStationPlan.h>
 #include <QLTValue.h>
 
 /// Checks a station's configuration at the desk, before anything is tested.
@@ -19,8 +20,10 @@
 /// Stateless, apart from what the plug-in's own hooks do; the shared site manager is not involved.
 class QLT_EXPORT QLTConfigCheck {
  public:
-  /// All findings, in the order in which loading comes by the places.
+  /// All findings, in the order in which loading comes by the places. `plan`, unless it is null,
+  /// takes what was read, for whoever has more to check; its findings are these.
   static std::vector<QLTConfigFinding> check(const QLTBundle& bundle,
                                              const std::filesystem::path& testerConfig,
-                                             const QLTDictionary& stationInfo = {});
+                                             const QLTDictionary& stationInfo = {},
+                                             QLTStationPlan* plan = nullptr);
 };

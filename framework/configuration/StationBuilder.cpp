@@ -208,7 +208,8 @@ bool StationBuilder::addResources(const QLTStationPlan& plan, const QLTStationPl
 bool StationBuilder::buildFlows(QLTStationPlan& plan, const SuiteTable& suites) {
   std::size_t left = suites.size();
   for (const auto& [siteName, suite] : suites) {
-    const bool isLast = --left == 0;
+    // Whoever checks may have more to do with the plan.
+    const bool isLast = --left == 0 && makes_;
     for (QLTStationPlan::Flow& flow : plan.flows) {
       // Registered before it is filled: a flow that fails half way stays, partly filled.
       const auto methods = std::make_shared<QLTFlow>();

@@ -56,7 +56,8 @@ class StationBuilder {
       const QLTStationPlan& plan, const InstrumentTable& instruments,
       const QLTDictionary& attributes,
       const std::function<void(std::shared_ptr<QLTestSuite>, const std::string&)>& enter);
-  /// Builds the plan's flows in every suite. The last suite takes the plan's own sub-tests.
+  /// Builds the plan's flows in every suite. When it makes, the last suite takes
+  /// the plan's own sub-tests.
   bool buildFlows(QLTStationPlan& plan, const SuiteTable& suites);
 
  private:

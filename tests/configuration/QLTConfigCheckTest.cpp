@@ -281,6 +281,19 @@ TEST_F(QLTConfigCheckTest, ChecksInstrumentClasses) {
       ElementsAre("E unknown instrument type PlugInMeter; the plug-in makes no instruments"));
 }
 
+TEST_F(QLTConfigCheckTest, HandsOutWhatItRead) {
+  setTesterConfig(kConsole);
+  const PluginBundle files(STATION_PLUGIN);
+  files.setConfig(key("stationAttributes", dict(key("line", text("4")))) + flowOf(kGoodTest));
+  QLTStationPlan plan;
+  EXPECT_THAT(QLTConfigCheck::check(*files.open(), kTesterConfig, {}, &plan), IsEmpty());
+  EXPECT_EQ(plan.stationAttributes, (QLTDictionary{{"line", "4"}}));
+  EXPECT_TRUE(plan.instruments.contains("dut"));
+  ASSERT_EQ(plan.flows.size(), 1U);
+  EXPECT_EQ(plan.flows[0].tests[0].displayName, "Power");
+  EXPECT_EQ(plan.flows[0].tests[0].subTests.at(0)->name(), "VBUS");
+}
+
 TEST_F(QLTConfigCheckTest, OfLinesWithOneNameOnlyTheLastCounts) {
   const std::string config =
       key("Sites", dict(key("left", dict(key("Resources", dict(key("c", text("dut")))))))) +
