@@ -1,5 +1,6 @@
 #include "Format.h"
 
+#include <algorithm>
 #include <charconv>
 #include <clocale>
 #include <cmath>
@@ -69,22 +70,22 @@ bool booleanReading(std::string_view text) {
 }
 
 std::int32_t integerReading(std::string_view text) {
-  text = withoutLeadingSpace(text);
-  bool negative = false;
-  if (!text.empty() && (text.front() == '+' || text.front() == '-')) {
-    negative = text.front() == '-';
-    text.remove_prefix(1);
-  }
   constexpr std::int64_t lowest = std::numeric_limits<std::int32_t>::min();
   constexpr std::int64_t highest = std::numeric_limits<std::int32_t>::max();
-  std::int64_t value = 0;
-  for (const char c : text) {
-    if (!isDigit(c)) break;
-    value = value * 10 + (c - '0');
-    if (value > -lowest) break;
+  return static_cast<std::int32_t>(std::clamp(wideIntegerReading(text), lowest, highest));
+}
+
+std::int64_t wideIntegerReading(std::string_view text) {
+  text = withoutLeadingSpace(text);
+  if (!text.empty() && text.front() == '+') {
+    text.remove_prefix(1);
+    if (!text.empty() && text.front() == '-') return 0;
   }
-  if (negative) value = -value;
-  return static_cast<std::int32_t>(value < lowest ? lowest : value > highest ? highest : value);
+  std::int64_t value = 0;
+  const auto status = std::from_chars(text.data(), text.data() + text.size(), value).ec;
+  if (status != std::errc::result_out_of_range) return value;
+  return text.front() == '-' ? std::numeric_limits<std::int64_t>::min()
+                             : std::numeric_limits<std::int64_t>::max();
 }
 
 double realReading(std::string_view text) {

@@ -21,6 +21,7 @@ std::string sixDecimals(double value);
 // Lenient readings of texts; see QLTValue.
 bool booleanReading(std::string_view text);
 std::int32_t integerReading(std::string_view text);
+std::int64_t wideIntegerReading(std::string_view text);
 double realReading(std::string_view text);
 
 /// The length of the decimal number (with fraction and exponent) at the very front of `text`; 0

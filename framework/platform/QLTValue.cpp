@@ -1,5 +1,6 @@
 #include "QLTValue.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -10,8 +11,8 @@
 #include "common/TimeStamp.h"
 
 using quillon::internal::booleanReading;
-using quillon::internal::integerReading;
 using quillon::internal::realReading;
+using quillon::internal::wideIntegerReading;
 
 namespace {
 
@@ -22,22 +23,44 @@ struct Overload : Functions... {
 template <typename... Functions>
 Overload(Functions...) -> Overload<Functions...>;
 
-std::int32_t limitedTo32Bits(double value) {
+/// A 64-bit number, or the nearest real when it is beyond that.
+template <typename Storage>
+Storage wholeNumber(std::unsigned_integral auto value) {
+  if (std::in_range<std::int64_t>(value)) return static_cast<std::int64_t>(value);
+  return static_cast<double>(value);
+}
+
+std::int64_t limitedTo64Bits(double value) {
   if (std::isnan(value)) return 0;
-  constexpr auto lowest = std::numeric_limits<std::int32_t>::min();
-  constexpr auto highest = std::numeric_limits<std::int32_t>::max();
-  if (value <= lowest) return lowest;
-  if (value >= highest) return highest;
-  return static_cast<std::int32_t>(value);
+  constexpr double beyond = 0x1p63;
+  if (value < -beyond) return std::numeric_limits<std::int64_t>::min();
+  if (value >= beyond) return std::numeric_limits<std::int64_t>::max();
+  return static_cast<std::int64_t>(value);
 }
 
 std::int32_t limitedTo32Bits(std::int64_t value) {
   constexpr std::int64_t lowest = std::numeric_limits<std::int32_t>::min();
   constexpr std::int64_t highest = std::numeric_limits<std::int32_t>::max();
-  return static_cast<std::int32_t>(value < lowest ? lowest : value > highest ? highest : value);
+  return static_cast<std::int32_t>(std::clamp(value, lowest, highest));
+}
+
+/// The value, when it is of a kind that has lenient readings as boolean and number.
+const QLTValue* scalar(const QLTValue* value) {
+  if (value == nullptr) return nullptr;
+  switch (value->type()) {
+    case QLTValue::Type::Boolean:
+    case QLTValue::Type::Integer:
+    case QLTValue::Type::Real:
+    case QLTValue::Type::Text:
+      return value;
+    default:
+      return nullptr;
+  }
 }
 
 std::string shortestText(double value) {
+  // The sign that a NaN may carry says nothing.
+  if (std::isnan(value)) return "nan";
   std::array<char, 32> buffer{};
   const auto [end, status] = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value);
   return {buffer.data(), status == std::errc{} ? end : buffer.data()};
@@ -93,10 +116,14 @@ void appendListing(std::string& out, const QLTValue& value, std::size_t indent) 
 QLTValue::QLTValue() : storage_(std::string()) {}
 QLTValue::QLTValue(bool value) : storage_(value) {}
 QLTValue::QLTValue(int value) : storage_(std::int64_t{value}) {}
-QLTValue::QLTValue(std::int64_t value) : storage_(value) {}
-QLTValue::QLTValue(std::uint32_t value) : storage_(std::int64_t{value}) {}
+QLTValue::QLTValue(unsigned value) : storage_(std::int64_t{value}) {}
+QLTValue::QLTValue(long value) : storage_(std::int64_t{value}) {}
+QLTValue::QLTValue(unsigned long value) : storage_(wholeNumber<Storage>(value)) {}
+QLTValue::QLTValue(long long value) : storage_(std::int64_t{value}) {}
+QLTValue::QLTValue(unsigned long long value) : storage_(wholeNumber<Storage>(value)) {}
 QLTValue::QLTValue(double value) : storage_(value) {}
-QLTValue::QLTValue(const char* text) : storage_(std::string(text)) {}
+QLTValue::QLTValue(long double value) : storage_(static_cast<double>(value)) {}
+QLTValue::QLTValue(const char* text) : storage_(std::string(text != nullptr ? text : "")) {}
 QLTValue::QLTValue(std::string text) : storage_(std::move(text)) {}
 QLTValue::QLTValue(std::string_view text) : storage_(std::string(text)) {}
 QLTValue::QLTValue(QLTDate date) : storage_(date) {}
@@ -161,13 +188,15 @@ bool QLTValue::boolValue() const {
       storage_);
 }
 
-std::int32_t QLTValue::intValue() const {
+std::int32_t QLTValue::intValue() const { return limitedTo32Bits(int64Value()); }
+
+std::int64_t QLTValue::int64Value() const {
   return std::visit(
-      Overload{[](bool value) -> std::int32_t { return value ? 1 : 0; },
-               [](std::int64_t value) -> std::int32_t { return limitedTo32Bits(value); },
-               [](double value) -> std::int32_t { return limitedTo32Bits(value); },
-               [](const std::string& text) -> std::int32_t { return integerReading(text); },
-               [](const auto&) -> std::int32_t { return 0; }},
+      Overload{[](bool value) -> std::int64_t { return value ? 1 : 0; },
+               [](std::int64_t value) -> std::int64_t { return value; },
+               [](double value) -> std::int64_t { return limitedTo64Bits(value); },
+               [](const std::string& text) -> std::int64_t { return wideIntegerReading(text); },
+               [](const auto&) -> std::int64_t { return 0; }},
       storage_);
 }
 
@@ -204,6 +233,12 @@ bool operator==(const QLTValue& a, const QLTValue& b) {
   return a.storage_ == b.storage_;
 }
 
+QLTDictionary::QLTDictionary(std::initializer_list<Initial> entries) {
+  for (const Initial& entry : entries) {
+    if (entry.value_) map_.emplace(entry.key_, *entry.value_);
+  }
+}
+
 const QLTValue* QLTDictionary::find(std::string_view key) const {
   const auto found = map_.find(key);
   return found == map_.end() ? nullptr : &found->second;
@@ -212,6 +247,28 @@ const QLTValue* QLTDictionary::find(std::string_view key) const {
 QLTValue* QLTDictionary::find(std::string_view key) {
   const auto found = map_.find(key);
   return found == map_.end() ? nullptr : &found->second;
+}
+
+std::string QLTDictionary::text(std::string_view key, std::string_view fallback) const {
+  const QLTValue* const value = find(key);
+  const bool hasText =
+      value != nullptr && value->array() == nullptr && value->dictionary() == nullptr;
+  return hasText ? value->text() : std::string(fallback);
+}
+
+double QLTDictionary::number(std::string_view key, double fallback) const {
+  const QLTValue* const value = scalar(find(key));
+  return value != nullptr ? value->doubleValue() : fallback;
+}
+
+std::int64_t QLTDictionary::integer(std::string_view key, std::int64_t fallback) const {
+  const QLTValue* const value = scalar(find(key));
+  return value != nullptr ? value->int64Value() : fallback;
+}
+
+bool QLTDictionary::boolean(std::string_view key, bool fallback) const {
+  const QLTValue* const value = scalar(find(key));
+  return value != nullptr ? value->boolValue() : fallback;
 }
 
 QLTValue& QLTDictionary::operator[](std::string_view key) {

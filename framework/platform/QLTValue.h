@@ -1,10 +1,12 @@
 #pragma once
 
 #include <chrono>
+#include <concepts>
 #include <cstdint>
 #include <initializer_list>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -20,11 +22,13 @@ using QLTArray = std::vector<QLTValue>;
 using QLTData = std::vector<std::uint8_t>;
 using QLTDate = std::chrono::sys_time<std::chrono::milliseconds>;
 
-/// Where a value stood in the file it was read from: line and column count from 1. Both are 0 for a
-/// value that was made in code.
+/// Where a value stood in the file it was read from. A text file has lines and columns, which count
+/// from 1 and are 0 where they are not known; a binary one has offsets, in bytes from 0, which are
+/// -1 where they are not known. Nothing is known of a value that was made in code.
 struct QLTPosition {
   int line = 0;
   int column = 0;
+  std::int64_t offset = -1;
 };
 
 /// One property-list value: boolean, integer, real, text, date, data, array or dictionary.
@@ -38,10 +42,17 @@ class QLT_EXPORT QLTValue {
 
   QLTValue();  ///< the empty text
   QLTValue(bool value);
+  // Whole numbers of every type. They are kept in 64 bits with a sign; what is beyond that becomes
+  // the nearest real.
   QLTValue(int value);
-  QLTValue(std::int64_t value);
-  QLTValue(std::uint32_t value);
+  QLTValue(unsigned value);
+  QLTValue(long value);
+  QLTValue(unsigned long value);
+  QLTValue(long long value);
+  QLTValue(unsigned long long value);
   QLTValue(double value);
+  QLTValue(long double value);  ///< as the nearest `double`
+  /// A null pointer gives the empty text; `QLTDictionary` leaves such an entry out.
   QLTValue(const char* text);
   QLTValue(std::string text);
   QLTValue(std::string_view text);
@@ -77,6 +88,8 @@ class QLT_EXPORT QLTValue {
   /// A number without its fraction, a boolean as 1 or 0, a text's leading decimal digits; limited
   /// to 32 bits.
   std::int32_t intValue() const;
+  /// As `intValue`, limited to 64 bits.
+  std::int64_t int64Value() const;
   /// As `intValue` with fraction and exponent: the text " 1.5e3 V" reads 1500.
   double doubleValue() const;
 
@@ -98,14 +111,36 @@ class QLT_EXPORT QLTValue {
   QLTPosition position_;
 };
 
+/// A text that may be absent: a null pointer, or an optional without a value.
+template <typename T>
+concept QLTMaybeText = std::same_as<T, const char*> || std::same_as<T, char*> ||
+                       std::same_as<T, std::optional<std::string>>;
+
 /// An ordered map from text to value. The order is that of the keys, so listings are stable;
 /// nothing depends on it. A value type, with the thread-safety of one.
 class QLT_EXPORT QLTDictionary {
  public:
   using Map = std::map<std::string, QLTValue, std::less<>>;
 
+  /// What stands in a braced list: a key with its value, `{"volts", 3.3}`. An entry whose text is
+  /// absent is left out.
+  class Initial {
+   public:
+    Initial(std::string key, QLTValue value) : key_(std::move(key)), value_(std::move(value)) {}
+    template <QLTMaybeText T>
+    Initial(std::string key, T text) : key_(std::move(key)) {
+      if (text) value_.emplace(present(text));
+    }
+
+   private:
+    friend class QLTDictionary;
+    std::string key_;
+    std::optional<QLTValue> value_;
+  };
+
   QLTDictionary() = default;
-  QLTDictionary(std::initializer_list<Map::value_type> entries) : map_(entries) {}
+  /// Of entries with equal keys the first one counts.
+  QLTDictionary(std::initializer_list<Initial> entries);
 
   /// The value under `key`, or null when there is none. The pointer lasts until the entry is
   /// removed.
@@ -114,10 +149,31 @@ class QLT_EXPORT QLTDictionary {
   /// Whether there is a value under `key`.
   bool contains(std::string_view key) const { return find(key) != nullptr; }
 
+  // Short ways to one entry: its lenient reading (see `QLTValue`), or `fallback` where there is none
+  // or where it is of a kind that has no such reading.
+
+  /// Of anything but an array or a dictionary.
+  std::string text(std::string_view key, std::string_view fallback = {}) const;
+  /// Of a number, boolean or text; "abc" reads 0.
+  double number(std::string_view key, double fallback = 0) const;
+  /// Of a number, boolean or text, limited to 64 bits; "abc" reads 0.
+  std::int64_t integer(std::string_view key, std::int64_t fallback = 0) const;
+  /// Of a number, boolean or text; "abc" reads false.
+  bool boolean(std::string_view key, bool fallback = false) const;
+
   /// The value under `key`, entered as the empty text when there is none.
   QLTValue& operator[](std::string_view key);
   /// Enters `value` under `key`, replacing an earlier one.
   void set(std::string_view key, QLTValue value);
+  /// As above; an absent text removes what stood there.
+  template <QLTMaybeText T>
+  void set(std::string_view key, T text) {
+    if (text) {
+      set(key, QLTValue(present(text)));
+    } else {
+      remove(key);
+    }
+  }
   /// Removes the entry; false when there was none.
   bool remove(std::string_view key);
   /// Enters every entry of `other`; its entries replace those of equal keys.
@@ -140,5 +196,8 @@ class QLT_EXPORT QLTDictionary {
   }
 
  private:
+  static const char* present(const char* text) { return text; }
+  static std::string present(std::optional<std::string>& text) { return *std::move(text); }
+
   Map map_;
 };

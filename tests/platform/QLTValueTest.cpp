@@ -39,6 +39,44 @@ TEST(QLTValue, GivesContentOnlyOfItsOwnType) {
   EXPECT_EQ(QLTValue(1).string(), nullptr);
 }
 
+TEST(QLTValue, IsMadeOfEveryArithmeticType) {
+  EXPECT_EQ(QLTValue(short{-1}), QLTValue(-1));
+  EXPECT_EQ(QLTValue(static_cast<unsigned char>(200)), QLTValue(200));
+  EXPECT_EQ(QLTValue(std::size_t{7}), QLTValue(7));
+  EXPECT_EQ(QLTValue(7UL), QLTValue(7));
+  EXPECT_EQ(QLTValue(-7L), QLTValue(-7));
+  EXPECT_EQ(QLTValue(-7LL), QLTValue(-7));
+  EXPECT_EQ(QLTValue(7ULL), QLTValue(7));
+  EXPECT_EQ(QLTValue(0.5F), QLTValue(0.5));
+  EXPECT_EQ(QLTValue(0.5L), QLTValue(0.5));
+  enum { Seven = 7 };
+  EXPECT_EQ(QLTValue(Seven), QLTValue(7));
+  QLTDictionary extras;
+  extras.set("count", std::vector<int>{1, 2}.size());
+  EXPECT_EQ(extras, (QLTDictionary{{"count", 2}}));
+}
+
+TEST(QLTValue, IsARealBeyond64Bits) {
+  EXPECT_EQ(QLTValue(std::uint64_t{0x7fff'ffff'ffff'ffff}),
+            QLTValue(std::numeric_limits<std::int64_t>::max()));
+  EXPECT_EQ(QLTValue(std::uint64_t{1} << 63U), QLTValue(0x1p63));
+  EXPECT_EQ(QLTValue(std::numeric_limits<unsigned long long>::max()), QLTValue(0x1p64));
+}
+
+TEST(QLTValue, TakesALiteralForAText) {
+  EXPECT_EQ(QLTValue("ab").type(), Type::Text);
+  EXPECT_EQ((QLTDictionary{{"t", "ab"}}).find("t")->type(), Type::Text);
+  char written[] = "ab";
+  EXPECT_EQ(QLTValue(written), QLTValue("ab"));
+}
+
+TEST(QLTValue, TakesANullPointerForAnAbsentText) {
+  const char* const none = nullptr;
+  EXPECT_EQ(QLTValue(none), QLTValue(""));
+  const QLTDictionary dictionary{{"a", none}, {"b", "x"}, {"c", std::optional<std::string>()}};
+  EXPECT_EQ(dictionary, (QLTDictionary{{"b", "x"}}));
+}
+
 TEST(QLTValue, ReadsABooleanFromAText) {
   for (const char* text :
        {"YES", "yes", "Yes", "true", "T", "1", "9", " \t\n1", "+1", "-1", "007", "-0y"}) {
@@ -87,6 +125,24 @@ TEST(QLTValue, LimitsIntegersTo32Bits) {
   EXPECT_EQ(QLTValue(-3.9).intValue(), -3);
 }
 
+TEST(QLTValue, ReadsAnIntegerOf64Bits) {
+  constexpr auto lowest = std::numeric_limits<std::int64_t>::min();
+  constexpr auto highest = std::numeric_limits<std::int64_t>::max();
+  EXPECT_EQ(QLTValue(" 5000000000 V").int64Value(), 5'000'000'000);
+  EXPECT_EQ(QLTValue("+5").int64Value(), 5);
+  EXPECT_EQ(QLTValue("+-5").int64Value(), 0);
+  EXPECT_EQ(QLTValue("").int64Value(), 0);
+  EXPECT_EQ(QLTValue("99999999999999999999").int64Value(), highest);
+  EXPECT_EQ(QLTValue("-99999999999999999999").int64Value(), lowest);
+  EXPECT_EQ(QLTValue(lowest).int64Value(), lowest);
+  EXPECT_EQ(QLTValue(true).int64Value(), 1);
+  EXPECT_EQ(QLTValue(-7.9).int64Value(), -7);
+  EXPECT_EQ(QLTValue(0x1p63).int64Value(), highest);
+  EXPECT_EQ(QLTValue(-0x1p63).int64Value(), lowest);
+  EXPECT_EQ(QLTValue(-HUGE_VAL).int64Value(), lowest);
+  EXPECT_EQ(QLTValue(std::nan("")).int64Value(), 0);
+}
+
 TEST(QLTValue, ReadsARealFromAText) {
   EXPECT_EQ(QLTValue(" 1.5e3 V").doubleValue(), 1500.0);
   EXPECT_EQ(QLTValue("abc").doubleValue(), 0.0);
@@ -124,6 +180,9 @@ TEST(QLTValue, ShowsItselfAsText) {
   EXPECT_EQ(QLTValue(true).text(), "1");
   EXPECT_EQ(QLTValue(false).text(), "0");
   EXPECT_EQ(QLTValue(0.5).text(), "0.5");
+  EXPECT_EQ(QLTValue(std::nan("")).text(), "nan");
+  EXPECT_EQ(QLTValue(-std::nan("")).text(), "nan");
+  EXPECT_EQ(QLTValue(-HUGE_VAL).text(), "-inf");
   EXPECT_EQ(QLTValue(QLTData{0x0a, 0xff}).text(), "<0aff>");
   EXPECT_EQ(QLTValue(QLTDate(std::chrono::seconds(1'794'694'590))).text(),
             "2026-11-14 22:16:30 +0000");
@@ -185,6 +244,41 @@ TEST(QLTDictionary, FindsSetsRemovesAndMerges) {
   EXPECT_EQ(dictionary, (QLTDictionary{{"b", "new"}, {"c", 3}, {"d", 4}}));
   dictionary.merge(dictionary);
   EXPECT_EQ(dictionary.size(), 3U);
+}
+
+TEST(QLTDictionary, HasShortWaysToAnEntry) {
+  const QLTDictionary dictionary{{"text", "12 V"}, {"real", 1.5},          {"large", 5'000'000'000},
+                                 {"yes", true},    {"list", QLTArray{1}}, {"data", QLTData{0xff}}};
+  EXPECT_EQ(dictionary.text("text", "none"), "12 V");
+  EXPECT_EQ(dictionary.text("real"), "1.5");
+  EXPECT_EQ(dictionary.text("data"), "<ff>");
+  EXPECT_EQ(dictionary.text("absent", "none"), "none");
+  EXPECT_EQ(dictionary.text("list", "none"), "none");
+  EXPECT_EQ(dictionary.text("absent"), "");
+  EXPECT_EQ(dictionary.number("text", 9), 12.0);
+  EXPECT_EQ(dictionary.number("real"), 1.5);
+  EXPECT_EQ(dictionary.number("absent", 0.5), 0.5);
+  EXPECT_EQ(dictionary.number("data", 0.5), 0.5);
+  EXPECT_EQ(dictionary.integer("large"), 5'000'000'000);
+  EXPECT_EQ(dictionary.integer("text"), 12);
+  EXPECT_EQ(dictionary.integer("list", -1), -1);
+  EXPECT_TRUE(dictionary.boolean("yes"));
+  EXPECT_TRUE(dictionary.boolean("absent", true));
+  EXPECT_FALSE(dictionary.boolean("list"));
+  EXPECT_TRUE(dictionary.boolean("list", true));
+}
+
+TEST(QLTDictionary, LeavesAbsentTextsOut) {
+  QLTDictionary dictionary{{"a", 1}, {"b", 2}};
+  const char* text = nullptr;
+  dictionary.set("a", text);
+  dictionary.set("b", std::optional<std::string>());
+  EXPECT_TRUE(dictionary.empty());
+  text = "x";
+  dictionary.set("a", text);
+  dictionary.set("b", std::optional<std::string>("y"));
+  dictionary.set("zero", 0);
+  EXPECT_EQ(dictionary, (QLTDictionary{{"a", "x"}, {"b", "y"}, {"zero", 0}}));
 }
 
 }  // namespace
