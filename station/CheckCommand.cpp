@@ -82,6 +82,7 @@ std::string asJson(const CheckArguments& arguments, const Findings& findings) {
                     {"file", finding.file},
                     {"line", presentOrNull(finding.line)},
                     {"column", presentOrNull(finding.column)},
+                    {"offset", finding.offset >= 0 ? Json(finding.offset) : Json(nullptr)},
                     {"key", presentOrNull(finding.key)},
                     {"message", finding.message},
                     {"advice", presentOrNull(finding.advice)}});

@@ -87,7 +87,8 @@ std::string placeOf(const QLTError& error) {
                           number("column"),
                           "",
                           key->text(),
-                          ""}
+                          "",
+                          parts.integer("offset", -1)}
       .text();
 }
 

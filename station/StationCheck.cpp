@@ -29,7 +29,8 @@ QLTConfigFinding errorAt(std::string file, QLTPosition position, std::string key
           position.column,
           std::move(key),
           std::move(message),
-          std::move(advice)};
+          std::move(advice),
+          position.offset};
 }
 
 /// Takes ":NUMBER" off the end of `text`; 0 when there is none.
@@ -52,7 +53,8 @@ QLTConfigFinding bundleUnusable(const std::filesystem::path& path, const QLTErro
   const QLTDictionary& parts = error.userInfo();
   if (const QLTValue* reason = parts.find("reason")) {
     return errorAt(parts.find("file")->text(),
-                   {parts.find("line")->intValue(), parts.find("column")->intValue()},
+                   {parts.find("line")->intValue(), parts.find("column")->intValue(),
+                    parts.integer("offset", -1)},
                    parts.find("keyPath")->text(), reason->text(), advice);
   }
   const std::string text = describe(error);

@@ -101,7 +101,8 @@ QLTConfigFinding ConfigEntry::finding(std::string message) const {
           position().column,
           keyPath(),
           std::move(message),
-          ""};
+          "",
+          position().offset};
 }
 
 std::string configFile(const QLTBundle& bundle) {

@@ -6,6 +6,7 @@
 #include <QLTUtil.h>
 
 #include "common/Format.h"
+#include "platform/Place.h"
 
 namespace quillon::internal {
 namespace {
@@ -118,9 +119,5 @@ void ConfigFindings::shiftedColumns(const ConfigEntry& entry, std::string_view t
 }  // namespace quillon::internal
 
 std::string QLTConfigFinding::text() const {
-  using quillon::internal::format;
-  std::string result = file;
-  if (line > 0) result += format(":%d", line);
-  if (line > 0 && column > 0) result += format(":%d", column);
-  return result + ": " + key + (key.empty() ? "" : ": ") + message;
+  return quillon::internal::placedText({file, {line, column, offset}, key}, message);
 }

@@ -54,6 +54,7 @@ std::optional<QLTDictionary> PlanReader::readConfigFile() {
     if (const QLTValue* reason = parts.find("reason")) {
       finding.line = parts.find("line")->intValue();
       finding.column = parts.find("column")->intValue();
+      finding.offset = parts.integer("offset", -1);
       finding.key = parts.find("keyPath")->text();
       finding.message = reason->text();
       findings_.complaint(std::move(finding));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include <QLTExport.h>
@@ -17,7 +18,10 @@ struct QLT_EXPORT QLTConfigFinding {
   std::string key;      ///< the key path within the file; "" for the file or line as a whole
   std::string message;  ///< what is wrong, and what loading makes of it
   std::string advice;   ///< what to do; may be ""
+  /// In a binary file, which has no lines: in bytes, from 0; -1 where it is not known.
+  std::int64_t offset = -1;
 
-  /// "FILE:LINE:COLUMN: KEY: MESSAGE", without the parts that are not known.
+  /// "FILE:LINE:COLUMN: KEY: MESSAGE", or "FILE:offset N: ...", without the parts that are not
+  /// known.
   std::string text() const;
 };

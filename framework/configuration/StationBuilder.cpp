@@ -27,7 +27,8 @@ QLTConfigFinding findingAt(const QLTStationPlan& plan, QLTPosition position, std
           position.column,
           std::move(key),
           std::move(message),
-          std::move(advice)};
+          std::move(advice),
+          position.offset};
 }
 
 std::string textOf(const QLTError& error) {
@@ -38,13 +39,13 @@ std::string textOf(const QLTError& error) {
 /// whoever asks the record.
 QLTError unknownClass(const QLTConfigFinding& finding) {
   const QLTError logged = QLTUtil::handleError(kQLTErrorFlowWrong, finding.text());
-  return {logged.domain(),
-          logged.code(),
-          {{kQLTErrorDescriptionKey, finding.message},
-           {"file", finding.file},
-           {"line", finding.line},
-           {"column", finding.column},
-           {"keyPath", finding.key}}};
+  QLTDictionary userInfo{{kQLTErrorDescriptionKey, finding.message},
+                         {"file", finding.file},
+                         {"line", finding.line},
+                         {"column", finding.column},
+                         {"keyPath", finding.key}};
+  if (finding.offset >= 0) userInfo.set("offset", finding.offset);
+  return {logged.domain(), logged.code(), std::move(userInfo)};
 }
 
 /// Makes an instrument of a class that the factory does not know. Null with an error when the

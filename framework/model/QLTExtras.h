@@ -19,7 +19,7 @@ class QLTExtras {
   QLTExtras(std::nullopt_t) {}
   QLTExtras(QLTDictionary extras) : extras_(std::move(extras)) {}
   QLTExtras(std::optional<QLTDictionary> extras) : extras_(std::move(extras)) {}
-  QLTExtras(std::initializer_list<QLTDictionary::Map::value_type> entries)
+  QLTExtras(std::initializer_list<QLTDictionary::Initial> entries)
       : extras_(std::in_place, entries) {}
 
   /// The dictionary, or absent.

@@ -29,6 +29,8 @@ constexpr std::size_t sharedCost = 2'000'000;
 // Dates count from 2001-01-01.
 constexpr std::int64_t dateEpoch = 978'307'200;
 
+QLTPosition positionOf(std::size_t offset) { return {0, 0, static_cast<std::int64_t>(offset)}; }
+
 /// Ends the reading; never leaves this source.
 struct Malformed {
   std::size_t offset;
@@ -66,7 +68,7 @@ class Reader {
       readTrailer();
       return value(topObject_, 0);
     } catch (const Malformed& malformed) {
-      complaint = {{}, malformed.offset, {}, malformed.reason};
+      complaint = {positionOf(malformed.offset), {}, malformed.reason};
       for (const std::string& step : path_) {
         complaint.keyPath += (complaint.keyPath.empty() ? "" : "/") + step;
       }
@@ -126,6 +128,12 @@ class Reader {
 
   QLTValue value(std::uint64_t object, std::size_t from, int depth = 0) {
     const std::size_t offset = objectOffset(object, from);
+    QLTValue result = content(offset, depth);
+    result.setPosition(positionOf(offset));
+    return result;
+  }
+
+  QLTValue content(std::size_t offset, int depth) {
     if (depth > kDeepestPropertyList) {
       throw Malformed{offset, format("nested deeper than %d levels", kDeepestPropertyList)};
     }

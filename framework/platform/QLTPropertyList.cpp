@@ -2,35 +2,21 @@
 
 #include <QLTErrorCodes.h>
 
-#include "common/Format.h"
 #include "platform/BinaryPropertyList.h"
+#include "platform/Failed.h"
+#include "platform/Place.h"
 #include "platform/TextFile.h"
 #include "platform/XmlPropertyList.h"
 
-using quillon::internal::format;
+using quillon::internal::failWith;
 using quillon::internal::PropertyListComplaint;
 
 namespace {
 
-void setMalformed(QLTError* error, const std::string& name,
-                  const PropertyListComplaint& complaint) {
-  if (error == nullptr) return;
-  const QLTPosition at = complaint.position;
-  std::string description = name;
-  if (at.line > 0) {
-    description += format(":%d:%d", at.line, at.column);
-  } else if (complaint.offset) {
-    description += format(":offset %d", *complaint.offset);
-  }
-  description += ": " + complaint.keyPath + (complaint.keyPath.empty() ? "" : ": ");
-  *error = {QLTFrameworkErrorDomain,
-            kQLTErrorPropertyListMalformed,
-            {{kQLTErrorDescriptionKey, description + complaint.reason},
-             {"file", name},
-             {"line", at.line},
-             {"column", at.column},
-             {"keyPath", complaint.keyPath},
-             {"reason", complaint.reason}}};
+QLTError malformed(const std::string& name, const PropertyListComplaint& complaint) {
+  return quillon::internal::placedError(kQLTErrorPropertyListMalformed,
+                                        {name, complaint.position, complaint.keyPath},
+                                        complaint.reason);
 }
 
 }  // namespace
@@ -46,9 +32,8 @@ std::optional<QLTDictionary> QLTPropertyList::readDictionary(const std::filesyst
   std::optional<QLTValue> root = read(path, error);
   if (!root) return std::nullopt;
   if (QLTDictionary* dictionary = root->dictionary()) return std::move(*dictionary);
-  setMalformed(error, path.string(),
-               {root->position(), std::nullopt, "", "the root is not a dictionary"});
-  return std::nullopt;
+  return failWith(error,
+                  malformed(path.string(), {root->position(), "", "the root is not a dictionary"}));
 }
 
 std::optional<QLTValue> QLTPropertyList::parse(std::string_view bytes, const std::string& name,
@@ -57,6 +42,6 @@ std::optional<QLTValue> QLTPropertyList::parse(std::string_view bytes, const std
   std::optional<QLTValue> value = quillon::internal::isBinaryPropertyList(bytes)
                                       ? quillon::internal::parseBinaryPropertyList(bytes, complaint)
                                       : quillon::internal::parseXmlPropertyList(bytes, complaint);
-  if (!value) setMalformed(error, name, complaint);
+  if (!value) return failWith(error, malformed(name, complaint));
   return value;
 }

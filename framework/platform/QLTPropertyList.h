@@ -15,12 +15,12 @@
 /// On failure the error has the framework's domain, code -40004, and a description of the form
 /// "TestConfig.plist:41:12: Flows/main/2/subTestInfos/0/lowLimit: not a number: 'x'"
 /// (file:line:column: key path: reason); for a binary list, "TestConfig.plist:offset 417:
-/// Flows/main: ...". The parts stand in the
-/// user information, too: "file", "line", "column" (0 where unknown), "keyPath", "reason". A file
-/// that cannot be read gives domain "POSIX" and errno.
+/// Flows/main: ...". The parts stand in the user information, too: "file", "line" and "column" (0
+/// where unknown), "offset" (of binary lists only), "keyPath", "reason". A file that cannot be read
+/// gives domain "POSIX" and errno.
 ///
-/// Every value read from XML knows the line and column at which it stood (`QLTValue::position`).
-/// Stateless; any thread.
+/// Every value knows where it stood (`QLTValue::position`): the line and column in XML, the offset
+/// in a binary list. Stateless; any thread.
 class QLT_EXPORT QLTPropertyList {
  public:
   /// Reads the file at `path`.

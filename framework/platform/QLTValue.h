@@ -114,7 +114,7 @@ class QLT_EXPORT QLTValue {
 /// A text that may be absent: a null pointer, or an optional without a value.
 template <typename T>
 concept QLTMaybeText = std::same_as<T, const char*> || std::same_as<T, char*> ||
-                       std::same_as<T, std::optional<std::string>>;
+    std::same_as<T, std::optional<std::string>>;
 
 /// An ordered map from text to value. The order is that of the keys, so listings are stable;
 /// nothing depends on it. A value type, with the thread-safety of one.
@@ -149,8 +149,8 @@ class QLT_EXPORT QLTDictionary {
   /// Whether there is a value under `key`.
   bool contains(std::string_view key) const { return find(key) != nullptr; }
 
-  // Short ways to one entry: its lenient reading (see `QLTValue`), or `fallback` where there is none
-  // or where it is of a kind that has no such reading.
+  // Short ways to one entry: its lenient reading (see `QLTValue`), or `fallback` where there is
+  // none or where it is of a kind that has no such reading.
 
   /// Of anything but an array or a dictionary.
   std::string text(std::string_view key, std::string_view fallback = {}) const;

@@ -222,7 +222,7 @@ class Reader {
   /// Notes the first complaint and stops the parser.
   void complain(std::string_view reason, QLTPosition at) {
     if (!complaint_.reason.empty()) return;
-    complaint_ = {at, std::nullopt, keyPath(), std::string(reason)};
+    complaint_ = {at, keyPath(), std::string(reason)};
     XML_StopParser(parser_.get(), XML_FALSE);
   }
 

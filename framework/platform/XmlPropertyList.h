@@ -2,7 +2,6 @@
 
 // Internal: not installed.
 
-#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,9 +15,8 @@ inline constexpr int kDeepestPropertyList = 128;
 
 /// Why a property list cannot be read.
 struct PropertyListComplaint {
-  QLTPosition position;               // of XML
-  std::optional<std::size_t> offset;  // in a binary list
-  std::string keyPath;                // "" at the root
+  QLTPosition position;
+  std::string keyPath;  // "" at the root
   std::string reason;
 };
 

@@ -106,6 +106,31 @@ TEST_F(QLTConfigCheckTest, NamesFileLineColumnAndKey) {
             findings[0].file + ":5:23: Flows/main/0/displayName: expected a text");
 }
 
+TEST_F(QLTConfigCheckTest, NamesTheOffsetInABinaryList) {
+  setTesterConfig(kConsole);
+  const PluginBundle files(STATION_PLUGIN);
+  files.setConfig("");
+  const QLTBundle* const bundle = files.open();
+  ASSERT_NE(bundle, nullptr);
+  // The dictionary {Sites: VALUE}, whose value stands at offset 17, and {Sites: VALUE, Sites:
+  // VALUE}.
+  const auto textFor = [&](const std::string& objects, char tableOffset) {
+    std::ofstream(bundle->path() / "Contents/Resources/TestConfig.plist", std::ios::binary)
+        << "bplist00" << objects << std::string(6, '\0') << "\1\1" << std::string(7, '\0') << '\3'
+        << std::string(15, '\0') << tableOffset;
+    const auto findings = QLTConfigCheck::check(*bundle, kTesterConfig);
+    if (findings.empty()) return std::string();
+    EXPECT_EQ(findings[0].line, 0);
+    EXPECT_GT(findings[0].offset, 0);
+    EXPECT_EQ(findings[0].text().find(findings[0].file), 0U);
+    return findings[0].text().substr(findings[0].file.size());
+  };
+  EXPECT_EQ(textFor("\xd1\1\2\x55Sites\x09\x08\x0b\x11", 18),
+            ":offset 17: Sites: expected a dictionary");
+  EXPECT_EQ(textFor("\xd1\1\2\x55Sites\x70\x08\x0b\x11", 18),
+            ":offset 17: Sites: unknown kind of object 0x70");
+}
+
 TEST_F(QLTConfigCheckTest, FindsAllProblemsAtOnce) {
   setTesterConfig(kHeader + "dut\nmeter,PlugInMeter,0,addr\n");
   EXPECT_THAT(

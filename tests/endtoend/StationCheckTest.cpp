@@ -133,6 +133,7 @@ TEST_F(StationCheck, writesJsonForTools) {
                             {"file", config()},
                             {"line", 4},
                             {"column", 45},
+                            {"offset", nullptr},
                             {"key", "Flows/main/0"},
                             {"message", "has no displayName; its columns in the result log shift"},
                             {"advice", "give it a displayName"}},
@@ -140,6 +141,7 @@ TEST_F(StationCheck, writesJsonForTools) {
                             {"file", config()},
                             {"line", 5},
                             {"column", 17},
+                            {"offset", nullptr},
                             {"key", "Flows/main/0/class"},
                             {"message", "unrecognized test method class TrubleTest"},
                             {"advice", "did you mean \"TroubleTest\"?"}}}}};
@@ -153,7 +155,7 @@ TEST_F(StationCheck, whatIsNotKnownIsNullInJson) {
   EXPECT_EQ(said.status, 2);
   const json finding = json::parse(said.output).at("findings").at(0);
   EXPECT_EQ(finding.at("file"), "nowhere.csv");
-  for (const char* key : {"line", "column", "key"}) EXPECT_TRUE(finding.at(key).is_null()) << key;
+  for (const char* key : {"line", "column", "offset", "key"}) EXPECT_TRUE(finding.at(key).is_null()) << key;
   bundle_.bundle().setConfig(kOneTest);
   EXPECT_EQ(json::parse(check({"--json"}).output).at("findings"), json::array());
 }

@@ -55,6 +55,7 @@ TEST(QLTPropertyList, RemembersWhereEachValueStood) {
   EXPECT_EQ(list.position().column, 3);
   EXPECT_EQ((*list.array())[0].position().line, 6);
   EXPECT_EQ((*list.array())[0].position().column, 5);
+  EXPECT_EQ(list.position().offset, -1);
 }
 
 TEST(QLTPropertyList, AcceptsADocumentTypeWithoutEntities) {
@@ -296,6 +297,33 @@ TEST(QLTBinaryPropertyList, RefusesWhatIsCutShort) {
             "b:offset 0: not a complete binary property list of version 00");
 }
 
+TEST(QLTBinaryPropertyList, RemembersWhereEachValueStood) {
+  const auto value = parseBinary({"\xd1\x01\x02",
+                                  "\x51"
+                                  "k",
+                                  "\xa1\x03", "\x09"});
+  ASSERT_TRUE(value);
+  EXPECT_EQ(value->position().offset, 8);
+  EXPECT_EQ(value->position().line, 0);
+  const QLTValue& list = *value->dictionary()->find("k");
+  EXPECT_EQ(list.position().offset, 13);
+  EXPECT_EQ((*list.array())[0].position().offset, 15);
+}
+
+TEST(QLTBinaryPropertyList, TellsThePlaceAsValues) {
+  QLTError error;
+  const std::string bytes = binary({"\xd1\x01\x02",
+                                    "\x51"
+                                    "k",
+                                    "\x70"});
+  EXPECT_FALSE(QLTPropertyList::parse(bytes, "b", &error));
+  EXPECT_EQ(error.userInfo().integer("offset", -1), 13);
+  EXPECT_EQ(error.userInfo().integer("line", -1), 0);
+  EXPECT_EQ(error.userInfo().text("keyPath"), "k");
+  EXPECT_FALSE(QLTPropertyList::parse("<plist/>", "x", &error));
+  EXPECT_FALSE(error.userInfo().contains("offset"));
+}
+
 TEST(QLTBinaryPropertyList, NamesOffsetAndKeyPath) {
   EXPECT_EQ(binaryComplaint(binary({"\xd1\x01\x02",
                                     "\x51"
@@ -392,6 +420,14 @@ TEST(QLTBinaryPropertyList, ReadsAnyLargeFileInWhichNothingIsShared) {
   const auto value = QLTPropertyList::parse(file, "b");
   ASSERT_TRUE(value && value->array() != nullptr);
   EXPECT_EQ(value->array()->size(), count);
+}
+
+TEST(QLTBinaryPropertyList, TellsWhereARootIsNoDictionary) {
+  const test::TemporaryFolder folder;
+  const auto path = folder.write("b.plist", binary({"\xa0"}));
+  QLTError error;
+  EXPECT_FALSE(QLTPropertyList::readDictionary(path, &error));
+  EXPECT_EQ(error.description(), path.string() + ":offset 8: the root is not a dictionary");
 }
 
 #ifdef PYTHON

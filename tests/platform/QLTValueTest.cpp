@@ -247,7 +247,7 @@ TEST(QLTDictionary, FindsSetsRemovesAndMerges) {
 }
 
 TEST(QLTDictionary, HasShortWaysToAnEntry) {
-  const QLTDictionary dictionary{{"text", "12 V"}, {"real", 1.5},          {"large", 5'000'000'000},
+  const QLTDictionary dictionary{{"text", "12 V"}, {"real", 1.5},         {"large", 5'000'000'000},
                                  {"yes", true},    {"list", QLTArray{1}}, {"data", QLTData{0xff}}};
   EXPECT_EQ(dictionary.text("text", "none"), "12 V");
   EXPECT_EQ(dictionary.text("real"), "1.5");
