@@ -21,7 +21,10 @@ QLT_EXPORT extern const std::string kQLTPosixErrorDomain;  // "POSIX"
 /// one is empty and means "no error".
 ///
 /// Fallible operations return a "no" result and take a `QLTError*` as their last argument, which
-/// may be null. They write to it only when they fail; on success they leave it as it was.
+/// may be null. They write to it only when they fail; on success they leave it as it was. So judge
+/// a call by its result. The loading of a station (`QLTestSiteManager::loadConfig` and its steps)
+/// is the exception that says so: where it succeeds without an instrument or a site that could not
+/// be had, the record tells which.
 ///
 /// Records are immutable and share their content: copies are cheap, and may be read from any
 /// thread.
