@@ -138,11 +138,14 @@ QLTValue::QLTValue(const QLTValue& other)
                                    },
                                    [](const auto& content) -> Storage { return content; }},
                           other.storage_)),
-      position_(other.position_) {}
+      line_(other.line_),
+      column_(other.column_) {}
 
 // A moved-from value stays usable: it is the empty text, never a dictionary without content.
 QLTValue::QLTValue(QLTValue&& other) noexcept
-    : storage_(std::exchange(other.storage_, std::string())), position_(other.position_) {}
+    : storage_(std::exchange(other.storage_, std::string())),
+      line_(other.line_),
+      column_(other.column_) {}
 
 QLTValue& QLTValue::operator=(const QLTValue& other) {
   if (this != &other) *this = QLTValue(other);
@@ -153,7 +156,8 @@ QLTValue& QLTValue::operator=(QLTValue&& other) noexcept {
   if (this != &other) {
     // Taken first: `other` may be part of what this value holds.
     Storage taken = std::exchange(other.storage_, std::string());
-    position_ = other.position_;
+    line_ = other.line_;
+    column_ = other.column_;
     storage_ = std::move(taken);
   }
   return *this;
@@ -224,6 +228,18 @@ std::string QLTValue::text() const {
                },
                [](const std::unique_ptr<QLTDictionary>& dictionary) { return dictionary->text(); }},
       storage_);
+}
+
+QLTPosition QLTValue::position() const {
+  if (column_ >= 0) return {static_cast<int>(line_), column_};
+  return {0, 0, std::int64_t{-1 - column_} << 32U | line_};
+}
+
+void QLTValue::setPosition(QLTPosition position) {
+  const bool hasOffset = position.offset >= 0;
+  line_ = static_cast<std::uint32_t>(hasOffset ? position.offset : position.line);
+  column_ = hasOffset ? -1 - static_cast<std::int32_t>(position.offset >> 32U)
+                      : std::max(position.column, 0);
 }
 
 bool operator==(const QLTValue& a, const QLTValue& b) {

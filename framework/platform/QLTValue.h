@@ -99,8 +99,8 @@ class QLT_EXPORT QLTValue {
   std::string text() const;
 
   /// Where the value stood in its file.
-  QLTPosition position() const { return position_; }
-  void setPosition(QLTPosition position) { position_ = position; }
+  QLTPosition position() const;
+  void setPosition(QLTPosition position);
 
   friend QLT_EXPORT bool operator==(const QLTValue& a, const QLTValue& b);
 
@@ -108,7 +108,10 @@ class QLT_EXPORT QLTValue {
   using Storage = std::variant<bool, std::int64_t, double, std::string, QLTDate, QLTData, QLTArray,
                                std::unique_ptr<QLTDictionary>>;
   Storage storage_;
-  QLTPosition position_;
+  // Line and column; or, of an offset, the lower half and what is under 0 (the upper half, counted
+  // down from -1).
+  std::uint32_t line_ = 0;
+  std::int32_t column_ = 0;
 };
 
 /// A text that may be absent: a null pointer, or an optional without a value.

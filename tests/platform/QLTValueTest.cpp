@@ -232,6 +232,26 @@ TEST(QLTValue, ComparesTypeAndContentButNotPosition) {
   EXPECT_FALSE(QLTValue(QLTDictionary{{"a", 1}}) == QLTValue(QLTDictionary{{"a", 2}}));
 }
 
+TEST(QLTValue, KeepsWhereItStood) {
+  QLTValue value(1);
+  EXPECT_EQ(value.position().line, 0);
+  EXPECT_EQ(value.position().column, 0);
+  EXPECT_EQ(value.position().offset, -1);
+  value.setPosition({3, 4});
+  const QLTValue copy = value;
+  EXPECT_EQ(copy.position().line, 3);
+  EXPECT_EQ(copy.position().column, 4);
+  EXPECT_EQ(copy.position().offset, -1);
+  for (const std::int64_t offset : {std::int64_t{0}, std::int64_t{417}, std::int64_t{1} << 40}) {
+    value.setPosition({0, 0, offset});
+    const QLTValue moved = std::move(value);
+    EXPECT_EQ(moved.position().offset, offset);
+    EXPECT_EQ(moved.position().line, 0);
+    EXPECT_EQ(moved.position().column, 0);
+    value = moved;
+  }
+}
+
 TEST(QLTDictionary, FindsSetsRemovesAndMerges) {
   QLTDictionary dictionary{{"a", 1}};
   EXPECT_EQ(dictionary.find("b"), nullptr);
