@@ -1,5 +1,6 @@
 #include "BinaryPropertyList.h"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "common/Format.h"
+#include "platform/Place.h"
 
 namespace quillon::internal {
 namespace {
@@ -25,6 +27,8 @@ constexpr std::size_t valueCost = 100;
 constexpr std::size_t costOfFileByte = valueCost;
 // What writers may share besides: they store equal texts and numbers once.
 constexpr std::size_t sharedCost = 2'000'000;
+// No machine minds so much, whatever the size of the file.
+constexpr std::size_t harmlessCost = std::size_t{16} << 20U;
 
 // Dates count from 2001-01-01.
 constexpr std::int64_t dateEpoch = 978'307'200;
@@ -35,6 +39,7 @@ QLTPosition positionOf(std::size_t offset) { return {0, 0, static_cast<std::int6
 struct Malformed {
   std::size_t offset;
   std::string reason;
+  std::vector<std::string> path = {};  // to the value, from its end
 };
 
 void appendUtf8(std::string& text, std::uint32_t c) {
@@ -61,15 +66,17 @@ void appendUtf8(std::string& text, std::uint32_t c) {
 class Reader {
  public:
   explicit Reader(std::string_view bytes)
-      : bytes_(bytes), mostCost_(sharedCost + costOfFileByte * bytes.size()) {}
+      : bytes_(bytes),
+        mostCost_(std::max(harmlessCost, sharedCost + costOfFileByte * bytes.size())) {}
 
   std::optional<QLTValue> parse(PropertyListComplaint& complaint) {
     try {
       readTrailer();
       return value(topObject_, 0);
-    } catch (const Malformed& malformed) {
+    } catch (Malformed& malformed) {
       complaint = {positionOf(malformed.offset), {}, malformed.reason};
-      for (const std::string& step : path_) {
+      std::reverse(malformed.path.begin(), malformed.path.end());
+      for (const std::string& step : malformed.path) {
         complaint.keyPath += (complaint.keyPath.empty() ? "" : "/") + step;
       }
       return std::nullopt;
@@ -77,9 +84,13 @@ class Reader {
   }
 
  private:
-  /// A big-endian number of `size` bytes, at most 8, at `offset`, which must lie within the file.
+  /// A number of `size` bytes, at most 8, at `offset`, where there must be so many.
   std::uint64_t number(std::size_t offset, std::size_t size) const {
     need(offset, size, offset);
+    return bigEndian(offset, size);
+  }
+
+  std::uint64_t bigEndian(std::size_t offset, std::size_t size) const {
     std::uint64_t result = 0;
     for (std::size_t i = 0; i < size; ++i) {
       result = result << 8U | static_cast<std::uint8_t>(bytes_[offset + i]);
@@ -87,10 +98,14 @@ class Reader {
     return result;
   }
 
-  /// Complains at `at` unless `size` bytes from `offset` on lie before the trailer.
+  /// Complains at `at` unless `size` bytes from `offset` on lie in the file, and before the offset
+  /// table if they begin before it.
   void need(std::size_t offset, std::uint64_t size, std::size_t at) const {
     if (offset > bytes_.size() || size > bytes_.size() - offset) {
       throw Malformed{at, "reaches past the end of the file"};
+    }
+    if (offset <= offsetTable_ && size > offsetTable_ - offset) {
+      throw Malformed{at, "reaches into the offset table"};
     }
   }
 
@@ -119,7 +134,7 @@ class Reader {
   std::size_t objectOffset(std::uint64_t object, std::size_t from) const {
     if (object >= objectCount_) throw Malformed{from, "refers to an object that does not exist"};
     const std::size_t entry = offsetTable_ + static_cast<std::size_t>(object) * offsetSize_;
-    const std::uint64_t offset = number(entry, offsetSize_);
+    const std::uint64_t offset = bigEndian(entry, offsetSize_);
     if (offset < version.size() || offset >= offsetTable_) {
       throw Malformed{entry, "points outside the objects"};
     }
@@ -134,9 +149,6 @@ class Reader {
   }
 
   QLTValue content(std::size_t offset, int depth) {
-    if (depth > kDeepestPropertyList) {
-      throw Malformed{offset, format("nested deeper than %d levels", kDeepestPropertyList)};
-    }
     charge(offset, valueCost);
     const std::uint64_t marker = number(offset, 1);
     const unsigned low = marker & 0xfU;
@@ -163,13 +175,22 @@ class Reader {
       case 0x6:
         return utf16(offset, low);
       case 0xa:
+        checkDepth(offset, depth);
         return array(offset, low, depth);
       case 0xd:
+        checkDepth(offset, depth);
         return dictionary(offset, low, depth);
       default:
         break;
     }
     throw Malformed{offset, format("unknown kind of object 0x%02x", marker)};
+  }
+
+  /// `depth` is how many arrays and dictionaries there are around one.
+  static void checkDepth(std::size_t offset, int depth) {
+    if (depth >= kDeepestPropertyList) {
+      throw Malformed{offset, format("nested deeper than %d levels", kDeepestPropertyList)};
+    }
   }
 
   void charge(std::size_t offset, std::size_t cost) {
@@ -221,7 +242,8 @@ class Reader {
 
   QLTValue date(std::size_t offset) const {
     const double seconds = std::bit_cast<double>(number(offset + 1, 8));
-    constexpr double furthest = 250e9;  // about the year 9900, what a date's text can show
+    // The years whose text has four digits, and as much before them.
+    constexpr double furthest = 252'423'993'600;  // 10000-01-01
     if (!(std::abs(seconds) < furthest)) throw Malformed{offset, "not a date"};
     return QLTDate(std::chrono::seconds(dateEpoch) +
                    std::chrono::milliseconds(std::llround(seconds * 1000)));
@@ -261,10 +283,13 @@ class Reader {
     const auto [start, count] = extent(offset, low, referenceSize_);
     QLTArray elements;
     for (std::size_t i = 0; i < count; ++i) {
-      path_.push_back(std::to_string(i));
       const std::size_t at = start + i * referenceSize_;
-      elements.push_back(value(number(at, referenceSize_), at, depth + 1));
-      path_.pop_back();
+      try {
+        elements.push_back(value(number(at, referenceSize_), at, depth + 1));
+      } catch (Malformed& malformed) {
+        malformed.path.push_back(std::to_string(i));
+        throw;
+      }
     }
     return elements;
   }
@@ -275,11 +300,16 @@ class Reader {
     for (std::size_t i = 0; i < count; ++i) {
       const std::size_t keyAt = start + i * referenceSize_;
       const std::string key = keyText(number(keyAt, referenceSize_), keyAt);
-      if (entries.contains(key)) throw Malformed{keyAt, "the key '" + key + "' stands twice"};
-      path_.push_back(key);
+      if (entries.contains(key)) {
+        throw Malformed{keyAt, "the key '" + shown(key) + "' stands twice"};
+      }
       const std::size_t valueAt = keyAt + count * referenceSize_;
-      entries.set(key, value(number(valueAt, referenceSize_), valueAt, depth + 1));
-      path_.pop_back();
+      try {
+        entries.set(key, value(number(valueAt, referenceSize_), valueAt, depth + 1));
+      } catch (Malformed& malformed) {
+        malformed.path.push_back(shown(key));
+        throw;
+      }
     }
     return entries;
   }
@@ -299,9 +329,8 @@ class Reader {
   std::size_t referenceSize_ = 0;
   std::uint64_t objectCount_ = 0;
   std::uint64_t topObject_ = 0;
-  std::size_t offsetTable_ = 0;
-  std::size_t cost_ = 0;           // of what has been read so far
-  std::vector<std::string> path_;  // to the value being read
+  std::size_t offsetTable_ = std::string_view::npos;  // until it is known
+  std::size_t cost_ = 0;                              // of what has been read so far
 };
 
 }  // namespace

@@ -18,6 +18,10 @@ struct Place {
   std::string keyPath = {};  // "" for the file or line as a whole
 };
 
+/// `text` as a message may show it: cut after 80 bytes, with "..." in place of the rest, and
+/// without control characters.
+std::string shown(std::string_view text);
+
 /// "TestConfig.plist:41:7: Flows/main/2/class: REASON", or "TestConfig.plist:offset 417: ...",
 /// without the parts that are not known.
 std::string placedText(const Place& place, std::string_view reason);

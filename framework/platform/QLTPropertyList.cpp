@@ -13,6 +13,8 @@ using quillon::internal::PropertyListComplaint;
 
 namespace {
 
+constexpr std::size_t kMostBytes = std::size_t{256} << 20U;  // of a file
+
 QLTError malformed(const std::string& name, const PropertyListComplaint& complaint) {
   return quillon::internal::placedError(kQLTErrorPropertyListMalformed,
                                         {name, complaint.position, complaint.keyPath},
@@ -22,7 +24,8 @@ QLTError malformed(const std::string& name, const PropertyListComplaint& complai
 }  // namespace
 
 std::optional<QLTValue> QLTPropertyList::read(const std::filesystem::path& path, QLTError* error) {
-  const std::optional<std::string> bytes = quillon::internal::readFile(path, error);
+  const std::optional<std::string> bytes =
+      quillon::internal::readRegularFile(path, kMostBytes, error);
   if (!bytes) return std::nullopt;
   return parse(*bytes, path.string(), error);
 }

@@ -3,12 +3,43 @@
 #include <algorithm>
 #include <cerrno>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "common/Files.h"
 #include "common/Format.h"
+#include "common/Retried.h"
 #include "platform/Failed.h"
 
 namespace quillon::internal {
 namespace {
+
+/// Reads a regular file into `content`; returns 0 or errno.
+int readRegular(const std::string& path, std::size_t most, std::string& content) {
+  // Opening a pipe would wait for somebody to open its other end.
+  const Descriptor file = openFile(path, O_RDONLY | O_NONBLOCK);
+  struct stat status {};
+  if (!file || fstat(file.get(), &status) != 0) return errno;
+  if (S_ISDIR(status.st_mode)) return EISDIR;
+  if (!S_ISREG(status.st_mode)) return EINVAL;
+  const auto size = static_cast<std::size_t>(status.st_size);
+  if (size > most) return EFBIG;
+  content.resize(size + 1);
+  std::size_t length = 0;
+  while (true) {
+    const ssize_t count = retried(
+        [&] { return ::read(file.get(), content.data() + length, content.size() - length); });
+    if (count < 0) return errno;
+    length += static_cast<std::size_t>(count);
+    if (length > most) return EFBIG;
+    if (count == 0) break;
+    // The file may have grown, or tell no size at all.
+    if (length == content.size()) content.resize(std::min(2 * length, most) + 1);
+  }
+  content.resize(length);
+  return 0;
+}
 
 bool isAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
 
@@ -18,6 +49,18 @@ std::optional<std::string> readFile(const std::filesystem::path& path, QLTError*
   std::optional<std::string> content = readWhole(path.string());
   if (!content) return failWith(error, QLTError::fromErrno(errno, path.string()));
   return content;
+}
+
+std::optional<std::string> readRegularFile(const std::filesystem::path& path, std::size_t most,
+                                           QLTError* error) {
+  std::string content;
+  const int problem = readRegular(path.string(), most, content);
+  if (problem == 0) return content;
+  if (problem == EINVAL) {
+    return failWith(error, QLTError::withDescription(kQLTPosixErrorDomain, problem,
+                                                     path.string() + ": not a regular file"));
+  }
+  return failWith(error, QLTError::fromErrno(problem, path.string()));
 }
 
 std::optional<std::string> readAsciiFile(const std::filesystem::path& path, QLTError* error) {

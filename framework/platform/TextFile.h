@@ -18,6 +18,12 @@ namespace quillon::internal {
 /// The whole content of a file, as it is; absent when it cannot be read, with errno as the error.
 std::optional<std::string> readFile(const std::filesystem::path& path, QLTError* error = nullptr);
 
+/// As `readFile`, of a regular file that has at most `most` bytes: anything else could wait or go
+/// on for ever. The error is EISDIR for a folder, EINVAL for a pipe or device, EFBIG for a larger
+/// file.
+std::optional<std::string> readRegularFile(const std::filesystem::path& path, std::size_t most,
+                                           QLTError* error = nullptr);
+
 /// The whole content of a file of 7-bit ASCII text; absent when it cannot be read. Errors have the
 /// domain `kQLTPosixErrorDomain` and name the file: the errno value of the read, or EILSEQ for a
 /// byte over 127, whose description is "PATH:LINE: ...".

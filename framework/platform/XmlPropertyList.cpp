@@ -11,6 +11,7 @@
 #include <expat.h>
 
 #include "common/Format.h"
+#include "platform/Place.h"
 
 namespace quillon::internal {
 namespace {
@@ -23,16 +24,7 @@ std::string_view stripped(std::string_view text) {
   return text.substr(first, text.find_last_not_of(whiteSpace) - first + 1);
 }
 
-/// The text shortened for a message.
-std::string quoted(std::string_view text) {
-  constexpr std::size_t longest = 40;
-  std::string result = "'";
-  for (const char c : text.substr(0, longest)) {
-    const auto byte = static_cast<unsigned char>(c);
-    result += byte < 0x20 || byte == 0x7f ? ' ' : c;
-  }
-  return result + (text.size() > longest ? "...'" : "'");
-}
+std::string quoted(std::string_view text) { return "'" + shown(text) + "'"; }
 
 std::optional<std::int64_t> wholeNumber(std::string_view text) {
   bool negative = false;
@@ -144,17 +136,54 @@ constexpr std::array<std::pair<std::string_view, Element>, 11> elementNames{
      {"date", Element::Date},
      {"data", Element::Data}}};
 
-/// One element that has been opened and not closed yet.
+std::string tagOf(std::string_view name) { return "<" + shown(name) + ">"; }
+
+/// A plist, dict or array that has been opened and not closed yet.
 struct Open {
   Element element;
   QLTPosition position;
-  std::string text;                // character data so far
-  QLTDictionary dictionary;        // of a dict
-  QLTArray array;                  // of an array
-  std::optional<std::string> key;  // of a dict: the key that waits for its value
-  QLTPosition keyPosition;
-  std::optional<QLTValue> root;  // of the plist element
+  QLTDictionary dictionary = {};        // of a dict
+  QLTArray array = {};                  // of an array
+  std::optional<std::string> key = {};  // of a dict: the key that waits for its value
+  QLTPosition keyPosition = {};
 };
+
+/// An element that holds nothing but text.
+struct Leaf {
+  Element element;
+  QLTPosition position;
+};
+
+bool isContainer(Element element) {
+  return element == Element::Plist || element == Element::Dict || element == Element::Array;
+}
+
+/// How many bytes the character takes that begins with `lead` in UTF-8; 0 for none that can begin
+/// one.
+std::size_t utf8Length(unsigned char lead) {
+  if (lead < 0x80) return 1;
+  if (lead < 0xc2 || lead > 0xf4) return 0;
+  return lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
+}
+
+/// Whether a character of UTF-8 stands at the front of `bytes`, as far as there are bytes.
+bool beginsWithUtf8(std::string_view bytes) {
+  const std::size_t length = utf8Length(static_cast<unsigned char>(bytes.front()));
+  if (length == 0 || bytes.size() < length) return false;
+  return std::all_of(bytes.begin() + 1, bytes.begin() + static_cast<std::ptrdiff_t>(length),
+                     [](char c) { return (static_cast<unsigned char>(c) & 0xc0U) == 0x80; });
+}
+
+/// Whether the text up to `end` ends like a reference whose semicolon is missing, "R&D" or "&".
+bool endsWithBareAmpersand(std::string_view text) {
+  const auto isNameCharacter = [](char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte >= 0x80 || (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') ||
+           (c >= 'a' && c <= 'z') || c == '_' || c == '-' || c == '.' || c == ':';
+  };
+  while (!text.empty() && isNameCharacter(text.back())) text.remove_suffix(1);
+  return text.ends_with('&');
+}
 
 class Reader {
  public:
@@ -174,16 +203,15 @@ class Reader {
 
   std::optional<QLTValue> parse(std::string_view bytes, PropertyListComplaint& complaint) {
     constexpr std::size_t portion = 1U << 20U;  // Expat counts in int
+    std::string_view rest = bytes;
     XML_Status status = XML_STATUS_OK;
     do {
-      const std::string_view part = bytes.substr(0, portion);
-      bytes.remove_prefix(part.size());
+      const std::string_view part = rest.substr(0, portion);
+      rest.remove_prefix(part.size());
       status = XML_Parse(parser_.get(), part.data(), static_cast<int>(part.size()),
-                         bytes.empty() ? 1 : 0);
-    } while (status == XML_STATUS_OK && !bytes.empty());
-    if (status != XML_STATUS_OK && complaint_.reason.empty()) {
-      complain(XML_ErrorString(XML_GetErrorCode(parser_.get())));
-    }
+                         rest.empty() ? 1 : 0);
+    } while (status == XML_STATUS_OK && !rest.empty());
+    if (status != XML_STATUS_OK && complaint_.reason.empty()) complain(parserComplaint(bytes));
     if (complaint_.reason.empty() && !result_) complain("no value");
     if (complaint_.reason.empty()) return std::move(result_);
     complaint = complaint_;
@@ -200,13 +228,44 @@ class Reader {
         });
     // An unknown entity may be one of a document type elsewhere; it would be left out of the text.
     XML_SetSkippedEntityHandler(parser_.get(), [](void* self, const XML_Char* name, int) {
-      static_cast<Reader*>(self)->complain("unknown entity &" + std::string(name) + ";");
+      static_cast<Reader*>(self)->complain("unknown entity &" + shown(name) + ";");
     });
     // Each element would get every default attribute of its kind, which nobody reads.
     XML_SetAttlistDeclHandler(parser_.get(), [](void* self, const XML_Char*, const XML_Char*,
                                                 const XML_Char*, const XML_Char*, int) {
       static_cast<Reader*>(self)->complain("attribute declarations are not allowed");
     });
+  }
+
+  /// What the parser found wrong, with what to do about the mistakes that everybody makes.
+  std::string parserComplaint(std::string_view bytes) const {
+    const XML_Error code = XML_GetErrorCode(parser_.get());
+    const std::string plain = XML_ErrorString(code);
+    if (code != XML_ERROR_INVALID_TOKEN && code != XML_ERROR_PARTIAL_CHAR &&
+        code != XML_ERROR_SYNTAX) {
+      return plain;
+    }
+    const auto offset =
+        static_cast<std::size_t>(std::max<XML_Index>(XML_GetCurrentByteIndex(parser_.get()), 0));
+    // Texts of two bytes to the character are none of these.
+    if (bytes.substr(0, 2).find('\0') != bytes.npos || bytes.starts_with("\xff\xfe") ||
+        bytes.starts_with("\xfe\xff") || offset >= bytes.size()) {
+      return plain;
+    }
+    const std::string_view found = bytes.substr(offset);
+    const std::string_view before = bytes.substr(0, offset);
+    if (!beginsWithUtf8(found)) {
+      return format("not UTF-8: byte 0x%02x; save the file as UTF-8",
+                    static_cast<unsigned char>(found.front()));
+    }
+    std::string_view start = bytes;
+    if (start.starts_with("\xef\xbb\xbf")) start.remove_prefix(3);
+    if (!stripped(start).starts_with('<')) return "neither an XML nor a binary property list";
+    if (endsWithBareAmpersand(before) || (found.starts_with('&') && found.size() > 1)) {
+      return "an & that begins no reference: write &amp;";
+    }
+    if (before.ends_with('<')) return "a < that begins no element: write &lt;";
+    return plain;
   }
 
   QLTPosition here() const {
@@ -231,7 +290,7 @@ class Reader {
     for (const Open& open : stack_) {
       std::string step;
       if (open.element == Element::Dict && open.key) {
-        step = *open.key;
+        step = shown(*open.key);
       } else if (open.element == Element::Array) {
         step = std::to_string(open.array.size());
       } else {
@@ -246,143 +305,154 @@ class Reader {
     if (!complaint_.reason.empty()) return;
     const auto* const known = std::find_if(elementNames.begin(), elementNames.end(),
                                            [&](const auto& entry) { return entry.first == name; });
-    const std::string tag = "<" + std::string(name) + ">";
     if (stack_.empty() && name != "plist") {
-      complain("expected <plist>, found " + tag);
+      complain("expected <plist>, found " + tagOf(name));
       return;
     }
     if (known == elementNames.end()) {
-      complain("unknown element " + tag);
+      complain("unknown element " + tagOf(name));
       return;
     }
     const Element element = known->second;
-    if (const std::string reason = misplaced(element, tag); !reason.empty()) {
+    if (const std::string reason = misplaced(element, name); !reason.empty()) {
       complain(reason);
       return;
     }
-    stack_.push_back({element, here(), {}, {}, {}, {}, {}, {}});
-    // The plist element and the value itself come on top of the nesting.
-    if (stack_.size() > static_cast<std::size_t>(kDeepestPropertyList) + 2) {
-      complain(format("nested deeper than %d levels", kDeepestPropertyList));
+    if (!isContainer(element)) {
+      leaf_ = {element, here()};
+      text_.clear();
+      return;
     }
+    // The plist element comes on top of the nesting.
+    if (stack_.size() > static_cast<std::size_t>(kDeepestPropertyList)) {
+      complain(format("nested deeper than %d levels", kDeepestPropertyList));
+      return;
+    }
+    stack_.push_back({element, here()});
   }
 
   /// Why an element may not stand here; "" when it may.
-  std::string misplaced(Element element, const std::string& tag) const {
+  std::string misplaced(Element element, std::string_view name) const {
     if (stack_.empty()) return "";
-    const Open& parent = stack_.back();
     if (element == Element::Plist) return "unexpected <plist>";
+    if (leaf_) return "unexpected " + tagOf(name) + " within a value";
+    const Open& parent = stack_.back();
     switch (parent.element) {
       case Element::Plist:
         if (element == Element::Key) return "<key> outside a dictionary";
-        return parent.root ? "more than one value in <plist>" : "";
+        return result_ ? "more than one value in <plist>" : "";
       case Element::Dict:
         if (element == Element::Key) {
           return parent.key ? "expected a value, found another <key>" : "";
         }
-        return parent.key ? "" : "expected <key>, found " + tag;
-      case Element::Array:
-        return element == Element::Key ? "<key> outside a dictionary" : "";
+        return parent.key ? "" : "expected <key>, found " + tagOf(name);
       default:
-        return "unexpected " + tag + " within a value";
+        return element == Element::Key ? "<key> outside a dictionary" : "";
     }
   }
 
   void characters(std::string_view text) {
     if (!complaint_.reason.empty() || stack_.empty()) return;
-    Open& open = stack_.back();
-    switch (open.element) {
-      case Element::Plist:
-      case Element::Dict:
-      case Element::Array:
-      case Element::True:
-      case Element::False:
-        if (!stripped(text).empty()) complain("unexpected text " + quoted(stripped(text)));
-        break;
-      default:
-        open.text += text;
+    if (leaf_ && leaf_->element != Element::True && leaf_->element != Element::False) {
+      text_ += text;
+    } else if (!stripped(text).empty()) {
+      complain("unexpected text " + quoted(stripped(text)));
     }
   }
 
   void endElement() {
     if (!complaint_.reason.empty()) return;
-    Open closed = std::move(stack_.back());
-    if (closed.element == Element::Dict && closed.key) {
-      stack_.back() = std::move(closed);
-      complain("the key has no value", stack_.back().keyPosition);
+    if (leaf_) {
+      endLeaf();
       return;
     }
-    if (closed.element == Element::Key) {
-      stack_.pop_back();
-      endKey(closed);
-      return;
-    }
+    Open& closed = stack_.back();
     if (closed.element == Element::Plist) {
+      const QLTPosition position = closed.position;
       stack_.pop_back();
-      if (!closed.root) {
-        complain("no value in <plist>", closed.position);
-      } else {
-        result_ = std::move(closed.root);
-      }
+      if (!result_) complain("no value in <plist>", position);
+      return;
+    }
+    if (closed.element == Element::Dict && closed.key) {
+      complain("the key has no value", closed.keyPosition);
+      return;
+    }
+    QLTValue value;
+    if (closed.element == Element::Dict) {
+      value = QLTValue(std::move(closed.dictionary));
+    } else {
+      closed.array.shrink_to_fit();
+      value = QLTValue(std::move(closed.array));
+    }
+    const QLTPosition position = closed.position;
+    stack_.pop_back();
+    enter(std::move(value), position);
+  }
+
+  void endLeaf() {
+    if (leaf_->element == Element::Key) {
+      endKey(leaf_->position);
+      leaf_.reset();
       return;
     }
     std::string reason;
-    std::optional<QLTValue> value = valueOf(closed, reason);
+    std::optional<QLTValue> value = valueOf(leaf_->element, reason);
     if (!value) {
-      complain(reason, closed.position);
+      complain(reason, leaf_->position);
       return;
     }
-    value->setPosition(closed.position);
-    stack_.pop_back();
+    const QLTPosition position = leaf_->position;
+    leaf_.reset();
+    enter(*std::move(value), position);
+  }
+
+  /// Enters a value where it belongs: the innermost element that is open.
+  void enter(QLTValue value, QLTPosition position) {
+    value.setPosition(position);
     Open& parent = stack_.back();
     if (parent.element == Element::Dict) {
-      parent.dictionary.set(*parent.key, std::move(*value));
+      parent.dictionary.set(*parent.key, std::move(value));
       parent.key.reset();
     } else if (parent.element == Element::Array) {
-      parent.array.push_back(std::move(*value));
+      parent.array.push_back(std::move(value));
     } else {
-      parent.root = std::move(value);
+      result_ = std::move(value);
     }
   }
 
-  void endKey(const Open& closed) {
+  void endKey(QLTPosition position) {
     Open& parent = stack_.back();
-    if (const QLTValue* earlier = parent.dictionary.find(closed.text)) {
-      complain(format("the key '%@' stands twice (first at line %d)", closed.text,
+    if (const QLTValue* earlier = parent.dictionary.find(text_)) {
+      complain(format("the key '%@' stands twice (first at line %d)", shown(text_),
                       earlier->position().line),
-               closed.position);
+               position);
       return;
     }
-    parent.key = closed.text;
-    parent.keyPosition = closed.position;
+    parent.key = text_;
+    parent.keyPosition = position;
   }
 
-  static std::optional<QLTValue> valueOf(Open& closed, std::string& reason) {
-    const std::string_view text = stripped(closed.text);
+  std::optional<QLTValue> valueOf(Element element, std::string& reason) const {
     const auto orReason = [&](auto value, const char* what) -> std::optional<QLTValue> {
       if (value) return QLTValue(*std::move(value));
-      reason = std::string(what) + ": " + quoted(text);
+      reason = std::string(what) + ": " + quoted(stripped(text_));
       return std::nullopt;
     };
-    switch (closed.element) {
-      case Element::Dict:
-        return QLTValue(std::move(closed.dictionary));
-      case Element::Array:
-        return QLTValue(std::move(closed.array));
+    switch (element) {
       case Element::String:
-        return QLTValue(std::move(closed.text));
+        return QLTValue(text_);
       case Element::True:
         return QLTValue(true);
       case Element::False:
         return QLTValue(false);
       case Element::Integer:
-        return orReason(wholeNumber(text), "not a whole number of 64 bits");
+        return orReason(wholeNumber(stripped(text_)), "not a whole number of 64 bits");
       case Element::Real:
-        return orReason(realNumber(text), "not a number");
+        return orReason(realNumber(stripped(text_)), "not a number");
       case Element::Date:
-        return orReason(dateOf(text), "not a date like 2026-11-14T22:16:30Z");
+        return orReason(dateOf(stripped(text_)), "not a date like 2026-11-14T22:16:30Z");
       case Element::Data:
-        return orReason(dataOf(text), "not base64 data");
+        return orReason(dataOf(text_), "not base64 data");
       default:
         reason = "unexpected element";
         return std::nullopt;
@@ -391,6 +461,8 @@ class Reader {
 
   std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser_;
   std::vector<Open> stack_;
+  std::optional<Leaf> leaf_;
+  std::string text_;  // of the leaf, so far
   std::optional<QLTValue> result_;
   PropertyListComplaint complaint_;
 };

@@ -2,8 +2,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
+
+#include <sys/stat.h>
 
 #include "support/TemporaryFolder.h"
 
@@ -179,8 +183,10 @@ std::string nested(int depth) {
 }
 
 TEST(QLTPropertyList, LimitsTheDepth) {
-  EXPECT_TRUE(parse(nested(129)));
-  EXPECT_NE(complaint(nested(130)).find("nested deeper than 128 levels"), std::string::npos);
+  EXPECT_TRUE(parse(nested(128)));
+  EXPECT_NE(complaint(nested(129)).find("nested deeper than 128 levels"), std::string::npos);
+  std::string withLeaf = nested(128);
+  EXPECT_TRUE(parse(withLeaf.insert(withLeaf.find('/') - 1, "<true/>")));
   EXPECT_NE(complaint(nested(100000)).find("nested deeper than 128 levels"), std::string::npos);
 }
 
@@ -200,6 +206,79 @@ TEST(QLTPropertyList, TellsWhyAFileCannotBeRead) {
   EXPECT_FALSE(QLTPropertyList::read("/no/such/file.plist"));
   EXPECT_FALSE(QLTPropertyList::read("/tmp", &error));
   EXPECT_EQ(error.code(), EISDIR);
+}
+
+TEST(QLTPropertyList, ReadsNothingThatCouldGoOnForEver) {
+  const test::TemporaryFolder folder;
+  const auto pipe = folder.path() / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  QLTError error;
+  EXPECT_FALSE(QLTPropertyList::read(pipe, &error));
+  EXPECT_EQ(error.domain(), "POSIX");
+  EXPECT_EQ(error.code(), EINVAL);
+  EXPECT_EQ(error.description(), pipe.string() + ": not a regular file");
+  EXPECT_FALSE(QLTPropertyList::read("/dev/zero", &error));
+  EXPECT_EQ(error.description(), "/dev/zero: not a regular file");
+}
+
+TEST(QLTPropertyList, LimitsTheSizeOfAFile) {
+  const test::TemporaryFolder folder;
+  const auto path = folder.write("a.plist", "<plist><true/></plist>");
+  std::filesystem::resize_file(path, (256U << 20U) + 1);
+  QLTError error;
+  EXPECT_FALSE(QLTPropertyList::read(path, &error));
+  EXPECT_EQ(error.code(), EFBIG);
+  EXPECT_EQ(error.description(), path.string() + ": File too large");
+}
+
+TEST(QLTPropertyList, ReadsAFileWhoseSizeTheSystemDoesNotTell) {
+  QLTError error;
+  EXPECT_FALSE(QLTPropertyList::read("/proc/self/status", &error));
+  EXPECT_EQ(error.description(),
+            "/proc/self/status:1:1: neither an XML nor a binary property list");
+}
+
+std::string complaintOf(const std::string& bytes) {
+  QLTError error;
+  EXPECT_FALSE(QLTPropertyList::parse(bytes, "t", &error)) << bytes;
+  return error.description().value_or("(none)");
+}
+
+TEST(QLTPropertyList, TellsWhatToDoAboutFirstMistakes) {
+  EXPECT_EQ(complaintOf("<plist><string>gr\xfcn</string></plist>"),
+            "t:1:18: not UTF-8: byte 0xfc; save the file as UTF-8");
+  EXPECT_EQ(complaintOf("<plist><string>\xe4</string></plist>"),
+            "t:1:16: not UTF-8: byte 0xe4; save the file as UTF-8");
+  for (const char* text : {"R&D", "R & D", "R&D 2", "R&"}) {
+    EXPECT_THAT(complaintOf("<plist><string>" + std::string(text) + "</string></plist>"),
+                testing::EndsWith(": an & that begins no reference: write &amp;"))
+        << text;
+  }
+  EXPECT_THAT(complaintOf("<plist><string>1 < 2</string></plist>"),
+              testing::EndsWith(": a < that begins no element: write &lt;"));
+  EXPECT_EQ(complaintOf("{\"Sites\": {}}"), "t:1:1: neither an XML nor a binary property list");
+  EXPECT_EQ(complaintOf("\n { Sites = {}; }"), "t:2:2: neither an XML nor a binary property list");
+  EXPECT_EQ(complaintOf("<plist><string>\x01</string></plist>"),
+            "t:1:16: not well-formed (invalid token)");
+}
+
+TEST(QLTPropertyList, CutsLongTextsInWhatItTells) {
+  const std::string key(1U << 20U, 'k');
+  const std::string name = "<" + key + "/>";
+  for (const std::string& body :
+       {"<dict><key>" + key + "</key><integer>x</integer></dict>",
+        "<dict><key>" + key + "</key><true/><key>" + key + "</key><true/></dict>", name,
+        "<integer>" + key + "</integer>", "<dict>" + key + "</dict>"}) {
+    QLTError error;
+    EXPECT_FALSE(parse(body, &error));
+    EXPECT_LT(error.description()->size(), 300U);
+    EXPECT_LT(error.userInfo().text("keyPath").size(), 100U);
+    EXPECT_THAT(*error.description(), testing::HasSubstr("kkk..."));
+  }
+  // Not within a character.
+  std::string umlauts;
+  for (int i = 0; i < 100; ++i) umlauts += "\xc3\xa4";
+  EXPECT_THAT(complaint("<integer>x" + umlauts + "</integer>"), testing::EndsWith("\xa4...'"));
 }
 
 TEST(QLTPropertyList, WantsADictionaryWhereOneIsNeeded) {
@@ -359,6 +438,48 @@ TEST(QLTBinaryPropertyList, RefusesWrongObjects) {
             "b:offset 10: the key 'k' stands twice");
 }
 
+TEST(QLTBinaryPropertyList, ReadsTheLastDateThatATextCanHave) {
+  const auto seconds = [](std::uint64_t bits) {
+    std::string bytes = "\x33";
+    for (int shift = 56; shift >= 0; shift -= 8) bytes += static_cast<char>(bits >> shift);
+    return bytes;
+  };
+  // 9999-12-31 23:59:59, and a second later.
+  const auto last = std::bit_cast<std::uint64_t>(252'423'993'599.0);
+  EXPECT_EQ(parseBinary({seconds(last)}), parse("<date>9999-12-31T23:59:59Z</date>"));
+  EXPECT_EQ(binaryComplaint(binary({seconds(std::bit_cast<std::uint64_t>(252'423'993'600.0))})),
+            "b:offset 8: not a date");
+}
+
+TEST(QLTBinaryPropertyList, LimitsTheDepthAsForXml) {
+  const auto nestedArrays = [](char depth) {
+    std::vector<std::string> objects;
+    for (char i = 1; i != depth; ++i) objects.push_back(std::string("\xa1") + i);
+    objects.emplace_back("\xa0");
+    return binary(objects);
+  };
+  EXPECT_TRUE(QLTPropertyList::parse(nestedArrays(static_cast<char>(128)), "b"));
+  EXPECT_THAT(binaryComplaint(nestedArrays(static_cast<char>(129))),
+              testing::EndsWith("nested deeper than 128 levels"));
+}
+
+TEST(QLTBinaryPropertyList, RefusesAnObjectThatReachesIntoTheOffsetTable) {
+  EXPECT_EQ(binaryComplaint(binary({"\x52"
+                                    "a"})),
+            "b:offset 8: reaches into the offset table");
+  EXPECT_EQ(binaryComplaint(binary({"\x11"})), "b:offset 9: reaches into the offset table");
+  EXPECT_EQ(binaryComplaint(binary({"\xa1"})), "b:offset 8: reaches into the offset table");
+}
+
+TEST(QLTBinaryPropertyList, CutsLongKeysInWhatItTells) {
+  const std::string key = "\x5f\x11\x03\xe8" + std::string(1000, 'k');
+  const std::string shown = std::string(80, 'k') + "...";
+  EXPECT_THAT(binaryComplaint(binary({"\xd1\x01\x02", key, "\x70"})),
+              testing::HasSubstr(": " + shown + ": unknown kind"));
+  EXPECT_THAT(binaryComplaint(binary({"\xd2\x01\x01\x02\x02", key, "\x09"})),
+              testing::EndsWith("the key '" + shown + "' stands twice"));
+}
+
 /// Arrays of two, each of which holds the next array twice, `depth` deep; at the end `leaf`.
 std::vector<std::string> doubling(char depth, const std::string& leaf) {
   std::vector<std::string> objects;
@@ -399,6 +520,10 @@ TEST(QLTBinaryPropertyList, ReadsWhatIsSharedWithinReason) {
   const auto value = parseBinary(doubling(10, content('\x50', 1000, "a")));
   ASSERT_TRUE(value);
   EXPECT_GT(value->text().size(), 1024U * 1000);
+  // Nearly 16 MiB of a file of four kilobytes.
+  EXPECT_TRUE(parseBinary(doubling(12, content('\x50', 3800, "a"))));
+  EXPECT_THAT(binaryComplaint(binary(doubling(12, content('\x50', 4200, "a")))),
+              testing::HasSubstr(": unfolds to more than 16777216 bytes"));
 }
 
 TEST(QLTBinaryPropertyList, ReadsAnyLargeFileInWhichNothingIsShared) {
