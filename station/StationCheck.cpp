@@ -1,9 +1,6 @@
 #include "StationCheck.h"
 
-#include <charconv>
-#include <cstddef>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include <QLTBundle.h>
@@ -33,42 +30,17 @@ QLTConfigFinding errorAt(std::string file, QLTPosition position, std::string key
           position.offset};
 }
 
-/// Takes ":NUMBER" off the end of `text`; 0 when there is none.
-int takeNumber(std::string& text) {
-  const std::size_t colon = text.rfind(':');
-  if (colon == std::string::npos || colon + 1 == text.size()) return 0;
-  int number = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stop, status] = std::from_chars(text.data() + colon + 1, end, number);
-  if (status != std::errc{} || stop != end) return 0;
-  text.resize(colon);
-  return number;
-}
-
-/// Why the bundle at `path` does not open. The record's text is "FILE: REASON" or
-/// "FILE:LINE:COLUMN: KEY: REASON".
+/// Why the bundle at `path` does not open.
 QLTConfigFinding bundleUnusable(const std::filesystem::path& path, const QLTError& error) {
-  const std::string advice =
-      "BUNDLE must be the folder of a test plug-in, NAME.bundle, with Contents/Info.plist in it.";
   const QLTDictionary& parts = error.userInfo();
-  if (const QLTValue* reason = parts.find("reason")) {
-    return errorAt(parts.find("file")->text(),
-                   {parts.find("line")->intValue(), parts.find("column")->intValue(),
-                    parts.integer("offset", -1)},
-                   parts.find("keyPath")->text(), reason->text(), advice);
-  }
-  const std::string text = describe(error);
-  // The file may hold colons itself, but not before the bundle's own path ends.
-  std::error_code status;
-  const std::string canonical = std::filesystem::canonical(path, status).string();
-  const std::string& start = !status && text.starts_with(canonical) ? canonical : path.string();
-  const std::size_t end = text.starts_with(start) ? text.find(": ", start.size()) : text.npos;
-  if (end == std::string::npos) return errorAt(path.string(), {}, "", text, advice);
-  std::string file = text.substr(0, end);
-  const int last = takeNumber(file);
-  const int first = takeNumber(file);
-  return errorAt(file, first != 0 ? QLTPosition{first, last} : QLTPosition{last, 0}, "",
-                 text.substr(end + 2), advice);
+  const QLTValue* const line = parts.find("line");
+  return errorAt(
+      parts.text("file", path.string()),
+      line == nullptr ? QLTPosition{}
+                      : QLTPosition{line->intValue(), static_cast<int>(parts.integer("column")),
+                                    parts.integer("offset", -1)},
+      parts.text("keyPath"), parts.text("reason", describe(error)),
+      "BUNDLE must be the folder of a test plug-in, NAME.bundle, with Contents/Info.plist in it.");
 }
 
 void checkPrincipalClass(const QLTBundle& bundle, Findings& findings) {

@@ -1,22 +1,23 @@
 #include "FrameworkVersion.h"
 
-#include <charconv>
 #include <optional>
+#include <string>
 #include <utility>
+#include <vector>
+
+#include "common/Text.h"
 
 namespace quillon::internal {
 namespace {
 
 /// Major and minor number; the version may have further parts.
-std::optional<std::pair<int, int>> majorMinor(std::string_view version) {
-  std::pair<int, int> result;
-  const char* const end = version.data() + version.size();
-  const auto [point, majorStatus] = std::from_chars(version.data(), end, result.first);
-  if (majorStatus != std::errc{} || point == end || *point != '.') return std::nullopt;
-  const auto [rest, minorStatus] = std::from_chars(point + 1, end, result.second);
-  if (minorStatus != std::errc{} || (rest != end && *rest != '.')) return std::nullopt;
-  if (result.first < 0 || result.second < 0) return std::nullopt;
-  return result;
+std::optional<std::pair<unsigned, unsigned>> majorMinor(std::string_view version) {
+  const std::vector<std::string> parts = split(version, ".");
+  if (parts.size() < 2) return std::nullopt;
+  const auto major = numberIn<unsigned>(parts[0]);
+  const auto minor = numberIn<unsigned>(parts[1]);
+  if (!major || !minor) return std::nullopt;
+  return std::pair(*major, *minor);
 }
 
 }  // namespace

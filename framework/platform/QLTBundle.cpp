@@ -1,21 +1,32 @@
 #include "QLTBundle.h"
 
+#include <algorithm>
+#include <cstdlib>
+#include <exception>
 #include <map>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
 #include <dlfcn.h>
 
+#include <QLTConsoleLog.h>
 #include <QLTErrorCodes.h>
 #include <QLTPropertyList.h>
 
 #include "common/Format.h"
+#include "common/TypeName.h"
 #include "platform/BundleLoading.h"
+#include "platform/Failed.h"
 #include "platform/FrameworkVersion.h"
+#include "platform/Place.h"
 
 namespace fs = std::filesystem;
 using quillon::internal::bundleBeingOpened;
+using quillon::internal::Failed;
+using quillon::internal::failWith;
 using quillon::internal::format;
+using quillon::internal::Place;
 
 namespace quillon::internal {
 
@@ -28,29 +39,126 @@ QLTBundle*& bundleBeingOpened() {
 
 namespace {
 
-void fail(QLTError* error, std::string description) {
-  if (error != nullptr) {
-    *error = QLTError::withDescription(QLTFrameworkErrorDomain, kQLTErrorBundleUnusable,
-                                       std::move(description));
+constexpr std::string_view kInfoFile = "Contents/Info.plist";
+
+Failed unusable(QLTError* error, const Place& place, std::string_view reason) {
+  return failWith(error, quillon::internal::placedError(kQLTErrorBundleUnusable, place, reason));
+}
+
+bool isBundle(const fs::path& folder) {
+  std::error_code ignored;
+  return fs::is_regular_file(folder / kInfoFile, ignored);
+}
+
+/// The bundles that somebody who gave `path` may have meant: the one around it, else those within.
+std::vector<std::string> bundlesNear(const fs::path& path) {
+  for (fs::path around = path.parent_path(); around != around.parent_path();
+       around = around.parent_path()) {
+    if (isBundle(around)) return {around.string()};
   }
+  std::vector<std::string> within;
+  std::error_code status;
+  for (fs::directory_iterator entry(path, status), end; !status && entry != end;
+       entry.increment(status)) {
+    if (isBundle(entry->path())) within.push_back(entry->path().string());
+  }
+  std::sort(within.begin(), within.end());
+  return within;
+}
+
+/// Why `path` is no bundle; empty when it may be one.
+std::string whyNoBundle(const fs::path& path) {
+  std::error_code status;
+  if (fs::is_directory(path / "Contents", status) || status == std::errc::permission_denied) {
+    return {};
+  }
+  constexpr std::size_t mostNamed = 3;
+  std::vector<std::string> near = bundlesNear(path);
+  near.resize(std::min(near.size(), mostNamed));
+  std::string text = "this is not a bundle, which is a folder with Contents/Info.plist in it";
+  for (const std::string& path : near) {
+    text += (&path == &near.front() ? "; did you mean " : " or ") + path;
+  }
+  return text + (near.empty() ? "" : "?");
+}
+
+/// Whether a path of the bundle's own leads to no place outside, as it is written. (Links in a
+/// bundle may lead elsewhere: whoever installs them has a right to that.)
+bool staysInside(const fs::path& relative) {
+  return relative.is_relative() && std::none_of(relative.begin(), relative.end(),
+                                                [](const fs::path& name) { return name == ".."; });
+}
+
+/// The content of `Info.plist`. A file that cannot be read gives the read's error, with the parts
+/// of its text as values like those of other faults.
+std::optional<QLTDictionary> readInfo(const fs::path& infoPath, QLTError* error) {
+  QLTError problem;
+  auto info = QLTPropertyList::readDictionary(infoPath, &problem);
+  if (info) return info;
+  if (problem.domain() != kQLTPosixErrorDomain) return failWith(error, problem);
+  QLTDictionary userInfo = quillon::internal::placedError(
+                               problem.code(), {infoPath.string()},
+                               std::generic_category().message(static_cast<int>(problem.code())))
+                               .userInfo();
+  return failWith(error, {problem.domain(), problem.code(), std::move(userInfo)});
 }
 
 /// The text under `key`, which must be there; otherwise reports the key.
 const std::string* requiredText(const QLTDictionary& info, const fs::path& infoPath,
                                 std::string_view key, QLTError* error) {
-  const QLTValue* value = info.find(key);
+  const QLTValue* const value = info.find(key);
   if (value == nullptr) {
-    fail(error, format("%@: the key \"%@\" is missing", infoPath.string(), key));
-    return nullptr;
+    return unusable(error, {infoPath.string()}, format("the key \"%@\" is missing", key));
   }
-  const std::string* text = value->string();
+  const std::string* const text = value->string();
   if (text == nullptr || text->empty()) {
-    fail(error, format("%@:%d:%d: %@: expected a text", infoPath.string(), value->position().line,
-                       value->position().column, key));
-    return nullptr;
+    return unusable(error, {infoPath.string(), value->position(), std::string(key)},
+                    "expected a text");
   }
   return text;
 }
+
+/// Says whose code it was, when an exception of that code ends the program: the system lets none
+/// out of the opening of a shared object. For as long as it lives.
+class LastWords {
+ public:
+  LastWords() : earlier_(std::set_terminate(speak)) {
+    if (earlier_ != speak) next_ = earlier_;
+  }
+  ~LastWords() {
+    // The plug-in may have set one of its own meanwhile.
+    if (std::get_terminate() == speak) std::set_terminate(earlier_);
+  }
+  LastWords(const LastWords&) = delete;
+  LastWords& operator=(const LastWords&) = delete;
+
+ private:
+  [[noreturn]] static void speak() {
+    if (const QLTBundle* const bundle = bundleBeingOpened(); bundle != nullptr) {
+      // A sink may keep its lines to itself, and is gone in a moment.
+      QLTSetLogSink({});
+      QLTLog(format("%@ ends the program while it is opened: a static object of its code threw %@",
+                    bundle->path().string(), whatIsThrown()));
+    }
+    next_();
+    std::abort();
+  }
+  static std::string whatIsThrown() {
+    try {
+      if (const std::exception_ptr thrown = std::current_exception()) {
+        std::rethrow_exception(thrown);
+      }
+      return "nothing";
+    } catch (const std::exception& exception) {
+      return quillon::internal::typeName(typeid(exception).name()) + ": " + exception.what();
+    } catch (...) {
+      return "an exception of an unknown kind";
+    }
+  }
+
+  static inline std::terminate_handler next_ = nullptr;
+  const std::terminate_handler earlier_;
+};
 
 std::string textOr(const QLTDictionary& info, std::string_view key, std::string otherwise) {
   const QLTValue* value = info.find(key);
@@ -84,8 +192,7 @@ const QLTBundle* QLTBundle::open(const fs::path& path, QLTError* error) {
   std::error_code status;
   const fs::path canonical = fs::canonical(path, status);
   if (status) {
-    fail(error, path.string() + ": " + status.message());
-    return nullptr;
+    return unusable(error, {path.string()}, status.message());
   }
   Registry& opened = registry();
   const std::lock_guard lock(opened.mutex);
@@ -97,45 +204,55 @@ const QLTBundle* QLTBundle::open(const fs::path& path, QLTError* error) {
 }
 
 std::unique_ptr<QLTBundle> QLTBundle::load(const fs::path& path, QLTError* error) {
-  const fs::path infoPath = path / "Contents" / "Info.plist";
-  std::optional<QLTDictionary> info = QLTPropertyList::readDictionary(infoPath, error);
+  const std::string noBundle = whyNoBundle(path);
+  if (!noBundle.empty()) return unusable(error, {path.string()}, noBundle);
+  const fs::path infoPath = path / kInfoFile;
+  std::optional<QLTDictionary> info = readInfo(infoPath, error);
   if (!info) return nullptr;
   const std::string* builtFor = requiredText(*info, infoPath, "FrameworkVersion", error);
   if (builtFor == nullptr) return nullptr;
   // Before any of its code runs: an object built for another interface may crash while it is
   // opened.
   if (!quillon::internal::frameworkVersionFits(*builtFor, quillon::internal::frameworkVersion())) {
-    fail(error, format("%@: built for framework version %@, which framework version %@ cannot run; "
-                       "rebuild the plug-in",
-                       path.string(), *builtFor, quillon::internal::frameworkVersion()));
-    return nullptr;
+    return unusable(error, {path.string()},
+                    format("built for framework version %@, which framework version %@ cannot run; "
+                           "rebuild the plug-in",
+                           *builtFor, quillon::internal::frameworkVersion()));
   }
   const std::string* executable = requiredText(*info, infoPath, "Executable", error);
   if (executable == nullptr) return nullptr;
+  if (!staysInside(*executable)) {
+    return unusable(
+        error, {infoPath.string(), info->find("Executable")->position(), "Executable"},
+        format("\"%@\" leads out of the bundle", quillon::internal::shown(*executable)));
+  }
   const fs::path executablePath = path / "Contents" / *executable;
+  const Place object{executablePath.string()};
 
   std::unique_ptr<QLTBundle> bundle(new QLTBundle(path, *std::move(info)));
+  // Its code may end the program, and this is the last chance to say which one did.
+  QLTLog(format("opening the plug-in %@, version %@", path.string(),
+                bundle->version().value_or("(none)")));
   QLTBundle* const outer = std::exchange(bundleBeingOpened(), bundle.get());
   // Local: two plug-ins may define the same names.
-  void* const handle = dlopen(executablePath.c_str(), RTLD_NOW | RTLD_LOCAL);
+  void* const handle = [&] {
+    const LastWords lastWords;
+    return dlopen(executablePath.c_str(), RTLD_NOW | RTLD_LOCAL);
+  }();
   bundleBeingOpened() = outer;
   if (handle == nullptr) {
     const char* const reason = dlerror();
-    fail(error, format("%@: cannot be opened: %@", executablePath.string(),
-                       reason != nullptr ? reason : "unknown reason"));
-    return nullptr;
+    return unusable(error, object,
+                    format("cannot be opened: %@", reason != nullptr ? reason : "unknown reason"));
   }
   if (bundle->classes_.empty()) {
-    fail(error,
-         format("%@: registers no class with QLT_CLASS, or is open under another path already",
-                executablePath.string()));
-    return nullptr;
+    return unusable(error, object,
+                    "registers no class with QLT_CLASS, or is open under another path already");
   }
   if (!bundle->registeredTwice_.empty()) {
-    fail(error, format("%@: the class %@ is registered twice", executablePath.string(),
-                       bundle->registeredTwice_.front()));
+    const std::string twice = bundle->registeredTwice_.front();
     registry().refused.push_back(std::move(bundle));
-    return nullptr;
+    return unusable(error, object, format("the class %@ is registered twice", twice));
   }
   return bundle;
 }
@@ -155,9 +272,10 @@ const QLTBundle& QLTBundle::mainBundle() {
 std::optional<fs::path> QLTBundle::pathForResource(std::string_view name,
                                                    std::string_view type) const {
   if (path_.empty()) return std::nullopt;
-  fs::path resource = path_ / "Contents" / "Resources" / format("%@.%@", name, type);
-  std::error_code status;
-  if (!fs::exists(resource, status)) return std::nullopt;
+  const fs::path relative = format("%@.%@", name, type);
+  fs::path resource = path_ / "Contents" / "Resources" / relative;
+  std::error_code ignored;
+  if (!staysInside(relative) || !fs::is_regular_file(resource, ignored)) return std::nullopt;
   return resource;
 }
 

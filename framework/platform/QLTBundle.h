@@ -21,7 +21,8 @@ class QLTClass;
 ///
 /// Keys of `Info.plist`, all texts: "BundleIdentifier", "BundleVersion", "Executable" (the shared
 /// object's file name within `Contents/`), "PrincipalClass", "FrameworkVersion" (the framework's
-/// version that the bundle was built for).
+/// version that the bundle was built for). The names of files lead to no place outside the bundle;
+/// symbolic links within it may.
 ///
 /// A bundle is opened once and never closed: opening the same folder again gives the same object,
 /// and pointers to bundles and their classes last as long as the process. Two bundles may have
@@ -31,7 +32,11 @@ class QLT_EXPORT QLTBundle {
   /// Opens the bundle at `path`: reads `Info.plist`, refuses a bundle that was built for a
   /// framework version that does not fit, and only then opens the shared object. Null on failure;
   /// the description names the file and the reason (code -40005, or the record of the property-list
-  /// reader).
+  /// reader), and the parts stand in the user information as `QLTPropertyList` tells.
+  ///
+  /// The console log names the bundle before its code runs. An exception that leaves a static
+  /// object of that code ends the program, which the system leaves no way around; standard error
+  /// then says whose it was.
   static const QLTBundle* open(const std::filesystem::path& path, QLTError* error = nullptr);
 
   /// The framework's own bundle: its version, and the classes `QLTestMethod`, `QLTestMethodDelay`
@@ -54,7 +59,7 @@ class QLT_EXPORT QLTBundle {
   const QLTDictionary& infoDictionary() const { return info_; }
 
   /// The path of the resource `name.type` ("TestConfig", "plist"); absent when there is no such
-  /// file.
+  /// file within `Resources/`.
   std::optional<std::filesystem::path> pathForResource(std::string_view name,
                                                        std::string_view type) const;
 

@@ -329,7 +329,8 @@ TEST_F(QLTestSiteManagerTest, FailsWithoutAReadableConfiguration) {
   EXPECT_EQ(error.domain(), QLTFrameworkErrorDomain);
   EXPECT_EQ(error.code(), -40000);
   EXPECT_EQ(error.description(), std::nullopt);
-  EXPECT_THAT(log_.lines(), ElementsAre("************Error reading plist: " + path + ", format 0",
+  EXPECT_THAT(log_.lines(), ElementsAre(StartsWith("opening the plug-in "),
+                                        "************Error reading plist: " + path + ", format 0",
                                         path + ": No such file or directory",
                                         "error number is: (null) (-40000)\n"));
   log_.clear();

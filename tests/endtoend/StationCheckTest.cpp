@@ -155,7 +155,8 @@ TEST_F(StationCheck, whatIsNotKnownIsNullInJson) {
   EXPECT_EQ(said.status, 2);
   const json finding = json::parse(said.output).at("findings").at(0);
   EXPECT_EQ(finding.at("file"), "nowhere.csv");
-  for (const char* key : {"line", "column", "offset", "key"}) EXPECT_TRUE(finding.at(key).is_null()) << key;
+  for (const char* key : {"line", "column", "offset", "key"})
+    EXPECT_TRUE(finding.at(key).is_null()) << key;
   bundle_.bundle().setConfig(kOneTest);
   EXPECT_EQ(json::parse(check({"--json"}).output).at("findings"), json::array());
 }
@@ -183,7 +184,8 @@ TEST_F(StationCheck, aFaultOfInfoPlistIsShownAtItsPlace) {
   EXPECT_EQ(finding.at("file"), contents() + "Info.plist");
   EXPECT_EQ(finding.at("line"), 2);
   EXPECT_EQ(finding.at("column"), 28);
-  EXPECT_EQ(finding.at("message"), "FrameworkVersion: expected a text");
+  EXPECT_EQ(finding.at("key"), "FrameworkVersion");
+  EXPECT_EQ(finding.at("message"), "expected a text");
 
   bundle_.bundle().setInfo("<key>FrameworkVersion</key>\n<integer>x</integer>");
   finding = json::parse(check({"--json"}).output).at("findings").at(0);

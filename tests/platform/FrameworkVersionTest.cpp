@@ -35,8 +35,11 @@ TEST(FrameworkVersion, ThePatchDoesNotMatter) {
 
 TEST(FrameworkVersion, WhatIsNoVersionNeverFits) {
   for (const char* text : {"", "1", "1.", ".1", "x.y", "1.x", "-1.0", "1.-1", "1.2x", " 1.2",
-                           "99999999999.0", "0x1.2"}) {
+                           "99999999999.0", "0x1.2", "+1.2", "1.+2"}) {
     EXPECT_FALSE(frameworkVersionFits(text, "1.2.0")) << text;
     EXPECT_FALSE(frameworkVersionFits("1.2.0", text)) << text;
+  }
+  for (const char* text : {"-0.1.0", "0.-1.0", "-0.-1"}) {
+    EXPECT_FALSE(frameworkVersionFits(text, "0.1.0")) << text;
   }
 }

@@ -5,10 +5,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+
 #include <dlfcn.h>
 
 #include "support/ConsoleLog.h"
 #include "support/PluginBundle.h"
+#include "support/TemporaryFolder.h"
 
 using test::PluginBundle;
 using testing::ElementsAre;
@@ -165,9 +170,128 @@ TEST(QLTBundle, NamesAFolderThatIsNotThere) {
 
 TEST(QLTBundle, NamesAMissingInfoFile) {
   const PluginBundle files(STATION_PLUGIN);
-  std::filesystem::remove(files.path() / "Contents/Info.plist");
-  EXPECT_EQ(failureOf(files),
-            (files.path() / "Contents/Info.plist").string() + ": No such file or directory");
+  const std::string info = (files.path() / "Contents/Info.plist").string();
+  std::filesystem::remove(info);
+  QLTError error;
+  EXPECT_EQ(files.open(&error), nullptr);
+  EXPECT_EQ(error.domain(), kQLTPosixErrorDomain);
+  EXPECT_EQ(error.code(), ENOENT);
+  EXPECT_EQ(error.description(), info + ": No such file or directory");
+  EXPECT_EQ(error.userInfo().text("file"), info);
+  EXPECT_EQ(error.userInfo().text("reason"), "No such file or directory");
+}
+
+constexpr const char* kNoBundle =
+    ": this is not a bundle, which is a folder with Contents/Info.plist in it";
+
+std::string failureOf(const std::filesystem::path& path) {
+  QLTError error;
+  EXPECT_EQ(QLTBundle::open(path, &error), nullptr);
+  EXPECT_EQ(error.code(), -40005);
+  return error.description().value_or("(none)");
+}
+
+TEST(QLTBundle, PointsFromAPlaceInABundleToTheBundle) {
+  const PluginBundle files(STATION_PLUGIN);
+  files.setConfig("");
+  const std::filesystem::path bundle = std::filesystem::canonical(files.path());
+  for (const char* const place : {"Contents", "Contents/Resources", "Contents/Info.plist"}) {
+    EXPECT_EQ(failureOf(bundle / place),
+              (bundle / place).string() + kNoBundle + "; did you mean " + bundle.string() + "?");
+  }
+}
+
+TEST(QLTBundle, PointsFromAFolderOfBundlesToThese) {
+  const test::TemporaryFolder folder;
+  const std::string path = std::filesystem::canonical(folder.path()).string();
+  EXPECT_EQ(failureOf(folder.path()), path + kNoBundle);
+  folder.write("B.bundle/Contents/Info.plist", "");
+  folder.write("notes/x", "");
+  EXPECT_EQ(failureOf(folder.path()), path + kNoBundle + "; did you mean " + path + "/B.bundle?");
+  folder.write("A.bundle/Contents/Info.plist", "");
+  EXPECT_EQ(failureOf(folder.path()),
+            path + kNoBundle + "; did you mean " + path + "/A.bundle or " + path + "/B.bundle?");
+}
+
+TEST(QLTBundle, CarriesThePartsOfAFaultAsValues) {
+  const PluginBundle files(STATION_PLUGIN);
+  files.setInfo("<key>FrameworkVersion</key><true/>");
+  QLTError error;
+  EXPECT_EQ(files.open(&error), nullptr);
+  EXPECT_EQ(error.userInfo().text("file"), (files.path() / "Contents/Info.plist").string());
+  EXPECT_EQ(error.userInfo().integer("line"), 2);
+  EXPECT_EQ(error.userInfo().integer("column"), 28);
+  EXPECT_EQ(error.userInfo().text("keyPath"), "FrameworkVersion");
+  EXPECT_EQ(error.userInfo().text("reason"), "expected a text");
+}
+
+TEST(QLTBundle, TellsTheOffsetInABinaryInfoFile) {
+  using namespace std::string_view_literals;
+  const PluginBundle files(STATION_PLUGIN);
+  // A dictionary with the key "FrameworkVersion" and the value true.
+  std::ofstream(files.path() / "Contents/Info.plist", std::ios::binary)
+      << "bplist00\xd1\x01\x02\x5f\x10\x10"
+         "FrameworkVersion\x09\x08\x0b\x1e"
+         "\0\0\0\0\0\0\x01\x01\0\0\0\0\0\0\0\x03\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x1f"sv;
+  QLTError error;
+  EXPECT_EQ(files.open(&error), nullptr);
+  EXPECT_EQ(error.description(), (files.path() / "Contents/Info.plist").string() +
+                                     ":offset 30: FrameworkVersion: expected a text");
+  EXPECT_EQ(error.userInfo().integer("offset"), 30);
+}
+
+TEST(QLTBundle, TheSharedObjectIsWithinTheBundle) {
+  const PluginBundle files("");
+  const std::filesystem::path outside = files.path().parent_path() / "T.so";
+  std::filesystem::copy_file(STATION_PLUGIN, outside);
+  const auto openWith = [&](const std::string& executable) {
+    files.setInfo("<key>FrameworkVersion</key><string>" QUILLON_VERSION
+                  "</string>\n<key>Executable</key><string>" +
+                  executable + "</string>");
+    return failureOf(files);
+  };
+  for (const std::string& executable :
+       {std::string("../../T.so"), outside.string(), std::string("lib/../../../T.so")}) {
+    EXPECT_EQ(openWith(executable), (files.path() / "Contents/Info.plist").string() +
+                                        ":3:22: Executable: \"" + executable +
+                                        "\" leads out of the bundle");
+  }
+  EXPECT_THAT(openWith("lib/T..so"), HasSubstr("cannot be opened"));
+}
+
+TEST(QLTBundle, ResourcesAreFilesWithinTheBundle) {
+  const PluginBundle files(STATION_PLUGIN);
+  files.setConfig("");
+  const std::filesystem::path resources = files.path() / "Contents/Resources";
+  std::filesystem::create_directories(resources / "folder.plist");
+  std::filesystem::create_directories(resources / "more");
+  std::filesystem::copy_file(resources / "TestConfig.plist", resources / "more/a..b.plist");
+  const QLTBundle* const bundle = files.open();
+  ASSERT_NE(bundle, nullptr);
+  EXPECT_EQ(bundle->pathForResource("", ""), std::nullopt);
+  EXPECT_EQ(bundle->pathForResource("folder", "plist"), std::nullopt);
+  EXPECT_EQ(bundle->pathForResource("../Info", "plist"), std::nullopt);
+  EXPECT_EQ(bundle->pathForResource("more/../../Info", "plist"), std::nullopt);
+  EXPECT_EQ(bundle->pathForResource(
+                std::filesystem::canonical(files.path()).string() + "/Contents/Info", "plist"),
+            std::nullopt);
+  EXPECT_NE(bundle->pathForResource("more/a..b", "plist"), std::nullopt);
+}
+
+TEST(QLTBundle, TheConsoleLogNamesABundleBeforeItsCodeRuns) {
+  const test::ConsoleLog log;
+  const PluginBundle files("");
+  failureOf(files);
+  EXPECT_THAT(log.lines(),
+              testing::Contains("opening the plug-in " + files.path().string() + ", version 7.1"));
+}
+
+TEST(QLTBundleDeathTest, AStaticObjectThatThrowsEndsTheProgramWithTheBundlesName) {
+  const PluginBundle files(THROWING_PLUGIN);
+  const test::ConsoleLog log;
+  EXPECT_DEATH(files.open(), files.path().string() +
+                                 " ends the program while it is opened: a static object of its "
+                                 "code threw std::runtime_error: no fixture");
 }
 
 TEST(QLTBundle, NamesAMissingKey) {
