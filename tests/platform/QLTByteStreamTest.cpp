@@ -1,45 +1,15 @@
 #include <QLTByteStream.h>
-#include <QLTSocket.h>
 
-#include <array>
 #include <cerrno>
-#include <chrono>
-#include <cstring>
-#include <functional>
-#include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <thread>
-#include <utility>
-#include <vector>
 
-#include <fcntl.h>
-#include <linux/sockios.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include "support/ConsoleLog.h"
-#include "support/Errors.h"
 #include "support/Eventually.h"
-#include "support/SignalStorm.h"
-#include "support/SystemCalls.h"
 #include "support/TcpPeer.h"
 
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::seconds;
-using std::chrono::steady_clock;
 using test::eventually;
-using test::isUntouched;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using namespace std::string_literals;
 
 TEST(QLTByteStreamTest, PairGoesThroughItsStatuses) {
   const test::TcpPeer peer;

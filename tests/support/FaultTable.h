@@ -102,16 +102,23 @@ struct FaultTable {
     };
   }
 
-  /// A reply cut in two at each of its bytes; `steps` makes of the two pieces what they come to.
-  static Row splitAnywhere(
-      Operation operation, const std::string& reply,
-      const std::function<std::vector<Step>(const std::string& first, const std::string& second)>&
-          steps) {
-    Row row{"ReplySplitAtAnyByte", operation, {}};
+  /// A reply cut in two at each of its bytes, for an operation that waits for the whole.
+  static Row splitAnywhere(Operation operation, const std::string& reply,
+                           std::chrono::milliseconds pause, const Outcome& outcome) {
+    Row row{kSplit, operation, {}};
     for (std::size_t cut = 1; cut < reply.size(); ++cut) {
-      for (Step& step : steps(reply.substr(0, cut), reply.substr(cut))) {
-        row.steps.push_back(std::move(step));
-      }
+      const Act act = sayInPieces({reply.substr(0, cut), reply.substr(cut)}, pause);
+      row.steps.push_back({nothing(), act, outcome});
+    }
+    return row;
+  }
+  /// The same for an operation that takes what is there; `step` says one piece and expects it.
+  static Row splitAnywhere(Operation operation, const std::string& reply,
+                           const std::function<Step(const std::string& piece)>& step) {
+    Row row{kSplit, operation, {}};
+    for (std::size_t cut = 1; cut < reply.size(); ++cut) {
+      row.steps.push_back(step(reply.substr(0, cut)));
+      row.steps.push_back(step(reply.substr(cut)));
     }
     return row;
   }
@@ -159,6 +166,9 @@ struct FaultTable {
                     [&](QLTError* slot) { return peer.run(row.operation, row.limit, slot); });
     }
   };
+
+ private:
+  static constexpr const char* kSplit = "ReplySplitAtAnyByte";
 };
 
 }  // namespace test

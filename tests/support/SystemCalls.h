@@ -35,4 +35,17 @@ class SystemCalls {
 /// Fails a system call: sets errno and gives -1.
 int failWith(int errnoValue);
 
+/// Polls that find nothing as often as `times` says, for `SystemCalls::onPoll`.
+inline auto nothingFor(int times) {
+  return [left = times]() mutable { return left-- > 0 ? std::optional(0) : std::nullopt; };
+}
+
+/// Polls that are counted, for `SystemCalls::onPoll`.
+inline auto counting(int& polls) {
+  return [&polls] {
+    ++polls;
+    return std::optional<int>();
+  };
+}
+
 }  // namespace test

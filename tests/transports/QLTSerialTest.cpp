@@ -1,5 +1,4 @@
 #include <QLTSerial.h>
-#include <QLTUtil.h>
 
 #include <array>
 #include <cerrno>
@@ -11,29 +10,23 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
-#include <sys/prctl.h>
 #include <termios.h>
 #include <unistd.h>
 
-#include "support/ConsoleLog.h"
 #include "support/Errors.h"
 #include "support/Pty.h"
 #include "support/SignalStorm.h"
 #include "support/SystemCalls.h"
-#include "support/Watchdog.h"
 #include "transports/SerialPortFixture.h"
 
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::steady_clock;
 using test::isUntouched;
 using test::OpenPort;
 using testing::ElementsAre;
@@ -351,12 +344,12 @@ struct KernelAttributes {
   std::uint32_t inputSpeed;
   std::uint32_t outputSpeed;
 };
-constexpr unsigned long getKernelAttributes = _IOR('T', 0x2A, KernelAttributes);
+constexpr unsigned long kGetKernelAttributes = _IOR('T', 0x2A, KernelAttributes);
 
 /// A driver that settles on a speed of its own, whatever is asked.
 auto driverWithSpeed(std::uint32_t speed) {
   return [speed](int, unsigned long request, void* argument) -> std::optional<int> {
-    if (request != getKernelAttributes) return std::nullopt;
+    if (request != kGetKernelAttributes) return std::nullopt;
     static_cast<KernelAttributes*>(argument)->outputSpeed = speed;
     return 0;
   };

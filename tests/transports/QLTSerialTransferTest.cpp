@@ -1,30 +1,19 @@
 #include <QLTSerial.h>
-#include <QLTUtil.h>
 
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstring>
-#include <functional>
 #include <limits>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
-#include <utility>
 #include <vector>
 
-#include <fcntl.h>
-#include <sys/ioctl.h>
 #include <sys/prctl.h>
-#include <termios.h>
-#include <unistd.h>
 
-#include "support/ConsoleLog.h"
 #include "support/Errors.h"
-#include "support/Pty.h"
 #include "support/SignalStorm.h"
 #include "support/SystemCalls.h"
 #include "support/Watchdog.h"
@@ -35,7 +24,6 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using test::isUntouched;
-using test::OpenPort;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using namespace std::string_literals;

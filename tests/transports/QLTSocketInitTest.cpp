@@ -7,24 +7,18 @@
 #include <cstring>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <utility>
-#include <vector>
 
 #include <fcntl.h>
-#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include "support/ConsoleLog.h"
 #include "support/Errors.h"
-#include "support/Eventually.h"
 #include "support/SignalStorm.h"
 #include "support/SystemCalls.h"
 #include "support/TcpPeer.h"
@@ -34,27 +28,13 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
-using test::eventually;
+using test::counting;
 using test::isUntouched;
+using test::nothingFor;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
-using namespace std::string_literals;
 
 constexpr const char* kLoopback = "127.0.0.1";
-
-/// Polls that find nothing as often as `times` says.
-auto nothingFor(int times) {
-  return [left = times]() mutable { return left-- > 0 ? std::optional(0) : std::nullopt; };
-}
-
-/// Polls that are counted.
-auto counting(int& polls) {
-  return [&polls] {
-    ++polls;
-    return std::optional<int>();
-  };
-}
 
 /// A socket whose wait for the connection is the test's.
 class WaitingSocket : public QLTSocket {

@@ -1,8 +1,6 @@
-#include <QLTByteStream.h>
 #include <QLTSocket.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -12,16 +10,11 @@
 #include <string>
 #include <string_view>
 #include <thread>
-#include <utility>
 #include <vector>
 
-#include <fcntl.h>
 #include <linux/sockios.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include "support/ConsoleLog.h"
 #include "support/Errors.h"
@@ -35,8 +28,10 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
+using test::counting;
 using test::eventually;
 using test::isUntouched;
+using test::nothingFor;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -48,19 +43,6 @@ void expectError(const QLTError& error, std::int64_t code, const std::string& de
   EXPECT_EQ(error.domain(), "Quillon Framework Error Domain");
   EXPECT_EQ(error.code(), code);
   EXPECT_EQ(error.userInfo(), (QLTDictionary{{"description", description}}));
-}
-
-/// Polls that find nothing as often as `times` says.
-auto nothingFor(int times) {
-  return [left = times]() mutable { return left-- > 0 ? std::optional(0) : std::nullopt; };
-}
-
-/// Polls that are counted.
-auto counting(int& polls) {
-  return [&polls] {
-    ++polls;
-    return std::optional<int>();
-  };
 }
 
 /// A socket that is connected to `device_`.

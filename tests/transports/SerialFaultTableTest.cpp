@@ -95,6 +95,8 @@ using Act = Table::Act;
 using Row = Table::Row;
 using Step = Table::Step;
 
+constexpr milliseconds kPause(3);  // between the pieces of a reply
+
 // What a device does.
 
 /// Sends, and waits until all of it is there for the port to read.
@@ -109,11 +111,8 @@ Act say(const std::string& bytes) {
     }
   };
 }
-Act sayInPieces(const std::vector<std::string>& pieces) {
-  return Table::sayInPieces(pieces, milliseconds(3));
-}
 Act later(const Act& act) { return Table::later(act); }
-Act sayLater(const std::string& bytes) { return later(sayInPieces({bytes})); }
+Act sayLater(const std::string& bytes) { return later(Table::sayInPieces({bytes}, kPause)); }
 Act both(const Act& first, const Act& second) { return Table::both(first, second); }
 const Act nothing = Table::nothing();
 const Act flood = Table::flood();
@@ -221,7 +220,7 @@ Outcome afterStall(Outcome outcome) {
 
 // The table.
 
-constexpr double brief = 0.05;
+constexpr double kBrief = 0.05;
 
 std::vector<Row> repliesThatComeOddly() {
   using enum Operation;
@@ -280,12 +279,12 @@ std::vector<Row> repliesThatComeOddly() {
 
       {"ZeroByteInside", Read, {{say("O\0K\n"s), nothing, text("O")}}},
       {"ZeroByteInside", ReadLine, {{say("O\0K\n"s), nothing, text("O")}}},
-      {"ZeroByteInside", Console, {{say("go\0\n:-)"s), nothing, noAnswer("go")}}, brief},
+      {"ZeroByteInside", Console, {{say("go\0\n:-)"s), nothing, noAnswer("go")}}, kBrief},
       {"ZeroByteInside", Unit, {{say("O\0K,P\n"s), nothing, reply("O", "O", "O")}}},
 
       {"NothingButZeroBytes", Read, {{say("\0\0"s), nothing, text("")}}},
       {"NothingButZeroBytes", ReadLine, {{say("\0\0"s), nothing, lineTimeOut()}}, 0},
-      {"NothingButZeroBytes", Console, {{say("\0\0"s), nothing, noAnswer()}}, brief},
+      {"NothingButZeroBytes", Console, {{say("\0\0"s), nothing, noAnswer()}}, kBrief},
       {"NothingButZeroBytes", Unit, {{say("\0\0"s), nothing, noReply(lineTimeOut())}}, 0},
   };
 }
@@ -296,7 +295,7 @@ std::vector<Row> repliesThatDoNotEnd() {
   return {
       {"NoLineEnd", Read, {{say("12.5"), nothing, text("12.5")}}},
       {"NoLineEnd", ReadLine, {{say("12.5"), nothing, lineTimeOut()}}, 0},
-      {"NoLineEnd", Console, {{say("go\r\n12.5"), nothing, noAnswer("go\r\n12.5")}}, brief},
+      {"NoLineEnd", Console, {{say("go\r\n12.5"), nothing, noAnswer("go\r\n12.5")}}, kBrief},
       {"NoLineEnd", Unit, {{say("12.5"), nothing, noReply(lineTimeOut())}}, 0},
 
       {"Flood", Read, {{say(std::string(300, 'x')), flood, {hundredth, {}, {readLineOfLog("x")}}}}},
@@ -304,10 +303,10 @@ std::vector<Row> repliesThatDoNotEnd() {
       {"Flood", Console, {{say("x"), flood, noAnswer("x")}}, 0.2},
       {"Flood", Unit, {{nothing, flood, noReply(lineTooLong())}}},
 
-      {"Silence", Read, {{nothing, nothing, text("")}}, brief},
+      {"Silence", Read, {{nothing, nothing, text("")}}, kBrief},
       {"Silence", ReadLine, {{nothing, nothing, lineTimeOut()}}, 0},
       {"SilenceForLong", ReadLine, {{nothing, nothing, lineTimeOut()}}, 1},
-      {"Silence", Console, {{nothing, nothing, noAnswer()}}, brief},
+      {"Silence", Console, {{nothing, nothing, noAnswer()}}, kBrief},
       {"Silence", Unit, {{nothing, nothing, noReply(lineTimeOut())}}, 0},
       {"Silence", Write, {{nothing, nothing, written()}}},
   };
@@ -319,7 +318,7 @@ std::vector<Row> linesThatGo() {
       // What the port has not read when the line goes is lost.
       {"HangUpBeforeTheReply", Read, {{hangUp, nothing, text("")}}},
       {"HangUpBeforeTheReply", ReadLine, {{hangUp, nothing, lineTimeOut()}}, 0},
-      {"HangUpBeforeTheReply", Console, {{hangUp, nothing, noAnswer()}}, brief},
+      {"HangUpBeforeTheReply", Console, {{hangUp, nothing, noAnswer()}}, kBrief},
       {"HangUpBeforeTheReply", Unit, {{hangUp, nothing, noReply(lineTimeOut())}}, 0},
       {"HangUp", Write, {{hangUp, nothing, written()}}},
 
@@ -355,14 +354,14 @@ std::vector<Row> linesThatGo() {
 
       {"Refusal", Read, {{refuse, nothing, readFailure(EBADF)}}},
       {"Refusal", ReadLine, {{refuse, nothing, lineNotOpen()}}},
-      {"Refusal", Console, {{refuse, nothing, noAnswer(readFailure(EBADF).log)}}, brief},
+      {"Refusal", Console, {{refuse, nothing, noAnswer(readFailure(EBADF).log)}}, kBrief},
       {"Refusal", Unit, {{refuse, nothing, noReply(lineNotOpen())}}},
       {"Refusal", Write, {{refuse, nothing, written()}}},
 
-      {"StopsReading", Write, {{stopReading, nothing, afterStall(written())}}, brief},
-      {"StopsReading", Console, {{stopReading, nothing, afterStall(noAnswer())}}, brief},
+      {"StopsReading", Write, {{stopReading, nothing, afterStall(written())}}, kBrief},
+      {"StopsReading", Console, {{stopReading, nothing, afterStall(noAnswer())}}, kBrief},
       {"StopsReading", Unit, {{stopReading, nothing, afterStall(noReply(lineTimeOut()))}}, 0},
-      {"StopsReading", Read, {{both(stopReading, say("OK\n")), nothing, text("OK\n")}}, brief},
+      {"StopsReading", Read, {{both(stopReading, say("OK\n")), nothing, text("OK\n")}}, kBrief},
       {"StopsReading", ReadLine, {{both(stopReading, say("OK\n")), nothing, text("OK\n")}}, 1},
       {"StopsReadingForAWhile", Write, {{stopReading, later(readEverything), written()}}},
       {"HangUpOfADeviceThatStoppedReading", Write, {{stopReading, later(hangUp), written()}}},
@@ -370,7 +369,7 @@ std::vector<Row> linesThatGo() {
       {"ComesBackLater",
        Read,
        {{unplug, nothing, text("")}, {both(returnFor(Read), say("OK\n")), nothing, text("OK\n")}},
-       brief},
+       kBrief},
       {"ComesBackLater",
        ReadLine,
        {{unplug, nothing, lineTimeOut()},
@@ -393,20 +392,12 @@ std::vector<Row> repliesInTwoPieces() {
   using enum Operation;
   const std::string line = "12.5,OK\n";
   const std::string console = "go\r\n12.5\r\n:-)";
-  const auto whole = [](const Outcome& outcome) {
-    return [outcome](const std::string& first, const std::string& second) {
-      return std::vector<Step>{{nothing, sayInPieces({first, second}), outcome}};
-    };
-  };
-  const auto each = [](const std::string& first, const std::string& second) {
-    return std::vector<Step>{{say(first), nothing, text(first)},
-                             {say(second), nothing, text(second)}};
-  };
+  const auto each = [](const std::string& piece) { return Step{say(piece), nothing, text(piece)}; };
   return {
       Table::splitAnywhere(Read, line, each),
-      Table::splitAnywhere(ReadLine, line, whole(text(line))),
-      Table::splitAnywhere(Console, console, whole(answer("go|12.5|:-)", console))),
-      Table::splitAnywhere(Unit, line, whole(reply("12.5|OK", line, "12.5,OK"))),
+      Table::splitAnywhere(ReadLine, line, kPause, text(line)),
+      Table::splitAnywhere(Console, console, kPause, answer("go|12.5|:-)", console)),
+      Table::splitAnywhere(Unit, line, kPause, reply("12.5|OK", line, "12.5,OK")),
   };
 }
 

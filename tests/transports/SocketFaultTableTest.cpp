@@ -95,6 +95,8 @@ using Act = Table::Act;
 using Row = Table::Row;
 using Step = Table::Step;
 
+constexpr milliseconds kPause(15);  // between the pieces of a reply
+
 // What an instrument does.
 
 /// Sends, and waits until all of it is delivered.
@@ -107,9 +109,6 @@ Act say(const std::string& bytes) {
       std::this_thread::sleep_for(milliseconds(1));
     }
   };
-}
-Act sayInPieces(const std::vector<std::string>& pieces) {
-  return Table::sayInPieces(pieces, milliseconds(15));
 }
 Act later(const Act& act) { return Table::later(act); }
 Act both(const Act& first, const Act& second) { return Table::both(first, second); }
@@ -383,20 +382,12 @@ std::vector<Row> repliesInTwoPieces() {
   using enum Operation;
   const std::string line = "12.5,\xC2\xB5V\n";
   const std::string prompt = "12.5\r\n> ";
-  const auto whole = [](const Outcome& outcome) {
-    return [outcome](const std::string& first, const std::string& second) {
-      return std::vector<Step>{{nothing, sayInPieces({first, second}), outcome}};
-    };
-  };
-  const auto each = [](const std::string& first, const std::string& second) {
-    return std::vector<Step>{{say(first), nothing, text(first)},
-                             {say(second), nothing, text(second)}};
-  };
+  const auto each = [](const std::string& piece) { return Step{say(piece), nothing, text(piece)}; };
   return {
       Table::splitAnywhere(Read, line, each),
-      Table::splitAnywhere(ReadUntil, prompt, whole(text(prompt))),
-      Table::splitAnywhere(ReadLine, line, whole(text(line))),
-      Table::splitAnywhere(Unit, line, whole(reply("12.5|\xC2\xB5V", "12.5,\xC2\xB5V"))),
+      Table::splitAnywhere(ReadUntil, prompt, kPause, text(prompt)),
+      Table::splitAnywhere(ReadLine, line, kPause, text(line)),
+      Table::splitAnywhere(Unit, line, kPause, reply("12.5|\xC2\xB5V", "12.5,\xC2\xB5V")),
   };
 }
 
