@@ -1,5 +1,3 @@
-#include <memory>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -17,7 +15,7 @@ TEST(ConsoleLogFile, IsUtf8WhateverADeviceSends) {
   const test::TemporaryFolder folder;
   const std::string path = (folder.path() / "log").string();
   {
-    ConsoleLogFile log(false, std::make_shared<station::Screen>());
+    ConsoleLogFile log(false);
     QLTLog("before the file: caf\xe9\n");
     ASSERT_TRUE(log.create(path));
     QLTLog("5 \u00b5A\xff\x1b");
