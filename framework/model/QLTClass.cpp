@@ -23,22 +23,24 @@ std::string complaintAbout(const std::string& name, const QLTClass::Operations& 
   return {};
 }
 
-/// Whether `hook` is there and something else than the function `inherited`.
-template <typename Hook, typename Inherited>
-bool isOwn(const Hook& hook, Inherited* inherited) {
-  Inherited* const* const held = hook.template target<Inherited*>();
-  return hook && (held == nullptr || *held != inherited);
-}
-
 }  // namespace
 
-std::vector<std::string> QLTClass::hookNames() const {
-  std::vector<std::string> names;
-  if (isOwn(operations_.onLoad, &QLTestSuite::onLoad)) names.emplace_back("onLoad");
-  if (operations_.customizeConfig) names.emplace_back("customizeConfig");
-  if (operations_.createInstrument) names.emplace_back("createInstrument");
-  if (isOwn(operations_.onUnload, &QLTestSuite::onUnload)) names.emplace_back("onUnload");
-  return names;
+QLTClass::QLTClass(std::string name, Operations operations, const QLTBundle* bundle)
+    : name_(std::move(name)), operations_(std::move(operations)), bundle_(bundle) {
+  if (operations_.onLoad) hookNames_.emplace_back("onLoad");
+  if (operations_.customizeConfig) hookNames_.emplace_back("customizeConfig");
+  if (operations_.createInstrument) hookNames_.emplace_back("createInstrument");
+  if (operations_.onUnload) hookNames_.emplace_back("onUnload");
+  if (!operations_.makeSuite) return;
+  if (!operations_.onLoad) {
+    operations_.onLoad = [](const QLTClass& cls, const QLTDictionary& stationInfo,
+                            QLTError* error) {
+      return QLTestSuite::onLoad(cls, stationInfo, error);
+    };
+  }
+  if (!operations_.onUnload) {
+    operations_.onUnload = [](QLTError* error) { return QLTestSuite::onUnload(error); };
+  }
 }
 
 const QLTClass* QLTClass::registerClass(std::string name, Operations operations) {
@@ -59,10 +61,6 @@ const QLTClass* QLTClass::registerClass(const QLTBundle& bundle, std::string nam
   };
   const std::string complaint = complaintAbout(name, operations);
   if (!complaint.empty()) return refuse(complaint);
-  if (operations.makeSuite) {
-    if (!operations.onLoad) operations.onLoad = &QLTestSuite::onLoad;
-    if (!operations.onUnload) operations.onUnload = &QLTestSuite::onUnload;
-  }
   const std::shared_ptr<const QLTClass> cls(new QLTClass(name, std::move(operations), &bundle));
   if (!bundle.add(name, cls)) return refuse("the class " + name + " is registered already");
   return cls.get();

@@ -95,15 +95,15 @@ class QLT_EXPORT QLTClass {
   const Operations& operations() const { return operations_; }  ///< what it offers
   /// The names of the hooks that a suite class has of its own, so without what it inherits from
   /// `QLTestSuite`, in the order of their calls.
-  std::vector<std::string> hookNames() const;
+  const std::vector<std::string>& hookNames() const { return hookNames_; }
 
  private:
-  QLTClass(std::string name, Operations operations, const QLTBundle* bundle)
-      : name_(std::move(name)), operations_(std::move(operations)), bundle_(bundle) {}
+  QLTClass(std::string name, Operations operations, const QLTBundle* bundle);
 
   std::string name_;
   Operations operations_;
   const QLTBundle* bundle_;
+  std::vector<std::string> hookNames_;
 };
 
 namespace quillon::internal {
@@ -134,8 +134,9 @@ using CreateInstrumentHook = std::shared_ptr<QLTObject>(const QLTDictionary&, QL
 using OnLoadHook = bool(const QLTClass&, const QLTDictionary&, QLTError*);
 using OnUnloadHook = bool(QLTError*);
 
-/// What a suite class offers.
-template <typename T>
+/// What a suite class offers, without what it inherits. (`Base` is QLTestSuite, which is defined by
+/// the time that this is used.)
+template <typename T, typename Base = QLTestSuite>
 QLTClass::Operations suiteOperationsOf() {
   static_assert(std::is_constructible_v<T, std::string>,
                 "a suite class is made with its site's name: 'using QLTestSuite::QLTestSuite;'");
@@ -165,11 +166,17 @@ QLTClass::Operations suiteOperationsOf() {
         requires { static_cast<OnLoadHook*>(&T::onLoad); },
         "the hook must be public, and: static bool onLoad(const QLTClass& cls, const "
         "QLTDictionary& stationInfo, QLTError* error);");
-    operations.onLoad = static_cast<OnLoadHook*>(&T::onLoad);
+    if (static_cast<OnLoadHook*>(&T::onLoad) != &Base::onLoad) {
+      // Not the pointer: its type would become a part of a library's binary interface.
+      operations.onLoad = [](const QLTClass& cls, const QLTDictionary& stationInfo,
+                             QLTError* error) { return T::onLoad(cls, stationInfo, error); };
+    }
     static_assert(
         requires { static_cast<OnUnloadHook*>(&T::onUnload); },
         "the hook must be public, and: static bool onUnload(QLTError* error);");
-    operations.onUnload = static_cast<OnUnloadHook*>(&T::onUnload);
+    if (static_cast<OnUnloadHook*>(&T::onUnload) != &Base::onUnload) {
+      operations.onUnload = [](QLTError* error) { return T::onUnload(error); };
+    }
   }
   return operations;
 }
