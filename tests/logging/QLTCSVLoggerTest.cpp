@@ -325,6 +325,25 @@ TEST_F(QLTCSVLoggerTest, LogHandsOnTheRecordAfterWriting) {
   EXPECT_EQ(lower->logged, 1);
 }
 
+/// Keeps records without a serial number from the file.
+class ChoosyLogger : public QLTCSVLogger {
+ public:
+  using QLTCSVLogger::QLTCSVLogger;
+  void log(const std::shared_ptr<const QLTestResult>& result) override {
+    if (result->serialNumber()) QLTCSVLogger::log(result);
+  }
+};
+
+TEST_F(QLTCSVLoggerTest, LoggingAllPassesByNoLogOfADerivedLogger) {
+  ChoosyLogger logger(path());
+  ASSERT_TRUE(logger.open({}, {}));
+  const auto nameless = powerRecord();
+  nameless->setSerialNumber(std::nullopt);
+  const std::vector<std::shared_ptr<const QLTestResult>> records{nameless, powerRecord()};
+  EXPECT_TRUE(logger.logAll(records));
+  EXPECT_EQ(content(), std::string(kHeader) + kPowerLine);
+}
+
 TEST_F(QLTCSVLoggerTest, LoggingAllWritesWhatLoggingEachDoes) {
   QLTCSVLogger logger(path());
   const auto lower = std::make_shared<CountingLogger>();
