@@ -53,8 +53,8 @@ class QLT_EXPORT QLTCSVLogger : public QLTLogger {
             const std::vector<std::string>& extraKeys, QLTError* error = nullptr) override;
   /// Writes the record's line, if the file is open, and hands the record on.
   void log(const std::shared_ptr<const QLTestResult>& result) override;
-  /// Writes the records' lines as one text with one flush, and hands the records on. A derived class
-  /// that does not override this has its `log` called for each.
+  /// Writes the records' lines as one text with one flush, and hands the records on. A derived
+  /// class that does not override this has its `log` called for each.
   bool logAll(std::span<const std::shared_ptr<const QLTestResult>> results,
               QLTError* error = nullptr) override;
   /// Closes the file, if it is open, then the lower logger, whose result it returns.
