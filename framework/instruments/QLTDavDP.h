@@ -8,6 +8,7 @@
 #include <QLTError.h>
 #include <QLTExport.h>
 #include <QLTObject.h>
+#include <QLTText.h>
 
 /// The DAVDP video-test unit: framing and checks of its replies, and its revisions. `QLTDavDPEther`
 /// and `QLTDavDPSerial` add the line to the unit.
@@ -30,6 +31,12 @@ class QLT_EXPORT QLTDavDP : public QLTObject {
   virtual std::optional<std::vector<std::string>> sendCommand(const std::string& command,
                                                               std::int32_t timeOutInSeconds,
                                                               QLTError* error = nullptr);
+  /// The same; a null text is the empty one.
+  std::optional<std::vector<std::string>> sendCommand(const char* command,
+                                                      std::int32_t timeOutInSeconds,
+                                                      QLTError* error = nullptr) {
+    return sendCommand(QLTText(command).orEmpty(), timeOutInSeconds, error);
+  }
 
   /// Logs a raw reply, with `addr` telling where it came from, and returns its fields: white space
   /// and line ends trimmed from both ends of the reply, nothing from the fields. Absent for an

@@ -16,7 +16,7 @@ QLTDavDPEther::~QLTDavDPEther() {
   if (socket_) socket_->disconnect();
 }
 
-std::shared_ptr<QLTDavDPEther> QLTDavDPEther::init(const std::string& ip) {
+std::shared_ptr<QLTDavDPEther> QLTDavDPEther::init(const QLTText& ip) {
   auto socket = QLTSocket::init(ip, kPort);
   if (!socket) {
     QLTLog("error creating socket to DAVDP");

@@ -5,6 +5,7 @@
 
 #include <QLTDavDP.h>
 #include <QLTSocket.h>
+#include <QLTText.h>
 
 /// A DAVDP unit over TCP.
 ///
@@ -20,13 +21,14 @@ class QLT_EXPORT QLTDavDPEther : public QLTDavDP {
 
   /// Connects to the unit at the IPv4 address `ip`, and asks it for its revisions. Null when either
   /// fails; the console log tells which.
-  static std::shared_ptr<QLTDavDPEther> init(const std::string& ip);
+  static std::shared_ptr<QLTDavDPEther> init(const QLTText& ip);
   /// As above, over a connected socket, which the unit takes over. Null also for a null socket.
   static std::shared_ptr<QLTDavDPEther> initWithSocket(std::shared_ptr<QLTSocket> socket);
   ~QLTDavDPEther() override;  ///< disconnects the socket
 
   /// As the base. A failed read counts as an empty line: the result is one empty field, with the
   /// socket's error in `error`. The socket has its own time-out again afterwards.
+  using QLTDavDP::sendCommand;
   std::optional<std::vector<std::string>> sendCommand(const std::string& command,
                                                       std::int32_t timeOutInSeconds,
                                                       QLTError* error = nullptr) override;

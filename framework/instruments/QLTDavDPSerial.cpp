@@ -19,7 +19,7 @@ void QLTDavDPSerial::setUpLine(QLTSerial& port) {
   port.setInterCharDelayInMicroSeconds(3000);
 }
 
-std::shared_ptr<QLTDavDPSerial> QLTDavDPSerial::init(const std::string& path) {
+std::shared_ptr<QLTDavDPSerial> QLTDavDPSerial::init(const QLTText& path) {
   auto port = std::make_shared<QLTSerial>(path);
   setUpLine(*port);
   QLTError error;

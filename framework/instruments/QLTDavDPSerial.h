@@ -5,6 +5,7 @@
 
 #include <QLTDavDP.h>
 #include <QLTSerial.h>
+#include <QLTText.h>
 
 /// A DAVDP unit on a serial line.
 ///
@@ -17,7 +18,7 @@ class QLT_EXPORT QLTDavDPSerial : public QLTDavDP {
 
   /// Opens the port at `path` with the unit's line settings, wakes the unit and asks it for its
   /// revisions; takes a second at least. Null when one of these fails; the console log tells which.
-  static std::shared_ptr<QLTDavDPSerial> init(const std::string& path);
+  static std::shared_ptr<QLTDavDPSerial> init(const QLTText& path);
   /// As above, on a port that is already open and set. The unit shares the port; it keeps it only
   /// when the unit answers. Null also for a null port.
   static std::shared_ptr<QLTDavDPSerial> initWithPort(std::shared_ptr<QLTSerial> port);
@@ -27,6 +28,7 @@ class QLT_EXPORT QLTDavDPSerial : public QLTDavDP {
   /// `error`. Whether the "@" could be sent is not looked at.
   virtual void initComm(QLTError* error = nullptr);
 
+  using QLTDavDP::sendCommand;
   std::optional<std::vector<std::string>> sendCommand(const std::string& command,
                                                       std::int32_t timeOutInSeconds,
                                                       QLTError* error = nullptr) override;

@@ -36,7 +36,7 @@ std::vector<std::string> linesOf(const std::string& answer) {
 
 QLTDiags::QLTDiags(std::shared_ptr<QLTSerial> port) : com_(std::move(port)) {}
 
-std::shared_ptr<QLTDiags> QLTDiags::init(const std::string& path) {
+std::shared_ptr<QLTDiags> QLTDiags::init(const QLTText& path) {
   auto port = std::make_shared<QLTSerial>(path);
   QLTError error;
   if (!port->open(&error)) {

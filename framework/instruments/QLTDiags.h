@@ -9,6 +9,7 @@
 #include <QLTExport.h>
 #include <QLTObject.h>
 #include <QLTSerial.h>
+#include <QLTText.h>
 
 /// The diagnostics console of the device under test, on a serial line. The console answers each
 /// command line with its output and then its prompt, ":-)".
@@ -19,7 +20,7 @@ class QLT_EXPORT QLTDiags : public QLTObject {
  public:
   /// Opens the serial port at `path`, with the port's default settings, and makes a console on it.
   /// Null when the port does not open; the console log tells why.
-  static std::shared_ptr<QLTDiags> init(const std::string& path);
+  static std::shared_ptr<QLTDiags> init(const QLTText& path);
   /// A console on an open port. Sends nothing: a test that wants to know whether the console is
   /// there calls `open`. Null only for a null port.
   static std::shared_ptr<QLTDiags> initWithPort(std::shared_ptr<QLTSerial> port);
@@ -37,6 +38,11 @@ class QLT_EXPORT QLTDiags : public QLTObject {
   /// wait goes on; its record may be in `error` even when the command succeeds.
   virtual std::optional<std::vector<std::string>> sendCommand(const std::string& command,
                                                               QLTError* error = nullptr);
+  /// The same; a null text is the empty one.
+  std::optional<std::vector<std::string>> sendCommand(const char* command,
+                                                      QLTError* error = nullptr) {
+    return sendCommand(QLTText(command).orEmpty(), error);
+  }
 
   /// Closes the port and opens it again, without asking for a prompt.
   virtual bool resetCommunication(QLTError* error = nullptr);

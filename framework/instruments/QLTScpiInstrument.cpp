@@ -79,7 +79,7 @@ std::string QLTScpiInstrument::lineEnd() const {
   return lineEnd_;
 }
 
-void QLTScpiInstrument::setLineEnd(std::string lineEnd) {
+void QLTScpiInstrument::setLineEnd(QLTText lineEnd) {
   const std::lock_guard lock(lineEndMutex_);
-  lineEnd_ = std::move(lineEnd);
+  lineEnd_ = std::move(lineEnd).orEmpty();
 }

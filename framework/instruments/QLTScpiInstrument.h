@@ -9,6 +9,7 @@
 #include <QLTAsciiReadWriteDevice.h>
 #include <QLTError.h>
 #include <QLTExport.h>
+#include <QLTText.h>
 
 /// A bench instrument that speaks SCPI over any ASCII device. It is such a device itself, so it can
 /// stand wherever one is expected.
@@ -24,9 +25,17 @@ class QLT_EXPORT QLTScpiInstrument : public QLTAsciiReadWriteDevice {
   /// Sends `command` and the line end. `waitTillDone` documents the caller's intent; the operation
   /// never waits for the instrument.
   virtual bool command(const std::string& command, bool waitTillDone, QLTError* error = nullptr);
+  /// The same; a null text is the empty one.
+  bool command(const char* command, bool waitTillDone, QLTError* error = nullptr) {
+    return this->command(QLTText(command).orEmpty(), waitTillDone, error);
+  }
   /// Sends `query` and the line end, and returns what the device then reads, of 990 characters at
   /// most and with the instrument's line end. Absent when either fails, with the device's error.
   virtual std::optional<std::string> query(const std::string& query, QLTError* error = nullptr);
+  /// The same; a null text is the empty one.
+  std::optional<std::string> query(const char* query, QLTError* error = nullptr) {
+    return this->query(QLTText(query).orEmpty(), error);
+  }
 
   /// Asks "*IDN?" and returns the answer.
   virtual std::optional<std::string> identity(QLTError* error = nullptr);
@@ -44,6 +53,7 @@ class QLT_EXPORT QLTScpiInstrument : public QLTAsciiReadWriteDevice {
 
   // Straight to the device and back; `write` adds no line end.
   std::optional<std::string> read(std::int32_t size, QLTError* error = nullptr) override;
+  using QLTAsciiReadWriteDevice::write;
   bool write(const std::string& text, QLTError* error = nullptr) override;
   bool close(QLTError* error = nullptr) override;
 
@@ -54,7 +64,7 @@ class QLT_EXPORT QLTScpiInstrument : public QLTAsciiReadWriteDevice {
   const std::optional<std::string>& identityAtCreation() const { return identity_; }
   /// What ends every command and query; a carriage return at first.
   std::string lineEnd() const;
-  void setLineEnd(std::string lineEnd);
+  void setLineEnd(QLTText lineEnd);
 
  protected:
   /// For subclasses. The instrument has not been asked for its identity.

@@ -105,7 +105,9 @@ std::string_view passFailField(std::int32_t result) {
 
 }  // namespace
 
-QLTCSVLogger::QLTCSVLogger(const std::string& path) : path_(withHomeExpanded(path)) {}
+QLTCSVLogger::QLTCSVLogger(const QLTText& path) {
+  if (path.text()) path_ = withHomeExpanded(*path.text());
+}
 
 QLTCSVLogger::~QLTCSVLogger() = default;
 
@@ -222,9 +224,9 @@ void QLTCSVLogger::appendLine(const QLTestResult& result, const Columns& columns
   line += '\n';
 }
 
-std::string QLTCSVLogger::timeStampedFileName(const std::string& prefix) {
+std::string QLTCSVLogger::timeStampedFileName(const QLTText& prefix) {
   const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-  return prefix + "_" + quillon::internal::utcText(now, '_') + ".csv";
+  return prefix.orEmpty() + "_" + quillon::internal::utcText(now, '_') + ".csv";
 }
 
 std::optional<std::string> QLTCSVLogger::path() const {
@@ -232,9 +234,9 @@ std::optional<std::string> QLTCSVLogger::path() const {
   return path_;
 }
 
-void QLTCSVLogger::setPath(std::optional<std::string> path) {
+void QLTCSVLogger::setPath(QLTText path) {
   const std::lock_guard lock(mutex_);
-  path_ = std::move(path);
+  path_ = std::move(path).text();
 }
 
 void QLTCSVLogger::dealooc() {

@@ -12,6 +12,7 @@
 #include <QLTError.h>
 #include <QLTExport.h>
 #include <QLTLogger.h>
+#include <QLTText.h>
 #include <QLTestResult.h>
 
 namespace quillon::internal {
@@ -42,7 +43,7 @@ class QLT_EXPORT QLTCSVLogger : public QLTLogger {
  public:
   /// A leading "~" of `path` stands for the home folder (HOME, else the user database). No file is
   /// touched.
-  explicit QLTCSVLogger(const std::string& path);
+  explicit QLTCSVLogger(const QLTText& path);
   /// Closes the file without calling `close`.
   ~QLTCSVLogger() override;
 
@@ -67,11 +68,11 @@ class QLT_EXPORT QLTCSVLogger : public QLTLogger {
   static void appendProperty(std::string_view name, const QLTestResult& result, std::string& line);
 
   /// The name of a log file made now, "PREFIX_YYYY-MM-DD_HH:MM:SS.csv", in universal time.
-  static std::string timeStampedFileName(const std::string& prefix);
+  static std::string timeStampedFileName(const QLTText& prefix);
 
   /// The file's path; what is set is kept as it is and serves the next opening.
   std::optional<std::string> path() const;
-  void setPath(std::optional<std::string> path);
+  void setPath(QLTText path);
 
   /// Gives up the path and, only when no file is open, calls `close`. Nothing needs to call it; the
   /// spelling is the interface's own.

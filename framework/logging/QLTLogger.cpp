@@ -191,8 +191,9 @@ void QLTLogger::setDeviceAttributes(QLTDictionary deviceAttributes) {
   changeColumns([&](Columns& columns) { columns.deviceAttributes = std::move(deviceAttributes); });
 }
 
-bool QLTLogger::createLogPath(const std::string& path, QLTError* error) {
+bool QLTLogger::createLogPath(const QLTText& folder, QLTError* error) {
   QLTLog("createLogPath called");
+  const std::string path = folder.orEmpty();
   std::error_code problem;
   if (fs::exists(path, problem)) return true;
   fs::create_directories(path, problem);
@@ -201,4 +202,4 @@ bool QLTLogger::createLogPath(const std::string& path, QLTError* error) {
   return false;
 }
 
-void QLTLogger::clearLogs(const std::string& path) { clearFolder(path); }
+void QLTLogger::clearLogs(const QLTText& path) { clearFolder(path.orEmpty()); }

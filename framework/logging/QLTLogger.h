@@ -9,6 +9,7 @@
 #include <QLTError.h>
 #include <QLTExport.h>
 #include <QLTObject.h>
+#include <QLTText.h>
 #include <QLTValue.h>
 #include <QLTestResult.h>
 
@@ -77,13 +78,13 @@ class QLT_EXPORT QLTLogger : public QLTObject {
   /// exists there already, whatever that is. `path` is taken as it stands: unlike the path of a
   /// `QLTCSVLogger`, a leading "~" is a folder of that name. `error` is the file system's (domain
   /// `kQLTPosixErrorDomain`).
-  static bool createLogPath(const std::string& path, QLTError* error = nullptr);
+  static bool createLogPath(const QLTText& path, QLTError* error = nullptr);
   /// Removes what was created more than 12 hours ago from the folder at `path` and the folders
   /// below it; a folder that old goes with all it contains. The creation date is the earlier of
   /// birth time (where the file system keeps one) and modification time. Links in it are removed
   /// like files, never followed; but when `path` itself is a link to a folder, that folder is
   /// cleared. What cannot be examined or removed stays; a missing folder is nothing to do.
-  static void clearLogs(const std::string& path);
+  static void clearLogs(const QLTText& path);
 
  protected:
   // For links that write.

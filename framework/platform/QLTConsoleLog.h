@@ -18,6 +18,10 @@
 
 /// Writes one message. `message` is taken as it stands; it is never a format string.
 QLT_EXPORT void QLTLog(std::string_view message);
+/// The same; a null text is the empty one.
+inline void QLTLog(const char* message) {
+  QLTLog(message != nullptr ? std::string_view(message) : std::string_view());
+}
 
 /// Receives every message as it was given to `QLTLog`, without time stamp, on the thread that logs.
 /// It may be called from several threads at once and must not throw.

@@ -19,10 +19,12 @@ QLTError::QLTError(std::string domain, std::int64_t code, QLTDictionary userInfo
     : payload_(std::make_shared<const Payload>(
           Payload{std::move(domain), code, std::move(userInfo), std::move(underlyingError)})) {}
 
-QLTError QLTError::withDescription(std::string domain, std::int64_t code, std::string description) {
+QLTError QLTError::withDescription(QLTText domain, std::int64_t code, QLTText description) {
   QLTDictionary userInfo;
-  userInfo.set(kQLTErrorDescriptionKey, std::move(description));
-  return {std::move(domain), code, std::move(userInfo)};
+  if (description.text()) {
+    userInfo.set(kQLTErrorDescriptionKey, std::move(description).orEmpty());
+  }
+  return {std::move(domain).orEmpty(), code, std::move(userInfo)};
 }
 
 QLTError QLTError::fromErrno(int errnoValue, const std::string& subject) {

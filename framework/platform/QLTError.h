@@ -6,6 +6,7 @@
 #include <string>
 
 #include <QLTExport.h>
+#include <QLTText.h>
 #include <QLTValue.h>
 
 /// The key of a record's user information that holds the description.
@@ -35,8 +36,8 @@ class QLT_EXPORT QLTError {
   /// `kQLTErrorDescriptionKey`, if there is one; `underlyingError` is the record that it wraps.
   QLTError(std::string domain, std::int64_t code, QLTDictionary userInfo,
            QLTError underlyingError = {});
-  /// A record whose user information holds only `description`.
-  static QLTError withDescription(std::string domain, std::int64_t code, std::string description);
+  /// A record whose user information holds only `description`, or nothing where that is absent.
+  static QLTError withDescription(QLTText domain, std::int64_t code, QLTText description);
   /// A record of an errno value: domain `kQLTPosixErrorDomain`, the description being `subject` (a
   /// path, say), a colon and the system's text.
   static QLTError fromErrno(int errnoValue, const std::string& subject);

@@ -14,8 +14,8 @@ std::optional<std::string> textOf(const QLTValue* value) {
 
 }  // namespace
 
-QLTAsciiReadWriteSimDevice::QLTAsciiReadWriteSimDevice(const std::string& path) {
-  const std::optional<QLTDictionary> file = QLTPropertyList::readDictionary(path);
+QLTAsciiReadWriteSimDevice::QLTAsciiReadWriteSimDevice(const QLTText& path) {
+  const std::optional<QLTDictionary> file = QLTPropertyList::readDictionary(path.orEmpty());
   if (!file) return;
   if (const QLTValue* challenges = file->find("challenges");
       challenges != nullptr && challenges->dictionary() != nullptr) {
@@ -27,9 +27,8 @@ QLTAsciiReadWriteSimDevice::QLTAsciiReadWriteSimDevice(const std::string& path) 
   }
 }
 
-std::optional<std::string> QLTAsciiReadWriteSimDevice::response(
-    const std::string& challenge) const {
-  return textOf(responses_.find(challenge));
+std::optional<std::string> QLTAsciiReadWriteSimDevice::response(const QLTText& challenge) const {
+  return textOf(responses_.find(challenge.orEmpty()));
 }
 
 std::optional<std::string> QLTAsciiReadWriteSimDevice::nextScriptedResponse() {
@@ -38,15 +37,14 @@ std::optional<std::string> QLTAsciiReadWriteSimDevice::nextScriptedResponse() {
   return textOf(&scriptResponses_[static_cast<std::size_t>(currentScriptIndex_)]);
 }
 
-void QLTAsciiReadWriteSimDevice::addResponse(const std::string& response,
-                                             const std::string& challenge) {
-  responses_.set(challenge, response);
+void QLTAsciiReadWriteSimDevice::addResponse(const QLTText& response, const QLTText& challenge) {
+  responses_.set(challenge.orEmpty(), response.orEmpty());
 }
 
-void QLTAsciiReadWriteSimDevice::insertResponse(const std::string& response, std::int32_t index) {
+void QLTAsciiReadWriteSimDevice::insertResponse(const QLTText& response, std::int32_t index) {
   const auto place =
       std::clamp(std::ptrdiff_t{index}, std::ptrdiff_t{0}, std::ssize(scriptResponses_));
-  scriptResponses_.insert(scriptResponses_.begin() + place, response);
+  scriptResponses_.insert(scriptResponses_.begin() + place, response.orEmpty());
 }
 
 std::optional<std::string> QLTAsciiReadWriteSimDevice::read(std::int32_t, QLTError*) {

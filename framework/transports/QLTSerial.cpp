@@ -120,8 +120,8 @@ struct QLTSerial::Line {
   termios options{};
 };
 
-QLTSerial::QLTSerial(std::string path)
-    : bsdPath_(std::move(path)), line_(std::make_unique<Line>()) {}
+QLTSerial::QLTSerial(QLTText path)
+    : bsdPath_(std::move(path).orEmpty()), line_(std::make_unique<Line>()) {}
 
 QLTSerial::~QLTSerial() { QLTSerial::close(); }
 
@@ -298,7 +298,7 @@ std::string QLTSerial::bsdPath() const {
   return bsdPath_;
 }
 
-void QLTSerial::setBsdPath(std::string bsdPath) {
+void QLTSerial::setBsdPath(QLTText bsdPath) {
   const std::lock_guard lock(bsdPathMutex_);
-  bsdPath_ = std::move(bsdPath);
+  bsdPath_ = std::move(bsdPath).orEmpty();
 }

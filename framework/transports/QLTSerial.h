@@ -10,6 +10,7 @@
 #include <QLTAsciiReadWriteDevice.h>
 #include <QLTError.h>
 #include <QLTExport.h>
+#include <QLTText.h>
 
 struct termios;  // the system's terminal attributes, <termios.h>
 
@@ -28,7 +29,7 @@ class QLT_EXPORT QLTSerial : public QLTAsciiReadWriteDevice {
  public:
   /// A closed port for the device file at `path`: 115200 baud, 8 data bits, no parity, 1 stop bit,
   /// a read time-out of 2 s, 1000 µs after each byte written.
-  explicit QLTSerial(std::string path);
+  explicit QLTSerial(QLTText path);
   ~QLTSerial() override;  ///< closes
 
   /// Opens the device for exclusive use, raw, with the properties' settings, and discards what is
@@ -53,6 +54,7 @@ class QLT_EXPORT QLTSerial : public QLTAsciiReadWriteDevice {
   /// Of a text with characters beyond ASCII only as many bytes are sent as it has characters. When
   /// the line takes nothing for the read time-out (at least 1 s), the rest of the text is dropped;
   /// the console log tells.
+  using QLTAsciiReadWriteDevice::write;
   bool write(const std::string& text, QLTError* error = nullptr) override;
   /// One read of at most `size` - 1 bytes, which waits for at most the read time-out: "" when
   /// nothing came. `size` is at most 5000; the error of a larger one carries its text under "msg".
@@ -79,7 +81,7 @@ class QLT_EXPORT QLTSerial : public QLTAsciiReadWriteDevice {
 
   /// The device file.
   std::string bsdPath() const;
-  void setBsdPath(std::string bsdPath);
+  void setBsdPath(QLTText bsdPath);
   /// Line speed in baud.
   std::uint64_t baudRate() const { return baudRate_; }
   void setBaudRate(std::uint64_t baudRate) { baudRate_ = baudRate; }

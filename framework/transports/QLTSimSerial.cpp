@@ -26,7 +26,7 @@ Failed failClosed(QLTError* error, std::int32_t code) {
 
 }  // namespace
 
-QLTSimSerial::QLTSimSerial(std::string path)
+QLTSimSerial::QLTSimSerial(QLTText path)
     : QLTSerial(std::move(path)), exchange_(std::make_unique<SimulatedExchange>()) {}
 
 QLTSimSerial::~QLTSimSerial() = default;
@@ -77,9 +77,7 @@ void QLTSimSerial::setBytesSizeFlag(std::int32_t) {}
 
 std::optional<std::string> QLTSimSerial::lastCmd() const { return exchange_->lastCmd(); }
 
-void QLTSimSerial::setLastCmd(std::optional<std::string> lastCmd) {
-  exchange_->setLastCmd(std::move(lastCmd));
-}
+void QLTSimSerial::setLastCmd(QLTText lastCmd) { exchange_->setLastCmd(std::move(lastCmd).text()); }
 
 double QLTSimSerial::delayTimeInSeconds() const { return exchange_->delayTimeInSeconds(); }
 

@@ -7,6 +7,7 @@
 
 #include <QLTExport.h>
 #include <QLTSerial.h>
+#include <QLTText.h>
 #include <QLTValue.h>
 
 namespace quillon::internal {
@@ -25,7 +26,7 @@ class SimulatedExchange;
 class QLT_EXPORT QLTSimSerial : public QLTSerial {
  public:
   /// A closed port; `path` only names it.
-  explicit QLTSimSerial(std::string path);
+  explicit QLTSimSerial(QLTText path);
   ~QLTSimSerial() override;
 
   /// Installs the map for all simulated ports, in place of an earlier one.
@@ -37,6 +38,7 @@ class QLT_EXPORT QLTSimSerial : public QLTSerial {
   bool close(QLTError* error = nullptr) override;        ///< always true
   bool flushBuffer(QLTError* error = nullptr) override;  ///< true; does nothing
   /// Keeps `text` as the last command. Fails with -10000 while the port is closed.
+  using QLTAsciiReadWriteDevice::write;
   bool write(const std::string& text, QLTError* error = nullptr) override;
   /// The reply, or "" as long as it is held back; `size` is not used. Fails with -10001 while the
   /// port is closed. Reading again gives the same reply at once.
@@ -50,7 +52,7 @@ class QLT_EXPORT QLTSimSerial : public QLTSerial {
 
   /// The text written last; absent before the first write.
   std::optional<std::string> lastCmd() const;
-  void setLastCmd(std::optional<std::string> lastCmd);
+  void setLastCmd(QLTText lastCmd);
   /// How long after a write its reply is held back, in seconds. With a delay, a port that was never
   /// written to has no reply yet.
   double delayTimeInSeconds() const;

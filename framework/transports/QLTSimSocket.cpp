@@ -17,9 +17,9 @@ ResponseMap responses;
 
 }  // namespace
 
-std::shared_ptr<QLTSimSocket> QLTSimSocket::init(const std::string& address, std::int32_t port) {
-  QLTLog(format("sim socket for %s:%d opned", address, port));
-  return std::shared_ptr<QLTSimSocket>(new QLTSimSocket(address));
+std::shared_ptr<QLTSimSocket> QLTSimSocket::init(const QLTText& address, std::int32_t port) {
+  QLTLog(format("sim socket for %s:%d opned", address.orEmpty(), port));
+  return std::shared_ptr<QLTSimSocket>(new QLTSimSocket(address.orEmpty()));
 }
 
 QLTSimSocket::QLTSimSocket(std::string address)
@@ -59,9 +59,7 @@ std::optional<std::string> QLTSimSocket::readLine(QLTError* error) { return read
 
 std::optional<std::string> QLTSimSocket::lastCmd() const { return exchange_->lastCmd(); }
 
-void QLTSimSocket::setLastCmd(std::optional<std::string> lastCmd) {
-  exchange_->setLastCmd(std::move(lastCmd));
-}
+void QLTSimSocket::setLastCmd(QLTText lastCmd) { exchange_->setLastCmd(std::move(lastCmd).text()); }
 
 double QLTSimSocket::delayTimeInSeconds() const { return exchange_->delayTimeInSeconds(); }
 

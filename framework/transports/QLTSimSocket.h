@@ -7,6 +7,7 @@
 
 #include <QLTExport.h>
 #include <QLTSocket.h>
+#include <QLTText.h>
 #include <QLTValue.h>
 
 namespace quillon::internal {
@@ -25,7 +26,7 @@ class SimulatedExchange;
 class QLT_EXPORT QLTSimSocket : public QLTSocket {
  public:
   /// Makes no connection; never null.
-  static std::shared_ptr<QLTSimSocket> init(const std::string& address, std::int32_t port);
+  static std::shared_ptr<QLTSimSocket> init(const QLTText& address, std::int32_t port);
   ~QLTSimSocket() override;
 
   /// Installs the map for all simulated sockets, in place of an earlier one.
@@ -35,17 +36,19 @@ class QLT_EXPORT QLTSimSocket : public QLTSocket {
 
   bool WaitForConnection(QLTWriteStream& stream) override;  ///< true at once
   /// Keeps `text` as the last command; always true.
+  using QLTSocket::write;
   bool write(const std::string& text, QLTError* error = nullptr) override;
   /// The reply, or "" as long as it is held back. Reading again gives the same reply at once.
   std::optional<std::string> read(QLTError* error = nullptr) override;
   /// As `read`; the terminator is not used.
+  using QLTSocket::readUntil;
   std::optional<std::string> readUntil(const std::string& terminator,
                                        QLTError* error = nullptr) override;
   std::optional<std::string> readLine(QLTError* error = nullptr) override;  ///< as `read`
 
   /// The text written last; absent before the first write.
   std::optional<std::string> lastCmd() const;
-  void setLastCmd(std::optional<std::string> lastCmd);
+  void setLastCmd(QLTText lastCmd);
   /// How long after a write its reply is held back, in seconds. With a delay, a socket that was
   /// never written to has no reply yet.
   double delayTimeInSeconds() const;

@@ -85,9 +85,9 @@ class Peer {
 
 }  // namespace
 
-std::shared_ptr<QLTSocket> QLTSocket::init(const std::string& address, std::int32_t port,
+std::shared_ptr<QLTSocket> QLTSocket::init(const QLTText& address, std::int32_t port,
                                            QLTError* error) {
-  std::shared_ptr<QLTSocket> socket(new QLTSocket(address));
+  std::shared_ptr<QLTSocket> socket(new QLTSocket(address.orEmpty()));
   return socket->connect(port, error) ? socket : nullptr;
 }
 

@@ -9,6 +9,7 @@
 #include <QLTError.h>
 #include <QLTExport.h>
 #include <QLTObject.h>
+#include <QLTText.h>
 
 /// A client connection to an instrument that listens on a TCP port of an IPv4 address.
 ///
@@ -23,7 +24,7 @@ class QLT_EXPORT QLTSocket : public QLTObject {
   /// Connects to `address`, dotted IPv4, within about 10 s. Null when that fails: the console log
   /// tells where and why, and so does the error, of domain `kQLTPosixErrorDomain` with errno as the
   /// code. Its user information holds `address` under "address" and `port` under "port".
-  static std::shared_ptr<QLTSocket> init(const std::string& address, std::int32_t port,
+  static std::shared_ptr<QLTSocket> init(const QLTText& address, std::int32_t port,
                                          QLTError* error = nullptr);
   ~QLTSocket() override;  ///< disconnects
 
@@ -39,6 +40,10 @@ class QLT_EXPORT QLTSocket : public QLTObject {
   /// as it has characters. Fails when the peer has taken nothing for `timeOutInSeconds`, counted
   /// from the last bytes that it took.
   virtual bool write(const std::string& text, QLTError* error = nullptr);
+  /// The same; a null text is the empty one.
+  bool write(const char* text, QLTError* error = nullptr) {
+    return write(QLTText(text).orEmpty(), error);
+  }
   /// One read of at most 5000 bytes. Waits about 1 s for something to come; when nothing does, the
   /// result is "" and the error is set. Absent when the read itself failed. The text ends at the
   /// first zero byte.
@@ -50,6 +55,10 @@ class QLT_EXPORT QLTSocket : public QLTObject {
   /// stand.
   virtual std::optional<std::string> readUntil(const std::string& terminator,
                                                QLTError* error = nullptr);
+  /// The same; a null terminator is the empty one.
+  std::optional<std::string> readUntil(const char* terminator, QLTError* error = nullptr) {
+    return readUntil(QLTText(terminator).orEmpty(), error);
+  }
   /// As `readUntil`, for a line feed or carriage return. Only the zero bytes at the front are
   /// dropped.
   virtual std::optional<std::string> readLine(QLTError* error = nullptr);

@@ -14,8 +14,7 @@ QLTError QLTUtil::handleError(std::int32_t code, QLTText message) {
 
 QLTError QLTUtil::handleError(std::int32_t code, QLTText domain, QLTText message) {
   QLTLog(format("error number is: %@ (%d)\n", message.text(), code));
-  if (!message.text()) return {std::move(domain).orEmpty(), code, {}};
-  return QLTError::withDescription(std::move(domain).orEmpty(), code, std::move(message).orEmpty());
+  return QLTError::withDescription(std::move(domain), code, std::move(message));
 }
 
 QLTError QLTUtil::handleError(const QLTError& error, const QLTText& extraMessage) {
