@@ -46,7 +46,7 @@ std::string messageOf(const std::function<std::string()>& function) {
   if (!logShown) QLTSetLogSink([](std::string_view) {});
   const std::string message = messageOf(function);
   std::cout.flush();
-  std::fflush(stdout);
+  static_cast<void>(std::fflush(stdout));
   writeWhole(pipe, message);
   _exit(0);
 }
@@ -61,7 +61,7 @@ std::string textOf(const std::string& message, int status) {
                       "Its customizeConfig ran, without its onLoad, or a constructor of its "
                       "classes: a fault of the plug-in.");
   }
-  const std::string content = message.substr(1);
+  std::string content = message.substr(1);
   if (message.front() == kText) return content;
   if (message.front() == kFailed) throw std::runtime_error(content);
   const std::size_t end = content.find('\0');

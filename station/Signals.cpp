@@ -45,7 +45,7 @@ void onSignal(int signal) {
     struct sigaction standard {};
     standard.sa_handler = SIG_DFL;
     sigaction(signal, &standard, nullptr);
-    raise(signal);  // delivered when this function returns
+    static_cast<void>(raise(signal));  // delivered when this function returns
   }
   errno = earlierErrno;
 }

@@ -22,6 +22,7 @@ const std::vector<std::string> kSiteKeys{"disable", "Resources"};
 template <typename Map>
 std::vector<std::string> keysOf(const Map& map) {
   std::vector<std::string> keys;
+  keys.reserve(map.size());
   for (const auto& entry : map) keys.push_back(entry.first);
   return keys;
 }

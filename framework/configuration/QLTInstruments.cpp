@@ -95,7 +95,7 @@ constexpr std::array kInstrumentClasses{
 
 std::string instrumentClassName(const QLTDictionary& entry) {
   const std::string* const text = textOf(entry, "class");
-  return text ? trimmed(*text, blanks) : "";
+  return text ? trimmed(*text, kBlanks) : "";
 }
 
 const InstrumentClass* instrumentClassOf(const QLTDictionary& entry) {
@@ -115,6 +115,7 @@ std::string missingAttributeText(const InstrumentClass& cls) {
 
 std::vector<std::string> instrumentClassNames() {
   std::vector<std::string> names;
+  names.reserve(std::size(kInstrumentClasses));
   for (const InstrumentClass& cls : kInstrumentClasses) names.emplace_back(cls.name);
   return names;
 }

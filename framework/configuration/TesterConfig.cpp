@@ -70,7 +70,7 @@ class TesterConfigCheck {
   }
 
   void header(std::string_view text, bool hasInstruments) {
-    const std::string header = trimmed(text.substr(0, text.find_first_of(newlines)));
+    const std::string header = trimmed(text.substr(0, text.find_first_of(kNewlines)));
     if (header.empty() && hasInstruments) {
       findings_.warning(at({1, 0}, "the first line is empty, and counts as header"),
                         "a header below it is read as an instrument; remove the empty line");
@@ -143,7 +143,8 @@ std::vector<InstrumentLine> readTesterConfig(std::string_view text, const std::s
     if (reason.empty()) {
       instruments.push_back(std::move(instrument));
     } else {
-      findings.complaint(TesterConfigCheck(fileName, findings).at(position, reason + ": " + line));
+      findings.complaint(
+          TesterConfigCheck(fileName, findings).at(position, format("%@: %@", reason, line)));
     }
   }
   return instruments;

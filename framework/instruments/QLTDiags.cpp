@@ -12,10 +12,10 @@
 #include "common/Text.h"
 #include "utilities/Fail.h"
 
-using quillon::internal::blanks;
 using quillon::internal::fail;
 using quillon::internal::format;
-using quillon::internal::newlines;
+using quillon::internal::kBlanks;
+using quillon::internal::kNewlines;
 using quillon::internal::sleepFor;
 using quillon::internal::split;
 using quillon::internal::trimmed;
@@ -27,8 +27,8 @@ constexpr int kMaxReadSize = 5000;
 constexpr std::chrono::milliseconds kPollInterval(10);
 
 std::vector<std::string> linesOf(const std::string& answer) {
-  std::vector<std::string> lines = split(trimmed(answer, blanks), "\n");
-  for (std::string& line : lines) line = trimmed(line, newlines);
+  std::vector<std::string> lines = split(trimmed(answer, kBlanks), "\n");
+  for (std::string& line : lines) line = trimmed(line, kNewlines);
   return lines;
 }
 

@@ -56,7 +56,7 @@ void reportLoadFailure() {
   // One write, so that the two lines stay together whatever else goes to standard error.
   const std::string lines =
       std::string("Unable to load ") + SO_NAME + "\n" + (reason != nullptr ? reason : "") + "\n";
-  std::fputs(lines.c_str(), stderr);
+  static_cast<void>(std::fputs(lines.c_str(), stderr));
 }
 
 bool isCompatible(void* library) {
@@ -116,6 +116,7 @@ Result unresolved([[maybe_unused]] int status) {
 
 // One exported function and its slot. The parameters' types, which the header settles, narrow what
 // is passed on.
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a result type in parentheses is no type
 #define FUNCTION(RESULT, NAME, PARAMETERS, ARGUMENTS)                             \
   static constinit std::atomic<decltype(&NAME)> c_##NAME = nullptr;               \
   RESULT NAME PARAMETERS {                                                        \

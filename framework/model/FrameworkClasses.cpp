@@ -9,7 +9,7 @@ namespace {
 
 using quillon::internal::operationsOf;
 
-[[maybe_unused]] const bool registered = [] {
+[[maybe_unused]] const bool kRegistered = [] {
   const QLTBundle& framework = QLTBundle::frameworkBundle();
   QLTClass::registerClass(framework, "QLTestMethod", operationsOf<QLTestMethod>());
   QLTClass::registerClass(framework, "QLTestMethodDelay", operationsOf<QLTestMethodDelay>());

@@ -43,7 +43,7 @@ QLTClass::QLTClass(std::string name, Operations operations, const QLTBundle* bun
   }
 }
 
-const QLTClass* QLTClass::registerClass(std::string name, Operations operations) {
+const QLTClass* QLTClass::registerClass(const std::string& name, Operations operations) {
   QLTBundle* const opened = bundleBeingOpened();
   const QLTBundle& bundle = opened != nullptr ? *opened : QLTBundle::mainBundle();
   // Not make_shared: the constructor is private.
@@ -52,7 +52,7 @@ const QLTClass* QLTClass::registerClass(std::string name, Operations operations)
   return bundle.classNamed(name);
 }
 
-const QLTClass* QLTClass::registerClass(const QLTBundle& bundle, std::string name,
+const QLTClass* QLTClass::registerClass(const QLTBundle& bundle, const std::string& name,
                                         Operations operations, QLTError* error) {
   const auto refuse = [&](const std::string& reason) {
     const std::string where = bundle.path().empty() ? "" : bundle.path().string() + ": ";

@@ -76,13 +76,13 @@ class QLT_EXPORT QLTClass {
   /// Enters a class into the bundle whose shared object is being opened on this thread, which is
   /// that of the plug-in whose static objects are made, else into the main bundle. Called through
   /// `QLT_CLASS`. Gives the class that has the name there from now on.
-  static const QLTClass* registerClass(std::string name, Operations operations);
+  static const QLTClass* registerClass(const std::string& name, Operations operations);
 
   /// Enters a class into `bundle` at any time, so that its configuration and its `Info.plist` can
   /// name it. A suite class without `onLoad` or `onUnload` gets those of `QLTestSuite`. Null, with
   /// code -40006, when the bundle has a class of that name, the name is empty, or `operations` are
   /// not those of either a suite or a test method.
-  static const QLTClass* registerClass(const QLTBundle& bundle, std::string name,
+  static const QLTClass* registerClass(const QLTBundle& bundle, const std::string& name,
                                        Operations operations, QLTError* error = nullptr);
 
   /// The class that `T` was registered as, so `QLTClass::of<BoardSuite>()->bundle()` is the bundle

@@ -8,8 +8,9 @@
 using quillon::internal::format;
 using quillon::internal::sixDecimals;
 
-QLTestMethod::QLTestMethod(std::shared_ptr<QLTestSuite> suite, std::shared_ptr<QLTResources>,
-                           QLTText displayName, SubTestInfos subTestInfos)
+QLTestMethod::QLTestMethod(const std::shared_ptr<QLTestSuite>& suite,
+                           const std::shared_ptr<QLTResources>&, QLTText displayName,
+                           SubTestInfos subTestInfos)
     : displayName_(std::move(displayName).text()),
       subTests_(std::move(subTestInfos)),
       suite_(suite) {

@@ -35,8 +35,9 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
 
   /// `resources` is accepted for the benefit of subclasses and not kept; `suite` may be null and is
   /// not owned. Null entries of `subTestInfos` are left out.
-  QLTestMethod(std::shared_ptr<QLTestSuite> suite, std::shared_ptr<QLTResources> resources,
-               QLTText displayName, SubTestInfos subTestInfos);
+  QLTestMethod(const std::shared_ptr<QLTestSuite>& suite,
+               const std::shared_ptr<QLTResources>& resources, QLTText displayName,
+               SubTestInfos subTestInfos);
   ~QLTestMethod() override;
 
   // The run, as the station application drives it. `index` is the method's place in its flow, as

@@ -14,24 +14,24 @@
 namespace quillon::internal {
 namespace {
 
-constexpr std::string_view magic = "bplist";
-constexpr std::string_view version = "bplist00";
-constexpr std::size_t trailerSize = 32;
+constexpr std::string_view kMagic = "bplist";
+constexpr std::string_view kVersion = "bplist00";
+constexpr std::size_t kTrailerSize = 32;
 
 // An object may be referred to from several places, so a small file could unfold into any number of
 // values and any amount of text. What it unfolds to is counted in bytes, so many for a value or key
 // besides its content, which is about what it takes in memory.
-constexpr std::size_t valueCost = 100;
+constexpr std::size_t kValueCost = 100;
 // A file in which nothing is used twice stays within this much for each of its bytes: every value
 // and key takes a reference of at least one byte, every byte of content is there.
-constexpr std::size_t costOfFileByte = valueCost;
+constexpr std::size_t kCostOfFileByte = kValueCost;
 // What writers may share besides: they store equal texts and numbers once.
-constexpr std::size_t sharedCost = 2'000'000;
+constexpr std::size_t kSharedCost = 2'000'000;
 // No machine minds so much, whatever the size of the file.
-constexpr std::size_t harmlessCost = std::size_t{16} << 20U;
+constexpr std::size_t kHarmlessCost = std::size_t{16} << 20U;
 
 // Dates count from 2001-01-01.
-constexpr std::int64_t dateEpoch = 978'307'200;
+constexpr std::int64_t kDateEpoch = 978'307'200;
 
 QLTPosition positionOf(std::size_t offset) { return {0, 0, static_cast<std::int64_t>(offset)}; }
 
@@ -67,7 +67,7 @@ class Reader {
  public:
   explicit Reader(std::string_view bytes)
       : bytes_(bytes),
-        mostCost_(std::max(harmlessCost, sharedCost + costOfFileByte * bytes.size())) {}
+        mostCost_(std::max(kHarmlessCost, kSharedCost + kCostOfFileByte * bytes.size())) {}
 
   std::optional<QLTValue> parse(PropertyListComplaint& complaint) {
     try {
@@ -110,10 +110,10 @@ class Reader {
   }
 
   void readTrailer() {
-    if (!bytes_.starts_with(version) || bytes_.size() < version.size() + trailerSize) {
+    if (!bytes_.starts_with(kVersion) || bytes_.size() < kVersion.size() + kTrailerSize) {
       throw Malformed{0, "not a complete binary property list of version 00"};
     }
-    const std::size_t trailer = bytes_.size() - trailerSize;
+    const std::size_t trailer = bytes_.size() - kTrailerSize;
     offsetSize_ = number(trailer + 6, 1);
     referenceSize_ = number(trailer + 7, 1);
     objectCount_ = number(trailer + 8, 8);
@@ -122,7 +122,7 @@ class Reader {
     if (offsetSize_ < 1 || offsetSize_ > 8 || referenceSize_ < 1 || referenceSize_ > 8) {
       throw Malformed{trailer + 6, "impossible size of offsets or references"};
     }
-    if (table < version.size() || table > trailer ||
+    if (table < kVersion.size() || table > trailer ||
         objectCount_ > (trailer - table) / offsetSize_) {
       throw Malformed{trailer + 8, "the offset table reaches past the trailer"};
     }
@@ -135,7 +135,7 @@ class Reader {
     if (object >= objectCount_) throw Malformed{from, "refers to an object that does not exist"};
     const std::size_t entry = offsetTable_ + static_cast<std::size_t>(object) * offsetSize_;
     const std::uint64_t offset = bigEndian(entry, offsetSize_);
-    if (offset < version.size() || offset >= offsetTable_) {
+    if (offset < kVersion.size() || offset >= offsetTable_) {
       throw Malformed{entry, "points outside the objects"};
     }
     return static_cast<std::size_t>(offset);
@@ -149,7 +149,7 @@ class Reader {
   }
 
   QLTValue content(std::size_t offset, int depth) {
-    charge(offset, valueCost);
+    charge(offset, kValueCost);
     const std::uint64_t marker = number(offset, 1);
     const unsigned low = marker & 0xfU;
     switch (marker >> 4U) {
@@ -245,7 +245,7 @@ class Reader {
     // The years whose text has four digits, and as much before them.
     constexpr double furthest = 252'423'993'600;  // 10000-01-01
     if (!(std::abs(seconds) < furthest)) throw Malformed{offset, "not a date"};
-    return QLTDate(std::chrono::seconds(dateEpoch) +
+    return QLTDate(std::chrono::seconds(kDateEpoch) +
                    std::chrono::milliseconds(std::llround(seconds * 1000)));
   }
 
@@ -316,7 +316,7 @@ class Reader {
 
   std::string keyText(std::uint64_t object, std::size_t from) {
     const std::size_t offset = objectOffset(object, from);
-    charge(offset, valueCost);
+    charge(offset, kValueCost);
     const std::uint64_t marker = number(offset, 1);
     if (marker >> 4U == 0x5) return ascii(offset, marker & 0xfU);
     if (marker >> 4U == 0x6) return utf16(offset, marker & 0xfU);
@@ -335,7 +335,7 @@ class Reader {
 
 }  // namespace
 
-bool isBinaryPropertyList(std::string_view bytes) { return bytes.starts_with(magic); }
+bool isBinaryPropertyList(std::string_view bytes) { return bytes.starts_with(kMagic); }
 
 std::optional<QLTValue> parseBinaryPropertyList(std::string_view bytes,
                                                 PropertyListComplaint& complaint) {

@@ -12,20 +12,20 @@
 namespace quillon::internal {
 
 template <typename T>
-inline constexpr bool isFailureResult = std::is_same_v<T, bool>;
+inline constexpr bool kIsFailureResult = std::is_same_v<T, bool>;
 template <typename T>
-inline constexpr bool isFailureResult<std::optional<T>> = true;
+inline constexpr bool kIsFailureResult<std::optional<T>> = true;
 template <typename T>
-inline constexpr bool isFailureResult<std::shared_ptr<T>> = true;
+inline constexpr bool kIsFailureResult<std::shared_ptr<T>> = true;
 template <typename T>
-inline constexpr bool isFailureResult<std::unique_ptr<T>> = true;
+inline constexpr bool kIsFailureResult<std::unique_ptr<T>> = true;
 template <typename T>
-inline constexpr bool isFailureResult<T*> = std::is_class_v<T>;
+inline constexpr bool kIsFailureResult<T*> = std::is_class_v<T>;
 
 /// What a failed operation returns, whatever its result is: false, absent or null.
 struct Failed {
   template <typename T>
-  requires isFailureResult<T>
+  requires kIsFailureResult<T>
   operator T() const { return T{}; }
 };
 

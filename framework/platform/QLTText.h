@@ -22,6 +22,7 @@ class QLTText {
 
   /// From a literal, an array or a pointer; a null one is absent.
   template <typename Text>
+  // NOLINTNEXTLINE(bugprone-forwarding-reference-overload): takes no QLTText
   requires std::convertible_to<Text, const char*> QLTText(Text&& text) {
     if (const char* const characters = std::forward<Text>(text)) text_ = characters;
   }
@@ -29,6 +30,7 @@ class QLTText {
   template <typename Text>
   requires(!std::same_as<std::remove_cvref_t<Text>, QLTText> &&
            !std::convertible_to<Text, const char*> &&
+           // NOLINTNEXTLINE(bugprone-forwarding-reference-overload): takes no QLTText
            std::convertible_to<Text, std::optional<std::string>>) QLTText(Text&& text)
       : text_(std::forward<Text>(text)) {}
   QLTText(std::string_view text) : text_(std::in_place, text) {}

@@ -142,7 +142,8 @@ QLTValue::QLTValue(const QLTValue& other)
       column_(other.column_) {}
 
 // A moved-from value stays usable: it is the empty text, never a dictionary without content.
-QLTValue::QLTValue(QLTValue&& other) noexcept
+// The empty text takes no memory.
+QLTValue::QLTValue(QLTValue&& other) noexcept  // NOLINT(bugprone-exception-escape)
     : storage_(std::exchange(other.storage_, std::string())),
       line_(other.line_),
       column_(other.column_) {}
@@ -152,7 +153,7 @@ QLTValue& QLTValue::operator=(const QLTValue& other) {
   return *this;
 }
 
-QLTValue& QLTValue::operator=(QLTValue&& other) noexcept {
+QLTValue& QLTValue::operator=(QLTValue&& other) noexcept {  // NOLINT(bugprone-exception-escape)
   if (this != &other) {
     // Taken first: `other` may be part of what this value holds.
     Storage taken = std::exchange(other.storage_, std::string());

@@ -65,7 +65,7 @@ class QLT_EXPORT QLTValue {
   QLTValue(const QLTValue& other);
   QLTValue(QLTValue&& other) noexcept;
   QLTValue& operator=(const QLTValue& other);
-  QLTValue& operator=(QLTValue&& other) noexcept;
+  QLTValue& operator=(QLTValue&& other) noexcept;  // NOLINT(bugprone-exception-escape)
   ~QLTValue();
 
   Type type() const;

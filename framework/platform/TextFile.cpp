@@ -80,7 +80,7 @@ std::optional<std::string> readAsciiFile(const std::filesystem::path& path, QLTE
   return content;
 }
 
-std::vector<std::string> splitLines(std::string_view text) { return split(text, newlines); }
+std::vector<std::string> splitLines(std::string_view text) { return split(text, kNewlines); }
 
 int lineNumber(std::string_view text, std::size_t offset) {
   int line = 1;

@@ -20,7 +20,7 @@ std::string quoted(std::string_view text) { return "'" + shown(text) + "'"; }
 
 enum class Element { Plist, Dict, Array, Key, String, Integer, Real, True, False, Date, Data };
 
-constexpr std::array<std::pair<std::string_view, Element>, 11> elementNames{
+constexpr std::array<std::pair<std::string_view, Element>, 11> kElementNames{
     {{"plist", Element::Plist},
      {"dict", Element::Dict},
      {"array", Element::Array},
@@ -137,7 +137,7 @@ class Reader {
   /// What the parser found wrong, with what to do about the mistakes that everybody makes.
   std::string parserComplaint(std::string_view bytes) const {
     const XML_Error code = XML_GetErrorCode(parser_.get());
-    const std::string plain = XML_ErrorString(code);
+    std::string plain = XML_ErrorString(code);
     if (code != XML_ERROR_INVALID_TOKEN && code != XML_ERROR_PARTIAL_CHAR &&
         code != XML_ERROR_SYNTAX) {
       return plain;
@@ -200,13 +200,13 @@ class Reader {
 
   void startElement(std::string_view name) {
     if (!complaint_.reason.empty()) return;
-    const auto* const known = std::find_if(elementNames.begin(), elementNames.end(),
+    const auto* const known = std::find_if(kElementNames.begin(), kElementNames.end(),
                                            [&](const auto& entry) { return entry.first == name; });
     if (stack_.empty() && name != "plist") {
       complain("expected <plist>, found " + tagOf(name));
       return;
     }
-    if (known == elementNames.end()) {
+    if (known == kElementNames.end()) {
       complain("unknown element " + tagOf(name));
       return;
     }

@@ -9,14 +9,14 @@
 namespace quillon::internal {
 namespace {
 
-constexpr std::string_view whiteSpace = " \t\n\r";
+constexpr std::string_view kWhiteSpace = " \t\n\r";
 
 }  // namespace
 
 std::string_view stripped(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(whiteSpace);
+  const std::size_t first = text.find_first_not_of(kWhiteSpace);
   if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(whiteSpace) - first + 1);
+  return text.substr(first, text.find_last_not_of(kWhiteSpace) - first + 1);
 }
 
 std::optional<std::int64_t> wholeNumber(std::string_view text) {
@@ -92,7 +92,7 @@ std::optional<QLTData> dataOf(std::string_view text) {
   int digits = 0;
   int padding = 0;
   for (const char c : text) {
-    if (whiteSpace.find(c) != std::string_view::npos) continue;
+    if (kWhiteSpace.find(c) != std::string_view::npos) continue;
     if (c == '=') {
       ++padding;
       continue;

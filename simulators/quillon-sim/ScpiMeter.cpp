@@ -12,7 +12,7 @@
 #include "Text.h"
 #include "common/Text.h"
 
-using quillon::internal::blanks;
+using quillon::internal::kBlanks;
 using quillon::internal::trimmed;
 
 namespace sim {
@@ -62,7 +62,7 @@ std::vector<std::string> parametersIn(std::string_view text) {
   std::vector<std::string> parameters;
   if (text.empty()) return parameters;
   for (const std::string_view piece : splitUnquoted(text, ',')) {
-    parameters.push_back(trimmed(piece, blanks));
+    parameters.push_back(trimmed(piece, kBlanks));
     if (parameters.back().empty()) throw ScpiError{-102};
   }
   return parameters;
@@ -120,7 +120,7 @@ void ScpiMeter::restart() {
 }
 
 std::optional<std::string> ScpiMeter::commandIn(const std::string& line) {
-  std::string message = trimmed(line, blanks);
+  std::string message = trimmed(line, kBlanks);
   if (message.empty()) return std::nullopt;
   return message;
 }
@@ -130,11 +130,11 @@ std::optional<Device::Lines> ScpiMeter::ownReply(const std::string& message) {
   std::string path;
   try {
     for (const std::string_view piece : splitUnquoted(message, ';')) {
-      const std::string unit = trimmed(piece, blanks);
+      const std::string unit = trimmed(piece, kBlanks);
       if (unit.empty()) continue;
       const std::size_t end = std::min(unit.find_first_of(" \t"), unit.size());
       const std::string header = fullHeader(unit.substr(0, end), path);
-      if (const Answer answer = execute(header, trimmed(unit.substr(end), blanks))) {
+      if (const Answer answer = execute(header, trimmed(unit.substr(end), kBlanks))) {
         reply += (reply.empty() ? "" : ";") + *answer;
       }
     }

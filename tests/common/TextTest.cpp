@@ -18,7 +18,7 @@ TEST(Text, SplitsAtEverySeparator) {
 
 TEST(Text, TrimsBothEndsOnly) {
   EXPECT_EQ(trimmed(" \t a b\r\n"), "a b");
-  EXPECT_EQ(trimmed(" a\n", blanks), "a\n");
+  EXPECT_EQ(trimmed(" a\n", kBlanks), "a\n");
   EXPECT_EQ(trimmed(" \t"), "");
 }
 
