@@ -87,7 +87,8 @@ std::string siteText(const QLTStationPlan& plan, const QLTStationPlan::Site& sit
 
 std::string passesText(const QLTSubTestInfo& info) {
   if (info.hasLimits()) {
-    return QLTValue(info.lowLimit()).text() + " to " + QLTValue(info.highLimit()).text();
+    return QLTValue(info.lowLimit()).text() + " to " + QLTValue(info.highLimit()).text() +
+           (info.unit() ? " " + printable(*info.unit()) : "");
   }
   const std::string expected = info.expected().value_or("");
   return expected.empty() ? "no limits" : "\"" + printable(expected) + "\"";
@@ -158,7 +159,8 @@ Json jsonOf(const QLTSubTestInfo& info, int number) {
           {"lowLimit", limits ? Json(info.lowLimit()) : Json(nullptr)},
           {"highLimit", limits ? Json(info.highLimit()) : Json(nullptr)},
           {"expected", limits ? Json(nullptr) : orNull(info.expected())},
-          {"failMessage", orNull(info.failMessage())}};
+          {"failMessage", orNull(info.failMessage())},
+          {"unit", orNull(info.unit())}};
 }
 
 Json jsonOf(const QLTStationPlan::Test& test, int number) {

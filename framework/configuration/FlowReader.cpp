@@ -13,8 +13,8 @@ namespace {
 
 const std::vector<std::string> kTestKeys{"class",  "displayName", "params",
                                          "retest", "stopOnFail",  "subTestInfos"};
-const std::vector<std::string> kSubTestKeys{"name",     "priority",  "expected",
-                                            "lowLimit", "highLimit", "failMessage"};
+const std::vector<std::string> kSubTestKeys{"name",      "priority",    "expected", "lowLimit",
+                                            "highLimit", "failMessage", "unit"};
 
 }  // namespace
 
@@ -26,7 +26,8 @@ struct FlowReader::SubTest {
         expected(entry.at("expected")),
         low(entry.at("lowLimit")),
         high(entry.at("highLimit")),
-        failMessage(entry.at("failMessage")) {}
+        failMessage(entry.at("failMessage")),
+        unit(entry.at("unit")) {}
 
   ConfigEntry name;
   ConfigEntry priority;
@@ -34,6 +35,7 @@ struct FlowReader::SubTest {
   ConfigEntry low;
   ConfigEntry high;
   ConfigEntry failMessage;
+  ConfigEntry unit;
 };
 
 std::string defaultFlowMissing(const std::optional<std::string>& name,
@@ -180,6 +182,10 @@ void FlowReader::readSubTest(const ConfigEntry& entry, QLTStationPlan::Test& tes
   if (low != nullptr) {
     info->setLimits(low->doubleValue(), high != nullptr ? high->doubleValue() : 0.0);
   }
+  // A unit decides nothing, so none that is given wrongly ends a load.
+  if (content.unit.present() && content.unit.value().string() != nullptr) {
+    info->setUnit(*content.unit.value().string());
+  }
   test.subTests.push_back(std::move(info));
 }
 
@@ -190,6 +196,9 @@ void FlowReader::warnOfTexts(const ConfigEntry& entry, const SubTest& content) {
   if (!content.name.present()) {
     findings_.warning(entry.finding("has no name; its columns in the result log shift"),
                       "give it a name");
+  }
+  if (content.unit.present() && content.unit.value().string() == nullptr) {
+    findings_.warning(content.unit.finding("expected a text; loading ignores it"));
   }
   warn(content.name);
   warn(content.failMessage);

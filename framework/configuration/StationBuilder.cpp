@@ -79,6 +79,7 @@ QLTClass::SubTestInfos copiesOf(const QLTClass::SubTestInfos& subTests) {
     auto copy = QLTSubTestInfo::subTestInfo(info->name(), info->priority(), info->failMessage());
     if (info->hasLimits()) copy->setLimits(info->lowLimit(), info->highLimit());
     copy->setExpected(info->expected());
+    copy->setUnit(info->unit());
     copies.push_back(std::move(copy));
   }
   return copies;

@@ -359,6 +359,22 @@ TEST_F(QLTConfigCheckTest, FindsForeignBytesInOnePass) {
   EXPECT_EQ(findings.back().line, static_cast<int>(lines));
 }
 
+TEST_F(QLTConfigCheckTest, WarnsOfAUnitThatIsNoText) {
+  setTesterConfig(kHeader);
+  const auto findings = check(
+      key("Sites", dict(key("left", dict("")))) + key("defaultFlow", text("main")) +
+      key("Flows",
+          dict(key("main",
+                   array(testOf(
+                       "PowerTest",
+                       key("displayName", text("Power")) +
+                           subTests(dict(key("name", text("VBUS")) + key("unit", text("V"))) +
+                                    dict(key("name", text("n")) + key("unit", array(""))))))))));
+  EXPECT_THAT(
+      texts(findings),
+      ElementsAre("W Flows/main/0/subTestInfos/1/unit: expected a text; loading ignores it"));
+}
+
 TEST_F(QLTConfigCheckTest, WarnsOfTextsThatShiftTheColumnsOfTheResultLog) {
   setTesterConfig(kHeader);
   const auto subTest = [](const std::string& name, const std::string& more) {

@@ -369,6 +369,28 @@ TEST_F(QLTestSiteManagerBuildTest, TakesSubTests) {
   EXPECT_EQ(infos[4]->failMessage(), "failed (null)");
 }
 
+TEST_F(QLTestSiteManagerBuildTest, GivesTheSubTestsOfEverySiteTheirUnits) {
+  setTesterConfig(kHeader);
+  const PluginBundle files(STATION_PLUGIN);
+  files.setConfig(
+      key("Sites", dict(key("left", dict("")) + key("right", dict("")))) +
+      key("defaultFlow", text("main")) +
+      key("Flows",
+          dict(key("main", array(testOf("PowerTest", subTests(dict(key("name", text("VBUS")) +
+                                                                   key("lowLimit", text("4.5")) +
+                                                                   key("unit", text("V"))) +
+                                                              dict(key("name", text("wrong")) +
+                                                                   key("unit", array(""))))))))));
+  ASSERT_TRUE(load(files));
+  for (const char* const site : {"left", "right"}) {
+    const auto& infos = manager().suiteForSite(site)->flowForName("main")->front()->subTests();
+    ASSERT_EQ(infos.size(), 2U);
+    EXPECT_EQ(infos[0]->unit(), "V") << site;
+    EXPECT_EQ(infos[0]->expected(), "from 4.500000 to 0.000000") << site;
+    EXPECT_EQ(infos[1]->unit(), std::nullopt) << site;
+  }
+}
+
 TEST_F(QLTestSiteManagerBuildTest, FailsOnAClassThatDoesNotExist) {
   setTesterConfig(kHeader);
   const PluginBundle files(STATION_PLUGIN);

@@ -36,7 +36,8 @@ constexpr const char* kConfig = R"(
       <key>retest</key><true/><key>stopOnFail</key><integer>0</integer>
       <key>subTestInfos</key><array>
         <dict><key>name</key><string>VBUS</string><key>priority</key><integer>2</integer>
-          <key>lowLimit</key><string>4.75</string><key>highLimit</key><real>5.25</real></dict>
+          <key>lowLimit</key><string>4.75</string><key>highLimit</key><real>5.25</real>
+          <key>unit</key><string>V</string></dict>
         <dict><key>name</key><string>version</string><key>expected</key><string>2.4.1</string>
           <key>failMessage</key><string>flash it</string></dict>
         <dict><key>highLimit</key><integer>9</integer></dict></array></dict>
@@ -112,9 +113,9 @@ TEST_F(StationList, showsSitesInstrumentsFlowsAndTests) {
                 "\n"
                 "Flow main (default)\n"
                 "  1  Volts      TroubleTest, retest, goes on after a failure\n"
-                "     1.1  VBUS       4.75 to 5.25  priority 2\n"
-                "     1.2  version    \"2.4.1\"       priority 0\n"
-                "     1.3  (no name)  no limits     priority 0\n"
+                "     1.1  VBUS       4.75 to 5.25 V  priority 2\n"
+                "     1.2  version    \"2.4.1\"         priority 0\n"
+                "     1.3  (no name)  no limits       priority 0\n"
                 "  2  (no name)  QLTestMethodDelay (framework), stops on fail\n"
                 "\n"
                 "Of the plug-in only customizeConfig has run; no instrument was made.\n");
@@ -165,21 +166,24 @@ TEST_F(StationList, writesJsonForTools) {
                                   {"lowLimit", 4.75},
                                   {"highLimit", 5.25},
                                   {"expected", nullptr},
-                                  {"failMessage", "failed VBUS"}},
+                                  {"failMessage", "failed VBUS"},
+                                  {"unit", "V"}},
                                  {{"number", 2},
                                   {"name", "version"},
                                   {"priority", 0},
                                   {"lowLimit", nullptr},
                                   {"highLimit", nullptr},
                                   {"expected", "2.4.1"},
-                                  {"failMessage", "flash it"}},
+                                  {"failMessage", "flash it"},
+                                  {"unit", nullptr}},
                                  {{"number", 3},
                                   {"name", nullptr},
                                   {"priority", 0},
                                   {"lowLimit", nullptr},
                                   {"highLimit", nullptr},
                                   {"expected", ""},
-                                  {"failMessage", "failed (null)"}}}}},
+                                  {"failMessage", "failed (null)"},
+                                  {"unit", nullptr}}}}},
                               {{"number", 2},
                                {"displayName", nullptr},
                                {"class", "QLTestMethodDelay"},
