@@ -116,7 +116,7 @@ Result unresolved([[maybe_unused]] int status) {
 
 // One exported function and its slot. The parameters' types, which the header settles, narrow what
 // is passed on.
-// NOLINTNEXTLINE(bugprone-macro-parentheses): a result type in parentheses is no type
+// NOLINTBEGIN(bugprone-macro-parentheses): names and types in parentheses are none any more
 #define FUNCTION(RESULT, NAME, PARAMETERS, ARGUMENTS)                             \
   static constinit std::atomic<decltype(&NAME)> c_##NAME = nullptr;               \
   RESULT NAME PARAMETERS {                                                        \
@@ -125,6 +125,7 @@ Result unresolved([[maybe_unused]] int status) {
     const auto function = resolve(c_##NAME, "c_" #NAME, status);                  \
     return function != nullptr ? function ARGUMENTS : unresolved<RESULT>(status); \
   }
+// NOLINTEND(bugprone-macro-parentheses)
 
 // clang-format off
 FUNCTION(int, aa_find_devices, (int count, uint16_t* devices), (count, devices))
