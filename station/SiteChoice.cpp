@@ -51,16 +51,4 @@ std::vector<std::string> siteNames(const Suites& suites) {
   return names;
 }
 
-std::vector<std::string> disabledSites(QLTestSiteManager& manager) {
-  std::vector<std::string> names;
-  const QLTValue* const configured = manager.config().find("Sites");
-  if (configured == nullptr || configured->dictionary() == nullptr) return names;
-  for (const auto& [name, entry] : *configured->dictionary()) {
-    const QLTDictionary* const site = entry.dictionary();
-    const QLTValue* const disable = site != nullptr ? site->find("disable") : nullptr;
-    if (disable != nullptr && disable->boolValue()) names.push_back(name);
-  }
-  return names;
-}
-
 }  // namespace station

@@ -20,7 +20,4 @@ void checkFlow(const Suites& suites, const std::string& name);
 
 std::vector<std::string> siteNames(const Suites& suites);
 
-/// The sites that the configuration disables.
-std::vector<std::string> disabledSites(QLTestSiteManager& manager);
-
 }  // namespace station

@@ -75,7 +75,7 @@ int StationRun::runOn(Plugin& plugin, const std::string& csvPath) {
   LogChain logs(csvPath, plugin.manager().stationAttributes(), suites, screen_);
   checkFlow(suites, options_.flow);  // again: the suites' `logger` has run
   logs.open();
-  for (const std::string& site : disabledSites(plugin.manager())) {
+  for (const std::string& site : plugin.manager().disabledSiteNames()) {
     screen_.line("Site " + printable(site) + " is disabled in the station's configuration.");
   }
   const Report report(screen_, siteNames(suites),

@@ -154,8 +154,13 @@ bool QLTestSiteManager::loadSites(const QLTClass* principalClass, QLTError* erro
   if (!reader.readSites(config_)) {
     return fail(error, kQLTErrorConfigWrong, reader.refusal().text());
   }
+  const QLTStationPlan plan = reader.take();
+  disabledSiteNames_.clear();
+  for (const QLTStationPlan::Site& site : plan.sites) {
+    if (!site.isEnabled) disabledSiteNames_.push_back(site.name);
+  }
   return builderOf(bundle_, principalClass, error)
-      .buildSites(reader.take(), instruments_, stationAttributes_,
+      .buildSites(plan, instruments_, stationAttributes_,
                   [this](std::shared_ptr<QLTestSuite> suite, const std::string& siteName) {
                     setSuite(std::move(suite), siteName);
                   });

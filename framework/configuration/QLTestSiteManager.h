@@ -89,6 +89,8 @@ class QLT_EXPORT QLTestSiteManager : public QLTObject {
   std::shared_ptr<QLTestSuite> suiteForSite(const QLTText& siteName) const;  ///< or null
   /// The sites that were loaded, sorted.
   std::vector<std::string> siteNames() const;
+  /// The sites that the configuration which was loaded last switches off, sorted.
+  const std::vector<std::string>& disabledSiteNames() const { return disabledSiteNames_; }
   /// A placeholder: always absent.
   std::optional<std::string> nextAvailableSite() const;
 
@@ -110,6 +112,7 @@ class QLT_EXPORT QLTestSiteManager : public QLTObject {
 
   std::optional<QLTDictionary> infoForSites_;
   std::map<std::string, std::shared_ptr<QLTestSuite>, std::less<>> sites_;
+  std::vector<std::string> disabledSiteNames_;
   std::map<std::string, std::shared_ptr<QLTObject>, std::less<>> instruments_;
   QLTDictionary config_;
   const QLTBundle* bundle_ = nullptr;  // for messages, as is the file

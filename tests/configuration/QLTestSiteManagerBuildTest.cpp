@@ -178,6 +178,7 @@ TEST_F(QLTestSiteManagerBuildTest, LeavesDisabledSitesOut) {
       kEmptyFlows);
   ASSERT_TRUE(load(files));
   EXPECT_THAT(manager().siteNames(), testing::UnorderedElementsAre("c", "d", "e"));
+  EXPECT_THAT(manager().disabledSiteNames(), testing::ElementsAre("a", "b"));
   EXPECT_THAT(log_.lines(), Contains("site a is disabled. Skipping load..."));
   EXPECT_THAT(log_.lines(), Contains("site b is disabled. Skipping load..."));
 }
