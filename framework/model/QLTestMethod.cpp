@@ -22,6 +22,7 @@ QLTestMethod::~QLTestMethod() = default;
 bool QLTestMethod::willRun(std::int32_t index, QLTError*) {
   aryReturn_ = std::make_shared<QLTestResults>();
   aryReturn_->reserve(subTests_.size());
+  superseded_.clear();
   testIndex_ = index;
   return true;
 }
@@ -32,7 +33,10 @@ std::shared_ptr<QLTestResults> QLTestMethod::didRun(std::int32_t, QLTError*) { r
 
 bool QLTestMethod::retest(std::int32_t index, QLTError* error) {
   if (aryReturn_) {
-    aryReturn_->resize(aryReturn_->size() - std::min(aryReturn_->size(), subTests_.size()));
+    const std::size_t count = std::min(aryReturn_->size(), subTests_.size());
+    const auto first = aryReturn_->end() - static_cast<std::ptrdiff_t>(count);
+    superseded_.insert(superseded_.end(), first, aryReturn_->end());
+    aryReturn_->erase(first, aryReturn_->end());
   }
   return run(index, error);
 }

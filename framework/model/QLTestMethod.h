@@ -52,7 +52,8 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
   /// Ends a run and hands over its result list: the list itself, absent before the first `willRun`.
   virtual std::shared_ptr<QLTestResults> didRun(std::int32_t index, QLTError* error = nullptr);
   /// Runs once more into the same list, after taking away as many of its last records as there are
-  /// specifications (however many the run before reported; it stops at the empty list).
+  /// specifications (however many the run before reported; it stops at the empty list). What it
+  /// takes away stands in `supersededResults` from then on.
   virtual bool retest(std::int32_t index, QLTError* error = nullptr);
 
   // Reporting.
@@ -75,6 +76,12 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
   /// Records a FAIL that stopped the sub-test from giving a value; with an index of 0 or less, the
   /// test as a whole.
   void addRuntimeError(std::int32_t index, QLTText errorMessage);
+
+  /// The records that `retest` has taken away since the last `willRun`, in the order in which they
+  /// were reported: those of the first attempt, of the second, and so on. Empty when there was no
+  /// retest, and when a subclass's own one does not call this class's. For the thread that drives
+  /// the method; valid until the next `retest` or `willRun`.
+  const QLTestResults& supersededResults() const { return superseded_; }
 
   /// The names of all specifications, in order.
   std::vector<std::optional<std::string>> subTestNames() const;
@@ -123,6 +130,7 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
   SubTestInfos subTests_;
   std::weak_ptr<QLTestSuite> suite_;
   std::shared_ptr<QLTestResults> aryReturn_;
+  QLTestResults superseded_;
   std::optional<QLTValue> params_;
   std::int32_t testIndex_ = 0;
   std::optional<bool> allowRetest_;

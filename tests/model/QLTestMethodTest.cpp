@@ -602,6 +602,60 @@ TEST(QLTestMethodRetestTest, BeforeTheFirstRunItOnlyRuns) {
   EXPECT_EQ(method.didRun(4), nullptr);
 }
 
+TEST(QLTestMethodRetestTest, KeepsWhatItTakesAwayInOrder) {
+  ScriptedMethod method(nullptr, nullptr, "Power", threeInfos());
+  EXPECT_TRUE(method.supersededResults().empty());
+  method.willRun(4);
+  const auto list = method.didRun(4);
+  for (const char* value : {"a", "b", "c", "d", "e"}) method.addResult(1, value, {}, 1);
+  const QLTestResults reported = *list;
+  EXPECT_TRUE(method.supersededResults().empty());
+  method.reports = 1;
+  method.value = "again";
+  method.retest(4);
+  EXPECT_EQ(method.supersededResults(), QLTestResults(reported.begin() + 2, reported.end()));
+  method.value = "last";
+  method.retest(4);
+  EXPECT_EQ(valuesOf(method.supersededResults()),
+            (std::vector<std::string>{"c", "d", "e", "a", "b", "again"}));
+  EXPECT_EQ(valuesOf(*list), (std::vector<std::string>{"last"}));
+}
+
+TEST(QLTestMethodRetestTest, KeepsNothingBeyondTheNextRun) {
+  ScriptedMethod method(nullptr, nullptr, "Power", threeInfos());
+  method.willRun(4);
+  method.addResult(1, "first", {}, 1);
+  method.retest(4);
+  ASSERT_EQ(method.supersededResults().size(), 1U);
+  method.willRun(5);
+  EXPECT_TRUE(method.supersededResults().empty());
+}
+
+TEST(QLTestMethodRetestTest, KeepsWhatItTakesAwayForASubclassThatCallsIt) {
+  class Careful : public ScriptedMethod {
+   public:
+    using ScriptedMethod::ScriptedMethod;
+    bool retest(std::int32_t index, QLTError* error) override {
+      return QLTestMethod::retest(index, error);
+    }
+  };
+  class Own : public ScriptedMethod {
+   public:
+    using ScriptedMethod::ScriptedMethod;
+    bool retest(std::int32_t index, QLTError* error) override { return run(index, error); }
+  };
+  Careful careful(nullptr, nullptr, "Power", threeInfos());
+  Own own(nullptr, nullptr, "Power", threeInfos());
+  for (ScriptedMethod* const method :
+       {static_cast<ScriptedMethod*>(&careful), static_cast<ScriptedMethod*>(&own)}) {
+    method->willRun(4);
+    method->addResult(1, "first", {}, 1);
+    method->retest(4, nullptr);
+  }
+  EXPECT_EQ(valuesOf(careful.supersededResults()), (std::vector<std::string>{"first"}));
+  EXPECT_TRUE(own.supersededResults().empty());
+}
+
 TEST(QLTestMethodRetestTest, PassesItsErrorOnToTheRun) {
   ScriptedMethod method(nullptr, nullptr, "Power", threeInfos());
   method.willRun(4);
