@@ -43,16 +43,19 @@ bool QLTestMethod::retest(std::int32_t index, QLTError* error) {
 
 std::shared_ptr<QLTestResult> QLTestMethod::resultFromSubTestInfo(std::int32_t index) {
   const QLTSubTestInfo& info = subTest(index);
-  auto record = newRecord(info, index);
+  const auto suite = suite_.lock();
+  auto record = newRecord(info, index, suite.get());
   record->failMessage_ = info.failMessage();
   record->runIndex_ = QLTestResult().runIndex();  // for the caller to set
+  tell(suite.get(), record);
   return record;
 }
 
 std::int32_t QLTestMethod::addResultAndCompare(std::int32_t index, double value, QLTExtras extras,
                                                QLTText failMessage) {
   const QLTSubTestInfo& info = subTest(index);
-  const auto record = newRecord(info, index);
+  const auto suite = suite_.lock();
+  const auto record = newRecord(info, index, suite.get());
   record->value_ = value;
   record->actual_ = sixDecimals(value);
   record->extras_ = std::move(extras).dictionary();
@@ -61,13 +64,16 @@ std::int32_t QLTestMethod::addResultAndCompare(std::int32_t index, double value,
   } else {
     record->failMessage_ = failMessage.text() ? std::move(failMessage).text() : info.failMessage();
   }
-  return record->result_;
+  const std::int32_t result = record->result_;
+  tell(suite.get(), record);
+  return result;
 }
 
 std::int32_t QLTestMethod::addResultAndMatch(std::int32_t index, const QLTText& value,
                                              QLTExtras extras, QLTText failMessage) {
   const QLTSubTestInfo& info = subTest(index);
-  const auto record = newRecord(info, index);
+  const auto suite = suite_.lock();
+  const auto record = newRecord(info, index, suite.get());
   record->extras_ = std::move(extras).dictionary();
   if (!value.text() || value.text() == info.expected()) {
     record->result_ = kQLTestResultPass;
@@ -78,23 +84,31 @@ std::int32_t QLTestMethod::addResultAndMatch(std::int32_t index, const QLTText& 
         failMessage.text() ? std::move(failMessage).text()
                            : format("Failed %@; Actual value is: %@;", info.name(), value.text());
   }
-  return record->result_;
+  const std::int32_t result = record->result_;
+  tell(suite.get(), record);
+  return result;
 }
 
 std::shared_ptr<QLTestResult> QLTestMethod::addResult(std::int32_t index, QLTText value,
                                                       QLTExtras extras, std::int32_t) {
-  auto record = newRecord(subTest(index), index);
+  const QLTSubTestInfo& info = subTest(index);
+  const auto suite = suite_.lock();
+  auto record = newRecord(info, index, suite.get());
   record->actual_ = std::move(value).text();
   record->extras_ = std::move(extras).dictionary();
   record->result_ = kQLTestResultPass;
+  tell(suite.get(), record);
   return record;
 }
 
 void QLTestMethod::addRuntimeError(std::int32_t index, QLTText errorMessage) {
-  const auto record =
-      index > 0 ? newRecord(subTest(index), index) : newRecord(kQLTestRuntimeErrorName, 0, 0);
+  const QLTSubTestInfo* const info = index > 0 ? &subTest(index) : nullptr;
+  const auto suite = suite_.lock();
+  const auto record = info != nullptr ? newRecord(*info, index, suite.get())
+                                      : newRecord(kQLTestRuntimeErrorName, 0, 0, suite.get());
   record->actual_ = kQLTestRuntimeErrorValue;
   record->failMessage_ = std::move(errorMessage).text();
+  tell(suite.get(), record);
 }
 
 std::vector<std::optional<std::string>> QLTestMethod::subTestNames() const {
@@ -126,8 +140,9 @@ const QLTSubTestInfo& QLTestMethod::subTest(std::int32_t index) const {
 }
 
 std::shared_ptr<QLTestResult> QLTestMethod::newRecord(const QLTSubTestInfo& info,
-                                                      std::int32_t number) {
-  auto record = newRecord(info.name(), info.priority(), number);
+                                                      std::int32_t number,
+                                                      const QLTestSuite* suite) {
+  auto record = newRecord(info.name(), info.priority(), number, suite);
   if (info.hasLimits()) {
     record->low_ = info.lowLimit();
     record->high_ = info.highLimit();
@@ -140,12 +155,13 @@ std::shared_ptr<QLTestResult> QLTestMethod::newRecord(const QLTSubTestInfo& info
 }
 
 std::shared_ptr<QLTestResult> QLTestMethod::newRecord(const std::optional<std::string>& subTestName,
-                                                      std::int32_t priority, std::int32_t number) {
+                                                      std::int32_t priority, std::int32_t number,
+                                                      const QLTestSuite* suite) {
   auto record = std::make_shared<QLTestResult>();
   record->testName_ = displayName_;
   record->subTestName_ = subTestName;
   record->runIndex_ = 0;
-  if (const auto suite = suite_.lock()) {
+  if (suite != nullptr) {
     record->serialNumber_ = suite->currentSN();
     record->siteName_ = suite->siteName();
     record->runIndex_ = suite->currentIndex();
@@ -154,4 +170,9 @@ std::shared_ptr<QLTestResult> QLTestMethod::newRecord(const std::optional<std::s
   record->setTestNumberWithMajor(testIndex_, number);
   if (aryReturn_) aryReturn_->push_back(record);
   return record;
+}
+
+void QLTestMethod::tell(const QLTestSuite* suite,
+                        const std::shared_ptr<QLTestResult>& record) const {
+  if (suite != nullptr && aryReturn_) suite->observe(*this, record);
 }

@@ -121,10 +121,15 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
 
  private:
   const QLTSubTestInfo& subTest(std::int32_t index) const;
-  // Both append a record with empty fail message, FAIL, and the current run's index.
-  std::shared_ptr<QLTestResult> newRecord(const QLTSubTestInfo& info, std::int32_t number);
+  // Both append a record with empty fail message, FAIL, and the current run's index. `suite` is
+  // this method's one, or null.
+  std::shared_ptr<QLTestResult> newRecord(const QLTSubTestInfo& info, std::int32_t number,
+                                          const QLTestSuite* suite);
   std::shared_ptr<QLTestResult> newRecord(const std::optional<std::string>& subTestName,
-                                          std::int32_t priority, std::int32_t number);
+                                          std::int32_t priority, std::int32_t number,
+                                          const QLTestSuite* suite);
+  // Tells the suite's observer of a record that is in the list.
+  void tell(const QLTestSuite* suite, const std::shared_ptr<QLTestResult>& record) const;
 
   std::optional<std::string> displayName_;
   SubTestInfos subTests_;

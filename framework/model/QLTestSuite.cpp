@@ -1,7 +1,9 @@
 #include "QLTestSuite.h"
 
+#include <exception>
 #include <utility>
 
+#include <QLTConsoleLog.h>
 #include <QLTErrorCodes.h>
 #include <QLTSleeper.h>
 #include <QLTUtil.h>
@@ -101,6 +103,22 @@ std::vector<std::string> QLTestSuite::flowNames() const {
   names.reserve(testFlows_.size());
   for (const auto& entry : testFlows_) names.push_back(entry.first);
   return names;
+}
+
+void QLTestSuite::setResultObserver(ResultObserver observer) { observer_ = std::move(observer); }
+
+void QLTestSuite::tell(const QLTestMethod& method,
+                       const std::shared_ptr<QLTestResult>& record) const {
+  const auto complain = [&](const char* what) {
+    QLTLog(format("site \"%@\": the observer of results threw: %@", siteName_, what));
+  };
+  try {
+    observer_(method, record);
+  } catch (const std::exception& exception) {
+    complain(exception.what());
+  } catch (...) {
+    complain("an unknown exception");
+  }
 }
 
 std::shared_ptr<QLTLogger> QLTestSuite::logger() { return nullptr; }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -17,6 +18,7 @@
 
 class QLTLogger;
 class QLTestMethod;
+class QLTestResult;
 
 /// An ordered list of test methods.
 using QLTFlow = std::vector<std::shared_ptr<QLTestMethod>>;
@@ -90,6 +92,18 @@ class QLT_EXPORT QLTestSuite : public QLTObject, public std::enable_shared_from_
   void removeFlow(const QLTText& name);        ///< nothing when there is none of that name
   std::vector<std::string> flowNames() const;  ///< sorted
 
+  // The observer: how the station application learns of records while a test still runs.
+
+  /// Is told of each record that a method of the suite reports and keeps in its list.
+  using ResultObserver =
+      std::function<void(const QLTestMethod& method, const std::shared_ptr<QLTestResult>& record)>;
+  /// Sets the observer; an empty one ends the observing. It is called on the thread that reports,
+  /// before the `add...` operation returns. A record is complete by then, except that the caller of
+  /// `resultFromSubTestInfo` or `addResult` gets it afterwards and may still change it; one from
+  /// `resultFromSubTestInfo` has neither value nor verdict yet. What the observer throws is logged
+  /// and goes no further. To be set by the thread that drives the suite, and not by the observer.
+  void setResultObserver(ResultObserver observer);
+
   /// A logger of the plug-in's own for the station application's chain; none in the base.
   virtual std::shared_ptr<QLTLogger> logger();
 
@@ -107,6 +121,13 @@ class QLT_EXPORT QLTestSuite : public QLTObject, public std::enable_shared_from_
   const QLTDictionary& siteAttributes() const { return siteAttributes_; }
 
  private:
+  friend class QLTestMethod;  // reports records
+  /// Tells the observer, if there is one.
+  void observe(const QLTestMethod& method, const std::shared_ptr<QLTestResult>& record) const {
+    if (observer_) tell(method, record);
+  }
+  void tell(const QLTestMethod& method, const std::shared_ptr<QLTestResult>& record) const;
+
   static std::shared_ptr<QLTObject> find(const QLTestSuite* suite, const QLTText& name,
                                          QLTError* error);
   static void reportClass(const QLTText& name, const QLTObject& found, const char* wanted,
@@ -118,4 +139,5 @@ class QLT_EXPORT QLTestSuite : public QLTObject, public std::enable_shared_from_
   std::shared_ptr<QLTResources> resources_;
   QLTDictionary siteAttributes_;
   std::int32_t currentIndex_ = 0;
+  ResultObserver observer_;
 };
