@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include <QLTOperator.h>
+
 #include "common/Format.h"
 
 using quillon::internal::format;
@@ -119,6 +121,10 @@ std::vector<std::optional<std::string>> QLTestMethod::subTestNames() const {
 }
 
 std::shared_ptr<QLTObject> QLTestMethod::view() { return nullptr; }
+
+std::shared_ptr<QLTOperator> QLTestMethod::op(QLTError* error) const {
+  return resource<QLTOperator>("operator", error);
+}
 
 bool QLTestMethod::allowsRetestByDefault() const { return false; }
 bool QLTestMethod::stopsOnFailByDefault() const { return true; }

@@ -18,6 +18,8 @@
 #include <QLTestResult.h>
 #include <QLTestSuite.h>
 
+class QLTOperator;
+
 /// One step of a flow: the base of every test. A plug-in derives its tests from it and overrides
 /// `run`.
 ///
@@ -91,6 +93,9 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
   /// The suite's resource of that name and class; see `QLTestSuite::resource`.
   template <typename T>
   std::shared_ptr<T> resource(const QLTText& name, QLTError* error = nullptr) const;
+  /// The resource "operator": the person at the station. Null when the station has none, as with
+  /// `resource`. Include <QLTOperator.h> to ask something.
+  std::shared_ptr<QLTOperator> op(QLTError* error = nullptr) const;
 
   /// The test's name as shown and logged.
   const std::optional<std::string>& displayName() const { return displayName_; }

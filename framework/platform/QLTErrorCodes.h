@@ -54,6 +54,16 @@ inline constexpr std::int32_t kQLTErrorInstrumentTypeUnknown = -70000;
 inline constexpr std::int32_t kQLTErrorResourceMissing = -80001;
 /// A test asked for a resource that its site has not, or has of another class.
 inline constexpr std::int32_t kQLTErrorResourceUnusable = -80002;
+/// There is nobody whom a test could ask; see `QLTOperator`.
+inline constexpr std::int32_t kQLTErrorOperatorAbsent = -82001;
+/// Nobody answered a test's question in time.
+inline constexpr std::int32_t kQLTErrorOperatorTimedOut = -82002;
+/// The run was stopped before a test's question was answered.
+inline constexpr std::int32_t kQLTErrorOperatorCancelled = -82003;
+/// The answer to a test's question does not fit it.
+inline constexpr std::int32_t kQLTErrorOperatorAnswerUnfit = -82004;
+/// A test's question cannot be answered.
+inline constexpr std::int32_t kQLTErrorQuestionWrong = -82005;
 /// An I2C adapter could not be opened.
 inline constexpr std::int32_t kQLTErrorAardvarkOpen = -90001;
 /// An I2C adapter wrote fewer bytes than it was given.
