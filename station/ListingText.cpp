@@ -99,6 +99,7 @@ std::string testText(const QLTStationPlan::Test& test) {
   std::string text = shownName(test.className) + (isFrameworks(test) ? " (framework)" : "");
   if (test.retest) text += *test.retest ? ", retest" : ", no retest";
   if (test.stopOnFail) text += *test.stopOnFail ? ", stops on fail" : ", goes on after a failure";
+  if (test.timeLimit) text += ", at most " + QLTValue(*test.timeLimit).text() + " s";
   return text;
 }
 
@@ -120,7 +121,7 @@ std::string flowText(const QLTStationPlan::Flow& flow, bool isDefault) {
       text += "     " + number + "." + std::to_string(++subTestNumber) + "  " +
               padded(shownName(info->name()), width) + "  " +
               padded(passesText(*info), passesWidth) + "  priority " +
-              std::to_string(info->priority()) + "\n";
+              std::to_string(info->priority()) + (info->isOptional() ? ", optional" : "") + "\n";
     }
   }
   if (flow.tests.empty()) text += "  (no tests)\n";
@@ -160,7 +161,8 @@ Json jsonOf(const QLTSubTestInfo& info, int number) {
           {"highLimit", limits ? Json(info.highLimit()) : Json(nullptr)},
           {"expected", limits ? Json(nullptr) : orNull(info.expected())},
           {"failMessage", orNull(info.failMessage())},
-          {"unit", orNull(info.unit())}};
+          {"unit", orNull(info.unit())},
+          {"optional", info.isOptional()}};
 }
 
 Json jsonOf(const QLTStationPlan::Test& test, int number) {
@@ -174,6 +176,7 @@ Json jsonOf(const QLTStationPlan::Test& test, int number) {
           {"ofFramework", isFrameworks(test)},
           {"retest", orNull(test.retest)},
           {"stopOnFail", orNull(test.stopOnFail)},
+          {"timeLimit", orNull(test.timeLimit)},
           {"subTests", std::move(subTests)}};
 }
 

@@ -88,6 +88,17 @@ std::optional<bool> ConfigEntry::boolean(ConfigFindings& findings) const {
   return std::nullopt;
 }
 
+std::optional<double> ConfigEntry::timeLimit(ConfigFindings& findings) const {
+  if (!present()) return std::nullopt;
+  const std::optional<double> seconds = timeLimitOf(*value_);
+  if (!seconds) {
+    findings.complaint(finding(
+        "expected a number of seconds, above 0 and at most 1000000000" +
+        (isScalar(*value_) ? ", found '" + shortened(value_->text()) + "'" : std::string())));
+  }
+  return seconds;
+}
+
 std::string ConfigEntry::keyPath() const {
   const std::string key = index_ == kNoIndex ? std::string(key_) : std::to_string(index_);
   const std::string start = parent_ == nullptr ? std::string() : parent_->keyPath();
@@ -103,6 +114,16 @@ QLTConfigFinding ConfigEntry::finding(std::string message) const {
           std::move(message),
           "",
           position().offset};
+}
+
+std::optional<double> timeLimitOf(const QLTValue& value) {
+  constexpr double longest = 1e9;  // about 30 years, which every clock can hold
+  const std::string* const text = value.string();
+  const bool isNumeric = text != nullptr ? isNumber(*text)
+                                         : value.type() == QLTValue::Type::Integer ||
+                                               value.type() == QLTValue::Type::Real;
+  const double seconds = isNumeric ? value.doubleValue() : 0.0;
+  return seconds > 0.0 && seconds <= longest ? std::optional(seconds) : std::nullopt;
 }
 
 std::string configFile(const QLTBundle& bundle) {

@@ -46,6 +46,8 @@ class ConfigEntry {
   const QLTValue* number(ConfigFindings& findings) const;
   /// Anything with a boolean reading.
   std::optional<bool> boolean(ConfigFindings& findings) const;
+  /// Seconds; see `timeLimitOf`.
+  std::optional<double> timeLimit(ConfigFindings& findings) const;
 
   /// "Flows/main/2/class"
   std::string keyPath() const;
@@ -61,6 +63,9 @@ class ConfigEntry {
   std::size_t index_ = kNoIndex;
   const QLTValue* value_;
 };
+
+/// See `QLTStationPlan::timeLimitOf`.
+std::optional<double> timeLimitOf(const QLTValue& value);
 
 /// The path of a bundle's "TestConfig" resource, whether or not it exists.
 std::string configFile(const QLTBundle& bundle);

@@ -11,10 +11,10 @@
 namespace quillon::internal {
 namespace {
 
-const std::vector<std::string> kTestKeys{"class",  "displayName", "params",
-                                         "retest", "stopOnFail",  "subTestInfos"};
+const std::vector<std::string> kTestKeys{"class",      "displayName", "params",      "retest",
+                                         "stopOnFail", "timeLimit",   "subTestInfos"};
 const std::vector<std::string> kSubTestKeys{"name",      "priority",    "expected", "lowLimit",
-                                            "highLimit", "failMessage", "unit"};
+                                            "highLimit", "failMessage", "unit",     "optional"};
 
 }  // namespace
 
@@ -27,7 +27,8 @@ struct FlowReader::SubTest {
         low(entry.at("lowLimit")),
         high(entry.at("highLimit")),
         failMessage(entry.at("failMessage")),
-        unit(entry.at("unit")) {}
+        unit(entry.at("unit")),
+        optional(entry.at("optional")) {}
 
   ConfigEntry name;
   ConfigEntry priority;
@@ -36,6 +37,7 @@ struct FlowReader::SubTest {
   ConfigEntry high;
   ConfigEntry failMessage;
   ConfigEntry unit;
+  ConfigEntry optional;
 };
 
 std::string defaultFlowMissing(const std::optional<std::string>& name,
@@ -86,6 +88,7 @@ void FlowReader::readTest(const ConfigEntry& entry, QLTStationPlan::Flow& flow) 
     const ConfigEntry params = entry.at("params");
     const ConfigEntry retest = entry.at("retest");
     const ConfigEntry stopOnFail = entry.at("stopOnFail");
+    const ConfigEntry timeLimit = entry.at("timeLimit");
     const ConfigEntry infos = entry.at("subTestInfos");
     test.classPosition = cls.present() ? cls.position() : test.position;
     test.className = cls.text(findings_);
@@ -93,6 +96,7 @@ void FlowReader::readTest(const ConfigEntry& entry, QLTStationPlan::Flow& flow) 
     if (params.present()) test.params = params.value();
     test.retest = retest.boolean(findings_);
     test.stopOnFail = stopOnFail.boolean(findings_);
+    test.timeLimit = timeLimit.timeLimit(findings_);
     findings_.unknownKeys(entry, kTestKeys);
     findings_.surprisingBoolean(retest);
     findings_.surprisingBoolean(stopOnFail);
@@ -167,9 +171,11 @@ void FlowReader::readSubTest(const ConfigEntry& entry, QLTStationPlan::Test& tes
   const QLTValue* const low = content.low.number(findings_);
   const QLTValue* const high = content.high.number(findings_);
   std::optional<std::string> failMessage = content.failMessage.text(findings_);
+  const std::optional<bool> isOptional = content.optional.boolean(findings_);
   const bool isRefused = findings_.refusalSince(before).has_value();
   if (findings_.wantsWarnings()) {
     findings_.unknownKeys(entry, kSubTestKeys);
+    findings_.surprisingBoolean(content.optional);
     warnOfTexts(entry, content);
     warnOfLimits(content, low, high);
   }
@@ -186,6 +192,7 @@ void FlowReader::readSubTest(const ConfigEntry& entry, QLTStationPlan::Test& tes
   if (content.unit.present() && content.unit.value().string() != nullptr) {
     info->setUnit(*content.unit.value().string());
   }
+  info->setOptional(isOptional.value_or(false));
   test.subTests.push_back(std::move(info));
 }
 

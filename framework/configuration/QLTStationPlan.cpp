@@ -23,6 +23,10 @@ QLTStationPlan QLTStationPlan::read(const QLTBundle& bundle,
   return reader.take();
 }
 
+std::optional<double> QLTStationPlan::timeLimitOf(const QLTValue& value) {
+  return quillon::internal::timeLimitOf(value);
+}
+
 const QLTConfigFinding* QLTStationPlan::firstError() const {
   const auto found = std::find_if(findings.begin(), findings.end(), [](const auto& finding) {
     return finding.severity == QLTConfigFinding::Severity::Error;

@@ -56,6 +56,7 @@ struct QLT_EXPORT QLTStationPlan {
     // Absent where the configuration leaves it to the class.
     std::optional<bool> retest;
     std::optional<bool> stopOnFail;
+    std::optional<double> timeLimit;  ///< in seconds; see `timeLimitOf`
     QLTClass::SubTestInfos subTests;
     QLTPosition position;
     QLTPosition classPosition;  ///< of "class"; that of the test where it has none
@@ -100,6 +101,10 @@ struct QLT_EXPORT QLTStationPlan {
   static QLTStationPlan read(const QLTBundle& bundle,
                              const std::optional<std::filesystem::path>& testerConfig,
                              const QLTDictionary& stationInfo = {});
+
+  /// What "timeLimit" says, in seconds: a number, or a text that is one as a whole, above 0 and at
+  /// most 1000000000; absent for anything else, which loading refuses.
+  static std::optional<double> timeLimitOf(const QLTValue& value);
 
   /// The first thing that loading refuses; null when there is none.
   const QLTConfigFinding* firstError() const;

@@ -80,6 +80,7 @@ QLTClass::SubTestInfos copiesOf(const QLTClass::SubTestInfos& subTests) {
     if (info->hasLimits()) copy->setLimits(info->lowLimit(), info->highLimit());
     copy->setExpected(info->expected());
     copy->setUnit(info->unit());
+    copy->setOptional(info->isOptional());
     copies.push_back(std::move(copy));
   }
   return copies;
@@ -259,6 +260,7 @@ bool StationBuilder::buildTest(const QLTStationPlan& plan, const QLTStationPlan:
   method->setParams(isLast ? std::move(test.params) : test.params);
   if (test.retest) method->setAllowRetest(*test.retest);
   if (test.stopOnFail) method->setShouldStopOnFail(*test.stopOnFail);
+  if (test.timeLimit) method->setTimeLimit(test.timeLimit);
   methods.push_back(method);
   return true;
 }

@@ -57,6 +57,10 @@ class QLT_EXPORT QLTSubTestInfo : public QLTObject {
   /// when there is none.
   const std::optional<std::string>& unit() const { return unit_; }
   void setUnit(QLTText unit) { unit_ = std::move(unit).text(); }
+  /// Whether a test may pass without having reported this sub-test; no unless it is set. For the
+  /// station application, which judges that.
+  bool isOptional() const { return isOptional_; }
+  void setOptional(bool isOptional) { isOptional_ = isOptional; }
 
   // The limits as records show them, with six decimals.
 
@@ -79,4 +83,5 @@ class QLT_EXPORT QLTSubTestInfo : public QLTObject {
   std::optional<std::string> failMessage_;
   std::optional<std::string> unit_;
   bool hasLimits_ = false;
+  bool isOptional_ = false;
 };

@@ -126,6 +126,10 @@ std::shared_ptr<QLTOperator> QLTestMethod::op(QLTError* error) const {
   return resource<QLTOperator>("operator", error);
 }
 
+void QLTestMethod::setTimeLimit(std::optional<double> seconds) {
+  timeLimit_ = seconds && *seconds > 0.0 ? seconds : std::nullopt;
+}
+
 bool QLTestMethod::allowsRetestByDefault() const { return false; }
 bool QLTestMethod::stopsOnFailByDefault() const { return true; }
 

@@ -118,6 +118,12 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
   /// Whether the test's failure ends the flow: as it was set, else `stopsOnFailByDefault`.
   bool shouldStopOnFail() const { return shouldStopOnFail_.value_or(stopsOnFailByDefault()); }
   void setShouldStopOnFail(bool shouldStopOnFail) { shouldStopOnFail_ = shouldStopOnFail; }
+  /// The seconds that a run or a retest may take, above 0, as the configuration or the class's own
+  /// constructor has set them; absent: no limit of its own. For the station application, which
+  /// watches it; nothing here does.
+  std::optional<double> timeLimit() const { return timeLimit_; }
+  /// Anything but a number above 0 is no limit.
+  void setTimeLimit(std::optional<double> seconds);
 
   // What holds for every test of a class that is not configured otherwise.
 
@@ -145,6 +151,7 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
   std::int32_t testIndex_ = 0;
   std::optional<bool> allowRetest_;
   std::optional<bool> shouldStopOnFail_;
+  std::optional<double> timeLimit_;
 };
 
 template <typename T>

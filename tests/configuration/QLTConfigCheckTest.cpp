@@ -18,6 +18,7 @@ using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
 using Severity = QLTConfigFinding::Severity;
 
 namespace {
@@ -357,6 +358,45 @@ TEST_F(QLTConfigCheckTest, FindsForeignBytesInOnePass) {
   ASSERT_EQ(findings.size(), lines);
   EXPECT_EQ(findings[0].line, 1);
   EXPECT_EQ(findings.back().line, static_cast<int>(lines));
+}
+
+TEST_F(QLTConfigCheckTest, WantsATimeLimitAboveZero) {
+  setTesterConfig(kConsole);
+  const auto with = [&](const std::string& value) {
+    return findingsOf(
+        flowOf(testOf("PowerTest", key("displayName", text("A")) + key("timeLimit", value))));
+  };
+  for (const char* const good : {"<integer>30</integer>", "<real>0.5</real>",
+                                 "<string> 1.5e1 </string>", "<integer>1000000000</integer>"}) {
+    EXPECT_THAT(with(good), IsEmpty()) << good;
+  }
+  const std::string wrong =
+      "E Flows/main/0/timeLimit: expected a number of seconds, above 0 and at most 1000000000";
+  EXPECT_THAT(with("<integer>0</integer>"), ElementsAre(wrong + ", found '0'"));
+  EXPECT_THAT(with("<real>-2.5</real>"), ElementsAre(wrong + ", found '-2.5'"));
+  EXPECT_THAT(with("<integer>1000000001</integer>"), ElementsAre(wrong + ", found '1000000001'"));
+  EXPECT_THAT(with(text("30 s")), ElementsAre(wrong + ", found '30 s'"));
+  EXPECT_THAT(with(text("1e999")), ElementsAre(wrong + ", found '1e999'"));
+  EXPECT_THAT(with(text("nan")), ElementsAre(wrong + ", found 'nan'"));
+  EXPECT_THAT(with(text("")), ElementsAre(wrong + ", found ''"));
+  EXPECT_THAT(with("<true/>"), ElementsAre(StartsWith(wrong + ", found '")));
+  EXPECT_THAT(with(array("")), ElementsAre(wrong));
+}
+
+TEST_F(QLTConfigCheckTest, ReadsOptionalAsOtherBooleans) {
+  setTesterConfig(kConsole);
+  const auto with = [&](const std::string& value) {
+    return findingsOf(flowOf(testOf(
+        "PowerTest", key("displayName", text("A")) +
+                         subTests(dict(key("name", text("VREF")) + key("optional", value))))));
+  };
+  EXPECT_THAT(with("<true/>"), IsEmpty());
+  EXPECT_THAT(with(text("no")), IsEmpty());
+  EXPECT_THAT(with(text("perhaps")),
+              ElementsAre("W Flows/main/0/subTestInfos/0/optional: the text 'perhaps' reads as "
+                          "false | write <true/> or <false/>"));
+  EXPECT_THAT(with(dict("")),
+              ElementsAre("E Flows/main/0/subTestInfos/0/optional: expected a boolean"));
 }
 
 TEST_F(QLTConfigCheckTest, WarnsOfAUnitThatIsNoText) {

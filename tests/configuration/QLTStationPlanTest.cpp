@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include <fstream>
 
 #include "support/ConsoleLog.h"
@@ -20,10 +22,11 @@ namespace {
 const std::string kTest = testOf(
     "PowerTest",
     key("displayName", text("Power")) + key("params", dict(key("volts", text("5")))) +
-        key("retest", "<true/>") +
+        key("retest", "<true/>") + key("timeLimit", "<integer>20</integer>") +
         subTests(dict(key("name", text("VBUS")) + key("priority", "<integer>3</integer>") +
                       key("lowLimit", "<real>4.5</real>") + key("highLimit", "<real>5.5</real>")) +
-                 dict(key("name", text("version")) + key("expected", text("2.4")))));
+                 dict(key("name", text("version")) + key("expected", text("2.4")) +
+                      key("optional", "<true/>"))));
 
 class QLTStationPlanTest : public testing::Test {
  protected:
@@ -81,6 +84,7 @@ TEST_F(QLTStationPlanTest, HoldsWhatTheConfigurationSays) {
   EXPECT_EQ(power.params, QLTValue(QLTDictionary{{"volts", "5"}}));
   EXPECT_EQ(power.retest, true);
   EXPECT_EQ(power.stopOnFail, std::nullopt);
+  EXPECT_EQ(power.timeLimit, 20.0);
   ASSERT_THAT(power.subTests, SizeIs(2));
   EXPECT_EQ(power.subTests[0]->name(), "VBUS");
   EXPECT_EQ(power.subTests[0]->priority(), 3);
@@ -88,8 +92,25 @@ TEST_F(QLTStationPlanTest, HoldsWhatTheConfigurationSays) {
   EXPECT_EQ(power.subTests[0]->highLimit(), 5.5);
   EXPECT_EQ(power.subTests[1]->expected(), "2.4");
   EXPECT_FALSE(power.subTests[1]->hasLimits());
+  EXPECT_FALSE(power.subTests[0]->isOptional());
+  EXPECT_TRUE(power.subTests[1]->isOptional());
   const QLTStationPlan::Test& delay = plan.flows[0].tests[1];
   EXPECT_EQ(&delay.cls->bundle(), &QLTBundle::frameworkBundle());
+  EXPECT_EQ(delay.timeLimit, std::nullopt);
+}
+
+TEST(QLTStationPlanTimeLimitTest, IsANumberOfSecondsAboveZero) {
+  EXPECT_EQ(QLTStationPlan::timeLimitOf(2), 2.0);
+  EXPECT_EQ(QLTStationPlan::timeLimitOf(0.25), 0.25);
+  EXPECT_EQ(QLTStationPlan::timeLimitOf(" 1e3\n"), 1000.0);
+  EXPECT_EQ(QLTStationPlan::timeLimitOf(1e9), 1e9);
+  const double infinite = std::numeric_limits<double>::infinity();
+  for (const QLTValue& wrong :
+       {QLTValue(0), QLTValue(-1.5), QLTValue(1e10), QLTValue(infinite), QLTValue(-infinite),
+        QLTValue(std::numeric_limits<double>::quiet_NaN()), QLTValue(true), QLTValue("5 s"),
+        QLTValue("inf"), QLTValue(""), QLTValue(QLTArray{1}), QLTValue(QLTDictionary{})}) {
+    EXPECT_EQ(QLTStationPlan::timeLimitOf(wrong), std::nullopt) << wrong.text();
+  }
 }
 
 TEST_F(QLTStationPlanTest, TakesTheConfigurationAsThePluginCustomisesIt) {

@@ -392,6 +392,31 @@ TEST_F(QLTestSiteManagerBuildTest, GivesTheSubTestsOfEverySiteTheirUnits) {
   }
 }
 
+TEST_F(QLTestSiteManagerBuildTest, GivesTheTestsOfEverySiteTheirTimeLimitsAndOptionalSubTests) {
+  setTesterConfig(kHeader);
+  const PluginBundle files(STATION_PLUGIN);
+  files.setConfig(
+      key("Sites", dict(key("left", dict("")) + key("right", dict("")))) +
+      key("defaultFlow", text("main")) +
+      key("Flows", dict(key("main", array(testOf("PowerTest",
+                                                 key("timeLimit", text("2.5")) +
+                                                     subTests(dict(key("optional", text("YES"))) +
+                                                              dict(key("optional", "<false/>")) +
+                                                              dict(""))) +
+                                          testOf("PowerTest"))))));
+  ASSERT_TRUE(load(files));
+  for (const char* const site : {"left", "right"}) {
+    const QLTFlow& flow = *manager().suiteForSite(site)->flowForName("main");
+    EXPECT_EQ(flow[0]->timeLimit(), 2.5) << site;
+    EXPECT_EQ(flow[1]->timeLimit(), std::nullopt) << site;
+    const auto& infos = flow[0]->subTests();
+    ASSERT_EQ(infos.size(), 3U);
+    EXPECT_TRUE(infos[0]->isOptional()) << site;
+    EXPECT_FALSE(infos[1]->isOptional()) << site;
+    EXPECT_FALSE(infos[2]->isOptional()) << site;
+  }
+}
+
 TEST_F(QLTestSiteManagerBuildTest, FailsOnAClassThatDoesNotExist) {
   setTesterConfig(kHeader);
   const PluginBundle files(STATION_PLUGIN);
@@ -465,6 +490,11 @@ TEST_F(QLTestSiteManagerBuildTest, NamesThePlaceOfAMalformedTest) {
       {testOf("PowerTest", key("retest", dict(""))), "Flows/main/0/retest: expected a boolean"},
       {testOf("PowerTest", key("stopOnFail", array(""))),
        "Flows/main/0/stopOnFail: expected a boolean"},
+      {testOf("PowerTest", key("timeLimit", "<integer>0</integer>")),
+       "Flows/main/0/timeLimit: expected a number of seconds, above 0 and at most 1000000000, "
+       "found '0'"},
+      {oneSubTest(key("optional", array(""))),
+       "Flows/main/0/subTestInfos/0/optional: expected a boolean"},
       {testOf("PowerTest", key("subTestInfos", text("x"))),
        "Flows/main/0/subTestInfos: expected an array"},
       {testOf("PowerTest", subTests(text("x"))),

@@ -34,12 +34,13 @@ constexpr const char* kConfig = R"(
     <dict><key>class</key><string>TroubleTest</string>
       <key>displayName</key><string>Volts</string>
       <key>retest</key><true/><key>stopOnFail</key><integer>0</integer>
+      <key>timeLimit</key><string>2.5</string>
       <key>subTestInfos</key><array>
         <dict><key>name</key><string>VBUS</string><key>priority</key><integer>2</integer>
           <key>lowLimit</key><string>4.75</string><key>highLimit</key><real>5.25</real>
           <key>unit</key><string>V</string></dict>
         <dict><key>name</key><string>version</string><key>expected</key><string>2.4.1</string>
-          <key>failMessage</key><string>flash it</string></dict>
+          <key>failMessage</key><string>flash it</string><key>optional</key><true/></dict>
         <dict><key>highLimit</key><integer>9</integer></dict></array></dict>
     <dict><key>class</key><string>QLTestMethodDelay</string>
       <key>stopOnFail</key><true/></dict></array></dict>
@@ -112,9 +113,9 @@ TEST_F(StationList, showsSitesInstrumentsFlowsAndTests) {
                 "  (no tests)\n"
                 "\n"
                 "Flow main (default)\n"
-                "  1  Volts      TroubleTest, retest, goes on after a failure\n"
+                "  1  Volts      TroubleTest, retest, goes on after a failure, at most 2.5 s\n"
                 "     1.1  VBUS       4.75 to 5.25 V  priority 2\n"
-                "     1.2  version    \"2.4.1\"         priority 0\n"
+                "     1.2  version    \"2.4.1\"         priority 0, optional\n"
                 "     1.3  (no name)  no limits       priority 0\n"
                 "  2  (no name)  QLTestMethodDelay (framework), stops on fail\n"
                 "\n"
@@ -159,6 +160,7 @@ TEST_F(StationList, writesJsonForTools) {
                                {"ofFramework", false},
                                {"retest", true},
                                {"stopOnFail", false},
+                               {"timeLimit", 2.5},
                                {"subTests",
                                 {{{"number", 1},
                                   {"name", "VBUS"},
@@ -167,7 +169,8 @@ TEST_F(StationList, writesJsonForTools) {
                                   {"highLimit", 5.25},
                                   {"expected", nullptr},
                                   {"failMessage", "failed VBUS"},
-                                  {"unit", "V"}},
+                                  {"unit", "V"},
+                                  {"optional", false}},
                                  {{"number", 2},
                                   {"name", "version"},
                                   {"priority", 0},
@@ -175,7 +178,8 @@ TEST_F(StationList, writesJsonForTools) {
                                   {"highLimit", nullptr},
                                   {"expected", "2.4.1"},
                                   {"failMessage", "flash it"},
-                                  {"unit", nullptr}},
+                                  {"unit", nullptr},
+                                  {"optional", true}},
                                  {{"number", 3},
                                   {"name", nullptr},
                                   {"priority", 0},
@@ -183,13 +187,15 @@ TEST_F(StationList, writesJsonForTools) {
                                   {"highLimit", nullptr},
                                   {"expected", ""},
                                   {"failMessage", "failed (null)"},
-                                  {"unit", nullptr}}}}},
+                                  {"unit", nullptr},
+                                  {"optional", false}}}}},
                               {{"number", 2},
                                {"displayName", nullptr},
                                {"class", "QLTestMethodDelay"},
                                {"ofFramework", true},
                                {"retest", nullptr},
                                {"stopOnFail", true},
+                               {"timeLimit", nullptr},
                                {"subTests", json::array()}}}}}}}};
   EXPECT_EQ(json::parse(said.output), expected);
   EXPECT_THAT(said.output, StartsWith("{\n  \"format\": 1,\n  \"bundle\": \""));

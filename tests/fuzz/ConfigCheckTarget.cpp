@@ -137,7 +137,8 @@ constexpr std::array kKeys{
     "stationAttributes", "Sites",        "Flows",       "defaultFlow", "disable",
     "Resources",         "class",        "displayName", "params",      "retest",
     "stopOnFail",        "subTestInfos", "name",        "priority",    "expected",
-    "lowLimit",          "highLimit",    "failMessage", "main",        "left"};
+    "lowLimit",          "highLimit",    "failMessage", "main",        "left",
+    "timeLimit",         "optional",     "unit"};
 constexpr std::array kLines{"dut,QLTDiags,0,bsdPath=/dev/x\n",   "dut,Nothing,0,a=b\n",
                             "dut,QLTDavDPEther,1,ip=10.0.0.1\n", "dut,QLTDiags,1,path=/dev/x\n",
                             "dut,QLTDavDPSerial,0,a=b;c\n",      "\n"};

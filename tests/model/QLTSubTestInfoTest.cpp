@@ -15,6 +15,7 @@ TEST(QLTSubTestInfoTest, NewSpecificationPassesNothingInParticular) {
   EXPECT_EQ(info.expected(), "");
   EXPECT_EQ(info.failMessage(), std::nullopt);
   EXPECT_FALSE(info.hasLimits());
+  EXPECT_FALSE(info.isOptional());
 }
 
 TEST(QLTSubTestInfoTest, MadeFromNameAndPriority) {

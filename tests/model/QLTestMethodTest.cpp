@@ -91,6 +91,18 @@ TEST(QLTestMethodConstructionTest, SettingsAreKept) {
   EXPECT_EQ(method.suite(), suite);
 }
 
+TEST(QLTestMethodConstructionTest, TimeLimitIsAbsentOrAboveZero) {
+  QLTestMethod method(nullptr, nullptr, "Power", {});
+  EXPECT_EQ(method.timeLimit(), std::nullopt);
+  method.setTimeLimit(2.5);
+  EXPECT_EQ(method.timeLimit(), 2.5);
+  for (const double wrong : {0.0, -1.0, std::nan("")}) {
+    method.setTimeLimit(2.5);
+    method.setTimeLimit(wrong);
+    EXPECT_EQ(method.timeLimit(), std::nullopt) << wrong;
+  }
+}
+
 TEST(QLTestMethodConstructionTest, ParametersAreACopy) {
   QLTestMethod method(nullptr, nullptr, "Power", {});
   EXPECT_EQ(method.param("voltage"), nullptr);
