@@ -40,7 +40,9 @@ class QLTestSuite;
 ///     static bool onLoad(const QLTClass& cls, const QLTDictionary& stationInfo, QLTError* error);
 ///     static bool onUnload(QLTError* error);
 ///
-/// `onLoad` and `onUnload` are inherited from `QLTestSuite` unless the class has its own.
+/// `onLoad` and `onUnload` are inherited from `QLTestSuite` unless the class has its own. Of the
+/// hooks that are virtual, `onSafeState` is held to the same: an operation of that name that does
+/// not override `QLTestSuite`'s, or that is not public, does not compile.
 ///
 /// A class need not be a type of C++: `registerClass` with a bundle enters anything that can make
 /// suites or methods, with what it needs for that captured in its functions.
@@ -133,6 +135,8 @@ using CustomizeConfigHook = void(QLTDictionary&, const QLTDictionary&);
 using CreateInstrumentHook = std::shared_ptr<QLTObject>(const QLTDictionary&, QLTError*);
 using OnLoadHook = bool(const QLTClass&, const QLTDictionary&, QLTError*);
 using OnUnloadHook = bool(QLTError*);
+template <typename T>
+using OnSafeStateHook = bool (T::*)(QLTError*);
 
 /// What a suite class offers, without what it inherits. (`Base` is QLTestSuite, which is defined by
 /// the time that this is used.)
@@ -177,6 +181,13 @@ QLTClass::Operations suiteOperationsOf() {
     if (static_cast<OnUnloadHook*>(&T::onUnload) != &Base::onUnload) {
       operations.onUnload = [](QLTError* error) { return T::onUnload(error); };
     }
+    // The call is for the compiler that looks at access only then, where there are overloads.
+    static_assert(
+        requires(T & suite, QLTError * error) {
+          static_cast<OnSafeStateHook<T>>(&T::onSafeState);
+          suite.onSafeState(error);
+        },
+        "the hook must be public, and: bool onSafeState(QLTError* error) override;");
   }
   return operations;
 }

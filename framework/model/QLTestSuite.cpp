@@ -47,6 +47,7 @@ std::shared_ptr<QLTObject> QLTestSuite::onDUTStart(const QLTDictionary&, QLTErro
 bool QLTestSuite::onDUTFinished(QLTError*) { return true; }
 bool QLTestSuite::onDUTFail(QLTError*) { return true; }
 bool QLTestSuite::onException(QLTError*) { return true; }
+bool QLTestSuite::onSafeState(QLTError*) { return true; }
 
 void QLTestSuite::addResource(std::shared_ptr<QLTObject> resource, QLTText name) {
   if (!resource || !name.text()) return;

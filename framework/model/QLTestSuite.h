@@ -56,6 +56,13 @@ class QLT_EXPORT QLTestSuite : public QLTObject, public std::enable_shared_from_
   virtual bool onDUTFail(QLTError* error = nullptr);      ///< a test failed
   virtual bool onException(QLTError* error = nullptr);    ///< the run was broken off
 
+  /// Brings the site's instruments into a state in which a person may touch the fixture: supplies
+  /// off, pressure released. The station application calls it on freshly made instruments, after a
+  /// crash of the plug-in, after it had to be killed, and after somebody stopped everything at
+  /// once; never while a test runs, and without an `onDUTStart` before it. The base does nothing
+  /// and returns true. False, or an error that is left, means that the fixture may not be safe.
+  virtual bool onSafeState(QLTError* error = nullptr);
+
   // Resources: the site's instruments by name. `resources` may be null; then there are none.
 
   /// Enters a resource under `name`, replacing an earlier one. A null one is not entered, nor one

@@ -54,6 +54,7 @@ TEST(QLTestSuite, OtherHooksSayYesAndChangeNothing) {
     EXPECT_TRUE(suite->onDUTFinished(slot));
     EXPECT_TRUE(suite->onDUTFail(slot));
     EXPECT_TRUE(suite->onException(slot));
+    EXPECT_TRUE(suite->onSafeState(slot));
     EXPECT_TRUE(QLTestSuite::onUnload(slot));
   }
   EXPECT_EQ(error.domain(), "earlier");

@@ -40,5 +40,34 @@ class HookSuite : public QLTestSuite {
 #else
   static bool onUnload(QLTError* error);
 #endif
+#ifdef WRONG_onSafeState
+  bool onSafeState();
+#elif defined(WRONG_constSafeState)
+  bool onSafeState(QLTError* error) const;
+#elif defined(WRONG_onSafeStateOverload)
+void onSafeState(int slot);
+bool onSafeState(QLTError& error);
+#else
+#ifdef WRONG_onSafeStateAccess
+private:
+#endif
+void onSafeState(int slot);  // an overload beside the hook does no harm
+bool onSafeState(QLTError* error) override;
+#endif
 };
 QLT_CLASS(HookSuite);
+
+// Nor does a suite that inherits the hook, from another one or from QLTestSuite, and may close it.
+#if !defined(WRONG_final)
+class HeirSuite : public HookSuite {
+ public:
+  using HookSuite::HookSuite;
+};
+QLT_CLASS(HeirSuite);
+#endif
+class PlainSuite : public QLTestSuite {
+ public:
+  using QLTestSuite::QLTestSuite;
+  bool onSafeState(QLTError* error) final;
+};
+QLT_CLASS(PlainSuite);
