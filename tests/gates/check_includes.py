@@ -4,7 +4,7 @@
     check_includes.py ROOT
 
 The floors of framework/ stand in framework/CMakeLists.txt, ground floor first. A floor includes itself and those before
-it, and common/; common/ includes only itself. Whatever is not the framework uses its public headers, and common/; the
+it, and common/; common/ includes only itself; results/ itself and common/. Whatever is not the framework uses its public headers, and common/; the
 examples, which build against an installed copy, the public headers alone. Each fault is one line, FILE:LINE: what; the
 exit status is 1 when there is any.
 """
@@ -49,6 +49,8 @@ class Tree:
         to_floor = self.floor(target)
         if file.startswith("common/"):
             return None if target.startswith("common/") else f"common/ includes {target}"
+        if file.startswith("results/"):
+            return None if target.startswith(("common/", "results/")) else f"results/ includes {target}"
         if file.startswith("framework/"):
             if target.startswith("common/"):
                 return None
@@ -69,7 +71,7 @@ class Tree:
         return parts[1] if parts[0] == "framework" and parts[1] in self.floors else None
 
     def faults(self):
-        for folder in ("common", "framework", "station", "simulators", "examples", "tests", "benchmarks"):
+        for folder in ("common", "framework", "results", "station", "simulators", "examples", "tests", "benchmarks"):
             for path in sorted((self.root / folder).rglob("*")):
                 if path.suffix not in (".h", ".cpp", ".c"):
                     continue

@@ -23,8 +23,10 @@ FILES = {
     "framework/model/QLTestSuite.cpp": '#include "QLTestSuite.h"\n#include <QLTestSiteManager.h>\n',
     "framework/configuration/QLTestSiteManager.h": "#include <QLTestSuite.h>\n",
     "common/Text.h": "#pragma once\n",
+    "results/Rows.h": "#pragma once\n",
+    "results/Store.h": '#include "common/Text.h"\n#include "results/Rows.h"\n',
     "station/Text.h": '#include <QLTValue.h>\n#include "common/Text.h"\n',
-    "station/Screen.cpp": '#include "Text.h"\n',
+    "station/Screen.cpp": '#include "Text.h"\n#include "results/Rows.h"\n',
 }
 
 
@@ -65,6 +67,12 @@ class CheckIncludes(unittest.TestCase):
     def test_the_base_includes_itself_only(self):
         self.assertEqual(faults(common__Text_cpp='#include "Text.h"\n#include <QLTValue.h>\n'),
                          ["common/Text.cpp:2: common/ includes framework/platform/QLTValue.h"])
+
+    def test_the_results_include_themselves_and_the_base_only(self):
+        self.assertEqual(
+            faults(results__X_cpp='#include "station/Text.h"\n#include <QLTValue.h>\n'),
+            ["results/X.cpp:1: results/ includes station/Text.h",
+             "results/X.cpp:2: results/ includes framework/platform/QLTValue.h"])
 
     def test_the_inside_of_the_framework_is_for_the_framework(self):
         for folder in ("station", "simulators", "tests", "examples"):

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+#include "results/BatchWriter.h"
+#include "results/Change.h"
+
+namespace results {
+
+/// The thread that writes: takes what all sites have queued and writes it together, and knows which
+/// runs are in progress and which of them lost something. Thread-safe.
+class Writer {
+ public:
+  Writer(BatchWriter& batches, std::string file);
+  /// Writes what is queued, and ends.
+  ~Writer();
+  Writer(const Writer&) = delete;
+  Writer& operator=(const Writer&) = delete;
+
+  /// Queues a change; waits while the queue is full. Throws `StoreError` when its run is not in
+  /// progress.
+  void add(Change change);
+  /// Queues a change and waits until it is on disk. Throws `StoreError`.
+  void addAndWait(Change change);
+  std::optional<StoreError> failure() const;
+
+ private:
+  struct Waiter {
+    bool done = false;
+    std::optional<StoreError> error;
+  };
+  struct Request {
+    Change change;
+    Waiter* waiter = nullptr;
+  };
+  struct RunState {
+    std::int64_t records = 0;
+    std::optional<StoreError> failure;
+  };
+  /// Requests with what came of them.
+  struct Batch {
+    std::deque<Request> requests;
+    std::vector<std::optional<StoreError>> errors;
+  };
+
+  bool admit(Change& change);
+  void push(std::unique_lock<std::mutex>& lock, Change change, Waiter* waiter);
+  void work();
+  Batch take();
+  void write(Batch& batch);
+  bool writeTogether(Batch& batch, const std::vector<std::size_t>& which);
+  void settle(Batch& batch);
+  void settle(Request& request, const StoreError& error);
+  void abandon(const std::string& runId, const StoreError& error, RunEnd end);
+
+  BatchWriter& batches_;
+  const std::string file_;
+  mutable std::mutex mutex_;
+  std::condition_variable queued_;   // something is to be written
+  std::condition_variable changed_;  // there is room, or a waiter's change is settled
+  std::deque<Request> queue_;
+  std::size_t waiting_ = 0;  // how many in the queue are waited for
+  bool retrying_ = false;    // an abandoned run is to be tried though nothing is queued
+  bool ending_ = false;
+  std::unordered_map<std::string, RunState> runs_;
+  std::vector<Change> abandoned_;  // ends of runs that lost something, to be written
+  std::optional<StoreError> failure_;
+  std::thread thread_;
+};
+
+}  // namespace results
