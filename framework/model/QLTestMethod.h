@@ -9,8 +9,10 @@
 
 #include <QLTClass.h>
 #include <QLTError.h>
+#include <QLTExclusive.h>
 #include <QLTExport.h>
 #include <QLTExtras.h>
+#include <QLTHold.h>
 #include <QLTObject.h>
 #include <QLTSubTestInfo.h>
 #include <QLTText.h>
@@ -93,6 +95,12 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
   /// The suite's resource of that name and class; see `QLTestSuite::resource`.
   template <typename T>
   std::shared_ptr<T> resource(const QLTText& name, QLTError* error = nullptr) const;
+  /// The suite's resource, held for its site; see `QLTestSuite::exclusive`.
+  template <typename T>
+  QLTExclusive<T> exclusive(const QLTText& name, QLTError* error = nullptr) const;
+  template <typename T>
+  QLTExclusive<T> exclusive(const QLTText& name, double timeOutInSeconds,
+                            QLTError* error = nullptr) const;
   /// The resource "operator": the person at the station. Null when the station has none, as with
   /// `resource`. Include <QLTOperator.h> to ask something.
   std::shared_ptr<QLTOperator> op(QLTError* error = nullptr) const;
@@ -157,4 +165,15 @@ class QLT_EXPORT QLTestMethod : public QLTObject {
 template <typename T>
 std::shared_ptr<T> QLTestMethod::resource(const QLTText& name, QLTError* error) const {
   return QLTestSuite::resourceOf<T>(suite().get(), name, error);
+}
+
+template <typename T>
+QLTExclusive<T> QLTestMethod::exclusive(const QLTText& name, QLTError* error) const {
+  return exclusive<T>(name, QLTHold::kTimeOutInSeconds, error);
+}
+
+template <typename T>
+QLTExclusive<T> QLTestMethod::exclusive(const QLTText& name, double timeOutInSeconds,
+                                        QLTError* error) const {
+  return QLTestSuite::exclusiveOf<T>(suite().get(), name, timeOutInSeconds, error);
 }

@@ -11,7 +11,9 @@
 
 #include <QLTClass.h>
 #include <QLTError.h>
+#include <QLTExclusive.h>
 #include <QLTExport.h>
+#include <QLTHold.h>
 #include <QLTObject.h>
 #include <QLTText.h>
 #include <QLTValue.h>
@@ -88,6 +90,30 @@ class QLT_EXPORT QLTestSuite : public QLTObject, public std::enable_shared_from_
     std::shared_ptr<T> typed = std::dynamic_pointer_cast<T>(found);
     if (found && !typed) reportClass(name, *found, typeid(T).name(), error);
     return typed;
+  }
+
+  /// The resource of that name and class, held for this site until the handle goes; see
+  /// `QLTExclusive`. Waits for at most `timeOutInSeconds` (60 where it is not given) while another
+  /// site holds it. Holds nothing when there is no such resource, as with `resource`, or when time
+  /// has run out (code -80003, with the site that holds it).
+  template <typename T>
+  QLTExclusive<T> exclusive(const QLTText& name, QLTError* error = nullptr) const {
+    return exclusiveOf<T>(this, name, QLTHold::kTimeOutInSeconds, error);
+  }
+  template <typename T>
+  QLTExclusive<T> exclusive(const QLTText& name, double timeOutInSeconds,
+                            QLTError* error = nullptr) const {
+    return exclusiveOf<T>(this, name, timeOutInSeconds, error);
+  }
+  /// As `exclusive`, for a suite that may be null.
+  template <typename T>
+  static QLTExclusive<T> exclusiveOf(const QLTestSuite* suite, const QLTText& name,
+                                     double timeOutInSeconds, QLTError* error) {
+    std::shared_ptr<T> typed = resourceOf<T>(suite, name, error);
+    if (!typed) return {};
+    QLTHold hold = QLTHold::take(std::dynamic_pointer_cast<QLTObject>(typed), name,
+                                 suite->siteName(), timeOutInSeconds, error);
+    return {std::move(typed), std::move(hold)};
   }
 
   // Flows. Several names may stand for the same list.

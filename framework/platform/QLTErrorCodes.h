@@ -54,6 +54,8 @@ inline constexpr std::int32_t kQLTErrorInstrumentTypeUnknown = -70000;
 inline constexpr std::int32_t kQLTErrorResourceMissing = -80001;
 /// A test asked for a resource that its site has not, or has of another class.
 inline constexpr std::int32_t kQLTErrorResourceUnusable = -80002;
+/// A test waited too long for a resource that another site holds; see `QLTExclusive`.
+inline constexpr std::int32_t kQLTErrorResourceHeld = -80003;
 /// There is nobody whom a test could ask; see `QLTOperator`.
 inline constexpr std::int32_t kQLTErrorOperatorAbsent = -82001;
 /// Nobody answered a test's question in time.
