@@ -85,7 +85,8 @@ std::string asJson(const CheckArguments& arguments, const Findings& findings) {
                     {"offset", finding.offset >= 0 ? Json(finding.offset) : Json(nullptr)},
                     {"key", presentOrNull(finding.key)},
                     {"message", finding.message},
-                    {"advice", presentOrNull(finding.advice)}});
+                    {"advice", presentOrNull(finding.advice)},
+                    {"unknownKey", orNull(finding.unknownKey)}});
   }
   return textOf(Json{{"format", 1},
                      {"bundle", arguments.bundle.string()},

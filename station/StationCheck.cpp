@@ -1,5 +1,6 @@
 #include "StationCheck.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -8,9 +9,9 @@
 #include <QLTError.h>
 #include <QLTStationPlan.h>
 
-#include "ColumnKeys.h"
 #include "RunOptions.h"
 #include "StationInfo.h"
+#include "StationWords.h"
 #include "Text.h"
 
 namespace station {
@@ -58,15 +59,23 @@ void checkPrincipalClass(const QLTBundle& bundle, Findings& findings) {
 }
 
 /// The station attributes that this application reads itself.
-void checkColumnKeys(const QLTStationPlan& plan, Findings& findings) {
-  for (const char* const name : {kAttributeColumns, kExtraColumns}) {
-    const QLTValue* const value = plan.stationAttributes.find(name);
-    const QLTValue* const wrong = value == nullptr ? nullptr : notTexts(*value);
-    if (wrong == nullptr) continue;
-    findings.push_back(errorAt(plan.configFile, wrong->position(),
-                               std::string("stationAttributes/") + name,
-                               "must be an array of texts; quillon run refuses anything else", ""));
+StationWords checkWords(const QLTStationPlan& plan, Findings& findings) {
+  std::vector<StationWordFault> faults;
+  StationWords words = readStationWords(plan.stationAttributes, faults);
+  for (StationWordFault& fault : faults) {
+    findings.push_back(errorAt(plan.configFile, fault.position, "stationAttributes/" + fault.name,
+                               fault.message + "; quillon run refuses anything else",
+                               "It is " + fault.meaning + "."));
   }
+  return words;
+}
+
+/// Takes away what is no mistake, since the plug-in says that it reads the key itself.
+void forgiveOwnKeys(const std::vector<std::string>& ownKeys, Findings& findings) {
+  std::erase_if(findings, [&](const QLTConfigFinding& finding) {
+    return finding.unknownKey &&
+           std::find(ownKeys.begin(), ownKeys.end(), *finding.unknownKey) != ownKeys.end();
+  });
 }
 
 }  // namespace
@@ -83,7 +92,7 @@ Findings checkStation(const std::filesystem::path& bundlePath,
            *bundle, testerConfig, stationInfo(*bundle, kDefaultLogFolder), &plan)) {
     findings.push_back(std::move(finding));
   }
-  checkColumnKeys(plan, findings);
+  forgiveOwnKeys(checkWords(plan, findings).ownKeys, findings);
   return findings;
 }
 

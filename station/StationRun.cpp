@@ -14,6 +14,7 @@
 #include "LogFiles.h"
 #include "SiteRunner.h"
 #include "StationInfo.h"
+#include "StationWords.h"
 #include "Text.h"
 
 namespace station {
@@ -69,6 +70,7 @@ int StationRun::run() {
 }
 
 int StationRun::runOn(Plugin& plugin, const std::string& csvPath) {
+  readStationWords(plugin.manager().stationAttributes());  // refuses what the check refuses
   const Suites suites = chooseSites(plugin.manager(), options_.sites);
   checkFlow(suites, options_.flow);
   SerialNumberSource serialNumbers(options_.serialNumbers, siteNames(suites), screen_);

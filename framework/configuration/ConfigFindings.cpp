@@ -92,7 +92,9 @@ void ConfigFindings::unknownKey(const ConfigEntry& entry, std::string_view key,
   if (std::find(known.begin(), known.end(), key) != known.end()) return;
   std::string advice = didYouMean(key, known);
   if (advice.empty()) advice = "the keys are: " + QLTUtil::arrayToString(known, ", ");
-  warning(entry.finding("unknown key; loading ignores it"), std::move(advice));
+  QLTConfigFinding finding = entry.finding("unknown key; loading ignores it");
+  finding.unknownKey = key;
+  warning(std::move(finding), std::move(advice));
 }
 
 void ConfigFindings::surprisingBoolean(const ConfigEntry& entry) {

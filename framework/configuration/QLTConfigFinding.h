@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include <QLTExport.h>
@@ -20,6 +21,9 @@ struct QLT_EXPORT QLTConfigFinding {
   std::string advice;   ///< what to do; may be ""
   /// In a binary file, which has no lines: in bytes, from 0; -1 where it is not known.
   std::int64_t offset = -1;
+  /// The last part of `key`, when the finding is that nothing reads what stands under it; absent
+  /// for every other finding.
+  std::optional<std::string> unknownKey = std::nullopt;
 
   /// "FILE:LINE:COLUMN: KEY: MESSAGE", or "FILE:offset N: ...", without the parts that are not
   /// known.

@@ -360,6 +360,23 @@ TEST_F(QLTConfigCheckTest, FindsForeignBytesInOnePass) {
   EXPECT_EQ(findings.back().line, static_cast<int>(lines));
 }
 
+TEST_F(QLTConfigCheckTest, TellsWhichFindingsAreUnknownKeys) {
+  setTesterConfig(kConsole);
+  std::vector<std::string> keys;
+  for (const QLTConfigFinding& finding : check(
+           key("a/b", text("x")) + key("Sites", dict(key("left", dict(key("", text("x")))))) +
+           key("Flows",
+               dict(key("main",
+                        array(testOf("PowerTest", key("retest", text("perhaps")) +
+                                                      key("tries", "<integer>2</integer>") +
+                                                      subTests(dict(key("limit", "<true/>")))))))) +
+           key("defaultFlow", text("main")))) {
+    if (finding.unknownKey) keys.push_back(finding.key + ": " + *finding.unknownKey);
+  }
+  EXPECT_THAT(keys, ElementsAre("a/b: a/b", "Sites/left/: ", "Flows/main/0/tries: tries",
+                                "Flows/main/0/subTestInfos/0/limit: limit"));
+}
+
 TEST_F(QLTConfigCheckTest, WantsATimeLimitAboveZero) {
   setTesterConfig(kConsole);
   const auto with = [&](const std::string& value) {

@@ -136,7 +136,8 @@ TEST_F(StationCheck, writesJsonForTools) {
                             {"offset", nullptr},
                             {"key", "Flows/main/0"},
                             {"message", "has no displayName; its columns in the result log shift"},
-                            {"advice", "give it a displayName"}},
+                            {"advice", "give it a displayName"},
+                            {"unknownKey", nullptr}},
                            {{"severity", "error"},
                             {"file", config()},
                             {"line", 5},
@@ -144,7 +145,8 @@ TEST_F(StationCheck, writesJsonForTools) {
                             {"offset", nullptr},
                             {"key", "Flows/main/0/class"},
                             {"message", "unrecognized test method class TrubleTest"},
-                            {"advice", "did you mean \"TroubleTest\"?"}}}}};
+                            {"advice", "did you mean \"TroubleTest\"?"},
+                            {"unknownKey", nullptr}}}}};
   EXPECT_EQ(json::parse(said.output), expected);
   // Tools may show it as it stands: the order is that of the documentation.
   EXPECT_THAT(said.output, StartsWith("{\n  \"format\": 1,\n  \"bundle\": \""));
@@ -227,6 +229,55 @@ TEST_F(StationCheck, columnKeysThatRunRefusesAreErrors) {
   bundle_.configure(TroubleBundle::test("Volts", ""),
                     "<key>csvAttributeKeys</key><array><string>a</string></array>");
   EXPECT_EQ(check().status, 1);  // the flow "empty"
+}
+
+TEST_F(StationCheck, theStationsWordsHaveTypes) {
+  bundle_.configure(TroubleBundle::test("Volts", ""),
+                    "<key>part</key><array/>\n" + TroubleBundle::text("serialPattern", "QB[0-9") +
+                        TroubleBundle::text("timeLimit", "soon"));
+  const Said said = check();
+  EXPECT_EQ(said.status, 2);
+  EXPECT_THAT(said.output,
+              HasSubstr("stationAttributes/part: must be a text or a number; quillon run refuses "
+                        "anything else\n    It is the part number of the devices, for their "
+                        "records.\n"));
+  EXPECT_THAT(said.output, HasSubstr("stationAttributes/serialPattern: must be a regular "
+                                     "expression (missing ]: [0-9); quillon run refuses"));
+  EXPECT_THAT(said.output, HasSubstr("stationAttributes/timeLimit: must be a number of seconds, "
+                                     "above 0 and at most 1000000000; quillon run refuses"));
+  EXPECT_THAT(said.output, HasSubstr("3 errors: the station does not load."));
+}
+
+TEST_F(StationCheck, keysOfThePluginsOwnAreNotTakenForMisspelt) {
+  const std::string subTests =
+      "<key>subTestsInfos</key><array/><key>colour</key><string>red</string>"
+      "<key>subTestInfos</key><array><dict><key>name</key><string>n</string>"
+      "<key>colour</key><string>red</string><key>limit</key><integer>1</integer></dict></array>";
+  const auto unknownKeys = [&](const std::string& attributes) {
+    bundle_.configure(
+        "<dict><key>class</key><string>TroubleTest</string>"
+        "<key>displayName</key><string>Volts</string>" +
+            subTests + "</dict>",
+        attributes);
+    std::vector<std::string> keys;
+    const json document = json::parse(check({"--json"}).output);
+    for (const json& finding : document.at("findings")) {
+      const json& key = finding.at("unknownKey");
+      if (key.is_null()) continue;
+      EXPECT_EQ(finding.at("severity"), "warning");
+      EXPECT_THAT(finding.at("key").get<std::string>(),
+                  testing::EndsWith("/" + key.get<std::string>()));
+      keys.push_back(key);
+    }
+    return keys;
+  };
+  using testing::ElementsAre;
+  EXPECT_THAT(unknownKeys(""), ElementsAre("colour", "subTestsInfos", "colour", "limit"));
+  EXPECT_THAT(unknownKeys("<key>ownKeys</key><array><string>colour</string><string>Limit</string>"
+                          "</array>"),
+              ElementsAre("subTestsInfos", "limit"));
+  EXPECT_THAT(unknownKeys(TroubleBundle::text("ownKeys", "colour")),
+              ElementsAre("colour", "subTestsInfos", "colour", "limit"));
 }
 
 TEST_F(StationCheck, makesNoInstrumentAndWritesNothing) {

@@ -169,6 +169,13 @@ TEST_F(StationStart, wrongColumnKeysAreRefused) {
               StartsWith("quillon: stationAttributes/csvExtraKeys must be an array of texts\n"));
 }
 
+TEST_F(StationStart, wrongWordsOfTheStationAreRefused) {
+  bundle_.configure(TroubleBundle::test("Volts", ""), TroubleBundle::text("serialPattern", "QB("));
+  EXPECT_THAT(refusal(serialNumbers_),
+              StartsWith("quillon: stationAttributes/serialPattern must be a regular expression "
+                         "(missing ): QB()\nCorrect the plug-in's TestConfig.plist.\n"));
+}
+
 TEST_F(StationStart, aSiteThatLacksAnInstrumentIsLeftOutWithAWarning) {
   bundle_.configure(TroubleBundle::test("Volts", ""), "",
                     "<key>Resources</key><dict><key>meter</key><string>gone</string></dict>");

@@ -1,0 +1,118 @@
+#include "StationWords.h"
+
+#include <array>
+#include <stdexcept>
+#include <utility>
+
+#include <QLTStationPlan.h>
+
+#include "CannotRun.h"
+#include "ColumnKeys.h"
+#include "Text.h"
+
+namespace station {
+namespace {
+
+/// What is wrong with a value.
+struct Fault {
+  const QLTValue* place;  // the value, or an element of it
+  std::string reason;     // may be ""
+};
+
+using Read = std::optional<Fault> (*)(const QLTValue& value, StationWords& words);
+
+template <auto kMember>
+std::optional<Fault> readText(const QLTValue& value, StationWords& words) {
+  switch (value.type()) {
+    case QLTValue::Type::Text:
+    case QLTValue::Type::Integer:
+    case QLTValue::Type::Real:
+      words.*kMember = value.text();
+      return std::nullopt;
+    default:
+      return Fault{&value, ""};
+  }
+}
+
+template <auto kMember>
+std::optional<Fault> readTexts(const QLTValue& value, StationWords& words) {
+  if (const QLTValue* const wrong = notTexts(value)) return Fault{wrong, ""};
+  for (const QLTValue& element : *value.array()) (words.*kMember).push_back(*element.string());
+  return std::nullopt;
+}
+
+std::optional<Fault> readPattern(const QLTValue& value, StationWords& words) {
+  if (value.string() == nullptr) return Fault{&value, ""};
+  try {
+    words.serialPattern.emplace(*value.string());
+  } catch (const std::invalid_argument& reason) {
+    return Fault{&value, reason.what()};
+  }
+  return std::nullopt;
+}
+
+std::optional<Fault> readTimeLimit(const QLTValue& value, StationWords& words) {
+  words.timeLimit = QLTStationPlan::timeLimitOf(value);
+  if (words.timeLimit) return std::nullopt;
+  return Fault{&value, ""};
+}
+
+struct Word {
+  const char* name;
+  const char* type;
+  const char* meaning;
+  Read read;
+};
+
+constexpr const char* kText = "a text or a number";
+constexpr const char* kTexts = "an array of texts";
+
+/// The one list of the words.
+constexpr std::array kWords{
+    Word{"part", kText, "the part number of the devices, for their records",
+         readText<&StationWords::part>},
+    Word{"revision", kText, "the revision of the devices, for their records",
+         readText<&StationWords::revision>},
+    Word{"process", kText, "the step of the production that the station is, for the records",
+         readText<&StationWords::process>},
+    Word{"serialPattern", "a regular expression", "what a whole serial number must match",
+         readPattern},
+    Word{"timeLimit", "a number of seconds, above 0 and at most 1000000000",
+         "how long each test may take that has no timeLimit of its own", readTimeLimit},
+    Word{"ownKeys", kTexts, "keys that the plug-in reads itself, which are not misspelt",
+         readTexts<&StationWords::ownKeys>},
+    Word{kAttributeColumns, kTexts,
+         "station attributes that become columns in front of each line of the result log",
+         readTexts<&StationWords::csvAttributeKeys>},
+    Word{kExtraColumns, kTexts,
+         "extras of the sub-tests that become columns at the end of each line of the result log",
+         readTexts<&StationWords::csvExtraKeys>}};
+
+}  // namespace
+
+StationWords readStationWords(const QLTDictionary& attributes,
+                              std::vector<StationWordFault>& faults) {
+  StationWords words;
+  for (const Word& word : kWords) {
+    const QLTValue* const value = attributes.find(word.name);
+    if (value == nullptr) continue;
+    const std::optional<Fault> fault = word.read(*value, words);
+    if (!fault) continue;
+    faults.push_back({word.name, fault->place->position(),
+                      std::string("must be ") + word.type +
+                          (fault->reason.empty() ? "" : " (" + fault->reason + ")"),
+                      word.meaning});
+  }
+  return words;
+}
+
+StationWords readStationWords(const QLTDictionary& attributes) {
+  std::vector<StationWordFault> faults;
+  StationWords words = readStationWords(attributes, faults);
+  if (faults.empty()) return words;
+  throw CannotRun(
+      "stationAttributes/" + faults.front().name + " " + printable(faults.front().message),
+      "Correct the plug-in's TestConfig.plist.");
+}
+
+}  // namespace station
