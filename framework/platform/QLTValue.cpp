@@ -16,6 +16,12 @@ using quillon::internal::wideIntegerReading;
 
 namespace {
 
+// The bits of a position: one tells whether it is an offset, which takes all others; else they are
+// the line's and the column's.
+constexpr std::uint64_t kIsOffset = std::uint64_t{1} << 55U;
+constexpr unsigned kColumnBits = 27;
+constexpr std::uint64_t kLastColumn = (std::uint64_t{1} << kColumnBits) - 1;
+
 template <typename... Functions>
 struct Overload : Functions... {
   using Functions::operator()...;
@@ -138,15 +144,12 @@ QLTValue::QLTValue(const QLTValue& other)
                                    },
                                    [](const auto& content) -> Storage { return content; }},
                           other.storage_)),
-      line_(other.line_),
-      column_(other.column_) {}
+      position_(other.position_) {}
 
 // A moved-from value stays usable: it is the empty text, never a dictionary without content.
 // The empty text takes no memory.
 QLTValue::QLTValue(QLTValue&& other) noexcept  // NOLINT(bugprone-exception-escape)
-    : storage_(std::exchange(other.storage_, std::string())),
-      line_(other.line_),
-      column_(other.column_) {}
+    : storage_(std::exchange(other.storage_, std::string())), position_(other.position_) {}
 
 QLTValue& QLTValue::operator=(const QLTValue& other) {
   if (this != &other) *this = QLTValue(other);
@@ -157,8 +160,7 @@ QLTValue& QLTValue::operator=(QLTValue&& other) noexcept {  // NOLINT(bugprone-e
   if (this != &other) {
     // Taken first: `other` may be part of what this value holds.
     Storage taken = std::exchange(other.storage_, std::string());
-    line_ = other.line_;
-    column_ = other.column_;
+    position_ = other.position_;
     storage_ = std::move(taken);
   }
   return *this;
@@ -232,15 +234,18 @@ std::string QLTValue::text() const {
 }
 
 QLTPosition QLTValue::position() const {
-  if (column_ >= 0) return {static_cast<int>(line_), column_};
-  return {0, 0, std::int64_t{-1 - column_} << 32U | line_};
+  const std::uint64_t position = position_;
+  if ((position & kIsOffset) != 0) return {0, 0, static_cast<std::int64_t>(position & ~kIsOffset)};
+  return {static_cast<int>(position >> kColumnBits), static_cast<int>(position & kLastColumn)};
 }
 
 void QLTValue::setPosition(QLTPosition position) {
-  const bool hasOffset = position.offset >= 0;
-  line_ = static_cast<std::uint32_t>(hasOffset ? position.offset : position.line);
-  column_ = hasOffset ? -1 - static_cast<std::int32_t>(position.offset >> 32U)
-                      : std::max(position.column, 0);
+  const auto limited = [](std::int64_t value, std::uint64_t last) {
+    return std::min(static_cast<std::uint64_t>(std::max<std::int64_t>(value, 0)), last);
+  };
+  position_ = position.offset >= 0 ? kIsOffset | limited(position.offset, kIsOffset - 1)
+                                   : limited(position.line, kLastColumn) << kColumnBits |
+                                         limited(position.column, kLastColumn);
 }
 
 bool operator==(const QLTValue& a, const QLTValue& b) {
@@ -289,11 +294,12 @@ bool QLTDictionary::boolean(std::string_view key, bool fallback) const {
 }
 
 QLTValue& QLTDictionary::operator[](std::string_view key) {
-  if (QLTValue* found = find(key)) return *found;
-  return map_.emplace(key, QLTValue()).first->second;
+  return map_.try_emplace(std::string(key)).first->second;
 }
 
-void QLTDictionary::set(std::string_view key, QLTValue value) { (*this)[key] = std::move(value); }
+void QLTDictionary::set(std::string_view key, QLTValue value) {
+  map_.insert_or_assign(std::string(key), std::move(value));
+}
 
 bool QLTDictionary::remove(std::string_view key) {
   const auto found = map_.find(key);

@@ -100,6 +100,7 @@ class QLT_EXPORT QLTValue {
 
   /// Where the value stood in its file.
   QLTPosition position() const;
+  /// A line or column from 2^27 on, or an offset from 2^55 on, is kept as the last one below.
   void setPosition(QLTPosition position);
 
   friend QLT_EXPORT bool operator==(const QLTValue& a, const QLTValue& b);
@@ -107,11 +108,10 @@ class QLT_EXPORT QLTValue {
  private:
   using Storage = std::variant<bool, std::int64_t, double, std::string, QLTDate, QLTData, QLTArray,
                                std::unique_ptr<QLTDictionary>>;
-  Storage storage_;
-  // Line and column; or, of an offset, the lower half and what is under 0 (the upper half, counted
-  // down from -1).
-  std::uint32_t line_ = 0;
-  std::int32_t column_ = 0;
+  [[no_unique_address]] Storage storage_;
+  // An offset, or line and column, in what the storage leaves of its last word: a configuration
+  // has a value for each of its entries.
+  std::uint64_t position_ : 56 = 0;
 };
 
 /// A text that may be absent: a null pointer, or an optional without a value.

@@ -2,6 +2,8 @@
 #include <QLTValue.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <climits>
 #include <cmath>
 #include <limits>
 
@@ -250,6 +252,45 @@ TEST(QLTValue, KeepsWhereItStood) {
     EXPECT_EQ(moved.position().column, 0);
     value = moved;
   }
+}
+
+TEST(QLTValue, KeepsWhereItStoodBesideContentOfEveryType) {
+  const std::array<QLTValue, 8> contents{true,           -1,
+                                         -0.5,           std::string(100, 'x'),
+                                         QLTDate::max(), QLTData{0xff},
+                                         QLTArray{1, 2}, QLTDictionary{{"a", 1}}};
+  QLTValue target;
+  for (const QLTValue& content : contents) {
+    QLTValue value = content;
+    value.setPosition({0, 0, 0x7fffffffffffff});
+    EXPECT_EQ(value, content);
+    target = value;
+    EXPECT_EQ(target, content);
+    EXPECT_EQ(target.position().offset, 0x7fffffffffffff);
+    target.setPosition({7, 9});
+    value = std::move(target);
+    EXPECT_EQ(value, content);
+    EXPECT_EQ(value.position().line, 7);
+    EXPECT_EQ(value.position().column, 9);
+    EXPECT_EQ(target, QLTValue());
+  }
+}
+
+TEST(QLTValue, KeepsTheLastPositionThereIsOfOnesBeyondIt) {
+  QLTValue value;
+  value.setPosition({INT_MAX, INT_MAX});
+  EXPECT_EQ(value.position().line, (1 << 27) - 1);
+  EXPECT_EQ(value.position().column, (1 << 27) - 1);
+  EXPECT_EQ(value.position().offset, -1);
+  value.setPosition({INT_MAX, 1});
+  EXPECT_EQ(value.position().column, 1);
+  value.setPosition({1, INT_MAX});
+  EXPECT_EQ(value.position().line, 1);
+  value.setPosition({-1, -1});
+  EXPECT_EQ(value.position().line, 0);
+  EXPECT_EQ(value.position().column, 0);
+  value.setPosition({0, 0, INT64_MAX});
+  EXPECT_EQ(value.position().offset, (std::int64_t{1} << 55) - 1);
 }
 
 TEST(QLTDictionary, FindsSetsRemovesAndMerges) {
