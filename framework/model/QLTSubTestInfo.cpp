@@ -52,6 +52,16 @@ void QLTSubTestInfo::setHighLimit(double highLimit) {
   highLimitText_ = quillon::internal::sixDecimals(highLimit);
 }
 
+const std::optional<std::string>& QLTSubTestInfo::unit() const {
+  static const std::optional<std::string> none;
+  return unit_ ? *unit_ : none;
+}
+
+void QLTSubTestInfo::setUnit(QLTText unit) {
+  unit_.reset();
+  if (unit.text()) unit_ = std::make_unique<std::optional<std::string>>(std::move(unit).text());
+}
+
 void QLTSubTestInfo::deaclloc() {
   name_.reset();
   expected_.reset();

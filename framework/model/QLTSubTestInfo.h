@@ -55,8 +55,8 @@ class QLT_EXPORT QLTSubTestInfo : public QLTObject {
   bool hasLimits() const { return hasLimits_; }
   /// The unit of the value and the limits, such as "V", for those who show or evaluate them; absent
   /// when there is none.
-  const std::optional<std::string>& unit() const { return unit_; }
-  void setUnit(QLTText unit) { unit_ = std::move(unit).text(); }
+  const std::optional<std::string>& unit() const;
+  void setUnit(QLTText unit);
   /// Whether a test may pass without having reported this sub-test; no unless it is set. For the
   /// station application, which judges that.
   bool isOptional() const { return isOptional_; }
@@ -74,6 +74,8 @@ class QLT_EXPORT QLTSubTestInfo : public QLTObject {
  private:
   std::optional<std::string> name_;
   std::int32_t priority_ = 0;
+  bool hasLimits_ = false;
+  bool isOptional_ = false;
   double lowLimit_ = 0.0;
   double highLimit_ = 0.0;
   // Made once, not for every record.
@@ -81,7 +83,6 @@ class QLT_EXPORT QLTSubTestInfo : public QLTObject {
   std::string highLimitText_ = "0.000000";
   std::optional<std::string> expected_ = "";
   std::optional<std::string> failMessage_;
-  std::optional<std::string> unit_;
-  bool hasLimits_ = false;
-  bool isOptional_ = false;
+  // Apart, as most sub-tests have none, and a station has many sub-tests. Null when there is none.
+  std::unique_ptr<const std::optional<std::string>> unit_;
 };

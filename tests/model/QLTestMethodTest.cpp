@@ -449,6 +449,8 @@ TEST_F(QLTestMethodTest, RecordsCarryTheirNumbers) {
   EXPECT_EQ(last().unit(), std::nullopt);
   method_.addRuntimeError(0, "no reply");
   EXPECT_EQ(last().value(), std::nullopt);
+  method_.subTests()[0]->setUnit(std::nullopt);
+  EXPECT_EQ(method_.subTests()[0]->unit(), std::nullopt);
 }
 
 TEST_F(QLTestMethodTest, RecordsFollowLimitsThatAreSetOneByOne) {
