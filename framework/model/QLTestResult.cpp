@@ -15,6 +15,9 @@ using quillon::internal::sixDecimals;
 const std::string kQLTestRuntimeErrorValue = "run time error";
 const std::string kQLTestRuntimeErrorName = "runtime error";
 
+// Not in the header, where it would have every record cleared before its members are made.
+QLTestResult::QLTestResult() = default;
+
 std::shared_ptr<QLTestResult> QLTestResult::resultWithValues(
     const QLTestMethod& method, QLTText subTestName, QLTText expected, std::int32_t majorNumber,
     std::int32_t minorNumber, QLTExtras extras, QLTText actual, std::int32_t result) {

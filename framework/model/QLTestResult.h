@@ -35,7 +35,7 @@ class QLT_EXPORT QLTestResult : public QLTObject {
  public:
   /// A record that is FAIL until somebody sets it: run index -1, priority 3, empty fail message,
   /// all else absent.
-  QLTestResult() = default;
+  QLTestResult();
 
   /// A record with name, serial number, site and run index taken from `method` and its suite. A
   /// method without a suite gives an absent serial number and site, and run index 0.
