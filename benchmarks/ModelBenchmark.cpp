@@ -54,7 +54,6 @@ std::string pairText(std::int32_t major, std::int32_t minor) {
 constexpr double kLow = 4.75;
 constexpr double kHigh = 5.25;
 constexpr std::int32_t kTest = 7;
-constexpr std::size_t kRecords = 50;  // of a test
 
 /// The bare record of the value, from the texts of `pattern`.
 void addBare(std::vector<std::shared_ptr<BareRecord>>& records, const BareRecord& pattern,
@@ -77,7 +76,9 @@ void addBare(std::vector<std::shared_ptr<BareRecord>>& records, const BareRecord
   records.push_back(std::move(record));
 }
 
+/// A test of as many sub-tests as the argument says.
 void comparedResult(benchmark::State& state) {
+  const auto records = static_cast<std::size_t>(state.range(0));
   const auto suite = std::make_shared<QLTestSuite>("site1");
   suite->setCurrentSN("C02X1234");
   suite->setCurrentIndex(3);
@@ -98,19 +99,19 @@ void comparedResult(benchmark::State& state) {
   pattern.failMessage = "failed VBUS";
   pattern.priority = like.priority();
 
-  const auto valueOf = [](std::size_t i) { return 4.7 + 0.014 * static_cast<double>(i); };
+  const auto valueOf = [](std::size_t i) { return 4.7 + 0.014 * static_cast<double>(i % 50); };
   bench::Comparison comparison;
   std::vector<std::shared_ptr<BareRecord>> bare;
   const auto framework = [&] {
     method.willRun(kTest);
     return bench::timeOf([&] {
-      for (std::size_t i = 0; i < kRecords; ++i) method.addResultAndCompare(1, valueOf(i));
+      for (std::size_t i = 0; i < records; ++i) method.addResultAndCompare(1, valueOf(i));
     });
   };
   const auto floor = [&] {
-    bare = {};
+    bare = std::vector<std::shared_ptr<BareRecord>>();  // one for each run, as the framework's
     return bench::timeOf([&] {
-      for (std::size_t i = 0; i < kRecords; ++i) addBare(bare, pattern, valueOf(i));
+      for (std::size_t i = 0; i < records; ++i) addBare(bare, pattern, valueOf(i));
     });
   };
   // In turns, as the second one finds the memory as the first one left it.
@@ -121,8 +122,9 @@ void comparedResult(benchmark::State& state) {
     const auto second = frameworkFirst ? floor() : framework();
     comparison.add(state, frameworkFirst ? first : second, frameworkFirst ? second : first);
   }
-  comparison.report(state, kRecords);
+  comparison.report(state, records);
 }
-BENCHMARK(comparedResult)->UseManualTime()->Iterations(20000);
+BENCHMARK(comparedResult)->Arg(50)->UseManualTime()->Iterations(20000);
+BENCHMARK(comparedResult)->Arg(1000)->UseManualTime()->Iterations(2000);
 
 }  // namespace
