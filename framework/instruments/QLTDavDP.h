@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -43,6 +44,16 @@ class QLT_EXPORT QLTDavDP : public QLTObject {
   /// absent reply. `error` is left alone: the read has set it.
   virtual std::optional<std::vector<std::string>> packageReturn(
       const std::optional<std::string>& reply, const std::string& addr, QLTError* error = nullptr);
+  /// The same; a null reply is an absent one, a null address the empty text.
+  std::optional<std::vector<std::string>> packageReturn(const std::optional<std::string>& reply,
+                                                        const char* addr,
+                                                        QLTError* error = nullptr) {
+    return packageReturn(reply, QLTText(addr).orEmpty(), error);
+  }
+  std::optional<std::vector<std::string>> packageReturn(
+      const char* reply, const std::convertible_to<QLTText> auto& addr, QLTError* error = nullptr) {
+    return packageReturn(QLTText(reply).text(), QLTText(addr).orEmpty(), error);
+  }
 
   /// True when the field `resultIndex` is exactly "P". Throws `std::out_of_range` for an index
   /// outside the fields; check their number first.

@@ -50,6 +50,10 @@ class QLT_EXPORT QLTScpiInstrument : public QLTAsciiReadWriteDevice {
   virtual bool queryError(QLTError* error = nullptr);
   /// An error record of the domain `kQLTScipErrorDomain`. Nothing is logged.
   virtual QLTError makeError(std::int32_t code, const std::string& message);
+  /// The same; a null text is the empty one.
+  QLTError makeError(std::int32_t code, const char* message) {
+    return makeError(code, QLTText(message).orEmpty());
+  }
 
   // Straight to the device and back; `write` adds no line end.
   std::optional<std::string> read(std::int32_t size, QLTError* error = nullptr) override;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <QLTAsciiReadWriteSimDevice.h>
 #include <QLTCSVLogger.h>
@@ -55,6 +56,27 @@ TEST_F(NullTextTest, IsTheEmptyCommand) {
   socket->readUntil(null_);
   QLTDavDP unit;
   EXPECT_EQ(unit.sendCommand(null_, 1), std::nullopt);
+}
+
+TEST_F(NullTextTest, IsAnAbsentReplyAndAnEmptyAddress) {
+  const std::vector<std::string> fields{"&1", "P"};
+  QLTDavDP unit;
+  EXPECT_EQ(unit.packageReturn(std::optional<std::string>("&1,P"), null_), fields);
+  EXPECT_EQ(unit.packageReturn(std::string("&1,P"), null_), fields);
+  EXPECT_EQ(unit.packageReturn("&1,P", null_), fields);
+  EXPECT_EQ(unit.packageReturn("&1,P", "10.0.0.20"), fields);
+  EXPECT_EQ(unit.packageReturn("&1,P", std::string("10.0.0.20")), fields);
+  EXPECT_EQ(unit.packageReturn(null_, "10.0.0.20"), std::nullopt);
+  EXPECT_EQ(unit.packageReturn(std::nullopt, "10.0.0.20"), std::nullopt);
+}
+
+TEST_F(NullTextTest, IsTheEmptyTextOfAnInstrumentsError) {
+  const auto port = std::make_shared<QLTSimSerial>("sim");
+  ASSERT_TRUE(port->open());
+  const auto meter = QLTScpiInstrument::initWithDevice(port);
+  ASSERT_TRUE(meter);
+  EXPECT_EQ(meter->makeError(-222, null_).description(), "");
+  EXPECT_EQ(meter->makeError(-222, "range").description(), "range");
 }
 
 TEST_F(NullTextTest, IsTheEmptyTextOfAScript) {
