@@ -27,7 +27,7 @@ struct NewArguments {
 };
 
 // clang-format off
-constexpr std::array<std::string_view, 96> kKeywords{
+constexpr std::array<std::string_view, 107> kKeywords{
     "alignas", "alignof", "and", "and_eq", "asm", "auto", "bitand", "bitor", "bool", "break",
     "case", "catch", "char", "char16_t", "char32_t", "char8_t", "class", "co_await", "co_return",
     "co_yield", "compl", "concept", "const", "const_cast", "consteval", "constexpr", "constinit",
@@ -40,7 +40,8 @@ constexpr std::array<std::string_view, 96> kKeywords{
     "typeid", "typename", "union", "unsigned", "using", "virtual", "void", "volatile", "wchar_t",
     "while", "xor", "xor_eq",
     // Names that CMake keeps for targets of its own.
-    "all", "clean", "help", "test"};
+    "ALL_BUILD", "INSTALL", "PACKAGE", "RUN_TESTS", "ZERO_CHECK", "all", "clean", "edit_cache",
+    "help", "install", "package", "package_source", "preinstall", "rebuild_cache", "test"};
 // clang-format on
 
 bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }

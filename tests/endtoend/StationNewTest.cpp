@@ -161,6 +161,10 @@ TEST_F(StationNew, refusesNamesThatCannotServe) {
       {"class", "it is a word of C++ or CMake"},
       {"xor_eq", "it is a word of C++ or CMake"},
       {"test", "it is a word of C++ or CMake"},
+      {"edit_cache", "it is a word of C++ or CMake"},
+      {"install", "it is a word of C++ or CMake"},
+      {"package", "it is a word of C++ or CMake"},
+      {"rebuild_cache", "it is a word of C++ or CMake"},
       {"QLTest", "QLT begins the names of the framework's own classes"},
       {std::string(101, 'a'), "it is too long"}};
   for (const auto& [name, reason] : reasons) {
