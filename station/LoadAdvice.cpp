@@ -2,6 +2,8 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <optional>
+#include <utility>
 
 #include <QLTConfigFinding.h>
 #include <QLTErrorCodes.h>

@@ -106,14 +106,7 @@ std::string ConfigEntry::keyPath() const {
 }
 
 QLTConfigFinding ConfigEntry::finding(std::string message) const {
-  return {QLTConfigFinding::Severity::Error,
-          *file_,
-          position().line,
-          position().column,
-          keyPath(),
-          std::move(message),
-          "",
-          position().offset};
+  return QLTConfigFinding::errorAt(*file_, position(), keyPath(), std::move(message));
 }
 
 std::optional<double> timeLimitOf(const QLTValue& value) {

@@ -120,6 +120,22 @@ void ConfigFindings::shiftedColumns(const ConfigEntry& entry, std::string_view t
 
 }  // namespace quillon::internal
 
+QLTConfigFinding QLTConfigFinding::errorAt(std::string file, QLTPosition position, std::string key,
+                                           std::string message, std::string advice) {
+  return {Severity::Error, std::move(file),    position.line,     position.column,
+          std::move(key),  std::move(message), std::move(advice), position.offset};
+}
+
+std::optional<QLTConfigFinding> QLTConfigFinding::of(const QLTError& error) {
+  const QLTDictionary& parts = error.userInfo();
+  if (!parts.contains("file")) return std::nullopt;
+  const QLTPosition position{static_cast<int>(parts.integer("line")),
+                             static_cast<int>(parts.integer("column")),
+                             parts.integer("offset", -1)};
+  return errorAt(parts.text("file"), position, parts.text("keyPath"),
+                 parts.text("reason", error.description().value_or("")));
+}
+
 std::string QLTConfigFinding::text() const {
   return quillon::internal::placedText({file, {line, column, offset}, key}, message);
 }

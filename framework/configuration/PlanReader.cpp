@@ -50,18 +50,12 @@ std::optional<QLTDictionary> PlanReader::readConfigFile() {
   QLTError problem;
   std::optional<QLTDictionary> config = QLTPropertyList::readDictionary(plan_.configFile, &problem);
   if (!config) {
-    const QLTDictionary& parts = problem.userInfo();
-    QLTConfigFinding finding = ConfigEntry(plan_.configFile, "", nullptr).finding("");
-    if (const QLTValue* reason = parts.find("reason")) {
-      finding.line = parts.find("line")->intValue();
-      finding.column = parts.find("column")->intValue();
-      finding.offset = parts.integer("offset", -1);
-      finding.key = parts.find("keyPath")->text();
-      finding.message = reason->text();
-      findings_.complaint(std::move(finding));
+    if (auto malformed = QLTConfigFinding::of(problem)) {
+      findings_.complaint(*std::move(malformed));
     } else {
-      finding.message = cannotBeRead(problem, plan_.configFile);
-      findings_.complaint(std::move(finding), "every plug-in needs the resource TestConfig.plist");
+      findings_.complaint(QLTConfigFinding::errorAt(plan_.configFile, {}, "",
+                                                    cannotBeRead(problem, plan_.configFile)),
+                          "every plug-in needs the resource TestConfig.plist");
     }
     return std::nullopt;
   }
@@ -90,8 +84,8 @@ std::optional<QLTDictionary> PlanReader::readStation(const QLTBundle& bundle, bo
   readStationAttributes(*config);
   const QLTClass* const principalClass = bundle.principalClass();
   if (const QLTError problem = customizeConfig(principalClass, *config, stationInfo)) {
-    findings_.complaint(ConfigEntry(plan_.configFile, "", nullptr)
-                            .finding(problem.description().value_or(problem.domain())),
+    findings_.complaint(QLTConfigFinding::errorAt(plan_.configFile, {}, "",
+                                                  problem.description().value_or(problem.domain())),
                         "a fault of the plug-in");
     return std::nullopt;
   }
@@ -140,9 +134,8 @@ void PlanReader::checkInstrumentClass(QLTStationPlan::Instrument& instrument,
   }
   // Loading learns from the plug-in itself what it makes.
   if (!findings_.wantsWarnings()) return;
-  const std::string file = testerConfig_.string();
-  QLTConfigFinding finding = ConfigEntry(file, "", nullptr).finding("");
-  finding.line = instrument.position.line;
+  QLTConfigFinding finding =
+      QLTConfigFinding::errorAt(testerConfig_.string(), instrument.position, "", "");
   if (known != nullptr) {
     if (instrument.missingAttribute.empty()) return;
     finding.message = missingAttributeText(*known) + "; loading skips it";

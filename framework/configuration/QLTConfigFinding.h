@@ -4,7 +4,9 @@
 #include <optional>
 #include <string>
 
+#include <QLTError.h>
 #include <QLTExport.h>
+#include <QLTValue.h>
 
 /// One thing that is wrong, or looks wrong, in a station's configuration, and where.
 struct QLT_EXPORT QLTConfigFinding {
@@ -24,6 +26,13 @@ struct QLT_EXPORT QLTConfigFinding {
   /// The last part of `key`, when the finding is that nothing reads what stands under it; absent
   /// for every other finding.
   std::optional<std::string> unknownKey = std::nullopt;
+
+  /// An error at a place of `file`.
+  static QLTConfigFinding errorAt(std::string file, QLTPosition position, std::string key,
+                                  std::string message, std::string advice = {});
+  /// An error record that tells its place ("file", "line", ... of the user information), as those
+  /// of property lists and bundles do. Absent for one that tells none.
+  static std::optional<QLTConfigFinding> of(const QLTError& error);
 
   /// "FILE:LINE:COLUMN: KEY: MESSAGE", or "FILE:offset N: ...", without the parts that are not
   /// known.

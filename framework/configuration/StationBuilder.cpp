@@ -13,23 +13,12 @@
 #include "common/Format.h"
 #include "configuration/FlowReader.h"
 #include "configuration/PluginCalls.h"
+#include "platform/Place.h"
 
 namespace quillon::internal {
 namespace {
 
 constexpr const char* kFaultOfPlugin = "a fault of the plug-in";
-
-QLTConfigFinding findingAt(const QLTStationPlan& plan, QLTPosition position, std::string key,
-                           std::string message, std::string advice = {}) {
-  return {QLTConfigFinding::Severity::Error,
-          plan.configFile,
-          position.line,
-          position.column,
-          std::move(key),
-          std::move(message),
-          std::move(advice),
-          position.offset};
-}
 
 std::string textOf(const QLTError& error) {
   return error.description().value_or(error.domain() + " " + std::to_string(error.code()));
@@ -39,12 +28,10 @@ std::string textOf(const QLTError& error) {
 /// whoever asks the record.
 QLTError unknownClass(const QLTConfigFinding& finding) {
   const QLTError logged = QLTUtil::handleError(kQLTErrorFlowWrong, finding.text());
-  QLTDictionary userInfo{{kQLTErrorDescriptionKey, finding.message},
-                         {"file", finding.file},
-                         {"line", finding.line},
-                         {"column", finding.column},
-                         {"keyPath", finding.key}};
-  if (finding.offset >= 0) userInfo.set("offset", finding.offset);
+  const QLTPosition position{finding.line, finding.column, finding.offset};
+  QLTDictionary userInfo =
+      placedError(logged.code(), {finding.file, position, finding.key}, finding.message).userInfo();
+  userInfo.set(kQLTErrorDescriptionKey, finding.message);
   return {logged.domain(), logged.code(), std::move(userInfo)};
 }
 
@@ -151,32 +138,9 @@ bool StationBuilder::buildSites(
 
 std::shared_ptr<QLTestSuite> StationBuilder::makeSuite(const QLTStationPlan& plan,
                                                        const QLTStationPlan::Site& site) {
-  const auto fails = [&](const QLTError& error, std::string message, std::string advice) {
-    problem(error, findingAt(plan, site.position, "Sites/" + site.name, std::move(message),
-                             std::move(advice)));
-    return nullptr;
-  };
   if (principalClass_ == nullptr || principalClass_->operations().makeSuite == nullptr) {
-    std::string owner;
-    std::string message;
-    if (principalClass_ != nullptr) {
-      owner = bundleOf(*principalClass_) + ": ";
-      message = format("the principal class %@ is not a suite class", principalClass_->name());
-    } else {
-      const QLTValue* const name =
-          bundle_ == nullptr ? nullptr : bundle_->infoDictionary().find("PrincipalClass");
-      if (bundle_ != nullptr && !bundle_->path().empty()) owner = bundle_->path().string() + ": ";
-      message = name == nullptr
-                    ? std::string("the bundle's Info.plist names no principal class")
-                    : format(
-                          "the principal class %@ is none of the bundle's classes (is it "
-                          "registered with QLT_CLASS?)",
-                          name->text());
-    }
-    const QLTError error = QLTUtil::handleError(kQLTErrorPluginClassUnusable, owner + message);
-    return fails(error, std::move(message),
-                 "\"PrincipalClass\" of Info.plist must name a suite class that is registered with "
-                 "QLT_CLASS");
+    principalClassUnusable();
+    return nullptr;
   }
   QLTError error;
   const auto made = callPlugin(
@@ -184,7 +148,32 @@ std::shared_ptr<QLTestSuite> StationBuilder::makeSuite(const QLTStationPlan& pla
       [&] { return principalClass_->operations().makeSuite(site.name); }, error);
   if (made && *made) return *made;
   if (made) error = pluginFault(*principalClass_, "its constructor gave no suite");
-  return fails(error, textOf(error), kFaultOfPlugin);
+  problem(error, QLTConfigFinding::errorAt(plan.configFile, site.position, "Sites/" + site.name,
+                                           textOf(error), kFaultOfPlugin));
+  return nullptr;
+}
+
+void StationBuilder::principalClassUnusable() {
+  const bool hasFolder = bundle_ != nullptr && !bundle_->path().empty();
+  const QLTValue* const name =
+      bundle_ == nullptr ? nullptr : bundle_->infoDictionary().find("PrincipalClass");
+  std::string owner = hasFolder ? bundle_->path().string() + ": " : "";
+  std::string message = "the bundle's Info.plist names no principal class";
+  if (principalClass_ != nullptr) {
+    owner = bundleOf(*principalClass_) + ": ";
+    message = format("the principal class %@ is not a suite class", principalClass_->name());
+  } else if (name != nullptr) {
+    message = format(
+        "the principal class %@ is none of the bundle's classes (is it registered with "
+        "QLT_CLASS?)",
+        name->text());
+  }
+  const QLTError error = QLTUtil::handleError(kQLTErrorPluginClassUnusable, owner + message);
+  problem(error,
+          QLTConfigFinding::errorAt(
+              hasFolder ? (bundle_->path() / "Contents" / "Info.plist").string() : "",
+              name == nullptr ? QLTPosition{} : name->position(), "PrincipalClass",
+              std::move(message), "it must name a suite class that is registered with QLT_CLASS"));
 }
 
 /// False when one of them is missing: the site is left out.
@@ -252,9 +241,9 @@ bool StationBuilder::buildTest(const QLTStationPlan& plan, const QLTStationPlan:
   if (!made || !*made) {
     if (made) error = pluginFault(*test.cls, "its constructor gave no test method");
     const auto number = static_cast<std::size_t>(&test - flow.tests.data());
-    return problem(
-        error, findingAt(plan, test.classPosition, format("Flows/%@/%d/class", flow.name, number),
-                         textOf(error), kFaultOfPlugin));
+    return problem(error, QLTConfigFinding::errorAt(plan.configFile, test.classPosition,
+                                                    format("Flows/%@/%d/class", flow.name, number),
+                                                    textOf(error), kFaultOfPlugin));
   }
   const std::shared_ptr<QLTestMethod>& method = *made;
   method->setParams(isLast ? std::move(test.params) : test.params);
@@ -277,8 +266,8 @@ bool StationBuilder::enterDefaultFlow(const QLTStationPlan& plan, QLTestSuite& s
   }
   if (!plan.defaultFlow && !makes_) return true;  // the plan tells it
   const QLTConfigFinding finding =
-      findingAt(plan, plan.defaultFlowPosition, "defaultFlow",
-                defaultFlowMissing(plan.defaultFlow, suite.flowNames()));
+      QLTConfigFinding::errorAt(plan.configFile, plan.defaultFlowPosition, "defaultFlow",
+                                defaultFlowMissing(plan.defaultFlow, suite.flowNames()));
   return problem(makes_ ? QLTUtil::handleError(kQLTErrorFlowWrong, finding.text()) : QLTError(),
                  finding);
 }

@@ -71,6 +71,7 @@ class StationBuilder {
   bool buildTest(const QLTStationPlan& plan, const QLTStationPlan::Flow& flow,
                  QLTStationPlan::Test& test, const std::shared_ptr<QLTestSuite>& suite, bool isLast,
                  QLTFlow& methods);
+  void principalClassUnusable();
   bool enterDefaultFlow(const QLTStationPlan& plan, QLTestSuite& suite);
 
   const QLTBundle* bundle_;

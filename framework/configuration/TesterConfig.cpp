@@ -39,13 +39,7 @@ class TesterConfigCheck {
       : file_(std::move(file)), findings_(findings) {}
 
   QLTConfigFinding at(QLTPosition position, std::string message) const {
-    return {QLTConfigFinding::Severity::Error,
-            file_,
-            position.line,
-            position.column,
-            "",
-            std::move(message),
-            ""};
+    return QLTConfigFinding::errorAt(file_, position, "", std::move(message));
   }
 
   /// One complaint for each line that has a byte over 127.

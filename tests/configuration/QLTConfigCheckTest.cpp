@@ -546,10 +546,10 @@ TEST_F(QLTConfigCheckTest, ChecksThePluginsClasses) {
   EXPECT_THAT(
       findingsOf(flowOf(kGoodTest), "NoSuchClass"),
       testing::Contains(HasSubstr(
-          "E Sites/left: the principal class NoSuchClass is none of the bundle's classes")));
+          "E PrincipalClass: the principal class NoSuchClass is none of the bundle's classes")));
   EXPECT_THAT(findingsOf(flowOf(kGoodTest), "PowerTest"),
-              testing::Contains(
-                  HasSubstr("E Sites/left: the principal class PowerTest is not a suite class")));
+              testing::Contains(HasSubstr(
+                  "E PrincipalClass: the principal class PowerTest is not a suite class")));
   EXPECT_THAT(findingsOf(flowOf(kGoodTest), "ThrowingSuite"),
               testing::Contains(HasSubstr("its constructor threw: no site today")));
   const std::string named = key("displayName", text("A"));

@@ -1,4 +1,5 @@
 #include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "StationProcess.h"
@@ -203,6 +204,16 @@ TEST_F(StationCheck, aFaultOfInfoPlistIsShownAtItsPlace) {
                 " cannot run; rebuild the plug-in\n"));
 }
 
+TEST_F(StationCheck, aBinaryInfoListThatIsBrokenIsNamedWithItsOffset) {
+  // Whole but for the kind of its only object.
+  const std::string list = std::string("bplist00\x7f\x08", 10) + std::string(6, '\0') +
+                           std::string("\1\1", 2) + std::string(7, '\0') + '\1' +
+                           std::string(15, '\0') + '\x09';
+  std::ofstream(bundle_.path() + "/Contents/Info.plist", std::ios::binary) << list;
+  EXPECT_THAT(check().output, StartsWith("Errors\n" + contents() +
+                                         "Info.plist:offset 8: unknown kind of object 0x7f\n"));
+}
+
 TEST_F(StationCheck, aPrincipalClassThatIsNoSuiteIsAnErrorAlsoWithoutSites) {
   bundle_.bundle().setConfig("");
   bundle_.bundle().setInfo(test::PluginBundle::info("TroubleTest"));
@@ -214,6 +225,18 @@ TEST_F(StationCheck, aPrincipalClassThatIsNoSuiteIsAnErrorAlsoWithoutSites) {
   EXPECT_THAT(said.output, HasSubstr("its classes are: TroubleSuite, TroubleTest\n"));
   bundle_.bundle().setInfo(test::PluginBundle::info("Nothing"));
   EXPECT_THAT(check().output, HasSubstr("PrincipalClass: the plug-in has no class Nothing\n"));
+}
+
+TEST_F(StationCheck, aPrincipalClassThatIsNoSuiteIsOneErrorHoweverManySitesThereAre) {
+  bundle_.configure(TroubleBundle::test("Volts", ""));
+  bundle_.bundle().setInfo(test::PluginBundle::info("Nothing"));
+  const Said said = check();
+  EXPECT_EQ(said.status, 2);
+  EXPECT_THAT(said.output,
+              AllOf(StartsWith("Errors\n" + contents() +
+                               "Info.plist:5:26: PrincipalClass: the principal class Nothing is "
+                               "none of the bundle's classes"),
+                    HasSubstr("\n1 error: the station does not load.")));
 }
 
 TEST_F(StationCheck, columnKeysThatRunRefusesAreErrors) {
