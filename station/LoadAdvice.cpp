@@ -72,26 +72,10 @@ std::string adviceForCode(std::int64_t code) {
 /// Where the cause stands, when the record knows that and its text does not tell it.
 std::string placeOf(const QLTError& error) {
   const QLTError cause = error.underlyingError() ? error.underlyingError() : error;
-  const QLTDictionary& parts = cause.userInfo();
-  const QLTValue* const file = parts.find("file");
-  const QLTValue* const key = parts.find("keyPath");
-  if (file == nullptr || key == nullptr ||
-      describe(error).find(file->text()) != std::string::npos) {
-    return {};
-  }
-  const auto number = [&](const char* name) {
-    const QLTValue* const value = parts.find(name);
-    return value != nullptr ? value->intValue() : 0;
-  };
-  return QLTConfigFinding{QLTConfigFinding::Severity::Error,
-                          file->text(),
-                          number("line"),
-                          number("column"),
-                          "",
-                          key->text(),
-                          "",
-                          parts.integer("offset", -1)}
-      .text();
+  std::optional<QLTConfigFinding> place = QLTConfigFinding::of(cause);
+  if (!place || describe(error).find(place->file) != std::string::npos) return {};
+  place->message = std::exchange(place->key, "");  // the error itself tells the rest
+  return place->text();
 }
 
 }  // namespace
@@ -107,7 +91,7 @@ std::string reasonOf(const QLTError& error, const QLTBundle& bundle) {
     if (!QLTPropertyList::readDictionary(*file, &reading)) return describe(reading);
   }
   const std::string place = placeOf(error);
-  return describe(error) + (place.empty() ? "" : " (" + place + ")");
+  return describeWithCauses(error) + (place.empty() ? "" : " (" + place + ")");
 }
 
 std::string adviceFor(const QLTError& error) {

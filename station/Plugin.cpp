@@ -70,8 +70,8 @@ void Plugin::load(const QLTDictionary& stationInfo, const std::string& diagnosti
     throw CannotRun(problem + printable(reasonOf(error, bundle_)), adviceFor(error) + seeLog);
   }
   if (error) {
-    screen_.warning("the station loaded only in part: " + printable(describe(error)) + "\n" +
-                    adviceFor(error) + seeLog);
+    screen_.warning("the station loaded only in part: " + printable(describeWithCauses(error)) +
+                    "\n" + adviceFor(error) + seeLog);
   }
   manager_ = QLTestSiteManager::sharedInstance();
 }

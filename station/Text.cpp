@@ -39,4 +39,13 @@ std::string describe(const QLTError& error) {
   return error.description().value_or(error.domain() + ", code " + std::to_string(error.code()));
 }
 
+std::string describeWithCauses(const QLTError& error) {
+  std::string text = describe(error);
+  for (QLTError cause = error.underlyingError(); cause; cause = cause.underlyingError()) {
+    const std::string reason = describe(cause);
+    if (text.find(reason) == std::string::npos) text += ": " + reason;
+  }
+  return text;
+}
+
 }  // namespace station

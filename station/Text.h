@@ -30,5 +30,8 @@ std::string listOf(const std::vector<std::string>& names);
 
 /// The description of an error; its domain and code when it has none.
 std::string describe(const QLTError& error);
+/// As `describe`, with those of its causes that it does not tell itself: "no supply: no line: no
+/// such file".
+std::string describeWithCauses(const QLTError& error);
 
 }  // namespace station

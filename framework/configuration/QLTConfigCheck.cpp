@@ -39,7 +39,7 @@ std::vector<QLTConfigFinding> QLTConfigCheck::check(const QLTBundle& bundle,
   quillon::internal::enterVersions(bundle, attributes);
   attributes.merge(plan.stationAttributes);
   SuiteTable suites;
-  builder.buildSites(plan, {}, attributes, [&](auto suite, const std::string& name) {
+  builder.buildSites(plan, {}, {}, attributes, [&](auto suite, const std::string& name) {
     suites.insert_or_assign(name, std::move(suite));
   });
   const QLTValue* const sites = config->find("Sites");

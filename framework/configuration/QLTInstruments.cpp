@@ -45,9 +45,10 @@ bool openPort(QLTSerial& port, const std::string& failure, QLTError* error) {
   return failWith(error, QLTUtil::handleError(openError, failure));
 }
 
-std::shared_ptr<QLTSocket> makeSocket(const QLTDictionary& entry, const std::string& ip) {
+std::shared_ptr<QLTSocket> makeSocket(const QLTDictionary& entry, const std::string& ip,
+                                      QLTError* error) {
   if (isSimulated(entry)) return QLTSimSocket::init(ip, QLTDavDPEther::kPort);
-  return QLTSocket::init(ip, QLTDavDPEther::kPort);
+  return QLTSocket::init(ip, QLTDavDPEther::kPort, error);
 }
 
 std::shared_ptr<QLTObject> makeDiags(const QLTDictionary& entry, const std::string& bsdPath,
@@ -59,9 +60,11 @@ std::shared_ptr<QLTObject> makeDiags(const QLTDictionary& entry, const std::stri
 
 std::shared_ptr<QLTObject> makeDavDPEther(const QLTDictionary& entry, const std::string& ip,
                                           QLTError* error) {
-  auto socket = makeSocket(entry, ip);
+  QLTError problem;
+  auto socket = makeSocket(entry, ip, &problem);
   if (!socket) {
-    return fail(error, kQLTErrorInstrumentNotCreated, format("error creating socket at %@", ip));
+    return fail(error, kQLTErrorInstrumentNotCreated, format("error creating socket at %@", ip),
+                problem);
   }
   auto unit = QLTDavDPEther::initWithSocket(std::move(socket));
   if (!unit) {

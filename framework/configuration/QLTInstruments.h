@@ -27,8 +27,8 @@ class QLT_EXPORT QLTInstruments {
   /// A "sim" whose integer reading is 1 puts the simulated port or socket in the real one's place.
   ///
   /// Errors: -60000 for a missing "bsdPath" or "ip" (a value that is not a text counts as missing),
-  /// -21001 for an object that could not be made; a port that does not open keeps its own code and
-  /// domain.
+  /// -21001 for an object that could not be made, with the socket's error as the underlying one
+  /// where there was no connection; a port that does not open keeps its own code and domain.
   static InstrumentOrMarker creaeteInstrument(const QLTDictionary& entry,
                                               QLTError* error = nullptr);
 };

@@ -146,7 +146,9 @@ bool QLTestSiteManager::loadInstruments(const QLTClass* principalClass, const QL
   if (!reader.readInstruments(config_, nullptr)) {
     return fail(error, kQLTErrorConfigWrong, reader.refusal().text());
   }
-  return builderOf(bundle_, principalClass, error).buildInstruments(reader.take(), instruments_);
+  instrumentFailures_.clear();
+  return builderOf(bundle_, principalClass, error)
+      .buildInstruments(reader.take(), instruments_, instrumentFailures_);
 }
 
 bool QLTestSiteManager::loadSites(const QLTClass* principalClass, QLTError* error) {
@@ -160,7 +162,7 @@ bool QLTestSiteManager::loadSites(const QLTClass* principalClass, QLTError* erro
     if (!site.isEnabled) disabledSiteNames_.push_back(site.name);
   }
   return builderOf(bundle_, principalClass, error)
-      .buildSites(plan, instruments_, stationAttributes_,
+      .buildSites(plan, instruments_, instrumentFailures_, stationAttributes_,
                   [this](std::shared_ptr<QLTestSuite> suite, const std::string& siteName) {
                     setSuite(std::move(suite), siteName);
                   });

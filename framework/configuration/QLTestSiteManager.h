@@ -72,7 +72,8 @@ class QLT_EXPORT QLTestSiteManager : public QLTObject {
   bool loadInstruments(const QLTClass* principalClass, const QLTDictionary& stationInfo,
                        QLTError* error = nullptr);
   /// Makes the suites of the sites that are not disabled. A missing resource (code -80001) only
-  /// leaves its site out.
+  /// leaves its site out. When it is missing for an instrument that did not come up, that one's
+  /// error is the underlying one.
   bool loadSites(const QLTClass* principalClass, QLTError* error = nullptr);
   /// Builds every suite's flows, and "default" (code -40001).
   bool loadFlows(const QLTBundle& bundle, QLTError* error = nullptr);
@@ -114,6 +115,7 @@ class QLT_EXPORT QLTestSiteManager : public QLTObject {
   std::map<std::string, std::shared_ptr<QLTestSuite>, std::less<>> sites_;
   std::vector<std::string> disabledSiteNames_;
   std::map<std::string, std::shared_ptr<QLTObject>, std::less<>> instruments_;
+  std::map<std::string, QLTError, std::less<>> instrumentFailures_;  // of the last loading
   QLTDictionary config_;
   const QLTBundle* bundle_ = nullptr;  // for messages, as is the file
   std::string configFile_ = "TestConfig.plist";

@@ -14,6 +14,7 @@
 #include "configuration/FlowReader.h"
 #include "configuration/PluginCalls.h"
 #include "platform/Place.h"
+#include "utilities/Fail.h"
 
 namespace quillon::internal {
 namespace {
@@ -88,7 +89,8 @@ bool StationBuilder::refused(const QLTStationPlan& plan, std::size_t index, std:
 
 // Instruments.
 
-bool StationBuilder::buildInstruments(const QLTStationPlan& plan, InstrumentTable& instruments) {
+bool StationBuilder::buildInstruments(const QLTStationPlan& plan, InstrumentTable& instruments,
+                                      FailureTable& failures) {
   if (!makes_) return true;
   for (const auto& [name, instrument] : plan.instruments) {
     if (instrument.refusedBy) return refused(plan, *instrument.refusedBy, kQLTErrorConfigWrong);
@@ -99,6 +101,7 @@ bool StationBuilder::buildInstruments(const QLTStationPlan& plan, InstrumentTabl
         instruments.insert_or_assign(name, std::move(*known));
       } else {
         QLTLog(format("error loading instrument %@:%@", name, error.description()));
+        failures.insert_or_assign(name, error);
         problem(error, {});
       }
       continue;
@@ -113,7 +116,8 @@ bool StationBuilder::buildInstruments(const QLTStationPlan& plan, InstrumentTabl
 // Sites.
 
 bool StationBuilder::buildSites(
-    const QLTStationPlan& plan, const InstrumentTable& instruments, const QLTDictionary& attributes,
+    const QLTStationPlan& plan, const InstrumentTable& instruments, const FailureTable& failures,
+    const QLTDictionary& attributes,
     const std::function<void(std::shared_ptr<QLTestSuite>, const std::string&)>& enter) {
   for (const QLTStationPlan::Site& site : plan.sites) {
     if (site.refusedBy) {
@@ -129,7 +133,7 @@ bool StationBuilder::buildSites(
       if (makes_) return false;
       continue;
     }
-    const bool usable = addResources(plan, site, instruments, *suite);
+    const bool usable = addResources(plan, site, instruments, failures, *suite);
     suite->siteAttributes().merge(attributes);
     if (usable) enter(suite, site.name);
   }
@@ -178,16 +182,19 @@ void StationBuilder::principalClassUnusable() {
 
 /// False when one of them is missing: the site is left out.
 bool StationBuilder::addResources(const QLTStationPlan& plan, const QLTStationPlan::Site& site,
-                                  const InstrumentTable& instruments, QLTestSuite& suite) {
+                                  const InstrumentTable& instruments, const FailureTable& failures,
+                                  QLTestSuite& suite) {
   if (!makes_) return plan.isUsable(site);
   for (const QLTStationPlan::Resource& resource : site.resources) {
     const auto instrument = instruments.find(resource.instrument);
     if (instrument == instruments.end()) {
-      problem(QLTUtil::handleError(
-                  kQLTErrorResourceMissing,
-                  format("resource %@ for site %@ does not exist! This site will be disabled",
-                         resource.name, site.name)),
-              {});
+      const auto cause = failures.find(resource.instrument);
+      QLTError error;
+      fail(&error, kQLTErrorResourceMissing,
+           format("resource %@ for site %@ does not exist! This site will be disabled",
+                  resource.name, site.name),
+           cause == failures.end() ? QLTError() : cause->second);
+      problem(std::move(error), {});
       return false;
     }
     suite.addResource(instrument->second, resource.name);

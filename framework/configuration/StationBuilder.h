@@ -20,6 +20,8 @@
 namespace quillon::internal {
 
 using InstrumentTable = std::map<std::string, std::shared_ptr<QLTObject>, std::less<>>;
+/// Why instruments did not come up, by their names.
+using FailureTable = std::map<std::string, QLTError, std::less<>>;
 using SuiteTable = std::map<std::string, std::shared_ptr<QLTestSuite>, std::less<>>;
 
 /// Why something of a plan could not be made.
@@ -48,12 +50,15 @@ class StationBuilder {
 
   // Each is false when loading ends there. What was made before stays.
 
-  /// Enters the plan's instruments into `instruments`, except those that do not come up.
-  bool buildInstruments(const QLTStationPlan& plan, InstrumentTable& instruments);
+  /// Enters the plan's instruments into `instruments`, and those that do not come up into
+  /// `failures`.
+  bool buildInstruments(const QLTStationPlan& plan, InstrumentTable& instruments,
+                        FailureTable& failures);
   /// Hands the suites of the plan's sites to `enter`, each with its resources out of `instruments`
-  /// and a copy of what `attributes` holds then.
+  /// and a copy of what `attributes` holds then. A resource that is missing may be so for one of
+  /// the `failures`.
   bool buildSites(
-      const QLTStationPlan& plan, const InstrumentTable& instruments,
+      const QLTStationPlan& plan, const InstrumentTable& instruments, const FailureTable& failures,
       const QLTDictionary& attributes,
       const std::function<void(std::shared_ptr<QLTestSuite>, const std::string&)>& enter);
   /// Builds the plan's flows in every suite. When it makes, the last suite takes
@@ -66,12 +71,13 @@ class StationBuilder {
   bool refused(const QLTStationPlan& plan, std::size_t index, std::int32_t code);
   std::shared_ptr<QLTestSuite> makeSuite(const QLTStationPlan& plan,
                                          const QLTStationPlan::Site& site);
+  void principalClassUnusable();
   bool addResources(const QLTStationPlan& plan, const QLTStationPlan::Site& site,
-                    const InstrumentTable& instruments, QLTestSuite& suite);
+                    const InstrumentTable& instruments, const FailureTable& failures,
+                    QLTestSuite& suite);
   bool buildTest(const QLTStationPlan& plan, const QLTStationPlan::Flow& flow,
                  QLTStationPlan::Test& test, const std::shared_ptr<QLTestSuite>& suite, bool isLast,
                  QLTFlow& methods);
-  void principalClassUnusable();
   bool enterDefaultFlow(const QLTStationPlan& plan, QLTestSuite& suite);
 
   const QLTBundle* bundle_;

@@ -19,4 +19,11 @@ inline Failed fail(QLTError* error, std::int32_t code, const std::optional<std::
   return failWith(error, QLTUtil::handleError(code, message));
 }
 
+/// The same, of a failure that comes of another one: `cause` becomes the underlying error.
+inline Failed fail(QLTError* error, std::int32_t code, const std::optional<std::string>& message,
+                   const QLTError& cause) {
+  const QLTError record = QLTUtil::handleError(code, message);
+  return failWith(error, {record.domain(), record.code(), record.userInfo(), cause});
+}
+
 }  // namespace quillon::internal

@@ -205,6 +205,17 @@ TEST_F(QLTInstrumentsTest, AddressWithoutAConnectionIsReported) {
                   "error number is: error creating socket at no address (-21001)\n"));
 }
 
+TEST_F(QLTInstrumentsTest, UnitWithoutAConnectionTellsWhy) {
+  // A port of this machine that nobody listens on.
+  const QLTError error = failureOf({{"class", "QLTDavDPEther"}, {"ip", "127.0.0.77"}});
+
+  EXPECT_THAT(error,
+              IsError(QLTFrameworkErrorDomain, -21001, "error creating socket at 127.0.0.77"));
+  EXPECT_THAT(error.underlyingError(),
+              IsError(kQLTPosixErrorDomain, ECONNREFUSED,
+                      "no connection to 127.0.0.77:9760: Connection refused"));
+}
+
 TEST_F(QLTInstrumentsTest, SimulatedUnitOnASerialLineHasItsLineSettings) {
   QLTSimSerial::setResponseMap(kReplies);
   QLTError error = earlierError();

@@ -201,6 +201,24 @@ TEST_F(QLTestSiteManagerBuildTest, DisablesASiteWhoseResourceIsMissing) {
   EXPECT_TRUE(load(files));
 }
 
+TEST_F(QLTestSiteManagerBuildTest, TellsWhyAResourceIsMissingWhoseInstrumentDidNotComeUp) {
+  setTesterConfig(kHeader + "dut,QLTDiags,0,bsdPath=/no/such/port\n");
+  const PluginBundle files(STATION_PLUGIN);
+  files.setConfig(
+      key("Sites", dict(key("left", dict(key("Resources", dict(key("console", text("dut")))))))) +
+      kEmptyFlows);
+  QLTError error;
+  EXPECT_TRUE(load(files, &error));
+  EXPECT_EQ(error.code(), -80001);
+  EXPECT_EQ(error.underlyingError().description(),
+            "Error opening serial port at /no/such/port. Details: No such file or directory");
+  // What kept it away at an earlier loading is no reason at a later one, which does not list it.
+  setTesterConfig(kHeader);
+  EXPECT_TRUE(load(files, &error));
+  EXPECT_EQ(error.code(), -80001);
+  EXPECT_FALSE(error.underlyingError());
+}
+
 TEST_F(QLTestSiteManagerBuildTest, LooksNoFurtherThanASitesFirstMissingResource) {
   manager().config().set(
       "Sites",

@@ -176,6 +176,17 @@ TEST_F(StationStart, wrongWordsOfTheStationAreRefused) {
                          "(missing ): QB()\nCorrect the plug-in's TestConfig.plist.\n"));
 }
 
+TEST_F(StationStart, theWarningOfASiteThatIsLeftOutTellsWhyItsInstrumentDidNotComeUp) {
+  test::writeTesterConfig("video,QLTDavDPEther,0,ip=127.0.0.77\n");
+  bundle_.configure(TroubleBundle::test("Volts", ""), "",
+                    "<key>Resources</key><dict><key>video</key><string>video</string></dict>");
+  StationProcess station({"run", bundle_.path(), "--sn", "right=B"});
+  EXPECT_EQ(station.wait(), 0);
+  EXPECT_THAT(station.errors(),
+              HasSubstr("left does not exist! This site will be disabled: error creating socket at "
+                        "127.0.0.77: no connection to 127.0.0.77:9760: Connection refused\n"));
+}
+
 TEST_F(StationStart, aSiteThatLacksAnInstrumentIsLeftOutWithAWarning) {
   bundle_.configure(TroubleBundle::test("Volts", ""), "",
                     "<key>Resources</key><dict><key>meter</key><string>gone</string></dict>");

@@ -34,6 +34,16 @@ TEST(StationText, anErrorWithoutADescriptionIsItsDomainAndCode) {
   EXPECT_EQ(station::describe(QLTError("test", 3, {})), "test, code 3");
 }
 
+TEST(StationText, causesStandBehindAnErrorThatDoesNotTellThem) {
+  const QLTError deepest = QLTError::withDescription("test", 3, "no such file");
+  const QLTError wrap("test", 2, {{kQLTErrorDescriptionKey, "no line. Details: no such file"}},
+                      deepest);
+  const QLTError error("test", 1, {{kQLTErrorDescriptionKey, "no supply"}}, wrap);
+  EXPECT_EQ(station::describeWithCauses(deepest), "no such file");
+  EXPECT_EQ(station::describeWithCauses(wrap), "no line. Details: no such file");
+  EXPECT_EQ(station::describeWithCauses(error), "no supply: no line. Details: no such file");
+}
+
 TEST(StationText, namesAreListed) {
   EXPECT_EQ(station::listOf({}), "");
   EXPECT_EQ(station::listOf({"left", "right"}), "left, right");
