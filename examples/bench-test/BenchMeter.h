@@ -6,12 +6,13 @@
 
 #include <QLTError.h>
 #include <QLTObject.h>
+#include <QLTReopenable.h>
 #include <QLTScpiInstrument.h>
 #include <QLTValue.h>
 
 /// A bench multimeter that speaks SCPI on a serial line: an instrument that the framework does not
 /// make from the tester-config file, so that the plug-in does. One caller at a time.
-class BenchMeter : public QLTObject {
+class BenchMeter : public QLTObject, public QLTReopenable {
  public:
   /// Opens the multimeter of one line of the tester-config file: "bsdPath", and "baudRate" where
   /// that is not 9600. Null when there is none that answers.
@@ -23,6 +24,11 @@ class BenchMeter : public QLTObject {
   /// `kQLTAgilentDCVoltage`. Absent, with the multimeter's own error where it has one, when there
   /// is no reading.
   std::optional<double> measure(const std::string& function, QLTError* error = nullptr);
+
+  // A multimeter whose line is lost is opened again, and asked who it is.
+  bool isLost() const override { return scpi_->isLost(); }
+  std::string where() const override { return scpi_->where(); }
+  bool reopen(QLTError* error = nullptr) override { return scpi_->reopen(error); }
 
  private:
   std::shared_ptr<QLTScpiInstrument> scpi_;

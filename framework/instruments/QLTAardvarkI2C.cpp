@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <string>
 #include <utility>
 
@@ -16,6 +17,9 @@ using quillon::internal::fail;
 using quillon::internal::format;
 
 namespace {
+
+/// How many adapters are looked for.
+constexpr std::size_t kMostAdapters = 16;
 
 /// The library's text of a status; absent when it has none or cannot be used.
 std::optional<std::string> statusText(int status) {
@@ -35,8 +39,8 @@ std::string dumpOf(std::span<const std::uint8_t> bytes) {
 }  // namespace
 
 std::optional<std::vector<std::shared_ptr<QLTAardvarkI2C>>> QLTAardvarkI2C::detectAardvarks() {
-  std::array<std::uint16_t, 16> ports{};
-  std::array<std::uint32_t, 16> identifiers{};
+  std::array<std::uint16_t, kMostAdapters> ports{};
+  std::array<std::uint32_t, kMostAdapters> identifiers{};
   const int found =
       aa_find_devices_ext(ports.size(), ports.data(), identifiers.size(), identifiers.data());
   if (found <= 0) return std::nullopt;
@@ -54,6 +58,7 @@ QLTAardvarkI2C::QLTAardvarkI2C(std::uint16_t port) : port_(port) {}
 bool QLTAardvarkI2C::open(QLTError* error) {
   // Its library opens an adapter once only, and a handle that is lost closes never.
   if (handle_ >= 0) QLTAardvarkI2C::close();
+  isWanted_ = true;
   handle_ = aa_open(port_);
   if (handle_ < 0) {
     return fail(error, kQLTErrorAardvarkOpen, format("Error openning Aardvard at port %d", port_));
@@ -68,6 +73,7 @@ bool QLTAardvarkI2C::open(QLTError* error) {
 }
 
 bool QLTAardvarkI2C::close(QLTError*) {
+  isWanted_ = false;
   aa_close(std::exchange(handle_, -1));  // the library may give its number to another adapter
   return true;
 }
@@ -110,6 +116,26 @@ std::optional<QLTData> QLTAardvarkI2C::read(std::int32_t address, std::uint32_t 
   QLTLog(format("read %d bytes from Aardvard I2C port %d, address 0x%02x: %@", data.size(), port_,
                 static_cast<std::uint32_t>(address), QLTValue(data).text()));
   return data;
+}
+
+bool QLTAardvarkI2C::isLost() const {
+  if (!isWanted_ || handle_ < 0) return isWanted_;
+  std::array<std::uint16_t, kMostAdapters> ports{};
+  const int found = aa_find_devices(ports.size(), ports.data());
+  // What is not listed for want of room, or because the library cannot tell, is not lost.
+  if (found < 0 || static_cast<std::size_t>(found) > ports.size()) return false;
+  const auto numberOf = [](int port) { return port & ~kAardvarkPortInUse; };
+  return std::none_of(ports.begin(), ports.begin() + found,
+                      [&](std::uint16_t port) { return numberOf(port) == numberOf(port_); });
+}
+
+std::string QLTAardvarkI2C::where() const {
+  return format("I2C adapter %d", port_ & ~kAardvarkPortInUse);
+}
+
+bool QLTAardvarkI2C::reopen(QLTError* error) {
+  close();
+  return open(error);
 }
 
 void QLTAardvarkI2C::sleepMSecond(std::uint32_t milliseconds) { aa_sleep_ms(milliseconds); }

@@ -4,11 +4,13 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 #include <QLTError.h>
 #include <QLTExport.h>
 #include <QLTObject.h>
+#include <QLTReopenable.h>
 #include <QLTValue.h>
 
 /// An Aardvark I2C/SPI host adapter, as the master of an I2C bus. A plug-in makes its own:
@@ -23,7 +25,7 @@
 ///
 /// The adapter is not closed when the object is destroyed. An object is used by one thread at a
 /// time.
-class QLT_EXPORT QLTAardvarkI2C : public QLTObject {
+class QLT_EXPORT QLTAardvarkI2C : public QLTObject, public QLTReopenable {
  public:
   /// The adapters attached to the station, at most 16, none of them open; also those that are in
   /// use elsewhere. Absent when there are none or the library cannot be used.
@@ -49,6 +51,13 @@ class QLT_EXPORT QLTAardvarkI2C : public QLTObject {
   /// status as code, when the transfer failed.
   virtual std::optional<QLTData> read(std::int32_t address, std::uint32_t length,
                                       QLTError* error = nullptr);
+
+  /// Whether the library no longer lists an adapter at the port of one that was opened, and not
+  /// closed; or whether `open` has failed. The library may number adapters anew when one is pulled
+  /// out, so with several of them it may be told of another one.
+  bool isLost() const override;
+  std::string where() const override;               ///< "I2C adapter 0", after the port
+  bool reopen(QLTError* error = nullptr) override;  ///< `close`, then `open`
 
   /// Sleeps in the adapter's library; returns at once when that cannot be used.
   virtual void sleepMSecond(std::uint32_t milliseconds);
@@ -77,6 +86,7 @@ class QLT_EXPORT QLTAardvarkI2C : public QLTObject {
 
  private:
   std::int32_t handle_ = -1;  // negative: not open
+  bool isWanted_ = false;     // from `open`, whatever comes of it, to `close`
   std::uint16_t port_;
   bool powerTarget_ = false;
   std::int32_t bitRate_ = 100;

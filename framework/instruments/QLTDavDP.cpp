@@ -73,3 +73,8 @@ bool QLTDavDP::checkReturn(const std::optional<std::vector<std::string>>& fields
   return fail(error, kQLTErrorDavDPReply,
               format("unexpected return from DAVDP: %@", QLTUtil::arrayToString(*fields, ",")));
 }
+
+bool QLTDavDP::askVersionInfo(const std::string& where, QLTError* error) {
+  if (initVersionInfo()) return true;
+  return fail(error, kQLTErrorDavDPReply, format("no revisions from the DAVDP at %@", where));
+}

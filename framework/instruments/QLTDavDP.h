@@ -76,6 +76,11 @@ class QLT_EXPORT QLTDavDP : public QLTObject {
   double timeOutInSeconds() const { return timeOutInSeconds_; }
   void setTimeOutInSeconds(double seconds) { timeOutInSeconds_ = seconds; }
 
+ protected:
+  /// `initVersionInfo` for a line that was opened again, `where` being where it leads; code -21000
+  /// when it fails.
+  bool askVersionInfo(const std::string& where, QLTError* error);
+
  private:
   std::string revFPGA_;
   std::string revDPRx_;

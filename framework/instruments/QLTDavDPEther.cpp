@@ -45,3 +45,11 @@ std::optional<std::vector<std::string>> QLTDavDPEther::sendCommand(const std::st
   socket_->setTimeOutInSeconds(savedTimeOut);
   return packageReturn(reply.value_or(""), address, error);
 }
+
+bool QLTDavDPEther::isLost() const { return socket_->isLost(); }
+
+std::string QLTDavDPEther::where() const { return socket_->where(); }
+
+bool QLTDavDPEther::reopen(QLTError* error) {
+  return socket_->reopen(error) && askVersionInfo(where(), error);
+}

@@ -4,6 +4,7 @@
 #include <string>
 
 #include <QLTDavDP.h>
+#include <QLTReopenable.h>
 #include <QLTSocket.h>
 #include <QLTText.h>
 
@@ -15,7 +16,7 @@
 ///
 /// One caller at a time per object: an exchange changes the socket's time-out while it waits for
 /// the reply.
-class QLT_EXPORT QLTDavDPEther : public QLTDavDP {
+class QLT_EXPORT QLTDavDPEther : public QLTDavDP, public QLTReopenable {
  public:
   static constexpr int kPort = 9760;  ///< the unit's TCP port
 
@@ -32,6 +33,12 @@ class QLT_EXPORT QLTDavDPEther : public QLTDavDP {
   std::optional<std::vector<std::string>> sendCommand(const std::string& command,
                                                       std::int32_t timeOutInSeconds,
                                                       QLTError* error = nullptr) override;
+
+  bool isLost() const override;        ///< that of the socket
+  std::string where() const override;  ///< that of the socket
+  /// Connects again, and asks the unit for its revisions, as when it was made. Code -21000 when it
+  /// does not tell them.
+  bool reopen(QLTError* error = nullptr) override;
 
   /// The connection to the unit.
   const std::shared_ptr<QLTSocket>& socket() const { return socket_; }

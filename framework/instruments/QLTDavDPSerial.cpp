@@ -63,3 +63,11 @@ bool QLTDavDPSerial::resetCommunication(QLTError* error) {
   initComm();
   return true;
 }
+
+bool QLTDavDPSerial::isLost() const { return com_->isLost(); }
+
+std::string QLTDavDPSerial::where() const { return com_->where(); }
+
+bool QLTDavDPSerial::reopen(QLTError* error) {
+  return resetCommunication(error) && askVersionInfo(where(), error);
+}

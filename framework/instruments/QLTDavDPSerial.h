@@ -4,13 +4,14 @@
 #include <string>
 
 #include <QLTDavDP.h>
+#include <QLTReopenable.h>
 #include <QLTSerial.h>
 #include <QLTText.h>
 
 /// A DAVDP unit on a serial line.
 ///
 /// One caller at a time per object; every operation blocks its caller.
-class QLT_EXPORT QLTDavDPSerial : public QLTDavDP {
+class QLT_EXPORT QLTDavDPSerial : public QLTDavDP, public QLTReopenable {
  public:
   /// Gives a port the unit's line settings, which take effect when it is opened: 19200 baud, 3000
   /// microseconds between written characters.
@@ -36,6 +37,12 @@ class QLT_EXPORT QLTDavDPSerial : public QLTDavDP {
   /// Closes the port, opens it again and wakes the unit. False when the port does not open. The
   /// revisions are not asked for again.
   virtual bool resetCommunication(QLTError* error = nullptr);
+
+  bool isLost() const override;        ///< that of the port
+  std::string where() const override;  ///< that of the port
+  /// As `resetCommunication`, and asks the unit for its revisions, as when it was made; takes a
+  /// second at least. Code -21000 when it does not tell them.
+  bool reopen(QLTError* error = nullptr) override;
 
   /// The serial port.
   const std::shared_ptr<QLTSerial>& com() const { return com_; }

@@ -83,3 +83,9 @@ bool QLTDiags::resetCommunication(QLTError* error) {
   com_->close();
   return com_->open(error);
 }
+
+bool QLTDiags::isLost() const { return com_->isLost(); }
+
+std::string QLTDiags::where() const { return com_->where(); }
+
+bool QLTDiags::reopen(QLTError* error) { return resetCommunication(error); }

@@ -8,6 +8,7 @@
 #include <QLTError.h>
 #include <QLTExport.h>
 #include <QLTObject.h>
+#include <QLTReopenable.h>
 #include <QLTSerial.h>
 #include <QLTText.h>
 
@@ -16,7 +17,7 @@
 ///
 /// One caller at a time per object; every operation blocks its caller. Nothing is kept between two
 /// commands.
-class QLT_EXPORT QLTDiags : public QLTObject {
+class QLT_EXPORT QLTDiags : public QLTObject, public QLTReopenable {
  public:
   /// Opens the serial port at `path`, with the port's default settings, and makes a console on it.
   /// Null when the port does not open; the console log tells why.
@@ -46,6 +47,11 @@ class QLT_EXPORT QLTDiags : public QLTObject {
 
   /// Closes the port and opens it again, without asking for a prompt.
   virtual bool resetCommunication(QLTError* error = nullptr);
+
+  bool isLost() const override;        ///< that of the port
+  std::string where() const override;  ///< that of the port
+  /// As `resetCommunication`: asks for no prompt either, since perhaps no device is connected yet.
+  bool reopen(QLTError* error = nullptr) override;
 
   /// How long `sendCommand` waits for the prompt; 12 at first.
   double timeOutInSeconds() const { return timeOutInSeconds_; }

@@ -7,7 +7,9 @@
 
 #include "common/Format.h"
 #include "common/Text.h"
+#include "platform/Failed.h"
 
+using quillon::internal::failWith;
 using quillon::internal::integerReading;
 using quillon::internal::split;
 
@@ -73,6 +75,26 @@ bool QLTScpiInstrument::write(const std::string& text, QLTError* error) {
 }
 
 bool QLTScpiInstrument::close(QLTError* error) { return device_->close(error); }
+
+bool QLTScpiInstrument::isLost() const {
+  const auto* line = dynamic_cast<const QLTReopenable*>(device_.get());
+  return line != nullptr && line->isLost();
+}
+
+std::string QLTScpiInstrument::where() const {
+  const auto* line = dynamic_cast<const QLTReopenable*>(device_.get());
+  return line != nullptr ? line->where() : device_->className();
+}
+
+bool QLTScpiInstrument::reopen(QLTError* error) {
+  auto* line = dynamic_cast<QLTReopenable*>(device_.get());
+  if (line != nullptr && !line->reopen(error)) return false;
+  QLTError problem;
+  std::optional<std::string> answer = identity(&problem);
+  if (problem) return failWith(error, std::move(problem));
+  identity_ = std::move(answer);
+  return true;
+}
 
 std::string QLTScpiInstrument::lineEnd() const {
   const std::lock_guard lock(lineEndMutex_);

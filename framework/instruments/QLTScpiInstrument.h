@@ -9,13 +9,14 @@
 #include <QLTAsciiReadWriteDevice.h>
 #include <QLTError.h>
 #include <QLTExport.h>
+#include <QLTReopenable.h>
 #include <QLTText.h>
 
 /// A bench instrument that speaks SCPI over any ASCII device. It is such a device itself, so it can
 /// stand wherever one is expected.
 ///
 /// One caller at a time per instrument; only the line end may be read and set from other threads.
-class QLT_EXPORT QLTScpiInstrument : public QLTAsciiReadWriteDevice {
+class QLT_EXPORT QLTScpiInstrument : public QLTAsciiReadWriteDevice, public QLTReopenable {
  public:
   /// Makes an instrument on an open device, shared with the caller, and asks it "*IDN?". Null when
   /// that question reports an error, or for a null device.
@@ -61,10 +62,19 @@ class QLT_EXPORT QLTScpiInstrument : public QLTAsciiReadWriteDevice {
   bool write(const std::string& text, QLTError* error = nullptr) override;
   bool close(QLTError* error = nullptr) override;
 
+  /// That of the device; false for one that is no `QLTReopenable`.
+  bool isLost() const override;
+  /// That of the device; its class for one that is no `QLTReopenable`.
+  std::string where() const override;
+  /// Opens the device again, if it is a `QLTReopenable`, and asks the instrument "*IDN?", as when
+  /// it was made. False when the question reports an error. Settings that the instrument had are
+  /// not sent again.
+  bool reopen(QLTError* error = nullptr) override;
+
   /// What the instrument is reached through.
   const std::shared_ptr<QLTAsciiReadWriteDevice>& device() const { return device_; }
-  /// The answer to "*IDN?" when the instrument was made; asks nothing. Absent when the device had
-  /// nothing to say.
+  /// The answer to "*IDN?" when the instrument was made, or opened again; asks nothing. Absent when
+  /// the device had nothing to say.
   const std::optional<std::string>& identityAtCreation() const { return identity_; }
   /// What ends every command and query; a carriage return at first.
   std::string lineEnd() const;

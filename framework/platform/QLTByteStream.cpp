@@ -56,6 +56,12 @@ class QLTByteStream::Connection {
     return retried([&] { return ::poll(&poll, 1, 0); }) > 0;
   }
 
+  bool hasHungUp() const {
+    if (status_ == QLTStreamStatus::Error || !descriptor_) return true;
+    pollfd poll{descriptor(), POLLRDHUP, 0};
+    return retried([&] { return ::poll(&poll, 1, 0); }) != 0;
+  }
+
   void close() {
     descriptor_.reset();
     status_ = QLTStreamStatus::Closed;
@@ -90,6 +96,8 @@ QLTStreamStatus QLTByteStream::status() const {
 }
 
 int QLTByteStream::connectError() const { return connection_ ? connection_->problem() : 0; }
+
+bool QLTByteStream::hasHungUp() const { return !connection_ || connection_->hasHungUp(); }
 
 void QLTByteStream::close() {
   own_ = QLTStreamStatus::Closed;

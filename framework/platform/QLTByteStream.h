@@ -36,6 +36,9 @@ class QLT_EXPORT QLTByteStream {
   QLTStreamStatus status() const;
   /// Why connecting failed: errno. 0 as long as the status tells of no such failure.
   int connectError() const;
+  /// True when nothing will come any more but what has arrived: the peer has ended or reset the
+  /// connection, connecting failed, or this half is closed.
+  bool hasHungUp() const;
   /// Ends the use of this half. The connection is closed with the later of the two.
   virtual void close();
 

@@ -89,6 +89,12 @@ bool awaitTerminal(int descriptor, short events, steady_clock::duration timeOut)
   }
 }
 
+/// Whether the other end of a terminal is gone, also when bytes that came before are still there.
+bool hasHungUp(int descriptor) {
+  pollfd terminal{descriptor, 0, 0};  // what is told of without being asked for
+  return retried([&] { return ::poll(&terminal, 1, 0); }) != 0;
+}
+
 /// One read of a terminal, which waits for at most `timeOut`.
 ssize_t readBytes(int descriptor, char* bytes, std::size_t size, steady_clock::duration timeOut) {
   // The terminal's own timer starts anew after every signal, even within one system call where
@@ -118,6 +124,8 @@ struct QLTSerial::Line {
   Descriptor descriptor;
   ExclusiveUse exclusiveUse;
   termios options{};
+  bool isWanted = false;  // from `open`, whatever comes of it, to `close`
+  bool isOpen = false;    // to the end of what `open` does
 };
 
 QLTSerial::QLTSerial(QLTText path)
@@ -131,6 +139,7 @@ termios& QLTSerial::options() { return line_->options; }
 
 bool QLTSerial::open(QLTError* error) {
   QLTSerial::close();
+  line_->isWanted = true;
   const std::string path = bsdPath();
   const auto failed = [&](std::string_view message) {
     return failWith(error, systemError(path, errno, message));
@@ -167,10 +176,13 @@ bool QLTSerial::open(QLTError* error) {
       !setLineSpeed(terminal, speed)) {
     return failed("error setting options");
   }
-  return QLTSerial::flushBuffer(error);
+  line_->isOpen = QLTSerial::flushBuffer(error);
+  return line_->isOpen;
 }
 
 bool QLTSerial::close(QLTError* error) {
+  line_->isWanted = false;
+  line_->isOpen = false;
   if (!line_->descriptor) return true;
   const int terminal = fd();
   if (retried([&] { return tcdrain(terminal); }) < 0) {
@@ -265,6 +277,18 @@ std::optional<std::string> QLTSerial::readLine(std::int32_t timeoutInSeconds, QL
   std::string text = asciiText({buffer.data(), total});
   QLTLog(format("{Serial_Read %@}: %@", bsdPath(), text));
   return text;
+}
+
+bool QLTSerial::isLost() const {
+  if (!line_->isWanted) return false;
+  return !line_->isOpen || hasHungUp(fd()) || access(bsdPath().c_str(), F_OK) != 0;
+}
+
+std::string QLTSerial::where() const { return bsdPath(); }
+
+bool QLTSerial::reopen(QLTError* error) {
+  close();
+  return open(error);
 }
 
 void QLTSerial::setParityFlag(std::int32_t value) {

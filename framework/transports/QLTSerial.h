@@ -10,6 +10,7 @@
 #include <QLTAsciiReadWriteDevice.h>
 #include <QLTError.h>
 #include <QLTExport.h>
+#include <QLTReopenable.h>
 #include <QLTText.h>
 
 struct termios;  // the system's terminal attributes, <termios.h>
@@ -25,7 +26,7 @@ struct termios;  // the system's terminal attributes, <termios.h>
 /// Properties may be read and set on any thread; they take effect at the next `open`, the pause
 /// between bytes at the next write. Everything else is for one thread at a time; several ports may
 /// be used at once.
-class QLT_EXPORT QLTSerial : public QLTAsciiReadWriteDevice {
+class QLT_EXPORT QLTSerial : public QLTAsciiReadWriteDevice, public QLTReopenable {
  public:
   /// A closed port for the device file at `path`: 115200 baud, 8 data bits, no parity, 1 stop bit,
   /// a read time-out of 2 s, 1000 µs after each byte written.
@@ -68,6 +69,12 @@ class QLT_EXPORT QLTSerial : public QLTAsciiReadWriteDevice {
   /// take the read time-out) and at 5000 bytes.
   virtual std::optional<std::string> readLine(std::int32_t timeoutInSeconds,
                                               QLTError* error = nullptr);
+
+  /// Whether the device of a port that was opened, and not closed, is gone: it has hung up, as when
+  /// an adapter is pulled out, or its device file is missing; or whether `open` has failed.
+  bool isLost() const override;
+  std::string where() const override;               ///< the device file
+  bool reopen(QLTError* error = nullptr) override;  ///< `close`, then `open`
 
   // Steps of `open`: each enters one property's value into the attributes to be set.
 

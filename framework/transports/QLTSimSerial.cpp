@@ -71,6 +71,8 @@ std::optional<std::string> QLTSimSerial::readLine(std::int32_t, QLTError* error)
   return read(1000, error);
 }
 
+bool QLTSimSerial::isLost() const { return false; }
+
 void QLTSimSerial::setParityFlag(std::int32_t) {}
 void QLTSimSerial::setStopBitsFlag(std::int32_t) {}
 void QLTSimSerial::setBytesSizeFlag(std::int32_t) {}

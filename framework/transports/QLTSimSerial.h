@@ -46,6 +46,7 @@ class QLT_EXPORT QLTSimSerial : public QLTSerial {
   /// As `read`; the time-out is not used.
   std::optional<std::string> readLine(std::int32_t timeoutInSeconds,
                                       QLTError* error = nullptr) override;
+  bool isLost() const override;                        ///< never
   void setParityFlag(std::int32_t value) override;     ///< does nothing
   void setStopBitsFlag(std::int32_t value) override;   ///< does nothing
   void setBytesSizeFlag(std::int32_t value) override;  ///< does nothing

@@ -57,6 +57,10 @@ std::optional<std::string> QLTSimSocket::readUntil(const std::string&, QLTError*
 
 std::optional<std::string> QLTSimSocket::readLine(QLTError* error) { return read(error); }
 
+bool QLTSimSocket::isLost() const { return false; }
+
+bool QLTSimSocket::reopen(QLTError*) { return true; }
+
 std::optional<std::string> QLTSimSocket::lastCmd() const { return exchange_->lastCmd(); }
 
 void QLTSimSocket::setLastCmd(QLTText lastCmd) { exchange_->setLastCmd(std::move(lastCmd).text()); }

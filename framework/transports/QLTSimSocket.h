@@ -46,6 +46,9 @@ class QLT_EXPORT QLTSimSocket : public QLTSocket {
                                        QLTError* error = nullptr) override;
   std::optional<std::string> readLine(QLTError* error = nullptr) override;  ///< as `read`
 
+  bool isLost() const override;                     ///< never
+  bool reopen(QLTError* error = nullptr) override;  ///< always true
+
   /// The text written last; absent before the first write.
   std::optional<std::string> lastCmd() const;
   void setLastCmd(QLTText lastCmd);

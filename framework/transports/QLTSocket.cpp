@@ -97,6 +97,8 @@ QLTSocket::~QLTSocket() { disconnect(); }
 
 bool QLTSocket::connect(std::int32_t port, QLTError* error) {
   timeOutInSeconds_ = 10;
+  port_ = port;
+  isWanted_ = true;
   const Peer peer(strIPAddr_, port);
   const in_addr_t address = inet_addr(strIPAddr_.c_str());
   if (address == INADDR_NONE) return peer.isNoAddress(error);
@@ -123,8 +125,23 @@ bool QLTSocket::connect(std::int32_t port, QLTError* error) {
 }
 
 void QLTSocket::disconnect() {
+  isWanted_ = false;
   if (rStream_) rStream_->close();
   if (wStream_) wStream_->close();
+}
+
+bool QLTSocket::isLost() const { return isWanted_ && (!rStream_ || rStream_->hasHungUp()); }
+
+std::string QLTSocket::where() const {
+  return port_ ? format("%@:%d", strIPAddr_, *port_) : strIPAddr_;
+}
+
+bool QLTSocket::reopen(QLTError* error) {
+  disconnect();
+  const std::int32_t timeOut = timeOutInSeconds_;
+  const bool isConnected = connect(port_.value_or(-1), error);
+  timeOutInSeconds_ = timeOut;
+  return isConnected;
 }
 
 bool QLTSocket::WaitForConnection(QLTWriteStream& stream) {

@@ -9,6 +9,7 @@
 #include <QLTError.h>
 #include <QLTExport.h>
 #include <QLTObject.h>
+#include <QLTReopenable.h>
 #include <QLTText.h>
 
 /// A client connection to an instrument that listens on a TCP port of an IPv4 address.
@@ -19,7 +20,7 @@
 /// that has hung up makes a read fail at once.
 ///
 /// Not synchronised: one thread uses a socket at a time.
-class QLT_EXPORT QLTSocket : public QLTObject {
+class QLT_EXPORT QLTSocket : public QLTObject, public QLTReopenable {
  public:
   /// Connects to `address`, dotted IPv4, within about 10 s. Null when that fails: the console log
   /// tells where and why, and so does the error, of domain `kQLTPosixErrorDomain` with errno as the
@@ -63,6 +64,16 @@ class QLT_EXPORT QLTSocket : public QLTObject {
   /// dropped.
   virtual std::optional<std::string> readLine(QLTError* error = nullptr);
 
+  /// Whether the connection is gone, and nobody has ended it here: the peer has ended or reset it,
+  /// or `reopen` has failed. What the peer sent before may still be there to read. A cable that is
+  /// pulled out shows only when the system gives up what was sent.
+  bool isLost() const override;
+  /// Address and port, "10.0.0.5:5025"; the address alone of a socket without a connection.
+  std::string where() const override;
+  /// Disconnects, and connects to the same address and port within about 10 s. The time-out stays
+  /// as it is set. On failure the error is that of `init`.
+  bool reopen(QLTError* error = nullptr) override;
+
   /// The address as it was given to `init`.
   const std::string& strIPAddr() const { return strIPAddr_; }
   /// Bounds the wait for the connection, a blocked write, `readUntil` and `readLine`, in seconds. A
@@ -88,4 +99,6 @@ class QLT_EXPORT QLTSocket : public QLTObject {
   std::unique_ptr<QLTWriteStream> wStream_;
   std::int32_t timeOutInSeconds_ = 0;
   std::string strIPAddr_;
+  std::optional<std::int32_t> port_;
+  bool isWanted_ = false;  // from `connect`, whatever comes of it, to `disconnect`
 };

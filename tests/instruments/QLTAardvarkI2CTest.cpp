@@ -517,4 +517,53 @@ TEST_F(QLTAardvarkI2CTest, FailsCleanlyWithoutTheLibrary) {
   });
 }
 
+// Lost adapters.
+
+TEST_F(QLTAardvarkI2CTest, AdapterIsLostWhenTheLibraryListsItNoLonger) {
+  process.setEnvironment("AARDVARK_STANDIN_ADAPTERS", "2");
+  run([](const StandInRecord& record) {
+    QLTAardvarkI2C adapter(1);
+    EXPECT_EQ(adapter.where(), "I2C adapter 1");
+    EXPECT_FALSE(adapter.isLost());  // never opened
+    EXPECT_EQ(record.calls("c_aa_find_devices"), 0);
+    ASSERT_TRUE(adapter.open());
+    EXPECT_FALSE(adapter.isLost());
+    setenv("AARDVARK_STANDIN_ADAPTERS", "1", 1);
+    EXPECT_TRUE(adapter.isLost());
+    QLTError error;
+    EXPECT_FALSE(adapter.reopen(&error));
+    expectError(error, -90001, "Error openning Aardvard at port 1");
+    EXPECT_TRUE(adapter.isLost());
+    setenv("AARDVARK_STANDIN_ADAPTERS", "2", 1);
+    EXPECT_TRUE(adapter.isLost());  // until somebody opens it
+    error = earlierError();
+    EXPECT_TRUE(adapter.reopen(&error));
+    EXPECT_THAT(error, isUntouched());
+    EXPECT_FALSE(adapter.isLost());
+    EXPECT_TRUE(adapter.write(kEeprom, QLTData{0x00}));
+    setenv("AARDVARK_STANDIN_ADAPTERS", "0", 1);
+    EXPECT_TRUE(adapter.isLost());
+    adapter.close();
+    EXPECT_FALSE(adapter.isLost());
+  });
+}
+
+TEST_F(QLTAardvarkI2CTest, AdapterIsNotLostWhileTheLibraryCannotTell) {
+  run([](const StandInRecord& record) {
+    QLTAardvarkI2C adapter(0);
+    ASSERT_TRUE(adapter.open());
+    record.setResult("c_aa_find_devices", -7);
+    EXPECT_FALSE(adapter.isLost());
+    record.setResult("c_aa_find_devices", 17);  // more than it has listed
+    EXPECT_FALSE(adapter.isLost());
+  });
+}
+
+TEST_F(QLTAardvarkI2CTest, AdapterThatIsMarkedAsInUseIsFoundByItsNumber) {
+  run([](const StandInRecord&) {
+    QLTAardvarkI2C adapter(0x8000);
+    EXPECT_EQ(adapter.where(), "I2C adapter 0");
+  });
+}
+
 }  // namespace

@@ -1,0 +1,3 @@
+#include "QLTReopenable.h"
+
+QLTReopenable::~QLTReopenable() = default;
