@@ -16,6 +16,10 @@
 namespace station {
 namespace {
 
+constexpr const char* kFaultOfPlugin =
+    "A fault of the plug-in, not of the station: install another version of it, or tell its "
+    "author.";
+
 std::string testerConfig() { return QLTestSiteManager::testerConfigPath().string(); }
 
 std::string checkInstruments() {
@@ -46,8 +50,7 @@ std::string adviceForCode(std::int64_t code) {
     case kQLTErrorBundleUnusable:
       return "Install the plug-in again, built for this version of Quillon.";
     case kQLTErrorPluginClassUnusable:
-      return "A fault of the plug-in, not of the station: install another version of it, or tell "
-             "its author.";
+      return kFaultOfPlugin;
     case kQLTErrorInstrumentTypeUnknown:
       return "Correct the class (second field) in " + testerConfig() +
              ",\nor use the plug-in that knows this class.";
@@ -61,6 +64,15 @@ std::string adviceForCode(std::int64_t code) {
       return "Correct \"Resources\" of the site in the plug-in's TestConfig.plist, or the "
              "instrument's class in\n" +
              testerConfig() + ".";
+    case kQLTErrorResourceHeld:
+      return "Another site kept for too long what the sites share; see what it is busy with.";
+    case kQLTErrorOperatorAbsent:
+    case kQLTErrorOperatorTimedOut:
+    case kQLTErrorOperatorCancelled:
+    case kQLTErrorOperatorAnswerUnfit:
+      return "The plug-in asks the person at the station: start it again where somebody answers.";
+    case kQLTErrorQuestionWrong:
+      return kFaultOfPlugin;
     case kQLTErrorAardvarkOpen:
     case kQLTErrorAardvarkWrite:
       return "Check the I2C adapter: is it plugged in, and its library installed?";

@@ -46,6 +46,12 @@ const std::map<std::int64_t, std::string> kSubjects{
     {kQLTErrorInstrumentTypeUnknown, "Correct the class"},
     {kQLTErrorResourceMissing, "does not list the instrument"},
     {kQLTErrorResourceUnusable, "\"Resources\" of the site"},
+    {kQLTErrorResourceHeld, "what the sites share"},
+    {kQLTErrorOperatorAbsent, "asks the person"},
+    {kQLTErrorOperatorTimedOut, "asks the person"},
+    {kQLTErrorOperatorCancelled, "asks the person"},
+    {kQLTErrorOperatorAnswerUnfit, "asks the person"},
+    {kQLTErrorQuestionWrong, "A fault of the plug-in"},
     {kQLTErrorAardvarkOpen, "I2C adapter"},
     {kQLTErrorAardvarkWrite, "I2C adapter"}};
 
