@@ -10,6 +10,7 @@
 #include <expat.h>
 
 #include "common/Format.h"
+#include "common/Text.h"
 #include "platform/Place.h"
 #include "platform/XmlScalars.h"
 
@@ -53,22 +54,6 @@ struct Leaf {
 
 bool isContainer(Element element) {
   return element == Element::Plist || element == Element::Dict || element == Element::Array;
-}
-
-/// How many bytes the character takes that begins with `lead` in UTF-8; 0 for none that can begin
-/// one.
-std::size_t utf8Length(unsigned char lead) {
-  if (lead < 0x80) return 1;
-  if (lead < 0xc2 || lead > 0xf4) return 0;
-  return lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
-}
-
-/// Whether a character of UTF-8 stands at the front of `bytes`, as far as there are bytes.
-bool beginsWithUtf8(std::string_view bytes) {
-  const std::size_t length = utf8Length(static_cast<unsigned char>(bytes.front()));
-  if (length == 0 || bytes.size() < length) return false;
-  return std::all_of(bytes.begin() + 1, bytes.begin() + static_cast<std::ptrdiff_t>(length),
-                     [](char c) { return (static_cast<unsigned char>(c) & 0xc0U) == 0x80; });
 }
 
 /// Whether the text up to `end` ends like a reference whose semicolon is missing, "R&D" or "&".
@@ -151,13 +136,13 @@ class Reader {
     }
     const std::string_view found = bytes.substr(offset);
     const std::string_view before = bytes.substr(0, offset);
-    if (!beginsWithUtf8(found)) {
-      return format("not UTF-8: byte 0x%02x; save the file as UTF-8",
-                    static_cast<unsigned char>(found.front()));
-    }
     std::string_view start = bytes;
     if (start.starts_with("\xef\xbb\xbf")) start.remove_prefix(3);
     if (!stripped(start).starts_with('<')) return "neither an XML nor a binary property list";
+    if (utf8Length(found) == 0) {
+      return format("not UTF-8: byte 0x%02x; save the file as UTF-8",
+                    static_cast<unsigned char>(found.front()));
+    }
     if (endsWithBareAmpersand(before) || (found.starts_with('&') && found.size() > 1)) {
       return "an & that begins no reference: write &amp;";
     }

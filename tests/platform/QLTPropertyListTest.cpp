@@ -258,6 +258,8 @@ TEST(QLTPropertyList, TellsWhatToDoAboutFirstMistakes) {
               testing::EndsWith(": a < that begins no element: write &lt;"));
   EXPECT_EQ(complaintOf("{\"Sites\": {}}"), "t:1:1: neither an XML nor a binary property list");
   EXPECT_EQ(complaintOf("\n { Sites = {}; }"), "t:2:2: neither an XML nor a binary property list");
+  // An image, whose advice must not be to save it as text.
+  EXPECT_EQ(complaintOf("\x89PNG\r\n"), "t:1:1: neither an XML nor a binary property list");
   EXPECT_EQ(complaintOf("<plist><string>\x01</string></plist>"),
             "t:1:16: not well-formed (invalid token)");
 }
