@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """check_docs.py --source FOLDER --build FOLDER --compiler PROGRAM DOCUMENT
 
-Tries out what a Markdown document shows: commands are run, code is compiled, configurations are read, and what the text
-states of files, names, options and error codes is looked up.
+Tries out what a Markdown document shows: commands are run, code is compiled, configurations are read, a results store is
+asked, and what the text states of files, names, options and error codes is looked up.
 
 What a block is checked for follows from its language. A comment above it says what else is to be known:
 
@@ -29,12 +29,13 @@ from commands import Commands
 from document import Document
 from machine import Machine
 from snippets import TESTER_CONFIG, Snippets
+from store import Store
 
 MANUALS = {"docs/station-application.md": "quillon", "docs/quillon-sim.md": "quillon-sim"}
 ERROR_LISTS = ["docs/station-setup.md"]
 
 
-def check_block(block, commands, snippets):
+def check_block(block, commands, snippets, store):
     """The problems of one block."""
     kind, _, rest = block.check.partition(" ")
     if kind == "skip":
@@ -49,7 +50,9 @@ def check_block(block, commands, snippets):
         "cmake": snippets.check_cmake,
         "console": commands.check,
         "cpp": snippets.check_cpp,
+        "python": store.check_python,
         "sh": commands.check,
+        "sql": store.check_sql,
         "text": lambda block: [],
         "xml": snippets.check_property_list,
         "": lambda block: [],
@@ -61,9 +64,9 @@ def check_block(block, commands, snippets):
 
 def problems_of(document, machine):
     """(line, text) of everything that is wrong with a document."""
-    commands, snippets = Commands(machine), Snippets(machine)
+    commands, snippets, store = Commands(machine), Snippets(machine), Store(machine)
     for block in document.blocks:
-        for problem in check_block(block, commands, snippets):
+        for problem in check_block(block, commands, snippets, store):
             yield block.line, problem
     name = str(document.path.relative_to(machine.source))
     yield from facts.check_links(document)
