@@ -122,6 +122,11 @@ std::vector<std::optional<std::string>> QLTestMethod::subTestNames() const {
 
 std::shared_ptr<QLTObject> QLTestMethod::view() { return nullptr; }
 
+// Instances of a template of an exported class are exported, too, unless this is said; programs
+// have their own.
+template __attribute__((visibility("hidden"))) std::shared_ptr<QLTOperator> QLTestMethod::resource(
+    const QLTText& name, QLTError* error) const;
+
 std::shared_ptr<QLTOperator> QLTestMethod::op(QLTError* error) const {
   return resource<QLTOperator>("operator", error);
 }
