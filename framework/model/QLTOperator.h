@@ -51,8 +51,8 @@ class QLT_EXPORT QLTOperator : public QLTObject {
   /// Lets the person choose one of `choices`, and returns it: `{"pass", "fail"}`, say.
   std::optional<std::string> choose(const QLTText& text, const std::vector<std::string>& choices,
                                     const QLTAskOptions& options = {}, QLTError* error = nullptr);
-  /// What the person types or scans. The whole of it matches `pattern`, a regular expression (that
-  /// of ECMAScript), where there is one.
+  /// What the person types or scans. The whole of it matches `pattern`, a regular expression, where
+  /// there is one; see `QLTQuestion::pattern`.
   std::optional<std::string> enterText(const QLTText& text, const QLTText& pattern = {},
                                        const QLTAskOptions& options = {},
                                        QLTError* error = nullptr);

@@ -20,8 +20,9 @@ struct QLT_EXPORT QLTQuestion {
   std::optional<std::string> image = {};
   /// Of a choice: what can be answered, at least one.
   std::vector<std::string> choices = {};
-  /// Of a text: a regular expression (that of ECMAScript) that the whole answer must match; absent
-  /// when any text will do. Whoever asks checks it.
+  /// Of a text: a regular expression that the whole answer must match; absent when any text will
+  /// do. Whoever asks checks it, with a matcher of its own: only what all of them have in common
+  /// may stand there, such as "[A-Z]{2}\d+(-\d+)?", but no back references and no looking ahead.
   std::optional<std::string> pattern = {};
   // Of a number: the limits, both inclusive.
   double lowLimit = 0;

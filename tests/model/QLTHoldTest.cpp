@@ -175,6 +175,7 @@ TEST_F(QLTHoldTest, TimesBeyondTheClocksRangeWaitForEver) {
 TEST_F(QLTHoldTest, GoesToThoseThatWaitInTheirOrder) {
   std::vector<int> order;  // guarded by the hold itself
   std::vector<std::thread> threads;
+  threads.reserve(8);
   QLTHold hold = take("first");
   for (int i = 0; i < 8; ++i) {
     threads.push_back(waiter("site" + std::to_string(i), [&order, i] { order.push_back(i); }));
@@ -275,6 +276,7 @@ TEST_F(QLTHoldTest, IsHeldByOneThreadAtATime) {
   constexpr int kTurns = 300;
   int turns = 0;  // guarded by the hold itself
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([&, site = "site" + std::to_string(i)] {
       for (int turn = 0; turn < kTurns; ++turn) {
@@ -294,6 +296,7 @@ TEST_F(QLTHoldTest, ShortTimeOutsAndHandOversDoNotMeetBadly) {
   std::atomic<int> taken = 0;
   int counted = 0;  // guarded by the hold itself
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([&] {
       for (int turn = 0; turn < 300; ++turn) {

@@ -97,7 +97,7 @@ TEST(QLTScriptedOperatorTest, KeepsWhatWasAskedAndShown) {
 TEST(QLTScriptedOperatorTest, SitesMayShareOne) {
   constexpr int kAnswers = 200;
   std::vector<std::string> script;
-  script.reserve(2 * kAnswers);
+  script.reserve(std::size_t{2} * kAnswers);
   for (int i = 0; i < 2 * kAnswers; ++i) script.push_back(std::to_string(i));
   QLTScriptedOperator person(script);
   std::atomic<int> sum = 0;
