@@ -37,6 +37,7 @@ int runCommandLine(int argc, const char* const* argv) {
   addCheckCommand(app, chosen);
   addListCommand(app, chosen);
   addNewCommand(app, chosen);
+  addWorkerCommand(app, chosen);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -18,5 +18,6 @@ void addCheckCommand(CLI::App& app, Command& chosen);
 void addListCommand(CLI::App& app, Command& chosen);
 void addNewCommand(CLI::App& app, Command& chosen);
 void addRunCommand(CLI::App& app, Command& chosen);
+void addWorkerCommand(CLI::App& app, Command& chosen);
 
 }  // namespace station

@@ -12,6 +12,7 @@
 
 #include "CannotRun.h"
 #include "Text.h"
+#include "ThreadName.h"
 #include "common/Files.h"
 #include "common/TimeStamp.h"
 
@@ -21,11 +22,11 @@ using quillon::internal::timeStamp;
 using quillon::internal::writeWhole;
 
 namespace station {
-namespace {
 
-thread_local std::string threadName = "station";
-
-}  // namespace
+std::string& threadName() {
+  thread_local std::string name = "station";
+  return name;
+}
 
 /// The file; closes with its last user.
 class ConsoleLogFile::File {
@@ -47,10 +48,11 @@ class ConsoleLogFile::File {
     return true;
   }
 
-  void write(std::string_view message) {
+  void write(std::string_view name, std::string_view message) {
     const int earlierErrno = errno;
     if (message.ends_with('\n')) message.remove_suffix(1);
-    const std::string line = timeStamp() + " [" + threadName + "] " + printable(message) + "\n";
+    const std::string line =
+        timeStamp() + " [" + std::string(name) + "] " + printable(message) + "\n";
     writeLine(line);
     errno = earlierErrno;
   }
@@ -74,13 +76,15 @@ class ConsoleLogFile::File {
 };
 
 ConsoleLogFile::ConsoleLogFile(bool alsoShown) : file_(std::make_shared<File>(alsoShown)) {
-  QLTSetLogSink([file = file_](std::string_view message) { file->write(message); });
+  QLTSetLogSink([file = file_](std::string_view message) { file->write(threadName(), message); });
 }
 
 ConsoleLogFile::~ConsoleLogFile() { QLTSetLogSink({}); }
 
 bool ConsoleLogFile::create(const std::string& path) { return file_->create(path); }
 
-void ConsoleLogFile::nameThread(std::string name) { threadName = std::move(name); }
+void ConsoleLogFile::write(std::string_view name, std::string_view message) const {
+  file_->write(name, message);
+}
 
 }  // namespace station

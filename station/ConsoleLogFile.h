@@ -2,12 +2,13 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace station {
 
 /// Takes the console log, the diagnostics of framework and plug-in, to a file as long as it lives.
-/// A line is "2026-11-14 22:16:30.123 [left] message"; the name is the site whose thread logged,
-/// "station" outside of any. Any thread may log.
+/// A line is "2026-11-14 22:16:30.123 [left] message"; the name is that of the thread that logged,
+/// see `threadName`. Any thread may log.
 class ConsoleLogFile {
  public:
   /// Keeps the lines until the file is open. `alsoShown`: they go to standard error as well.
@@ -19,8 +20,8 @@ class ConsoleLogFile {
   /// Makes the file at `path`. False when there is one already; `CannotRun` when it cannot be made.
   bool create(const std::string& path);
 
-  /// Names this thread in the log.
-  static void nameThread(std::string name);
+  /// Adds a line of its own, in the name of a site for example. Any thread.
+  void write(std::string_view name, std::string_view message) const;
 
  private:
   class File;

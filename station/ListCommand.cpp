@@ -9,9 +9,9 @@
 #include "Commands.h"
 #include "Listing.h"
 #include "ListingText.h"
-#include "Plugin.h"
 #include "PluginProcess.h"
 #include "Screen.h"
+#include "worker/Plugin.h"
 
 namespace station {
 namespace {

@@ -38,7 +38,10 @@ Colour colourOf(Verdict verdict) {
 }
 
 std::string reasonText(const Outcome& outcome) {
-  if (!outcome.brokenOff) return outcome.firstFailure.value_or("");
+  if (!outcome.brokenOff) {
+    const std::string failure = outcome.firstFailure.value_or("");
+    return outcome.hookProblem ? failure + "; then " + *outcome.hookProblem : failure;
+  }
   if (!outcome.firstFailure) return *outcome.brokenOff;
   // The exception of a test is its failure as well; once is enough.
   if (outcome.firstFailure->ends_with(*outcome.brokenOff)) return *outcome.brokenOff;

@@ -30,6 +30,11 @@ void RunArguments::describeTo(CLI::App& command) {
       ->check(CLI::Range(1, 1000000))
       ->capture_default_str();
   command.add_flag("--verbose", options_.verbose, "Show the diagnostics on standard error as well");
+  command
+      .add_option("--wrap", options_.wrap,
+                  "Run the process that holds the plug-in below this command, 'gdb --args' or "
+                  "'valgrind' for example")
+      ->type_name("COMMAND");
   command.footer(
       "Exit status: 0 all devices passed; 1 a device failed, was broken off, or the run was\n"
       "interrupted; 2 the tests could not run.");

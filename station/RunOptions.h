@@ -19,6 +19,7 @@ struct RunOptions {
   std::string logFolder = kDefaultLogFolder;
   int repeat = 1;  ///< devices per site
   bool verbose = false;
+  std::string wrap;  ///< a command that runs the worker; empty: none
 };
 
 }  // namespace station

@@ -4,9 +4,9 @@
 #include <cerrno>
 
 #include <poll.h>
+#include <termios.h>
 #include <unistd.h>
 
-#include "SerialNumbers.h"
 #include "Signals.h"
 #include "common/Retried.h"
 #include "common/Text.h"
@@ -18,8 +18,10 @@ namespace station {
 
 bool SerialNumberPrompt::isPossible() { return isatty(STDIN_FILENO) == 1; }
 
-std::optional<std::string> SerialNumberPrompt::ask(const std::string& site) {
+std::optional<std::string> SerialNumberPrompt::ask(
+    const std::string& site, const std::function<std::string(const std::string&)>& complaint) {
   while (true) {
+    tcflush(STDIN_FILENO, TCIFLUSH);
     screen_.prompt("Serial number of the device at site " + site + ": ");
     const std::optional<std::string> line = readLine();
     if (!line) {
@@ -27,20 +29,15 @@ std::optional<std::string> SerialNumberPrompt::ask(const std::string& site) {
       return std::nullopt;
     }
     std::string serialNumber = trimmed(*line);
-    const std::string complaint = complaintAboutSerialNumber(serialNumber);
-    if (complaint.empty()) return serialNumber;
-    screen_.prompt(complaint + " (Ctrl-D ends.)\n");
+    const std::string problem = complaint(serialNumber);
+    if (problem.empty()) return serialNumber;
+    screen_.prompt(problem + " (Ctrl-D ends.)\n");
   }
 }
 
 std::optional<std::string> SerialNumberPrompt::readLine() {
+  std::string line;
   while (true) {
-    const std::size_t end = pending_.find('\n');
-    if (end != std::string::npos) {
-      std::string line = pending_.substr(0, end);
-      pending_.erase(0, end + 1);
-      return line;
-    }
     std::array<pollfd, 2> waited{{{STDIN_FILENO, POLLIN, 0}, {Signals::descriptor(), POLLIN, 0}}};
     if (poll(waited.data(), waited.size(), -1) < 0 && errno != EINTR) return std::nullopt;
     if (Signals::stopRequested()) return std::nullopt;
@@ -48,7 +45,10 @@ std::optional<std::string> SerialNumberPrompt::readLine() {
     std::array<char, 1024> chunk{};
     const ssize_t count = retried([&] { return read(STDIN_FILENO, chunk.data(), chunk.size()); });
     if (count <= 0) return std::nullopt;
-    pending_.append(chunk.data(), static_cast<std::size_t>(count));
+    line.append(chunk.data(), static_cast<std::size_t>(count));
+    // What follows the line came before the next question.
+    const std::size_t end = line.find('\n');
+    if (end != std::string::npos) return line.substr(0, end);
   }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -17,15 +18,16 @@ class SerialNumberPrompt {
   /// True when there is a terminal to ask on.
   static bool isPossible();
 
-  /// Asks until the answer can serve as a serial number. Absent when the operator ends the program
-  /// instead, by a signal (Ctrl-C) or the end of input (Ctrl-D).
-  std::optional<std::string> ask(const std::string& site);
+  /// Asks until there is no complaint about the answer. What was typed or scanned before a question
+  /// is dropped. Absent when the operator ends the program instead, by a signal (Ctrl-C) or the end
+  /// of input (Ctrl-D).
+  std::optional<std::string> ask(const std::string& site,
+                                 const std::function<std::string(const std::string&)>& complaint);
 
  private:
   std::optional<std::string> readLine();
 
   Screen& screen_;
-  std::string pending_;  // read, but belonging to the next lines
 };
 
 }  // namespace station

@@ -1,6 +1,7 @@
 #include "SerialNumberSource.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <utility>
 
@@ -15,6 +16,9 @@ SerialNumberSource::SerialNumberSource(SerialNumbers given, std::vector<std::str
   warnOfEqualOnes();
   checkSites();
   checkThatOthersCanBeAsked();
+  for (const std::string& site : sites_) {
+    if (!given_.contains(site)) waiting_.insert(rankOf(site));
+  }
 }
 
 void SerialNumberSource::warnOfEqualOnes() const {
@@ -49,22 +53,56 @@ void SerialNumberSource::checkThatOthersCanBeAsked() const {
                       "=SERIAL, or start quillon on a terminal, where it asks.");
 }
 
-std::optional<std::vector<std::string>> SerialNumberSource::next() {
-  std::vector<std::string> numbers;
-  for (const std::string& site : sites_) {
-    const auto given = given_.find(site);
-    if (given != given_.end()) {
-      numbers.push_back(given->second);
-      continue;
-    }
-    std::optional<std::string> answer = prompt_.ask(site);
-    if (!answer) return std::nullopt;
-    if (std::find(numbers.begin(), numbers.end(), *answer) != numbers.end()) {
-      screen_.warning("another site has the same serial number " + *answer);
-    }
-    numbers.push_back(*std::move(answer));
+std::optional<std::string> SerialNumberSource::next(const std::string& site) {
+  std::unique_lock lock(mutex_);
+  const auto given = given_.find(site);
+  if (given != given_.end()) {
+    running_[site] = given->second;
+    return given->second;
   }
-  return numbers;
+  const std::ptrdiff_t rank = rankOf(site);
+  waiting_.insert(rank);
+  changed_.wait(lock, [&] { return ended_ || (!asking_ && *waiting_.begin() == rank); });
+  if (ended_) return std::nullopt;
+  asking_ = true;
+  lock.unlock();
+  auto answer = prompt_.ask(site, [&](const std::string& text) { return complaintAbout(text); });
+  lock.lock();
+  asking_ = false;
+  waiting_.erase(rank);
+  if (answer) {
+    running_[site] = *answer;
+  } else {
+    ended_ = true;
+  }
+  changed_.notify_all();
+  return answer;
+}
+
+void SerialNumberSource::release(const std::string& site) {
+  const std::lock_guard lock(mutex_);
+  running_.erase(site);
+}
+
+void SerialNumberSource::leave(const std::string& site) {
+  const std::lock_guard lock(mutex_);
+  waiting_.erase(rankOf(site));
+  changed_.notify_all();
+}
+
+std::ptrdiff_t SerialNumberSource::rankOf(const std::string& site) const {
+  return std::distance(sites_.begin(), std::find(sites_.begin(), sites_.end(), site));
+}
+
+/// What is wrong with an answer; "" when nothing is.
+std::string SerialNumberSource::complaintAbout(const std::string& serialNumber) const {
+  std::string complaint = complaintAboutSerialNumber(serialNumber);
+  if (!complaint.empty()) return complaint;
+  const std::lock_guard lock(mutex_);
+  for (const auto& [site, running] : running_) {
+    if (running == serialNumber) return running + " is being tested at site " + site + ".";
+  }
+  return "";
 }
 
 }  // namespace station

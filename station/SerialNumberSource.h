@@ -1,6 +1,11 @@
 #pragma once
 
+#include <condition_variable>
+#include <cstddef>
+#include <map>
+#include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -11,27 +16,40 @@
 namespace station {
 
 /// Where the serial numbers of a run come from: the command line or, for the sites that it gives
-/// none for, the operator.
+/// none for, the operator. He is asked for one site at a time, the first one that waits in the
+/// order of the sites.
 ///
-/// For one thread.
+/// Each site asks from its own thread.
 class SerialNumberSource {
  public:
   /// `CannotRun` when `given` names another site, or when there is nobody to ask for the others.
   SerialNumberSource(SerialNumbers given, std::vector<std::string> sites, Screen& screen);
 
-  /// The numbers of the next devices, one for each site in their order. Absent when the operator
-  /// ends the run instead.
-  std::optional<std::vector<std::string>> next();
+  /// The number of the site's next device; absent when the operator ends the run instead, from then
+  /// on for all sites. He is asked again for a number that is being tested at another site.
+  std::optional<std::string> next(const std::string& site);
+  /// The site's device is done.
+  void release(const std::string& site);
+  /// The site wants no more numbers; the others wait for it until it says so.
+  void leave(const std::string& site);
 
  private:
   void checkSites() const;
   void warnOfEqualOnes() const;
   void checkThatOthersCanBeAsked() const;
+  std::ptrdiff_t rankOf(const std::string& site) const;
+  std::string complaintAbout(const std::string& serialNumber) const;
 
   const SerialNumbers given_;
   const std::vector<std::string> sites_;
   Screen& screen_;
-  SerialNumberPrompt prompt_;
+  mutable std::mutex mutex_;  // guards what follows
+  std::condition_variable changed_;
+  std::set<std::ptrdiff_t> waiting_;            // ranks of the sites to ask for
+  std::map<std::string, std::string> running_;  // serial number by site
+  bool asking_ = false;
+  bool ended_ = false;
+  SerialNumberPrompt prompt_;  // for the site that asks
 };
 
 }  // namespace station

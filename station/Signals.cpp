@@ -18,11 +18,12 @@ namespace {
 // and then its whole group.
 constexpr std::int64_t kTwinNanoseconds = 50'000'000;
 
-std::atomic<bool> requested = false;
-std::atomic<std::int64_t> requestedAt = 0;
-quillon::internal::Pipe wakePipe;
+std::atomic<int> requests = 0;
+std::atomic<std::int64_t> requestedAt = 0;  // the latest
+quillon::internal::Pipe stopPipe;
+quillon::internal::Pipe atOncePipe;
 
-static_assert(std::atomic<bool>::is_always_lock_free &&
+static_assert(std::atomic<int>::is_always_lock_free &&
               std::atomic<std::int64_t>::is_always_lock_free);
 
 std::int64_t nanoseconds() {
@@ -31,17 +32,25 @@ std::int64_t nanoseconds() {
   return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
 
+void announce(std::string_view text, const quillon::internal::Pipe& pipe) {
+  [[maybe_unused]] ssize_t ignored = write(STDERR_FILENO, text.data(), text.size());
+  ignored = write(pipe.writing.get(), "", 1);
+}
+
 /// Only what is allowed amid any other code: atomics, `write`, `sigaction` and `raise`.
 void onSignal(int signal) {
   const int earlierErrno = errno;
   const std::int64_t now = nanoseconds();
-  if (!requested.exchange(true)) {
-    requestedAt = now;
-    constexpr std::string_view text =
-        "\nStopping after the running tests. Once more (Ctrl-C) ends the program at once.\n";
-    [[maybe_unused]] ssize_t ignored = write(STDERR_FILENO, text.data(), text.size());
-    ignored = write(wakePipe.writing.get(), "", 1);
-  } else if (now - requestedAt > kTwinNanoseconds) {
+  const bool isTwin = requests > 0 && now - requestedAt <= kTwinNanoseconds;
+  const int request = isTwin ? 0 : ++requests;
+  if (request > 0) requestedAt = now;
+  if (request == 1) {
+    announce("\nStopping after the running tests. Once more (Ctrl-C) ends them at once.\n",
+             stopPipe);
+  } else if (request == 2) {
+    announce("\nEnding the running tests. Once more (Ctrl-C) ends the program as it is.\n",
+             atOncePipe);
+  } else if (request > 2) {
     struct sigaction standard {};
     standard.sa_handler = SIG_DFL;
     sigaction(signal, &standard, nullptr);
@@ -53,14 +62,16 @@ void onSignal(int signal) {
 }  // namespace
 
 Signals::Signals() {
-  wakePipe = quillon::internal::Pipe::make(O_NONBLOCK);
-  requested = false;
+  stopPipe = quillon::internal::Pipe::make(O_NONBLOCK);
+  atOncePipe = quillon::internal::Pipe::make(O_NONBLOCK);
+  requests = 0;
   struct sigaction action {};
   action.sa_handler = onSignal;
   action.sa_flags = SA_RESTART;  // a plug-in's calls need not expect to be interrupted
   sigemptyset(&action.sa_mask);
   sigaction(SIGINT, &action, &earlierInt_);
   sigaction(SIGTERM, &action, &earlierTerm_);
+  sigaction(SIGHUP, &action, &earlierHup_);
   action.sa_handler = SIG_IGN;
   sigaction(SIGPIPE, &action, &earlierPipe_);
 }
@@ -68,12 +79,16 @@ Signals::Signals() {
 Signals::~Signals() {
   sigaction(SIGINT, &earlierInt_, nullptr);
   sigaction(SIGTERM, &earlierTerm_, nullptr);
+  sigaction(SIGHUP, &earlierHup_, nullptr);
   sigaction(SIGPIPE, &earlierPipe_, nullptr);
-  wakePipe = {};
+  stopPipe = {};
+  atOncePipe = {};
 }
 
-bool Signals::stopRequested() { return requested; }
+bool Signals::stopRequested() { return requests > 0; }
+int Signals::descriptor() { return stopPipe.reading.get(); }
 
-int Signals::descriptor() { return wakePipe.reading.get(); }
+bool Signals::stopAtOnceRequested() { return requests > 1; }
+int Signals::atOnceDescriptor() { return atOncePipe.reading.get(); }
 
 }  // namespace station

@@ -4,9 +4,10 @@
 
 namespace station {
 
-/// Takes care of SIGINT and SIGTERM as long as it lives: the first one asks the run to stop, a
-/// second one ends the program at once. SIGPIPE is ignored: a screen that is gone must not break
-/// off a test. One object at a time; the class operations may be called from any thread.
+/// Takes care of SIGINT, SIGTERM and SIGHUP as long as it lives: the first one asks the run to
+/// stop, a second one to stop at once, a third one ends the program. SIGPIPE is ignored: a screen
+/// that is gone must not break off a test. One object at a time; the class operations may be called
+/// from any thread.
 class Signals {
  public:
   Signals();
@@ -18,10 +19,14 @@ class Signals {
   static bool stopRequested();
   /// A descriptor that is readable from the first signal on, for waiting along with others.
   static int descriptor();
+  /// True from the second signal on.
+  static bool stopAtOnceRequested();
+  static int atOnceDescriptor();  ///< likewise
 
  private:
   struct sigaction earlierInt_ {};
   struct sigaction earlierTerm_ {};
+  struct sigaction earlierHup_ {};
   struct sigaction earlierPipe_ {};
 };
 

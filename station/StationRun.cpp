@@ -1,51 +1,28 @@
 #include "StationRun.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
-#include <cstdint>
+#include <deque>
 #include <thread>
 #include <utility>
 
 #include <QLTCSVLogger.h>
-#include <QLTestMethod.h>
-#include <QLTestSiteManager.h>
 
 #include "ConsoleLogFile.h"
 #include "LogFiles.h"
-#include "SiteRunner.h"
-#include "StationInfo.h"
+#include "Report.h"
+#include "SerialNumberSource.h"
 #include "StationWords.h"
 #include "Text.h"
+#include "ThreadName.h"
+#include "host/ResultLog.h"
 
 namespace station {
 namespace {
 
 constexpr int kAllPassed = 0;
 constexpr int kNotAllPassed = 1;
-
-std::vector<std::string> testNames(const QLTFlow& flow) {
-  std::vector<std::string> names;
-  for (const auto& method : flow) {
-    names.push_back(SiteRunner::nameOf(*method, static_cast<std::int32_t>(names.size()) + 1));
-  }
-  return names;
-}
-
-/// Tests one device at each site, at all sites at once.
-std::vector<Outcome> testDevices(std::vector<SiteRunner>& runners,
-                                 const std::vector<std::string>& serialNumbers, int round) {
-  std::vector<Outcome> outcomes(runners.size());
-  std::vector<std::jthread> threads;
-  for (std::size_t i = 0; i < runners.size(); ++i) {
-    threads.emplace_back(
-        [&runner = runners[i], &serialNumber = serialNumbers[i], &outcome = outcomes[i], round] {
-          ConsoleLogFile::nameThread(runner.site());
-          outcome = runner.test(serialNumber, round);
-        });
-  }
-  threads.clear();  // waits for all of them
-  return outcomes;
-}
 
 bool allPassed(const std::vector<Outcome>& outcomes) {
   return std::all_of(outcomes.begin(), outcomes.end(),
@@ -58,58 +35,67 @@ StationRun::StationRun(RunOptions options) : options_(std::move(options)) {}
 
 int StationRun::run() {
   ConsoleLogFile diagnostics(options_.verbose);
-  const QLTBundle& bundle = Plugin::openBundle(options_.bundle);
+  Engine engine(options_, screen_, diagnostics);
+  const std::filesystem::path bundle = engine.start();
   makeLogFolder(options_.logFolder);
-  const std::string fileName = QLTCSVLogger::timeStampedFileName(bundle.path().stem());
-  const LogFiles files = makeLogFiles(options_.logFolder, fileName, diagnostics);
-  Plugin plugin(bundle, screen_);
-  plugin.load(stationInfo(bundle, options_.logFolder), files.diagnostics);
-  const int status = runOn(plugin, files.results);
+  const LogFiles files = makeLogFiles(
+      options_.logFolder, QLTCSVLogger::timeStampedFileName(bundle.stem()), diagnostics);
+  const Loaded loaded =
+      engine.load({options_.flow, options_.sites, options_.logFolder, files.diagnostics});
+  const int status = runOn(engine, loaded, files.results, diagnostics);
   screen_.line("Results:     " + files.results + "\nDiagnostics: " + files.diagnostics);
   return status;
 }
 
-int StationRun::runOn(Plugin& plugin, const std::string& csvPath) {
-  readStationWords(plugin.manager().stationAttributes());  // refuses what the check refuses
-  const Suites suites = chooseSites(plugin.manager(), options_.sites);
-  checkFlow(suites, options_.flow);
-  SerialNumberSource serialNumbers(options_.serialNumbers, siteNames(suites), screen_);
-  LogChain logs(csvPath, plugin.manager().stationAttributes(), suites, screen_);
-  checkFlow(suites, options_.flow);  // again: the suites' `logger` has run
-  logs.open();
-  for (const std::string& site : plugin.manager().disabledSiteNames()) {
+int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& csvPath,
+                      const ConsoleLogFile& diagnostics) {
+  readStationWords(loaded.stationAttributes);  // refuses what the check refuses
+  SerialNumberSource serialNumbers(options_.serialNumbers, loaded.sites, screen_);
+  ResultLog results(csvPath, loaded.stationAttributes, screen_);
+  engine.openLoggers(results.columns());
+  results.open();
+  for (const std::string& site : loaded.disabledSites) {
     screen_.line("Site " + printable(site) + " is disabled in the station's configuration.");
   }
-  const Report report(screen_, siteNames(suites),
-                      testNames(*suites.front()->flowForName(options_.flow)));
-  const Series series = testSeries(suites, serialNumbers, logs, report);
+  const Report report(screen_, loaded.sites, loaded.tests);
+  const Series series =
+      test(loaded.sites, {engine, serialNumbers, results, report, diagnostics, options_.repeat});
+  engine.unload();
   report.table(series.outcomes);
-  if (logs.resultLogFailed()) {
+  if (results.failed()) {
     screen_.warning("the result log is not complete; test the devices that were broken off again");
   }
   return series.complete && allPassed(series.outcomes) ? kAllPassed : kNotAllPassed;
 }
 
-StationRun::Series StationRun::testSeries(const Suites& suites, SerialNumberSource& source,
-                                          LogChain& logs, const Report& report) {
-  std::vector<SiteRunner> runners;
-  for (const auto& suite : suites) runners.emplace_back(suite, options_.flow, logs, report);
-  Series series;
-  for (int round = 1; round <= options_.repeat; ++round) {
-    if (Signals::stopRequested()) return series;
-    if (options_.repeat > 1) {
-      screen_.line((round > 1 ? "\n" : "") + std::string("Round ") + std::to_string(round) +
-                   " of " + std::to_string(options_.repeat));
+/// Tests at all sites at once.
+StationRun::Series StationRun::test(const std::vector<std::string>& sites,
+                                    const SiteSession::Station& station) {
+  std::deque<SiteSession> sessions;
+  std::atomic<std::size_t> atWork = sites.size();
+  {
+    std::vector<std::jthread> threads;
+    for (const std::string& site : sites) {
+      threads.emplace_back(
+          [&session = sessions.emplace_back(site, station), &atWork, &station, site] {
+            threadName() = site;
+            session.run();
+            --atWork;
+            station.engine.wake();
+          });
     }
-    const auto serialNumbers = source.next();
-    if (!serialNumbers) return series;
-    for (Outcome& outcome : testDevices(runners, *serialNumbers, round)) {
-      series.outcomes.push_back(std::move(outcome));
-    }
-    // Where the results of one device were lost, those of the next would be.
-    if (Signals::stopRequested() || logs.resultLogFailed()) return series;
+    station.engine.serve([&] { return atWork == 0; });
   }
+  Series series;
   series.complete = true;
+  for (const SiteSession& session : sessions) {
+    series.complete = series.complete && session.isComplete();
+    series.outcomes.insert(series.outcomes.end(), session.outcomes().begin(),
+                           session.outcomes().end());
+  }
+  // As they were tested: first devices first, in the order of the sites.
+  std::stable_sort(series.outcomes.begin(), series.outcomes.end(),
+                   [](const Outcome& a, const Outcome& b) { return a.round < b.round; });
   return series;
 }
 

@@ -3,21 +3,18 @@
 #include <string>
 #include <vector>
 
-#include "LogChain.h"
 #include "Outcome.h"
-#include "Plugin.h"
-#include "Report.h"
 #include "RunOptions.h"
 #include "Screen.h"
-#include "SerialNumberSource.h"
 #include "Signals.h"
-#include "SiteChoice.h"
+#include "host/Engine.h"
+#include "host/SiteSession.h"
 
 namespace station {
 
-/// One `quillon run`, from opening the bundle to the table at the end.
+/// One `quillon run`, from starting the worker to the table at the end.
 ///
-/// For the main thread; it starts one thread a site for each round of devices.
+/// For the main thread; it starts one thread for each site.
 class StationRun {
  public:
   explicit StationRun(RunOptions options);
@@ -29,12 +26,12 @@ class StationRun {
   /// What became of a series of devices.
   struct Series {
     std::vector<Outcome> outcomes;
-    bool complete = false;  ///< all rounds were run
+    bool complete = false;  ///< each site has had its devices
   };
 
-  int runOn(Plugin& plugin, const std::string& csvPath);
-  Series testSeries(const Suites& suites, SerialNumberSource& source, LogChain& logs,
-                    const Report& report);
+  int runOn(Engine& engine, const Loaded& loaded, const std::string& csvPath,
+            const ConsoleLogFile& diagnostics);
+  static Series test(const std::vector<std::string>& sites, const SiteSession::Station& station);
 
   const RunOptions options_;
   Screen screen_;

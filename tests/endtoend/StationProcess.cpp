@@ -96,8 +96,11 @@ bool StationProcess::waitForOutput(const std::string& text, int times) {
   });
 }
 
-bool StationProcess::waitForErrors() const {
-  return waitFor([this] { return !errors().empty(); });
+bool StationProcess::waitForErrors(const std::string& text) const {
+  return waitFor([&] {
+    const std::string errors = this->errors();
+    return !errors.empty() && errors.find(text) != std::string::npos;
+  });
 }
 
 int StationProcess::wait() {

@@ -42,8 +42,8 @@ class StationProcess {
   void send(int signal) const;
   /// Waits until `text` has appeared `times` times on the terminal; false after a long while.
   bool waitForOutput(const std::string& text, int times = 1);
-  /// Waits until anything has appeared on standard error.
-  bool waitForErrors() const;
+  /// Waits until `text`, or anything, has appeared on standard error.
+  bool waitForErrors(const std::string& text = "") const;
   /// Waits for its end: the exit status, or the negative number of the signal that ended it.
   int wait();
 

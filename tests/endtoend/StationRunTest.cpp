@@ -61,6 +61,11 @@ constexpr const char* kHeader =
     "runIndex, sn,site,test,subtest,number,expected,value,PF,fail message,\n";
 constexpr const char* kLimits = "from 1.000000 to 2.000000";
 
+/// The line that a device leaves which was broken off.
+std::string brokenOff(const std::string& start, const std::string& reason) {
+  return start + ",device,runtime error,0.0,,run time error,F,\"" + reason + "\",\n";
+}
+
 /// The line of one record of the sub-test "volts".
 std::string line(const std::string& start, const std::string& test, const std::string& number,
                  const std::string& value, const std::string& ending) {
@@ -169,7 +174,7 @@ TEST_F(StationRun, aFailureWithoutARecordLeavesOneInTheLog) {
   EXPECT_EQ(station.wait(), 1);
   const auto failure = [](const std::string& test, const std::string& number,
                           const std::string& message) {
-    return "1,A,left," + test + ",runtime error," + number + ",run time error,F,\"" + message +
+    return "1,A,left," + test + ",runtime error," + number + ",,run time error,F,\"" + message +
            "\",\n";
   };
   EXPECT_EQ(station.results(), kHeader + failure("Error", "1.0", "no answer\nfrom the device") +
@@ -191,9 +196,9 @@ TEST_F(StationRun, aTestWhoseResultsAreLostFailsWhateverRunSays) {
   EXPECT_EQ(station.wait(), 1);
   EXPECT_EQ(station.results(),
             std::string(kHeader) +
-                "1,A,left,Kept nowhere,runtime error,1.0,run time error,F,\"passed without a list "
+                "1,A,left,Kept nowhere,runtime error,1.0,,run time error,F,\"passed without a list "
                 "of results\",\n"
-                "1,A,left,Lost,runtime error,2.0,run time error,F,\"passed without a list of "
+                "1,A,left,Lost,runtime error,2.0,,run time error,F,\"passed without a list of "
                 "results\",\n");
 }
 
@@ -204,7 +209,7 @@ TEST_F(StationRun, aResultOfAnUnknownKindIsNoPass) {
   EXPECT_EQ(station.wait(), 1);
   EXPECT_THAT(station.results(),
               AllOf(HasSubstr(line("1,A,left", "Odd", "1.1", "odd", "\"\"")),
-                    HasSubstr("1,A,left,Odd,runtime error,1.0,run time error,F,\"passed with a "
+                    HasSubstr("1,A,left,Odd,runtime error,1.0,,run time error,F,\"passed with a "
                               "result that is no pass\",\n")));
   EXPECT_THAT(station.steadyOutput(),
               AllOf(HasSubstr("left  FAIL  Odd"), HasSubstr("left  PASS  Not applicable")));
@@ -264,7 +269,7 @@ TEST_F(StationRun, anExceptionBreaksItsDeviceOffAndLeavesTheOtherSiteRunning) {
   // What was measured before it is in the log, and so is the exception.
   EXPECT_THAT(station.results(),
               AllOf(HasSubstr(",A,left,Volts,volts,1.1,"),
-                    HasSubstr(",A,left,Volts,runtime error,1.0,run time error,F,\"Volts threw an "
+                    HasSubstr(",A,left,Volts,runtime error,1.0,,run time error,F,\"Volts threw an "
                               "exception: the cable is off\",\n"),
                     HasSubstr(",B,right,Later,volts,2.1,")));
   const std::vector<std::string> made = callsMade();
@@ -311,7 +316,7 @@ TEST_F(StationRun, aHookThatFailsAfterAFailedTestIsShownWithIt) {
   StationProcess station(atLeft());
   EXPECT_EQ(station.wait(), 1);
   EXPECT_THAT(station.steadyOutput(),
-              HasSubstr("left  A              BROKEN OFF  0.0 s  Volts / volts: 9, limits 1 to 2; "
+              HasSubstr("left  A              FAIL        0.0 s  Volts / volts: 9, limits 1 to 2; "
                         "then onDUTFail threw an exception: hook trouble\n"));
 }
 
@@ -341,8 +346,7 @@ TEST_F(StationRun, repeatTestsOneDeviceAfterTheOther) {
   EXPECT_EQ(station.results(), kHeader + line("1,A,left", "Volts", "1.1", "1.500000", "P,\"\"") +
                                    line("2,A,left", "Volts", "1.1", "1.500000", "P,\"\"") +
                                    line("3,A,left", "Volts", "1.1", "1.500000", "P,\"\""));
-  EXPECT_THAT(station.output(), AllOf(HasSubstr("Round 1 of 3\n"), HasSubstr("Round 3 of 3\n"),
-                                      HasSubstr("3 passed, 0 failed, 0 broken off\n")));
+  EXPECT_THAT(station.output(), HasSubstr("3 passed, 0 failed, 0 broken off\n"));
 }
 
 TEST_F(StationRun, aDisabledSiteIsNotedAndNotTested) {
@@ -402,8 +406,10 @@ TEST_F(StationRun, aLoggerOfThePluginThatThrowsBreaksTheDeviceOff) {
               HasSubstr("left  A              BROKEN OFF  0.0 s  Unloggable / volts: 9, limits 1 "
                         "to 2; then the plug-in's logger threw an exception: the server is "
                         "away\n"));
-  EXPECT_EQ(station.results(),
-            kHeader + line("1,A,left", "Unloggable", "1.1", "9.000000", "F,\"failed volts\""));
+  EXPECT_EQ(
+      station.results(),
+      kHeader + line("1,A,left", "Unloggable", "1.1", "9.000000", "F,\"failed volts\"") +
+          brokenOff("1,A,left", "the plug-in's logger threw an exception: the server is away"));
 }
 
 TEST_F(StationRun, instrumentsAreClosedAtTheEnd) {
@@ -487,7 +493,7 @@ TEST_F(StationRun, aLoggerOfThePluginThatLosesARecordBreaksTheDeviceOff) {
 }
 
 TEST_F(StationRun, aSignalEndsTheFlowBeforeTheNextTest) {
-  for (const int signal : {SIGINT, SIGTERM}) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     std::filesystem::remove(calls());
     const std::string gate = (folder_.path() / ("gate" + std::to_string(signal))).string();
     bundle_.configure(entry("First", text("await", gate)) + entry("Second", ""), callsAttribute());
@@ -502,21 +508,44 @@ TEST_F(StationRun, aSignalEndsTheFlowBeforeTheNextTest) {
                 AllOf(HasSubstr("left  PASS  First "),
                       HasSubstr("left  A              BROKEN OFF  0.0 s  stopped on request before "
                                 "Second\n\n0 passed, 0 failed, 1 broken off\nResults: ")));
-    EXPECT_EQ(station.results(), kHeader + line("1,A,left", "First", "1.1", "1.500000", "P,\"\""));
+    EXPECT_EQ(station.results(), kHeader + line("1,A,left", "First", "1.1", "1.500000", "P,\"\"") +
+                                     brokenOff("1,A,left", "stopped on request before Second"));
     EXPECT_THAT(callsMade(),
                 ElementsAre("left onDUTStart A default 1", "left onException", "onUnload"));
   }
 }
 
-TEST_F(StationRun, aSecondSignalEndsTheProgramAtOnce) {
+TEST_F(StationRun, aSecondSignalEndsTheRunningTestsAtOnce) {
   const std::string gate = (folder_.path() / "gate").string();
-  bundle_.configure(entry("First", text("await", gate)));
-  StationProcess station(atLeft());
+  bundle_.configure(entry("Volts", "") + entry("First", text("await", gate)), callsAttribute());
+  StationProcess station(atLeft({"--repeat", "2"}));
   ASSERT_TRUE(test::waitForFile(gate + ".left"));
   station.send(SIGINT);
-  ASSERT_TRUE(station.waitForErrors());
+  ASSERT_TRUE(station.waitForErrors("Once more (Ctrl-C) ends them at once."));
   std::this_thread::sleep_for(
       std::chrono::milliseconds(100));  // a twin of the first one would not count
+  station.send(SIGTERM);
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.errors(), HasSubstr("Ending the running tests."));
+  EXPECT_THAT(station.steadyOutput(),
+              HasSubstr("left  A              BROKEN OFF  0.0 s  stopped at once on request in "
+                        "test 2 First\n\n0 passed, 0 failed, 1 broken off\nResults: "));
+  EXPECT_EQ(station.results(),
+            kHeader + line("1,A,left", "Volts", "1.1", "1.500000", "P,\"\"") +
+                "1,A,left,First,runtime error,2.0,,run time error,F,\"stopped at once on request "
+                "in test 2 First\",\n");
+}
+
+TEST_F(StationRun, aThirdSignalEndsTheProgram) {
+  const std::string gate = (folder_.path() / "gate").string();
+  bundle_.configure(entry("First", text("await", gate) + flag("ignoresTerminate")));
+  StationProcess station(atLeft());
+  ASSERT_TRUE(test::waitForFile(gate + ".left"));
+  for (const char* const announced : {"ends them at once.", "ends the program as it is."}) {
+    station.send(SIGINT);
+    ASSERT_TRUE(station.waitForErrors(announced));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
   station.send(SIGTERM);
   EXPECT_EQ(station.wait(), -SIGTERM);
 }

@@ -1,3 +1,5 @@
+#include <fstream>
+
 #include "StationProcess.h"
 #include "TroubleBundle.h"
 
@@ -18,6 +20,7 @@ class StationTerminal : public testing::Test {
     bundle_.configure(TroubleBundle::test("Volts", ""));
   }
 
+  test::TemporaryFolder folder_;
   TroubleBundle bundle_{TROUBLE_PLUGIN};
 };
 
@@ -60,14 +63,53 @@ TEST_F(StationTerminal, asksInEachRound) {
               AllOf(HasSubstr("1,A1,left,Volts,"), HasSubstr("2,A2,left,Volts,")));
 }
 
-TEST_F(StationTerminal, theSameSerialNumberAtTwoSitesIsAWarning) {
+TEST_F(StationTerminal, aSerialNumberThatIsBeingTestedIsAskedAgain) {
+  const std::string gate = (folder_.path() / "gate").string();
+  bundle_.configure(TroubleBundle::test("Volts", TroubleBundle::text("await", gate)));
   StationProcess station({"run", bundle_.path()}, StationProcess::Input::Terminal);
   ASSERT_TRUE(station.waitForOutput("site left: "));
   station.type("A\n");
   ASSERT_TRUE(station.waitForOutput("site right: "));
   station.type("A\n");
+  ASSERT_TRUE(station.waitForOutput("A is being tested at site left. (Ctrl-D ends.)"));
+  ASSERT_TRUE(station.waitForOutput("site right: ", 2));
+  station.type("B\n");
+  std::ofstream(gate).close();
   EXPECT_EQ(station.wait(), 0);
-  EXPECT_THAT(station.output(), HasSubstr("another site has the same serial number A"));
+}
+
+TEST_F(StationTerminal, aSiteTakesItsNextDeviceWhileAnotherIsAtWork) {
+  const std::string gate = (folder_.path() / "gate").string();
+  bundle_.configure(TroubleBundle::test(
+      "Volts", TroubleBundle::text("await", gate) + TroubleBundle::text("at", "left")));
+  StationProcess station({"run", bundle_.path(), "--repeat", "2"}, StationProcess::Input::Terminal);
+  ASSERT_TRUE(station.waitForOutput("site left: "));
+  station.type("A\n");
+  for (const int time : {1, 2}) {
+    ASSERT_TRUE(station.waitForOutput("site right: ", time));
+    station.type("B" + std::to_string(time) + "\n");
+    ASSERT_TRUE(station.waitForOutput("device B" + std::to_string(time) + " in "));
+  }
+  std::ofstream(gate).close();
+  ASSERT_TRUE(station.waitForOutput("site left: ", 2));
+  station.type("A2\n");
+  EXPECT_EQ(station.wait(), 0);
+}
+
+TEST_F(StationTerminal, whatWasTypedBeforeTheQuestionIsDropped) {
+  const std::string gate = (folder_.path() / "gate").string();
+  bundle_.configure(TroubleBundle::test("Volts", TroubleBundle::text("await", gate)));
+  StationProcess station({"run", bundle_.path(), "--site", "left", "--repeat", "2"},
+                         StationProcess::Input::Terminal);
+  ASSERT_TRUE(station.waitForOutput("site left: "));
+  station.type("A\nEARLY1\n");
+  ASSERT_TRUE(test::waitForFile(gate + ".left"));
+  station.type("EARLY2\n");
+  std::ofstream(gate).close();
+  ASSERT_TRUE(station.waitForOutput("site left: ", 2));
+  station.type("LATE\n");
+  EXPECT_EQ(station.wait(), 0);
+  EXPECT_THAT(station.results(), AllOf(HasSubstr(",LATE,"), Not(HasSubstr("EARLY"))));
 }
 
 TEST_F(StationTerminal, ctrlCAndCtrlDAtThePromptEndTheProgram) {

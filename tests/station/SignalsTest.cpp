@@ -21,12 +21,12 @@ bool isReadable(int descriptor) {
 }
 
 constexpr const char* kStopping =
-    "\nStopping after the running tests. Once more (Ctrl-C) ends the program at once.\n";
+    "\nStopping after the running tests. Once more (Ctrl-C) ends them at once.\n";
 
 }  // namespace
 
 TEST(Signals, theFirstOneAsksForAStop) {
-  for (const int signal : {SIGINT, SIGTERM}) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     const Signals signals;
     EXPECT_FALSE(Signals::stopRequested());
     EXPECT_FALSE(isReadable(Signals::descriptor()));
@@ -46,15 +46,31 @@ TEST(Signals, aTwinOfTheFirstOneIsTheSameRequest) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), kStopping);
 }
 
-TEST(Signals, aSecondRequestEndsTheProgram) {
+TEST(Signals, aSecondOneAsksToStopAtOnce) {
+  const Signals signals;
+  testing::internal::CaptureStderr();
+  std::raise(SIGINT);
+  EXPECT_FALSE(Signals::stopAtOnceRequested());
+  EXPECT_FALSE(isReadable(Signals::atOnceDescriptor()));
+  std::this_thread::sleep_for(std::chrono::milliseconds(60));  // no twin any more
+  std::raise(SIGTERM);
+  EXPECT_TRUE(Signals::stopAtOnceRequested());
+  EXPECT_TRUE(isReadable(Signals::atOnceDescriptor()));
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::EndsWith(
+                  "\nEnding the running tests. Once more (Ctrl-C) ends the program as it is.\n"));
+}
+
+TEST(Signals, aThirdOneEndsTheProgram) {
   EXPECT_EXIT(
       {
         const Signals signals;
-        std::raise(SIGINT);
-        std::this_thread::sleep_for(std::chrono::milliseconds(60));  // no twin any more
-        std::raise(SIGTERM);
+        for (const int signal : {SIGINT, SIGINT, SIGTERM}) {
+          std::raise(signal);
+          std::this_thread::sleep_for(std::chrono::milliseconds(60));  // no twin any more
+        }
       },
-      testing::KilledBySignal(SIGTERM), "Stopping after the running tests");
+      testing::KilledBySignal(SIGTERM), "Ending the running tests");
 }
 
 TEST(Signals, aScreenThatIsGoneRaisesNoSignal) {

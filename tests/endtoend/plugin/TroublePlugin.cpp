@@ -167,7 +167,10 @@ class TroubleTest : public QLTestMethod {
   bool run(std::int32_t, QLTError* error) override {
     ++attempts_;
     if (const QLTValue* text = param("log")) QLTLog(text->text());
-    if (param("await") != nullptr) await();
+    if (does("ignoresTerminate")) std::signal(SIGTERM, SIG_IGN);
+    if (param("dies") != nullptr && isHere()) die(param("dies")->text());
+    if (param("flood") != nullptr) flood(param("flood")->intValue());
+    if (param("await") != nullptr && isHere()) await();
     if (does("throwInt")) throw 42;
     if (does("failSilently")) return false;
     if (does("failWithError")) {
@@ -183,9 +186,8 @@ class TroubleTest : public QLTestMethod {
     if (does("passWithError")) *error = QLTError::withDescription("test", 3, "stale");
     const bool secondTime = does("secondTime") && attempts_ == 1;
     const double value = param("value") != nullptr ? param("value")->doubleValue() : 1.5;
-    const bool isTroubled = param("at") == nullptr || param("at")->text() == suite()->siteName();
-    const std::int32_t result = addResultAndCompare(
-        1, secondTime ? 9.0 : (isTroubled ? value : 1.5), QLTDictionary{{"note", "n"}});
+    const std::int32_t result = addResultAndCompare(1, secondTime ? 9.0 : (isHere() ? value : 1.5),
+                                                    QLTDictionary{{"note", "n"}});
     if (does("throw")) throw std::runtime_error("the cable is off");
     return result == kQLTestResultPass || does("lie");
   }
@@ -196,17 +198,67 @@ class TroubleTest : public QLTestMethod {
   }
 
  private:
+  bool isHere() const {
+    const QLTValue* const at = param("at");
+    return at == nullptr || at->text() == suite()->siteName();
+  }
   bool does(const char* key) const {
     const QLTValue* const wanted = param(key);
-    const QLTValue* const at = param("at");
-    return wanted != nullptr && wanted->boolValue() &&
-           (at == nullptr || at->text() == suite()->siteName());
+    return wanted != nullptr && wanted->boolValue() && isHere();
+  }
+
+  /// Takes its process along, each way in another manner. Reports its first sub-test before.
+  void die(const std::string& how) {
+    if (const QLTValue* const marker = param("unless")) {
+      if (std::filesystem::exists(marker->text())) return;
+      append(marker->text(), "died");
+    }
+    addResultAndCompare(1, 1.5);
+    if (how.starts_with("after ")) {
+      waitForFile(how.substr(6));
+      std::raise(SIGSEGV);
+    }
+    if (how == "segfault") std::raise(SIGSEGV);
+    if (how == "abort") std::abort();
+    if (how == "kill") std::raise(SIGKILL);
+    if (how == "exit") std::exit(3);
+    if (how == "exit 0") std::exit(0);
+    if (how == "thread") std::thread([] { throw std::runtime_error("nobody catches it"); }).join();
+    if (how == "descriptors") {
+      for (int descriptor = 0; descriptor < 256; ++descriptor) close(descriptor);
+    }
+    if (how == "half a message") return send(std::string("\x10\0\0\0{", 5));
+    if (how == "no message") send(std::string("\x05\0\0\0hello", 9));
+    if (how == "huge message") send("\xff\xff\xff\xff");
+    if (how == "false message")
+      send(std::string("\x0d\0\0\0", 4) +
+           "\xa1"
+           "dtypefsecret");
+    if (how == "fork") {
+      if (fork() == 0) {
+        QLTLog("the child logs");
+        std::this_thread::sleep_for(std::chrono::minutes(5));
+        _exit(0);
+      }
+      std::raise(SIGSEGV);
+    }
+    std::this_thread::sleep_for(std::chrono::minutes(5));
+  }
+  /// Writes into the connection of the station, which a plug-in has no business with.
+  static void send(const std::string& bytes) {
+    if (write(3, bytes.data(), bytes.size()) < 0) std::abort();
+  }
+  static void flood(int lines) {
+    for (int i = 0; i < lines; ++i) QLTLog("line " + std::to_string(i) + std::string(200, '.'));
   }
 
   /// Tells that it runs by the file "await".SITE, and goes on when the file "await" is there.
   void await() const {
     const std::string path = param("await")->text();
-    append(path + "." + suite()->siteName(), "running");
+    append(path + "." + suite()->siteName(), "running " + std::to_string(getpid()));
+    waitForFile(path);
+  }
+  static void waitForFile(const std::string& path) {
     for (int i = 0; i < 6000 && !std::filesystem::exists(path); ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }

@@ -1,6 +1,7 @@
 #include "Plugin.h"
 
 #include <exception>
+#include <utility>
 
 #include <QLTError.h>
 
@@ -35,20 +36,20 @@ const QLTBundle& Plugin::openBundle(const std::filesystem::path& path) {
                   "Contents/Info.plist in it.");
 }
 
-Plugin::Plugin(const QLTBundle& bundle, Screen& screen)
-    : bundle_(bundle), principalClass_(principalClassOf(bundle)), screen_(screen) {}
+Plugin::Plugin(const QLTBundle& bundle, Warn warn)
+    : bundle_(bundle), principalClass_(principalClassOf(bundle)), warn_(std::move(warn)) {}
 
 Plugin::~Plugin() {
   if (loaded_) {
     QLTError error;
     try {
       if (!principalClass_->operations().onUnload(&error)) {
-        screen_.warning("the plug-in's onUnload failed: " + printable(describe(error)));
+        warn_("the plug-in's onUnload failed: " + printable(describe(error)));
       }
     } catch (const std::exception& exception) {
-      screen_.warning("the plug-in's onUnload threw: " + printable(exception.what()));
+      warn_("the plug-in's onUnload threw: " + printable(exception.what()));
     } catch (...) {
-      screen_.warning("the plug-in's onUnload threw an exception of an unknown kind");
+      warn_("the plug-in's onUnload threw an exception of an unknown kind");
     }
   }
   manager_.reset();
@@ -70,8 +71,8 @@ void Plugin::load(const QLTDictionary& stationInfo, const std::string& diagnosti
     throw CannotRun(problem + printable(reasonOf(error, bundle_)), adviceFor(error) + seeLog);
   }
   if (error) {
-    screen_.warning("the station loaded only in part: " + printable(describeWithCauses(error)) +
-                    "\n" + adviceFor(error) + seeLog);
+    warn_("the station loaded only in part: " + printable(describeWithCauses(error)) + "\n" +
+          adviceFor(error) + seeLog);
   }
   manager_ = QLTestSiteManager::sharedInstance();
 }

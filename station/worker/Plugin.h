@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -8,8 +9,6 @@
 #include <QLTClass.h>
 #include <QLTValue.h>
 #include <QLTestSiteManager.h>
-
-#include "Screen.h"
 
 namespace station {
 
@@ -22,8 +21,11 @@ class Plugin {
   /// Opens a bundle; `CannotRun` when that fails.
   static const QLTBundle& openBundle(const std::filesystem::path& path);
 
-  /// Finds the principal class; `CannotRun` when that fails.
-  Plugin(const QLTBundle& bundle, Screen& screen);
+  using Warn = std::function<void(const std::string&)>;
+
+  /// Finds the principal class; `CannotRun` when that fails. `warn` is told what the operator
+  /// should know although it goes on.
+  Plugin(const QLTBundle& bundle, Warn warn);
   ~Plugin();
   Plugin(const Plugin&) = delete;
   Plugin& operator=(const Plugin&) = delete;
@@ -37,7 +39,7 @@ class Plugin {
  private:
   const QLTBundle& bundle_;
   const QLTClass* principalClass_;
-  Screen& screen_;
+  Warn warn_;
   std::shared_ptr<QLTestSiteManager> manager_;
   bool loaded_ = false;
 };

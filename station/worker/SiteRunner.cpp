@@ -7,7 +7,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "Signals.h"
 #include "Text.h"
 
 namespace station {
@@ -55,24 +54,18 @@ bool hasFailed(const std::shared_ptr<QLTestResult>& record) {
   return record->result() == kQLTestResultFail;
 }
 
-/// In words; empty when none has failed.
-std::string firstFailure(const QLTestResults& records) {
-  const auto failed = std::find_if(records.begin(), records.end(), hasFailed);
-  return failed == records.end() ? "" : Report::failure(**failed);
-}
-
 /// A code that nobody knows is no pass.
 bool hasPassed(const std::shared_ptr<QLTestResult>& record) {
   return record->result() == kQLTestResultPass || record->result() == kQLTestResultNA;
 }
 
 /// A record for a test that failed without one, so that the log never shows a failed test as
-/// passed.
+/// passed. An absent text would shift the columns of the CSV file.
 std::shared_ptr<QLTestResult> failureRecord(const QLTestMethod& method, std::int32_t index,
                                             const std::string& message) {
   auto record =
-      QLTestResult::resultWithValues(method, kQLTestRuntimeErrorName, std::nullopt, index, 0,
-                                     std::nullopt, kQLTestRuntimeErrorValue, kQLTestResultFail);
+      QLTestResult::resultWithValues(method, kQLTestRuntimeErrorName, "", index, 0, std::nullopt,
+                                     kQLTestRuntimeErrorValue, kQLTestResultFail);
   record->setPriority(0);
   record->setFailMessage(message);
   return record;
@@ -89,79 +82,75 @@ struct SiteRunner::TestRun {
   std::optional<std::string> exception;  // ends the device's run
 };
 
-SiteRunner::SiteRunner(std::shared_ptr<QLTestSuite> suite, std::string flowName, LogChain& logs,
-                       const Report& report)
-    : suite_(std::move(suite)), flowName_(std::move(flowName)), logs_(logs), report_(report) {}
+SiteRunner::SiteRunner(std::shared_ptr<QLTestSuite> suite, std::string flowName,
+                       OwnLoggers& loggers, SiteLink& host)
+    : suite_(std::move(suite)), flowName_(std::move(flowName)), loggers_(loggers), host_(host) {}
 
 std::string SiteRunner::nameOf(const QLTestMethod& method, std::int32_t index) {
   return method.displayName().value_or("test " + std::to_string(index));
 }
 
-Outcome SiteRunner::test(const std::string& serialNumber, int round) {
-  Outcome outcome;
-  outcome.site = site();
-  outcome.serialNumber = serialNumber;
-  const auto started = std::chrono::steady_clock::now();
-  outcome.brokenOff = problemOf("onDUTStart", [&] { start(serialNumber, round); });
-  if (!outcome.brokenOff) {
-    outcome.brokenOff = problemOf("the flow", [&] { runFlow(outcome); });
+void SiteRunner::test(const TestDevice& device) {
+  FlowEnded ended{.site = host_.site()};
+  ended.brokenOff = problemOf("onDUTStart", [&] { start(device); });
+  host_.tell(DeviceStarted{host_.site(), suite_->currentIndex()});
+  if (!ended.brokenOff) {
+    ended.brokenOff = problemOf("the flow", [&] { ended.verdict = runFlow(); });
   }
-  end(outcome);
-  outcome.seconds = secondsSince(started);
-  report_.deviceDone(outcome);
-  return outcome;
+  host_.tell(ended);
+  const auto confirmed = take<Confirmed>(host_.wait());
+  host_.tell(HookEnded{host_.site(), end(confirmed.verdict)});
 }
 
-void SiteRunner::start(const std::string& serialNumber, int round) {
-  suite_->setCurrentSN(serialNumber);
-  const auto problem = problemOf(kLogger, [&] { logs_.startDevice(*suite_); });
+void SiteRunner::start(const TestDevice& device) {
+  suite_->setCurrentSN(device.serialNumber);
+  const auto problem = problemOf(kLogger, [&] { loggers_.startDevice(*suite_); });
   if (problem) throw BrokenOff(*problem);
   QLTError error;
-  suite_->onDUTStart(
-      {{"serialNumber", serialNumber}, {"siteName", site()}, {"flow", flowName_}, {"round", round}},
-      &error);
+  suite_->onDUTStart({{"serialNumber", device.serialNumber},
+                      {"siteName", host_.site()},
+                      {"flow", flowName_},
+                      {"round", device.round}},
+                     &error);
   if (error) throw BrokenOff("onDUTStart failed: " + describe(error));
 }
 
-void SiteRunner::runFlow(Outcome& outcome) {
+Verdict SiteRunner::runFlow() {
   const std::shared_ptr<QLTFlow> flow = suite_->flowForName(flowName_);
   // It had tests when the series began; without any, the device would pass untested.
   if (!flow || flow->empty()) throw BrokenOff("the plug-in has taken the flow's tests away");
   Verdict verdict = Verdict::Pass;
-  std::int32_t index = 0;
+  TestStarted next{.site = host_.site(), .count = static_cast<int>(flow->size())};
   // A copy: a test may change the flow.
   for (const auto& method : QLTFlow(*flow)) {
-    ++index;
-    if (Signals::stopRequested()) {
-      throw BrokenOff("stopped on request before " + nameOf(*method, index));
-    }
-    if (runTest(*method, index, outcome)) continue;
+    ++next.index;
+    next.name = nameOf(*method, next.index);
+    if (const auto reason = host_.stopReason()) throw BrokenOff(*reason + " before " + next.name);
+    host_.tell(next);
+    if (runTest(*method, next.index)) continue;
     verdict = Verdict::Fail;
     if (method->shouldStopOnFail()) break;
   }
-  outcome.verdict = verdict;
+  return verdict;
 }
 
-bool SiteRunner::runTest(QLTestMethod& method, std::int32_t index, Outcome& outcome) {
+bool SiteRunner::runTest(QLTestMethod& method, std::int32_t index) {
   const auto started = std::chrono::steady_clock::now();
-  const std::string name = nameOf(method, index);
   const TestRun test = run(method, index);
-  const std::string failure = firstFailure(test.records);
-  if (!test.passed && !outcome.firstFailure) outcome.firstFailure = name + " / " + failure;
-  const auto lost = problemOf(kLogger, [&] {
-    const auto notWritten = logs_.log(*suite_, test.records);
-    if (notWritten) throw BrokenOff(*notWritten);
+  Tested tested{.site = host_.site(),
+                .index = index,
+                .name = nameOf(method, index),
+                .passed = test.passed,
+                .retested = test.retested,
+                .records = test.records};
+  tested.notLogged = problemOf(kLogger, [&] {
+    const auto lost = loggers_.log(*suite_, test.records);
+    if (lost) throw BrokenOff(*lost);
   });
-  // What is not recorded is not shown as passed.
-  const Verdict passed = lost ? Verdict::BrokenOff : Verdict::Pass;
-  report_.testDone({.site = site(),
-                    .test = name,
-                    .verdict = test.passed ? passed : Verdict::Fail,
-                    .retested = test.retested,
-                    .seconds = secondsSince(started),
-                    .failure = failure.empty() ? lost.value_or("") : failure});
+  tested.seconds = secondsSince(started);
+  host_.tell(tested);
   if (test.exception) throw BrokenOff(*test.exception);
-  if (lost) throw BrokenOff(*lost);
+  if (tested.notLogged) throw BrokenOff(*tested.notLogged);
   return test.passed;
 }
 
@@ -173,7 +162,7 @@ SiteRunner::TestRun SiteRunner::run(QLTestMethod& method, std::int32_t index) co
     started = method.willRun(index, &error);
     if (!started) return;
     test.passed = method.run(index, &error);
-    test.retested = !test.passed && method.allowRetest() && !Signals::stopRequested();
+    test.retested = !test.passed && method.allowRetest() && !host_.stopReason();
     if (test.retested) {
       error = {};
       test.passed = method.retest(index, &error);
@@ -219,16 +208,19 @@ void SiteRunner::takeRecords(QLTestMethod& method, std::int32_t index, TestRun& 
   }
 }
 
-void SiteRunner::end(Outcome& outcome) {
-  if (!outcome.brokenOff) {
-    outcome.brokenOff = outcome.verdict == Verdict::Pass
-                            ? problemOfHook(*suite_, "onDUTFinished", &QLTestSuite::onDUTFinished)
-                            : problemOfHook(*suite_, "onDUTFail", &QLTestSuite::onDUTFail);
+/// Calls the hook for a verdict that the host knows; gives what went wrong.
+std::optional<std::string> SiteRunner::end(Verdict verdict) {
+  if (verdict == Verdict::Fail) {
+    return problemOfHook(*suite_, "onDUTFail", &QLTestSuite::onDUTFail);
   }
-  if (!outcome.brokenOff) return;
-  outcome.verdict = Verdict::BrokenOff;
-  const auto problem = problemOfHook(*suite_, "onException", &QLTestSuite::onException);
-  if (problem) *outcome.brokenOff += "; " + *problem;
+  std::optional<std::string> problem;
+  if (verdict == Verdict::Pass) {
+    problem = problemOfHook(*suite_, "onDUTFinished", &QLTestSuite::onDUTFinished);
+    if (!problem) return std::nullopt;
+  }
+  const auto another = problemOfHook(*suite_, "onException", &QLTestSuite::onException);
+  if (!another) return problem;
+  return problem ? *problem + "; " + *another : another;
 }
 
 }  // namespace station

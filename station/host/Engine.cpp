@@ -1,0 +1,361 @@
+#include "Engine.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <system_error>
+#include <utility>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include "CannotRun.h"
+#include "Signals.h"
+#include "Text.h"
+#include "common/Retried.h"
+
+using quillon::internal::retried;
+
+namespace station {
+namespace {
+
+using std::chrono::seconds;
+
+// Times that a plug-in gets for what it cannot be spared.
+constexpr seconds kToUnload{30};
+constexpr seconds kToEnd{10};
+constexpr seconds kAfterTerminate{5};
+
+// So many crashes within so long are not an accident.
+constexpr std::size_t kCrashes = 4;
+constexpr std::chrono::minutes kCrashTime{10};
+
+constexpr const char* kStopped = "stopped on request";
+constexpr const char* kStoppedAtOnce = "stopped at once on request";
+
+void drain(int descriptor) {
+  std::uint64_t count = 0;
+  retried([&] { return read(descriptor, &count, sizeof count); });
+}
+
+}  // namespace
+
+Engine::Engine(const RunOptions& options, Screen& screen, ConsoleLogFile& diagnostics)
+    : options_(options),
+      screen_(screen),
+      diagnostics_(diagnostics),
+      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  if (!wake_) throw std::system_error(errno, std::generic_category(), "eventfd");
+}
+
+Engine::~Engine() {
+  try {
+    unload();
+  } catch (const std::exception&) {
+    // Told already, or of no use: the worker is killed now.
+  }
+}
+
+std::string Engine::start() {
+  {
+    const std::lock_guard lock(mutex_);
+    worker_ = std::make_unique<WorkerProcess>(options_.bundle, options_.wrap);
+  }
+  arrived_.clear();
+  endReason_.reset();
+  isOurDoing_ = false;
+  killAt_.reset();
+  const int version = await<Hello>().version;
+  if (version != kMessageVersion) {
+    throw CannotRun("the worker is of another version of quillon",
+                    "It was replaced while this one runs: start it again.");
+  }
+  return await<Opened>().path;
+}
+
+Loaded Engine::load(const Load& load) {
+  load_ = load;
+  tell(load);
+  Loaded loaded = await<Loaded>();
+  const std::lock_guard lock(mutex_);
+  available_ = {loaded.sites.begin(), loaded.sites.end()};
+  for (const std::string& site : loaded.sites) sites_[site];
+  return loaded;
+}
+
+void Engine::openLoggers(const OpenLoggers& columns) {
+  columns_ = columns;
+  tell(columns);
+  await<Ready>();
+  const std::lock_guard lock(mutex_);
+  state_ = State::Running;
+  changed_.notify_all();
+}
+
+void Engine::serve(const std::function<bool()>& isDone) {
+  while (!isDone()) {
+    pump(100);
+    stopWhenAsked();
+    endWorkerWhenDue();
+    if (worker_ == nullptr && ended_.empty()) restart();
+  }
+}
+
+void Engine::unload() {
+  if (worker_ == nullptr || unloading_) return;
+  unloading_ = true;
+  tell(Unload{});
+  try {
+    await<Unloaded>(Clock::now() + kToUnload);
+  } catch (const CannotRun& problem) {
+    screen_.warning(problem.what());
+  }
+  const Clock::time_point patience = Clock::now() + kToEnd;
+  while (worker_ != nullptr && Clock::now() < patience) pump(100);
+  const std::lock_guard lock(mutex_);
+  worker_.reset();
+}
+
+void Engine::wake() const {
+  const std::uint64_t one = 1;
+  retried([&] { return write(wake_.get(), &one, sizeof one); });
+}
+
+std::optional<std::string> Engine::begin(const TestDevice& device) {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return state_ == State::Running || state_ == State::Ended; });
+  if (state_ == State::Ended) return ended_;
+  if (!available_.contains(device.site)) return "its instruments did not come up again";
+  if (Signals::stopRequested()) return kStopped;
+  sites_.at(device.site).clear();
+  busy_.insert(device.site);
+  worker_->channel().send(messageFrom(device));  // its end is noticed if that fails
+  return std::nullopt;
+}
+
+std::optional<SiteEvent> Engine::next(const std::string& site,
+                                      std::optional<Clock::time_point> until) {
+  return sites_.at(site).next(until);
+}
+
+void Engine::endOverdue(const std::string& site) {
+  const std::lock_guard lock(mutex_);
+  overdue_.insert(site);
+  if (state_ == State::Running) state_ = State::Draining;
+  wake();
+}
+
+void Engine::end(const std::string& site) {
+  const std::lock_guard lock(mutex_);
+  busy_.erase(site);
+  overdue_.erase(site);
+  if (state_ == State::Draining && overdue_.empty()) {
+    state_ = State::Running;
+    changed_.notify_all();
+  }
+  wake();
+}
+
+void Engine::send(const Message& message) {
+  const std::lock_guard lock(mutex_);
+  if (worker_ != nullptr) worker_->channel().send(message);
+}
+
+/// Waits for the worker's answer, which ends what it was told to do.
+template <typename T>
+T Engine::await(std::optional<Clock::time_point> until) {
+  while (true) {
+    const auto answer = arrived_.find(T::kType);
+    if (answer != arrived_.end()) {
+      const Message message = std::move(answer->second);
+      arrived_.erase(answer);
+      return take<T>(message);
+    }
+    if (worker_ == nullptr) {
+      // Only now: it has unloaded.
+      if (refused_) {
+        const Refused refused = *std::exchange(refused_, std::nullopt);
+        throw CannotRun(refused.problem, refused.advice);
+      }
+      throw CannotRun(endReason_.value_or("the worker has ended") +
+                          (unloading_ ? ", while it was unloaded" : ", while it was loaded"),
+                      "The diagnostics tell what it did last. A fault of the plug-in.");
+    }
+    if (until && Clock::now() > *until) {
+      throw CannotRun("the plug-in did not unload in time and was killed");
+    }
+    stopWhenAsked();
+    endWorkerWhenDue();
+    pump(100);
+  }
+}
+
+void Engine::pump(int milliseconds) {
+  std::array<pollfd, 6> waited{{{wake_.get(), POLLIN, 0},
+                                {stopTold_ ? -1 : Signals::descriptor(), POLLIN, 0},
+                                {endReason_ ? -1 : Signals::atOnceDescriptor(), POLLIN, 0},
+                                {worker_ ? worker_->channel().descriptor() : -1, POLLIN, 0},
+                                {worker_ ? worker_->output() : -1, POLLIN, 0},
+                                {worker_ ? worker_->ended() : -1, POLLIN, 0}}};
+  if (poll(waited.data(), waited.size(), milliseconds) <= 0) return;
+  if (waited[0].revents != 0) drain(wake_.get());
+  // What it said before it ended counts.
+  const auto status = waited[5].revents != 0 ? worker_->status() : std::nullopt;
+  if (waited[4].revents != 0) readOutput();
+  if (waited[3].revents != 0) readMessages();
+  if (status) onEnd(*status);
+}
+
+void Engine::readOutput() {
+  std::array<char, 4096> chunk{};
+  while (true) {
+    const ssize_t count =
+        retried([&] { return read(worker_->output(), chunk.data(), chunk.size()); });
+    if (count <= 0) return;
+    unfinishedLine_.append(chunk.data(), static_cast<std::size_t>(count));
+    std::size_t start = 0;
+    for (std::size_t end = 0; (end = unfinishedLine_.find('\n', start)) != std::string::npos;
+         start = end + 1) {
+      diagnostics_.write("output", unfinishedLine_.substr(start, end - start));
+    }
+    unfinishedLine_.erase(0, start);
+    if (unfinishedLine_.size() > chunk.size()) {
+      diagnostics_.write("output", std::exchange(unfinishedLine_, {}));
+    }
+    if (count < static_cast<ssize_t>(chunk.size())) return;
+  }
+}
+
+void Engine::readMessages() {
+  try {
+    while (true) {
+      const bool isOpen = worker_->channel().read(false);
+      bool any = false;
+      while (const auto message = worker_->channel().next()) {
+        dispatch(*message);
+        any = true;
+      }
+      if (!isOpen || !any) return;  // at its end it is about to end itself
+    }
+  } catch (const BrokenMessage& problem) {
+    if (!endReason_) {
+      endReason_ = std::string("the plug-in broke the station's connection: ") + problem.what();
+    }
+    worker_->kill();
+  }
+}
+
+void Engine::dispatch(const Message& message) {
+  const std::string type = typeOf(message);
+  if (type == Logged::kType) {
+    const auto logged = take<Logged>(message);
+    diagnostics_.write(logged.site, logged.text);
+  } else if (type == Warned::kType) {
+    screen_.warning(take<Warned>(message).text);
+  } else if (type == Refused::kType) {
+    refused_ = take<Refused>(message);
+  } else if (type == DeviceStarted::kType) {
+    handOn<DeviceStarted>(message);
+  } else if (type == TestStarted::kType) {
+    handOn<TestStarted>(message);
+  } else if (type == Tested::kType) {
+    handOn<Tested>(message);
+  } else if (type == FlowEnded::kType) {
+    handOn<FlowEnded>(message);
+  } else if (type == HookEnded::kType) {
+    handOn<HookEnded>(message);
+  } else if (type == Hello::kType || type == Opened::kType || type == Loaded::kType ||
+             type == Ready::kType || type == Unloaded::kType) {
+    arrived_[type] = message;
+  } else {
+    throw BrokenMessage("a message of the unknown type \"" + printable(type) + "\"");
+  }
+}
+
+template <typename T>
+void Engine::handOn(const Message& message) {
+  T told = take<T>(message);
+  const auto site = sites_.find(told.site);
+  if (site == sites_.end()) throw BrokenMessage("there is no site " + printable(told.site));
+  site->second.push(std::move(told));
+}
+
+/// The worker has ended, as it was told or not.
+void Engine::onEnd(int status) {
+  readOutput();
+  if (!unfinishedLine_.empty()) diagnostics_.write("output", std::exchange(unfinishedLine_, {}));
+  if (worker_ != nullptr) readMessages();
+  const bool wasTold = unloading_ && arrived_.contains(Unloaded::kType);
+  if (!endReason_) endReason_ = endText(status);
+  if (!isOurDoing_ && !wasTold && !refused_) crashes_.push_back(Clock::now());
+  if (!(wasTold && status == 0)) diagnostics_.write("station", *endReason_);
+  if (wasTold && status != 0) screen_.warning(*endReason_ + ", after it was unloaded");
+  const std::lock_guard lock(mutex_);
+  worker_.reset();
+  if (state_ != State::Ended) state_ = State::Starting;
+  overdue_.clear();
+  for (const std::string& site : busy_) sites_.at(site).push(WorkerEnded{*endReason_});
+}
+
+void Engine::restart() {
+  std::erase_if(crashes_, [](auto moment) { return Clock::now() - moment > kCrashTime; });
+  if (crashes_.size() >= kCrashes) {
+    giveUp(*endReason_ + "; that was the " + std::to_string(crashes_.size()) +
+           "th time within 10 minutes");
+    return;
+  }
+  try {
+    start();
+    load(*load_);
+    openLoggers(*columns_);
+  } catch (const std::exception& problem) {
+    giveUp(problem.what());
+  }
+}
+
+void Engine::giveUp(const std::string& reason) {
+  screen_.problem("no device can be tested any more: " + reason,
+                  "The plug-in has to be mended. The diagnostics tell what it did last.");
+  const std::lock_guard lock(mutex_);
+  ended_ = reason;
+  state_ = State::Ended;
+  changed_.notify_all();
+}
+
+/// Ends a worker that a test blocks, once no other site needs it.
+void Engine::endWorkerWhenDue() {
+  if (worker_ == nullptr) return;
+  if (killAt_) {
+    if (Clock::now() >= *killAt_) worker_->kill();
+    return;
+  }
+  {
+    const std::lock_guard lock(mutex_);
+    if (state_ != State::Draining || overdue_ != busy_) return;
+  }
+  endWorker("the plug-in was ended, for a test exceeded its time limit");
+}
+
+void Engine::endWorker(const std::string& reason) {
+  endReason_ = reason;
+  isOurDoing_ = true;
+  worker_->terminate();
+  killAt_ = Clock::now() + kAfterTerminate;
+}
+
+void Engine::stopWhenAsked() {
+  if (Signals::stopRequested() && !stopTold_) {
+    stopTold_ = true;
+    const std::lock_guard lock(mutex_);
+    for (const std::string& site : busy_) {
+      worker_->channel().send(messageFrom(Stop{site, kStopped}));
+    }
+  }
+  if (Signals::stopAtOnceRequested() && worker_ != nullptr && !endReason_) {
+    endWorker(kStoppedAtOnce);
+  }
+}
+
+}  // namespace station

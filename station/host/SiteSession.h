@@ -1,0 +1,63 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <QLTestResult.h>
+
+#include "ConsoleLogFile.h"
+#include "Engine.h"
+#include "Outcome.h"
+#include "Report.h"
+#include "ResultLog.h"
+#include "SerialNumberSource.h"
+
+namespace station {
+
+/// Tests the devices of one site, one after the other, and records each before its verdict is
+/// shown. For one thread; the sessions of several sites work at once.
+class SiteSession {
+ public:
+  /// What all sites share.
+  struct Station {
+    Engine& engine;
+    SerialNumberSource& serialNumbers;
+    ResultLog& results;
+    const Report& report;
+    const ConsoleLogFile& diagnostics;
+    int devices = 1;  ///< for each site
+  };
+
+  SiteSession(std::string site, const Station& station);
+
+  /// Tests until the site has had its devices, or no more can be tested.
+  void run();
+
+  // After that.
+
+  const std::vector<Outcome>& outcomes() const { return outcomes_; }
+  bool isComplete() const { return complete_; }  ///< all devices were tested
+
+ private:
+  /// The device in progress.
+  struct Device;
+
+  bool testNext(int round);
+  void testUntilItsEnd(Device& device);
+  void on(Device& device, const DeviceStarted& event);
+  void on(Device& device, const TestStarted& event);
+  void on(Device& device, const Tested& event);
+  void on(Device& device, const FlowEnded& event);
+  void on(Device& device, const HookEnded& event);
+  void on(Device& device, const WorkerEnded& event);
+  void breakOff(Device& device, const std::string& reason);
+  void recordBreakOff(Device& device);
+
+  const std::string site_;
+  const Station station_;
+  std::vector<Outcome> outcomes_;
+  bool complete_ = false;
+};
+
+}  // namespace station

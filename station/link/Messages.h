@@ -1,0 +1,284 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include <QLTValue.h>
+#include <QLTestResult.h>
+
+#include "Channel.h"
+#include "Outcome.h"
+
+namespace station {
+
+// What host and worker tell each other. Each is a structure with its name on the line, `kType`, and
+// its `parts` by their names there; `messageFrom` and `take` translate, see below.
+
+inline constexpr int kMessageVersion = 1;
+
+// From the worker, in this order, but for those that may come at any time.
+
+/// The first message.
+struct Hello {
+  static constexpr const char* kType = "hello";
+  int version = kMessageVersion;
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("version", version);
+  }
+};
+
+/// Any time until `Ready`: nothing can be tested. The worker ends.
+struct Refused {
+  static constexpr const char* kType = "refused";
+  std::string problem = {};
+  std::string advice = {};
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("problem", problem);
+    part("advice", advice);
+  }
+};
+
+/// Any time: something for the operator to read.
+struct Warned {
+  static constexpr const char* kType = "warned";
+  std::string text = {};
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("text", text);
+  }
+};
+
+/// Any time: a line of the console log.
+struct Logged {
+  static constexpr const char* kType = "logged";
+  std::string site = {};  ///< whose thread logged; "station" outside of any
+  std::string text = {};
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("text", text);
+  }
+};
+
+/// The bundle is open; waits for `Load`.
+struct Opened {
+  static constexpr const char* kType = "opened";
+  std::string path = {};  ///< of the bundle, absolute
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("path", path);
+  }
+};
+
+/// The station is loaded; waits for `OpenLoggers`.
+struct Loaded {
+  static constexpr const char* kType = "loaded";
+  std::vector<std::string> sites = {};  ///< to test at, in their order
+  std::vector<std::string> disabledSites = {};
+  std::vector<std::string> tests = {};  ///< the names of the flow's tests, at the first site
+  QLTDictionary stationAttributes = {};
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("sites", sites);
+    part("disabledSites", disabledSites);
+    part("tests", tests);
+    part("stationAttributes", stationAttributes);
+  }
+};
+
+/// The plug-in's loggers are open; waits for devices.
+struct Ready {
+  static constexpr const char* kType = "ready";
+
+  template <typename Part>
+  void parts(const Part&) {}
+};
+
+/// A site's `onDUTStart` is done.
+struct DeviceStarted {
+  static constexpr const char* kType = "deviceStarted";
+  std::string site = {};
+  int runIndex = 0;
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("runIndex", runIndex);
+  }
+};
+
+struct TestStarted {
+  static constexpr const char* kType = "testStarted";
+  std::string site = {};
+  int index = 0;  ///< from 1
+  int count = 0;  ///< tests of the flow
+  std::string name = {};
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("index", index);
+    part("count", count);
+    part("name", name);
+  }
+};
+
+struct Tested {
+  static constexpr const char* kType = "tested";
+  std::string site = {};
+  int index = 0;
+  std::string name = {};
+  bool passed = false;
+  bool retested = false;
+  double seconds = 0;
+  QLTestResults records = {};
+  /// Why the plug-in's own logger does not have them; absent when it has.
+  std::optional<std::string> notLogged = {};
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("index", index);
+    part("name", name);
+    part("passed", passed);
+    part("retested", retested);
+    part("seconds", seconds);
+    part("records", records);
+    part("notLogged", notLogged);
+  }
+};
+
+/// The last test of a device is done, or it was broken off. The site waits for `Confirmed`.
+struct FlowEnded {
+  static constexpr const char* kType = "flowEnded";
+  std::string site = {};
+  Verdict verdict = Verdict::BrokenOff;
+  std::optional<std::string> brokenOff = {};  ///< why
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("verdict", verdict);
+    part("brokenOff", brokenOff);
+  }
+};
+
+/// The hook at the end of a device is done; the site waits for its next device.
+struct HookEnded {
+  static constexpr const char* kType = "hookEnded";
+  std::string site = {};
+  std::optional<std::string> problem = {};  ///< what went wrong in it
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("problem", problem);
+  }
+};
+
+/// The plug-in is unloaded; the worker ends.
+struct Unloaded {
+  static constexpr const char* kType = "unloaded";
+
+  template <typename Part>
+  void parts(const Part&) {}
+};
+
+// From the host.
+
+struct Load {
+  static constexpr const char* kType = "load";
+  std::string flow = {};
+  std::vector<std::string> sites = {};  ///< empty: all
+  std::string logFolder = {};
+  std::string diagnostics = {};  ///< the file, for messages
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("flow", flow);
+    part("sites", sites);
+    part("logFolder", logFolder);
+    part("diagnostics", diagnostics);
+  }
+};
+
+struct OpenLoggers {
+  static constexpr const char* kType = "openLoggers";
+  std::vector<std::string> attributeKeys = {};
+  std::vector<std::string> extraKeys = {};
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("attributeKeys", attributeKeys);
+    part("extraKeys", extraKeys);
+  }
+};
+
+struct TestDevice {
+  static constexpr const char* kType = "testDevice";
+  std::string site = {};
+  std::string serialNumber = {};
+  int round = 1;  ///< which device of the site this is, from 1
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("serialNumber", serialNumber);
+    part("round", round);
+  }
+};
+
+/// Everything of the device is recorded, and this is its verdict; or it is broken off.
+struct Confirmed {
+  static constexpr const char* kType = "confirmed";
+  std::string site = {};
+  Verdict verdict = Verdict::BrokenOff;
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("verdict", verdict);
+  }
+};
+
+/// Break off the device before its next test.
+struct Stop {
+  static constexpr const char* kType = "stop";
+  std::string site = {};
+  std::string reason = {};  ///< "stopped on request"
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("reason", reason);
+  }
+};
+
+struct Unload {
+  static constexpr const char* kType = "unload";
+
+  template <typename Part>
+  void parts(const Part&) {}
+};
+
+// Translation. `take` throws `BrokenMessage` where a part is missing or of a wrong kind.
+
+template <typename T>
+Message messageFrom(const T& told);
+template <typename T>
+T take(const Message& message);
+/// The type of a message; "" when it has none.
+std::string typeOf(const Message& message);
+
+}  // namespace station

@@ -1,0 +1,33 @@
+#include "SiteLink.h"
+
+#include <utility>
+
+namespace station {
+
+Message SiteLink::wait() {
+  std::unique_lock lock(mutex_);
+  arrived_.wait(lock, [&] { return !messages_.empty(); });
+  Message message = std::move(messages_.front());
+  messages_.pop_front();
+  return message;
+}
+
+std::optional<std::string> SiteLink::stopReason() const {
+  const std::lock_guard lock(mutex_);
+  return stopReason_;
+}
+
+void SiteLink::deliver(Message message) {
+  const std::lock_guard lock(mutex_);
+  const std::string type = typeOf(message);
+  if (type == Stop::kType) {
+    stopReason_ = take<Stop>(message).reason;
+    return;
+  }
+  // A stop is for the device that was in progress.
+  if (type == TestDevice::kType) stopReason_.reset();
+  messages_.push_back(std::move(message));
+  arrived_.notify_one();
+}
+
+}  // namespace station

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <QLTestMethod.h>
+#include <QLTestResult.h>
+#include <QLTestSuite.h>
+
+#include "OwnLoggers.h"
+#include "SiteLink.h"
+
+namespace station {
+
+/// Runs one flow on the devices of one site, and tells the host what comes out.
+///
+/// For one thread; the runners of several sites may work at once.
+class SiteRunner {
+ public:
+  SiteRunner(std::shared_ptr<QLTestSuite> suite, std::string flowName, OwnLoggers& loggers,
+             SiteLink& host);
+
+  /// Tests one device, from `onDUTStart` to `onDUTFinished`, `onDUTFail` or `onException`; these
+  /// wait until the host has recorded the device. Nothing that the plug-in does or throws leaves
+  /// this call. A stop breaks the device off before its next test.
+  void test(const TestDevice& device);
+
+  /// What a test is called on the screen; `index` is its place in the flow, from 1.
+  static std::string nameOf(const QLTestMethod& method, std::int32_t index);
+
+ private:
+  struct TestRun;
+
+  void start(const TestDevice& device);
+  Verdict runFlow();
+  bool runTest(QLTestMethod& method, std::int32_t index);
+  TestRun run(QLTestMethod& method, std::int32_t index) const;
+  static void takeRecords(QLTestMethod& method, std::int32_t index, TestRun& test);
+  std::optional<std::string> end(Verdict verdict);
+
+  std::shared_ptr<QLTestSuite> suite_;
+  std::string flowName_;
+  OwnLoggers& loggers_;
+  SiteLink& host_;
+};
+
+}  // namespace station

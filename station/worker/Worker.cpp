@@ -1,0 +1,148 @@
+#include "Worker.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <unistd.h>
+
+#include <QLTConsoleLog.h>
+#include <QLTestMethod.h>
+
+#include "CannotRun.h"
+#include "OwnLoggers.h"
+#include "Plugin.h"
+#include "SiteLink.h"
+#include "SiteRunner.h"
+#include "StationInfo.h"
+#include "ThreadName.h"
+#include "link/ExitStatus.h"
+
+namespace station {
+namespace {
+
+/// The host is gone: so are this process and what the plug-in has started.
+[[noreturn]] void endWithHost() {
+  if (getpgrp() == getpid()) kill(0, SIGKILL);
+  _exit(kRefused);
+}
+
+std::vector<std::string> testNames(const QLTFlow& flow) {
+  std::vector<std::string> names;
+  for (const auto& method : flow) {
+    names.push_back(SiteRunner::nameOf(*method, static_cast<std::int32_t>(names.size()) + 1));
+  }
+  return names;
+}
+
+/// One site at work: its thread tests devices until it is told to unload.
+struct Site {
+  Site(std::shared_ptr<QLTestSuite> suite, const std::string& flow, OwnLoggers& loggers,
+       Channel& channel)
+      : link(channel, suite->siteName()), runner(std::move(suite), flow, loggers, link) {}
+
+  void work() {
+    threadName() = link.site();
+    while (true) {
+      const Message message = link.wait();
+      if (typeOf(message) == Unload::kType) return;
+      runner.test(take<TestDevice>(message));
+    }
+  }
+
+  SiteLink link;
+  SiteRunner runner;
+};
+
+}  // namespace
+
+Worker::Worker(Channel& channel, std::filesystem::path bundle)
+    : channel_(channel), bundle_(std::move(bundle)) {
+  QLTSetLogSink([&channel](std::string_view message) {
+    const int earlierErrno = errno;
+    channel.send(messageFrom(Logged{threadName(), std::string(message)}));
+    errno = earlierErrno;
+  });
+}
+
+int Worker::run() {
+  tell(Hello{});
+  try {
+    work();
+  } catch (const CannotRun& reason) {
+    tell(Refused{reason.what(), reason.advice()});
+    return kRefused;
+  } catch (const BrokenMessage&) {
+    endWithHost();  // one that speaks another language
+  } catch (const std::exception& unexpected) {
+    tell(Refused{unexpected.what(), ""});
+    return kRefused;
+  }
+  tell(Unloaded{});
+  return kDone;
+}
+
+void Worker::work() {
+  const QLTBundle& bundle = Plugin::openBundle(bundle_);
+  const auto warn = [this](const std::string& text) { tell(Warned{text}); };
+  Plugin plugin(bundle, warn);
+  tell(Opened{bundle.path().string()});
+  const auto load = expect<Load>();
+  if (!load) return;
+  plugin.load(stationInfo(bundle, load->logFolder), load->diagnostics);
+  const Suites suites = chooseSites(plugin.manager(), load->sites);
+  checkFlow(suites, load->flow);
+  tell(Loaded{siteNames(suites), plugin.manager().disabledSiteNames(),
+              testNames(*suites.front()->flowForName(load->flow)),
+              plugin.manager().stationAttributes()});
+  const auto columns = expect<OpenLoggers>();
+  if (!columns) return;
+  OwnLoggers loggers(suites, warn);
+  checkFlow(suites, load->flow);  // again: the suites' `logger` has run
+  loggers.open(*columns);
+  tell(Ready{});
+  serve(suites, load->flow, loggers);
+}
+
+void Worker::serve(const Suites& suites, const std::string& flow, OwnLoggers& loggers) {
+  std::deque<Site> sites;  // which never moves them
+  std::map<std::string, SiteLink*> linkOf;
+  std::vector<std::jthread> threads;  // end before the sites
+  for (const auto& suite : suites) {
+    Site& site = sites.emplace_back(suite, flow, loggers, channel_);
+    linkOf[site.link.site()] = &site.link;
+    threads.emplace_back([&site] { site.work(); });
+  }
+  while (true) {
+    Message message = receive();
+    if (typeOf(message) == Unload::kType) {
+      for (Site& site : sites) site.link.deliver(message);
+      return;
+    }
+    const auto link = linkOf.find(message.value("site", ""));
+    if (link == linkOf.end()) endWithHost();
+    link->second->deliver(std::move(message));
+  }
+}
+
+template <typename T>
+std::optional<T> Worker::expect() {
+  const Message message = receive();
+  if (typeOf(message) == Unload::kType) return std::nullopt;
+  return take<T>(message);
+}
+
+Message Worker::receive() {
+  auto message = channel_.receive();
+  if (!message && channel_.isLost()) _exit(kConnectionLost);
+  if (!message) endWithHost();
+  return *std::move(message);
+}
+
+}  // namespace station

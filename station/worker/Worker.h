@@ -1,0 +1,45 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include <QLTestSiteManager.h>
+
+#include "OwnLoggers.h"
+#include "SiteChoice.h"
+#include "link/Channel.h"
+#include "link/Messages.h"
+
+namespace station {
+
+/// The process that holds a plug-in for its host: opens the bundle, loads the station, runs the
+/// tests and unloads, all as the host says. It judges nothing and writes no results.
+///
+/// It ends with its host: when the connection ends, the process and all that the plug-in started in
+/// its process group are killed.
+class Worker {
+ public:
+  Worker(Channel& channel, std::filesystem::path bundle);
+
+  /// The exit status: 0 when the plug-in was unloaded as the host said, 2 when the host was told
+  /// why nothing can be tested.
+  int run();
+
+ private:
+  void work();
+  void serve(const Suites& suites, const std::string& flow, OwnLoggers& loggers);
+  /// Waits for a message of this type; absent when the host wants no more.
+  template <typename T>
+  std::optional<T> expect();
+  Message receive();
+  template <typename T>
+  void tell(const T& told) {
+    channel_.send(messageFrom(told));
+  }
+
+  Channel& channel_;
+  const std::filesystem::path bundle_;
+};
+
+}  // namespace station

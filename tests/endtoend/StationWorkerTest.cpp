@@ -1,0 +1,186 @@
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "StationProcess.h"
+#include "TroubleBundle.h"
+
+// What becomes of the station when a plug-in takes its process along, and of the plug-in when the
+// station goes.
+
+namespace {
+
+using test::StationProcess;
+using test::TroubleBundle;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+class StationWorker : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_NO_THROW(test::writeTesterConfig("")); }
+
+  static std::string dying(const std::string& how, const std::string& more = "") {
+    return TroubleBundle::test("Voltages", TroubleBundle::text("dies", how) + more);
+  }
+  static std::string passing() { return TroubleBundle::test("Supply", ""); }
+  std::vector<std::string> atLeft(const std::vector<std::string>& more = {}) const {
+    std::vector<std::string> arguments{"run", bundle_.path(), "--site", "left", "--sn", "left=A"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return arguments;
+  }
+
+  test::TemporaryFolder folder_;
+  TroubleBundle bundle_{TROUBLE_PLUGIN};
+};
+
+struct Death {
+  const char* how;
+  const char* told;
+};
+
+class StationWorkerDeath : public StationWorker, public testing::WithParamInterface<Death> {};
+
+}  // namespace
+
+TEST_P(StationWorkerDeath, costsTheDeviceAndTellsTheTest) {
+  bundle_.configure(passing() + dying(GetParam().how));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 1);
+  const std::string told = std::string(GetParam().told) + " in test 2 Voltages";
+  EXPECT_THAT(station.steadyOutput(),
+              AllOf(HasSubstr("left  PASS  Supply "),
+                    HasSubstr("left  A              BROKEN OFF  0.0 s  " + told),
+                    HasSubstr("0 passed, 0 failed, 1 broken off\n")));
+  EXPECT_THAT(station.results(), AllOf(HasSubstr("1,A,left,Supply,volts,1.1,"),
+                                       HasSubstr("1,A,left,Voltages,runtime error,2.0,,run time "
+                                                 "error,F,\"" +
+                                                 told)));
+  EXPECT_THAT(station.diagnostics(), HasSubstr(GetParam().told));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Each, StationWorkerDeath,
+    testing::Values(
+        Death{"segfault", "the plug-in crashed: segmentation fault"},
+        Death{"abort", "the plug-in crashed: aborted"},
+        Death{"kill", "the plug-in crashed: killed"},
+        Death{"thread", "the plug-in crashed: aborted"},
+        Death{"exit", "the plug-in ended its process, with exit status 3"},
+        Death{"exit 0", "the plug-in ended its process, with exit status 0"},
+        Death{"descriptors", "the plug-in closed the station's connection"},
+        Death{"fork", "the plug-in crashed: segmentation fault"},
+        Death{"half a message",
+              "the plug-in broke the station's connection: bytes that are no message"},
+        Death{"no message",
+              "the plug-in broke the station's connection: bytes that are no message"},
+        Death{"huge message",
+              "the plug-in broke the station's connection: a message of 4294967295 bytes"},
+        Death{"false message",
+              "the plug-in broke the station's connection: a message of the unknown "
+              "type \"secret\""}),
+    [](const auto& info) {
+      std::string name = info.param.how;
+      std::replace(name.begin(), name.end(), ' ', '_');
+      return name;
+    });
+
+TEST_F(StationWorker, aFreshOneTestsTheNextDevice) {
+  const std::string once = (folder_.path() / "once").string();
+  bundle_.configure(dying("segfault", TroubleBundle::text("unless", once)));
+  StationProcess station(atLeft({"--repeat", "2"}));
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.steadyOutput(),
+              AllOf(HasSubstr("left  A              BROKEN OFF  0.0 s  the plug-in crashed: "),
+                    HasSubstr("left  A              PASS        0.0 s\n"),
+                    HasSubstr("1 passed, 0 failed, 1 broken off\n")));
+}
+
+TEST_F(StationWorker, theDevicesOfTheOtherSitesAreBrokenOffAsWell) {
+  const std::string gate = (folder_.path() / "gate").string();
+  bundle_.configure(TroubleBundle::test("Waiting", TroubleBundle::text("await", gate) +
+                                                       TroubleBundle::text("at", "right")) +
+                    dying("after " + gate + ".right", TroubleBundle::text("at", "left")));
+  StationProcess station({"run", bundle_.path(), "--sn", "left=A", "--sn", "right=B"});
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.steadyOutput(),
+              AllOf(HasSubstr("left   A              BROKEN OFF  0.0 s  the plug-in crashed: "
+                              "segmentation fault in test 2 Voltages\n"),
+                    HasSubstr("right  B              BROKEN OFF  0.0 s  the plug-in crashed: "
+                              "segmentation fault in test 1 Waiting\n")));
+}
+
+TEST_F(StationWorker, severalCrashesInAShortTimeEndTheSeries) {
+  bundle_.configure(dying("segfault"));
+  StationProcess station(atLeft({"--repeat", "9"}));
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.errors(),
+              HasSubstr("quillon: no device can be tested any more: the plug-in crashed: "
+                        "segmentation fault; that was the 4th time within 10 minutes\n"));
+  EXPECT_THAT(station.output(), HasSubstr("0 passed, 0 failed, 4 broken off\n"));
+}
+
+TEST_F(StationWorker, aFloodOfLogLinesIsKept) {
+  bundle_.configure(TroubleBundle::test("Flood", TroubleBundle::text("flood", "20000")));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 0);
+  EXPECT_THAT(station.diagnostics(),
+              AllOf(HasSubstr("[left] line 0."), HasSubstr("[left] line 19999.")));
+}
+
+TEST_F(StationWorker, whatThePluginPrintsIsInTheDiagnostics) {
+  bundle_.configure(passing(), TroubleBundle::text("talks", "hello"));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 0);
+  EXPECT_THAT(station.output(), Not(HasSubstr("hello")));
+  EXPECT_THAT(station.diagnostics(), AllOf(HasSubstr("[station] hello, logged\n"),
+                                           HasSubstr("[output] hello, printed\n")));
+}
+
+TEST_F(StationWorker, aCrashWhileLoadingIsTold) {
+  for (const auto& [attribute, told] :
+       {std::pair{"crashes", "the plug-in crashed: killed, while it was loaded"},
+        std::pair{"exits",
+                  "the plug-in ended its process, with exit status 0, while it was "
+                  "loaded"}}) {
+    bundle_.configure(passing(), TroubleBundle::flag(attribute));
+    StationProcess station(atLeft());
+    EXPECT_EQ(station.wait(), 2);
+    EXPECT_THAT(station.errors(), HasSubstr(told));
+  }
+}
+
+TEST_F(StationWorker, endsWithItsHost) {
+  const std::string gate = (folder_.path() / "gate").string();
+  bundle_.configure(TroubleBundle::test("Waiting", TroubleBundle::text("await", gate)));
+  StationProcess station(atLeft());
+  ASSERT_TRUE(test::waitForFile(gate + ".left"));
+  std::ifstream file(gate + ".left");
+  std::string word;
+  pid_t worker = 0;
+  file >> word >> worker;
+  ASSERT_EQ(kill(worker, 0), 0);
+  station.send(SIGKILL);
+  EXPECT_EQ(station.wait(), -SIGKILL);
+  for (int i = 0; i < 1000 && kill(worker, 0) == 0; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  EXPECT_NE(kill(worker, 0), 0);
+}
+
+TEST_F(StationWorker, canBeWrapped) {
+  bundle_.configure(passing());
+  const std::string seen = (folder_.path() / "seen").string();
+  StationProcess station(atLeft(
+      {"--wrap", "env WRAPPED='a b' sh -c 'echo \"$WRAPPED\" > " + seen + "; exec \"$@\"' sh"}));
+  EXPECT_EQ(station.wait(), 0);
+  EXPECT_EQ(test::contentOf(seen), "a b\n");
+}
+
+TEST_F(StationWorker, isNotForPeople) {
+  StationProcess station({"worker", bundle_.path()});
+  EXPECT_EQ(station.wait(), 2);
+  EXPECT_THAT(station.errors(), HasSubstr("the worker is started by quillon itself"));
+}
