@@ -60,7 +60,18 @@ class BatchWriter::Rows {
         measurement_(session),
         attribute_(session),
         runInstrument_(session),
-        event_(session) {}
+        event_(session),
+        own_(session, "INSERT INTO running (run_id, session_id) VALUES (:run, :session)"),
+        disown_(session, "DELETE FROM running WHERE run_id = :run"),
+        supersede_(session,
+                   "UPDATE measurement SET superseded = 1 "
+                   "WHERE run_id = :run AND step = :step AND attempt = :attempt"),
+        breakOff_(session,
+                  "UPDATE step SET verdict = :verdict WHERE run_id = :run AND verdict = 'RUNNING'"),
+        end_(session,
+             "UPDATE run SET ended_us = :ended, verdict = :verdict, first_failure = :first, "
+             "message = :message, records = :records, sha256 = :sha WHERE id = :id"),
+        runs_(session) {}
 
   void write(const Change& change) {
     runId_ = change.runId;
@@ -78,8 +89,7 @@ class BatchWriter::Rows {
     const auto& [run, plan] = *begin.row;
     if (plans_.isNew(plan.id)) plan_(plan);
     run_(run);
-    session_ << "INSERT INTO running (run_id, session_id) VALUES (:run, :session)",
-        soci::use(run.id), soci::use(writer_.sessionId_);
+    own_(run.id, writer_.sessionId_);
   }
   void put(const Step& step) { step_(step); }
   void put(const AddMeasurement& added) {
@@ -91,13 +101,7 @@ class BatchWriter::Rows {
     if (instruments_.isNew(added.instrument.id)) instrument_(added.instrument);
     runInstrument_(added.use);
   }
-  void put(const Supersede& what) {
-    const long long step = what.step;
-    const long long attempt = what.attempt;
-    session_ << "UPDATE measurement SET superseded = 1 "
-                "WHERE run_id = :run AND step = :step AND attempt = :attempt",
-        soci::use(runId_), soci::use(step), soci::use(attempt);
-  }
+  void put(const Supersede& what) { supersede_(runId_, what.step, what.attempt); }
   void put(const FinishRun& finish) { finishRun(runId_, finish); }
   void put(const Event& event) {
     Event entered = event;
@@ -131,15 +135,18 @@ class BatchWriter::Rows {
   Insert<Attribute> attribute_;
   Insert<RunInstrument> runInstrument_;
   Insert<Event> event_;
+  Command<std::string, std::string> own_;
+  Command<std::string> disown_;
+  Command<std::string, std::int64_t, std::int64_t> supersede_;
+  Command<Verdict, std::string> breakOff_;
+  Command<std::optional<std::int64_t>, Verdict, std::optional<std::int64_t>,
+          std::optional<std::string>, std::int64_t, std::optional<std::string>, std::string>
+      end_;
+  RunRows runs_;
 };
 
 std::optional<Run> BatchWriter::Rows::finishRun(const std::string& runId, const FinishRun& finish) {
-  const long long ended = finish.end.endedUs != 0 ? finish.end.endedUs : microsecondsNow();
-  const std::string broken =
-      text(finish.end.verdict == Verdict::Incomplete ? Verdict::Incomplete : Verdict::BrokenOff);
-  session_ << "UPDATE step SET verdict = :verdict WHERE run_id = :run AND verdict = 'RUNNING'",
-      soci::use(broken), soci::use(runId);
-  auto content = readOwnRows(session_, runId);
+  auto content = runs_.own(runId);
   if (!content) {
     if (finish.records) throw soci::soci_error("the run " + runId + " is not in the store");
     return std::nullopt;
@@ -149,26 +156,24 @@ std::optional<Run> BatchWriter::Rows::finishRun(const std::string& runId, const 
     throw soci::soci_error("the run " + runId + " has " + std::to_string(records) +
                            " records in the store instead of " + std::to_string(*finish.records));
   }
+  const Verdict broken =
+      finish.end.verdict == Verdict::Incomplete ? Verdict::Incomplete : Verdict::BrokenOff;
+  bool running = false;
+  for (Step& step : content->steps) {
+    if (step.verdict != Verdict::Running) continue;
+    step.verdict = broken;
+    running = true;
+  }
+  if (running) breakOff_(broken, runId);
   Run& run = content->run;
-  run.endedUs = ended;
+  run.endedUs = finish.end.endedUs != 0 ? finish.end.endedUs : microsecondsNow();
   run.verdict = finish.end.verdict;
   run.firstFailure = finish.end.firstFailure;
   run.message = finish.end.message;
   run.records = records;
   run.sha256 = sha256Of(*content);
-
-  Slot first;
-  first.put(run.firstFailure);
-  Slot message;
-  message.put(run.message);
-  const std::string verdict = text(run.verdict);
-  const long long count = records;
-  session_ << "UPDATE run SET ended_us = :ended, verdict = :verdict, first_failure = :first, "
-              "message = :message, records = :records, sha256 = :sha WHERE id = :id",
-      soci::use(ended), soci::use(verdict), soci::use(first.integer, first.state),
-      soci::use(message.text, message.state), soci::use(count), soci::use(*run.sha256),
-      soci::use(runId);
-  session_ << "DELETE FROM running WHERE run_id = :run", soci::use(runId);
+  end_(run.endedUs, run.verdict, run.firstFailure, run.message, run.records, run.sha256, runId);
+  disown_(runId);
   return run;
 }
 

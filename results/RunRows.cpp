@@ -7,20 +7,39 @@
 
 namespace results {
 
-std::optional<RunContent> readOwnRows(soci::session& session, const std::string& runId) {
-  std::vector<Run> runs = select<Run>(session, "id = :id", runId);
+struct RunRows::Statements {
+  explicit Statements(soci::session& session)
+      : run(session, "id = :id"),
+        steps(session, "run_id = :id ORDER BY step, attempt"),
+        measurements(session, "run_id = :id ORDER BY sequence"),
+        attributes(session, "run_id = :id ORDER BY sequence, name"),
+        instruments(session, "run_id = :id ORDER BY name") {}
+
+  Select<Run, std::string> run;
+  Select<Step, std::string> steps;
+  Select<Measurement, std::string> measurements;
+  Select<Attribute, std::string> attributes;
+  Select<RunInstrument, std::string> instruments;
+};
+
+RunRows::RunRows(soci::session& session) : statements_(std::make_unique<Statements>(session)) {}
+
+RunRows::~RunRows() = default;
+
+std::optional<RunContent> RunRows::own(const std::string& runId) {
+  std::vector<Run> runs = statements_->run(runId);
   if (runs.empty()) return std::nullopt;
   RunContent content;
   content.run = std::move(runs.front());
-  content.steps = select<Step>(session, "run_id = :id ORDER BY step, attempt", runId);
-  content.measurements = select<Measurement>(session, "run_id = :id ORDER BY sequence", runId);
-  content.attributes = select<Attribute>(session, "run_id = :id ORDER BY sequence, name", runId);
-  content.runInstruments = select<RunInstrument>(session, "run_id = :id ORDER BY name", runId);
+  content.steps = statements_->steps(runId);
+  content.measurements = statements_->measurements(runId);
+  content.attributes = statements_->attributes(runId);
+  content.runInstruments = statements_->instruments(runId);
   return content;
 }
 
 std::optional<RunContent> readContent(soci::session& session, const std::string& runId) {
-  auto content = readOwnRows(session, runId);
+  auto content = RunRows(session).own(runId);
   if (!content) return std::nullopt;
   for (Plan& plan : select<Plan>(session, "id = :id", content->run.planId)) {
     content->plan = std::move(plan);

@@ -121,29 +121,83 @@ class Insert {
   soci::statement statement_;
 };
 
-/// The rows of a table for which `condition` holds, a text such as "run_id = :a ORDER BY sequence"
-/// with its parameters.
+/// A statement with parameters of these types, in their order.
+template <typename... Parameters>
+class Command {
+ public:
+  Command(soci::session& session, const std::string& text) : statement_(prepared(session, text)) {}
+
+  void operator()(const Parameters&... parameters) {
+    auto slot = slots_.begin();
+    ((slot++)->put(parameters), ...);
+    statement_.execute(true);
+  }
+
+ private:
+  soci::details::prepare_temp_type prepared(soci::session& session, const std::string& text) {
+    auto preparing = (session.prepare << text);
+    (use<Parameters>(preparing), ...);
+    return preparing;
+  }
+  template <typename Parameter>
+  void use(soci::details::prepare_temp_type& preparing) {
+    Slot& slot = slots_.emplace_back();
+    preparing, soci::use(slot.part<typename Held<Parameter>::Type>(), slot.state);
+  }
+
+  std::deque<Slot> slots_;  // their addresses are the statement's
+  soci::statement statement_;
+};
+
+/// Finds the rows of a table for which a condition holds, a text such as
+/// "run_id = :a ORDER BY sequence" with parameters of these types.
+template <typename Row, typename... Parameters>
+class Select {
+ public:
+  Select(soci::session& session, const std::string& condition)
+      : statement_(prepared(session, condition)) {}
+
+  std::vector<Row> operator()(const Parameters&... parameters) {
+    auto parameter = parameters_.begin();
+    ((parameter++)->put(parameters), ...);
+    statement_.execute();
+    std::vector<Row> rows;
+    while (statement_.fetch()) {
+      auto slot = slots_.begin();
+      forEachColumn(rows.emplace_back(),
+                    [&](const char* /*name*/, auto& field) { (slot++)->take(field); });
+    }
+    return rows;
+  }
+
+ private:
+  soci::details::prepare_temp_type prepared(soci::session& session, const std::string& condition) {
+    auto preparing = (session.prepare << "SELECT " << columnNames<Row>() << " FROM "
+                                      << Table<Row>::kName << " WHERE " << condition);
+    Row row;
+    forEachColumn(row, [&]<typename Field>(const char* /*name*/, Field& /*field*/) {
+      Slot& slot = slots_.emplace_back();
+      preparing, soci::into(slot.part<typename Held<Field>::Type>(), slot.state);
+    });
+    (use<Parameters>(preparing), ...);
+    return preparing;
+  }
+  template <typename Parameter>
+  void use(soci::details::prepare_temp_type& preparing) {
+    Slot& slot = parameters_.emplace_back();
+    preparing, soci::use(slot.part<typename Held<Parameter>::Type>(), slot.state);
+  }
+
+  std::deque<Slot> slots_;  // of the columns; their addresses are the statement's
+  std::deque<Slot> parameters_;
+  soci::statement statement_;
+};
+
+/// Such rows, asked for once.
 template <typename Row, typename... Parameters>
 std::vector<Row> select(soci::session& session, const std::string& condition,
                         const Parameters&... parameters) {
-  std::deque<Slot> slots;
-  auto preparing = (session.prepare << "SELECT " << columnNames<Row>() << " FROM "
-                                    << Table<Row>::kName << " WHERE " << condition);
-  Row row;
-  forEachColumn(row, [&]<typename Field>(const char* /*name*/, Field& /*field*/) {
-    Slot& slot = slots.emplace_back();
-    preparing, soci::into(slot.part<typename Held<Field>::Type>(), slot.state);
-  });
-  ((preparing, soci::use(parameters)), ...);
-  soci::statement statement(preparing);
-  statement.execute();
-  std::vector<Row> rows;
-  while (statement.fetch()) {
-    auto slot = slots.begin();
-    forEachColumn(row, [&](const char* /*name*/, auto& field) { (slot++)->take(field); });
-    rows.push_back(row);
-  }
-  return rows;
+  return Select<Row, Parameters...>(session, condition)(parameters...);
 }
 
 }  // namespace results
