@@ -50,7 +50,7 @@ std::string reasonText(const Outcome& outcome) {
 
 /// A sub-test as people find it in the configuration: by its name, else by its number.
 std::string subTestOf(const QLTestResult& record) {
-  if (record.subTestName()) return *record.subTestName();
+  if (!record.subTestName().value_or("").empty()) return *record.subTestName();
   return record.testNumber() ? "sub-test " + *record.testNumber() + " (no name)"
                              : "a sub-test without name and number";
 }
@@ -137,6 +137,7 @@ std::string Report::failure(const QLTestResult& record) {
   const std::string name = subTestOf(record);
   const std::string message = messageOf(record);
   if (record.actual() == kQLTestRuntimeErrorValue) {
+    if (message.ends_with(kWasNotMeasured)) return message;  // which names the sub-test
     return (name == kQLTestRuntimeErrorName ? "" : name + ": ") +
            (message.empty() ? "no value, for a reason that the test does not tell" : message);
   }

@@ -28,6 +28,9 @@ std::string shortNumber(const std::string& text);
 /// "left, right"
 std::string listOf(const std::vector<std::string>& names);
 
+/// What the fail message of a sub-test that was not reported says after its name.
+inline constexpr std::string_view kWasNotMeasured = " was not measured";
+
 /// The description of an error; its domain and code when it has none.
 std::string describe(const QLTError& error);
 /// As `describe`, with those of its causes that it does not tell itself: "no supply: no line: no

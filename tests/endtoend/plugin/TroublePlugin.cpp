@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -182,9 +183,12 @@ class TroubleTest : public QLTestMethod {
     if (const QLTValue* text = param("text")) {
       return addResultAndMatch(1, text->text()) == kQLTestResultPass;
     }
+    if (does("measuresNothing")) return true;
+    if (const QLTValue* name = param("byHand")) reportByHand(name->text());
     if (const QLTValue* number = param("number")) addResultAndCompare(number->intValue(), 1.5);
     if (does("passWithError")) *error = QLTError::withDescription("test", 3, "stale");
     const bool secondTime = does("secondTime") && attempts_ == 1;
+    if (does("secondOnRetest") && attempts_ > 1) addResultAndCompare(2, 1.5);
     const double value = param("value") != nullptr ? param("value")->doubleValue() : 1.5;
     const std::int32_t result = addResultAndCompare(1, secondTime ? 9.0 : (isHere() ? value : 1.5),
                                                     QLTDictionary{{"note", "n"}});
@@ -194,7 +198,9 @@ class TroubleTest : public QLTestMethod {
 
   std::shared_ptr<QLTestResults> didRun(std::int32_t index, QLTError* error) override {
     if (does("failDidRun")) *error = QLTError::withDescription("test", 4, "records are gone");
-    return does("loseRecords") ? nullptr : QLTestMethod::didRun(index, error);
+    auto records = does("loseRecords") ? nullptr : QLTestMethod::didRun(index, error);
+    if (records && byHand_) records->push_back(std::exchange(byHand_, nullptr));
+    return records;
   }
 
  private:
@@ -205,6 +211,12 @@ class TroubleTest : public QLTestMethod {
   bool does(const char* key) const {
     const QLTValue* const wanted = param(key);
     return wanted != nullptr && wanted->boolValue() && isHere();
+  }
+
+  /// Makes a record without the number of a sub-test.
+  void reportByHand(const std::string& name) {
+    byHand_ = QLTestResult::resultWithValues(*this, name, "", testIndex(), 99, std::nullopt, "1",
+                                             kQLTestResultPass);
   }
 
   /// Takes its process along, each way in another manner. Reports its first sub-test before.
@@ -265,6 +277,7 @@ class TroubleTest : public QLTestMethod {
   }
 
   int attempts_ = 0;
+  std::shared_ptr<QLTestResult> byHand_;
 };
 
 }  // namespace
