@@ -70,7 +70,8 @@ class BatchWriter::Rows {
                   "UPDATE step SET verdict = :verdict WHERE run_id = :run AND verdict = 'RUNNING'"),
         end_(session,
              "UPDATE run SET ended_us = :ended, verdict = :verdict, first_failure = :first, "
-             "message = :message, records = :records, sha256 = :sha WHERE id = :id"),
+             "message = :message, records = :records, sha256 = :sha, run_index = :index "
+             "WHERE id = :id"),
         runs_(session) {}
 
   void write(const Change& change) {
@@ -140,7 +141,8 @@ class BatchWriter::Rows {
   Command<std::string, std::int64_t, std::int64_t> supersede_;
   Command<Verdict, std::string> breakOff_;
   Command<std::optional<std::int64_t>, Verdict, std::optional<std::int64_t>,
-          std::optional<std::string>, std::int64_t, std::optional<std::string>, std::string>
+          std::optional<std::string>, std::int64_t, std::optional<std::string>, std::int64_t,
+          std::string>
       end_;
   RunRows runs_;
 };
@@ -170,9 +172,11 @@ std::optional<Run> BatchWriter::Rows::finishRun(const std::string& runId, const 
   run.verdict = finish.end.verdict;
   run.firstFailure = finish.end.firstFailure;
   run.message = finish.end.message;
+  run.runIndex = finish.end.runIndex.value_or(run.runIndex);
   run.records = records;
   run.sha256 = sha256Of(*content);
-  end_(run.endedUs, run.verdict, run.firstFailure, run.message, run.records, run.sha256, runId);
+  end_(run.endedUs, run.verdict, run.firstFailure, run.message, run.records, run.sha256,
+       run.runIndex, runId);
   disown_(runId);
   return run;
 }

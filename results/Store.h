@@ -31,7 +31,8 @@ struct RunEnd {
   Verdict verdict = Verdict::BrokenOff;
   std::optional<std::int64_t> firstFailure;  ///< the sequence of a measurement
   std::optional<std::string> message;
-  std::int64_t endedUs = 0;  ///< 0: now
+  std::int64_t endedUs = 0;                   ///< 0: now
+  std::optional<std::int64_t> runIndex = {};  ///< where it was not known at the start
 };
 
 /// What earlier sessions left.

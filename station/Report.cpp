@@ -133,6 +133,23 @@ void Report::table(const std::vector<Outcome>& outcomes) const {
   screen_.line(text);
 }
 
+std::string Report::text(const Outcome& outcome) {
+  const std::string reason = reasonText(outcome);
+  return verdictText(outcome.verdict) + " in " + secondsText(outcome.seconds) +
+         (reason.empty() ? "" : ", " + reason);
+}
+
+std::string Report::text(const QLTestResult& record) {
+  if (record.result() == kQLTestResultFail) return failure(record) + ", FAIL";
+  std::string text = subTestOf(record) + ": " + shortNumber(record.actual().value_or("no value"));
+  if (record.unit()) text += " " + *record.unit();
+  if (record.lowLimit() && record.highLimit()) {
+    text +=
+        ", limits " + shortNumber(*record.lowLimit()) + " to " + shortNumber(*record.highLimit());
+  }
+  return text + (record.result() == kQLTestResultPass ? ", PASS" : ", NA");
+}
+
 std::string Report::failure(const QLTestResult& record) {
   const std::string name = subTestOf(record);
   const std::string message = messageOf(record);

@@ -33,6 +33,10 @@ class Report {
   /// The table of all devices, if there are any, and how many fared how.
   void table(const std::vector<Outcome>& outcomes) const;
 
+  /// "PASS in 0.3 s", with the reason where it is none.
+  static std::string text(const Outcome& outcome);
+  /// A record in words, for a log: "3V3: 3.3 V, limits 3.135 to 3.465, PASS".
+  static std::string text(const QLTestResult& record);
   /// A failed record in words: "3V3: 3.61, limits 3.135 to 3.465".
   static std::string failure(const QLTestResult& record);
 

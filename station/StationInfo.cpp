@@ -6,14 +6,18 @@ namespace station {
 
 std::string applicationVersion() { return QUILLON_STATION_VERSION; }
 
-QLTDictionary stationInfo(const QLTBundle& bundle, const std::string& logFolder) {
+std::string hostName() {
   std::string host(256, '\0');
   if (gethostname(host.data(), host.size() - 1) != 0) host.clear();
   host.resize(host.find('\0') == std::string::npos ? host.size() : host.find('\0'));
+  return host;
+}
+
+QLTDictionary stationInfo(const QLTBundle& bundle, const std::string& logFolder) {
   return {{"application", "quillon"},
           {"applicationVersion", applicationVersion()},
           {"bundlePath", bundle.path().string()},
-          {"hostName", host},
+          {"hostName", hostName()},
           {"logFolder", logFolder}};
 }
 

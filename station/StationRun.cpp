@@ -4,15 +4,19 @@
 #include <atomic>
 #include <cstddef>
 #include <deque>
+#include <filesystem>
+#include <memory>
 #include <thread>
 #include <utility>
 
 #include <QLTCSVLogger.h>
 
+#include "CannotRun.h"
 #include "ConsoleLogFile.h"
 #include "LogFiles.h"
 #include "Report.h"
 #include "SerialNumberSource.h"
+#include "StationInfo.h"
 #include "StationWords.h"
 #include "Text.h"
 #include "ThreadName.h"
@@ -27,6 +31,24 @@ constexpr int kNotAllPassed = 1;
 bool allPassed(const std::vector<Outcome>& outcomes) {
   return std::all_of(outcomes.begin(), outcomes.end(),
                      [](const Outcome& outcome) { return outcome.verdict == Verdict::Pass; });
+}
+
+results::Plan planOf(const Loaded& loaded, const std::string& flow) {
+  results::Plan plan;
+  plan.bundle = loaded.bundle;
+  plan.bundleVersion = loaded.bundleVersion;
+  plan.frameworkVersion = loaded.frameworkVersion;
+  plan.flow = flow;
+  plan.configSha256 = loaded.configSha256;
+  return plan;
+}
+
+results::Run runOf(const StationWords& words) {
+  results::Run run;
+  run.part = words.part;
+  run.revision = words.revision;
+  run.process = words.process;
+  return run;
 }
 
 }  // namespace
@@ -49,23 +71,50 @@ int StationRun::run() {
 
 int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& csvPath,
                       const ConsoleLogFile& diagnostics) {
-  readStationWords(loaded.stationAttributes);  // refuses what the check refuses
+  const StationWords words = readStationWords(loaded.stationAttributes);
   SerialNumberSource serialNumbers(options_.serialNumbers, loaded.sites, screen_);
   ResultLog results(csvPath, loaded.stationAttributes, screen_);
+  const std::unique_ptr<results::Store> store = openStore();
   engine.openLoggers(results.columns());
   results.open();
+  const RunRecorder::Session recording{*store, planOf(loaded, options_.flow), runOf(words),
+                                       loaded.stationAttributes};
   for (const std::string& site : loaded.disabledSites) {
     screen_.line("Site " + printable(site) + " is disabled in the station's configuration.");
   }
   const Report report(screen_, loaded.sites, loaded.tests);
-  const Series series =
-      test(loaded.sites, {engine, serialNumbers, results, report, diagnostics, options_.repeat});
+  const Series series = test(loaded.sites, {engine, serialNumbers, results, recording, report,
+                                            diagnostics, options_.repeat, words.timeLimit});
   engine.unload();
   report.table(series.outcomes);
+  if (const auto failure = store->failure()) {
+    screen_.warning("the results store is not complete: " + printable(failure->what()) +
+                    "; test the devices that were broken off again");
+  }
   if (results.failed()) {
     screen_.warning("the result log is not complete; test the devices that were broken off again");
   }
   return series.complete && allPassed(series.outcomes) ? kAllPassed : kNotAllPassed;
+}
+
+/// Opens the store, and tells which devices an earlier session has left without a verdict.
+std::unique_ptr<results::Store> StationRun::openStore() {
+  try {
+    results::StoreOptions options;
+    options.file = std::filesystem::path(options_.logFolder) / "results.db";
+    options.stationName = hostName();
+    auto store = std::make_unique<results::Store>(options);
+    const results::Recovered recovered = store->recover();
+    for (const results::Run& run : recovered.runs) {
+      screen_.warning("the device " + printable(run.serial) + " at site " + printable(run.site) +
+                      " was not tested to its end, for the station ended before: test it again");
+    }
+    return store;
+  } catch (const results::StoreError& problem) {
+    throw CannotRun("cannot use the results store " + printable(problem.what()),
+                    "Nothing was tested, for the results would be lost. Check that its folder may "
+                    "be written to\nand that the disk is not full.");
+  }
 }
 
 /// Tests at all sites at once.

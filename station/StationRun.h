@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,7 @@
 #include "Signals.h"
 #include "host/Engine.h"
 #include "host/SiteSession.h"
+#include "results/Store.h"
 
 namespace station {
 
@@ -31,6 +33,7 @@ class StationRun {
 
   int runOn(Engine& engine, const Loaded& loaded, const std::string& csvPath,
             const ConsoleLogFile& diagnostics);
+  std::unique_ptr<results::Store> openStore();
   static Series test(const std::vector<std::string>& sites, const SiteSession::Station& station);
 
   const RunOptions options_;

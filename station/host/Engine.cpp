@@ -123,15 +123,14 @@ void Engine::wake() const {
   retried([&] { return write(wake_.get(), &one, sizeof one); });
 }
 
-std::optional<std::string> Engine::begin(const TestDevice& device) {
+std::optional<std::string> Engine::reserve(const std::string& site) {
   std::unique_lock lock(mutex_);
   changed_.wait(lock, [&] { return state_ == State::Running || state_ == State::Ended; });
   if (state_ == State::Ended) return ended_;
-  if (!available_.contains(device.site)) return "its instruments did not come up again";
+  if (!available_.contains(site)) return "its instruments did not come up again";
   if (Signals::stopRequested()) return kStopped;
-  sites_.at(device.site).clear();
-  busy_.insert(device.site);
-  worker_->channel().send(messageFrom(device));  // its end is noticed if that fails
+  sites_.at(site).clear();
+  busy_.insert(site);
   return std::nullopt;
 }
 
@@ -260,6 +259,8 @@ void Engine::dispatch(const Message& message) {
     handOn<DeviceStarted>(message);
   } else if (type == TestStarted::kType) {
     handOn<TestStarted>(message);
+  } else if (type == Reported::kType) {
+    handOn<Reported>(message);
   } else if (type == Tested::kType) {
     handOn<Tested>(message);
   } else if (type == FlowEnded::kType) {

@@ -51,9 +51,9 @@ class Engine {
 
   // The site's thread.
 
-  /// Waits until a device can be tested, and has the worker begin. When none can be tested any
-  /// more, the reason.
-  std::optional<std::string> begin(const TestDevice& device);
+  /// Waits until a device can be tested. When none can be tested any more, the reason. The worker
+  /// is then to be told; if it ends meanwhile, that is the device's first event.
+  std::optional<std::string> reserve(const std::string& site);
   /// The site's next event; absent when none has come by then.
   std::optional<SiteEvent> next(const std::string& site,
                                 std::optional<SiteEvents::Clock::time_point> until);
@@ -64,7 +64,7 @@ class Engine {
   /// The device's test has exceeded its time limit: the worker is ended as soon as no other site
   /// has a device in progress.
   void endOverdue(const std::string& site);
-  /// The device is done.
+  /// The device is done, or was not begun.
   void end(const std::string& site);
 
  private:

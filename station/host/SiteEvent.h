@@ -20,7 +20,7 @@ struct WorkerEnded {
 
 /// What a site hears while its device is tested.
 using SiteEvent =
-    std::variant<DeviceStarted, TestStarted, Tested, FlowEnded, HookEnded, WorkerEnded>;
+    std::variant<DeviceStarted, TestStarted, Reported, Tested, FlowEnded, HookEnded, WorkerEnded>;
 
 /// The events of one site, from the thread that reads to the one that acts on them.
 class SiteEvents {

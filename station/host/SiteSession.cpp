@@ -8,6 +8,7 @@
 
 #include "Signals.h"
 #include "Text.h"
+#include "common/Format.h"
 
 namespace station {
 namespace {
@@ -22,13 +23,21 @@ std::string firstFailure(const QLTestResults& records) {
   return failed == records.end() ? "" : Report::failure(**failed);
 }
 
+/// "5 s", "0.25 s"
+std::string shortSeconds(double seconds) {
+  return shortNumber(quillon::internal::sixDecimals(seconds)) + " s";
+}
+
 }  // namespace
 
 struct SiteSession::Device {
   Outcome outcome;
+  std::optional<RunRecorder> run;
   SiteEvents::Clock::time_point started = SiteEvents::Clock::now();
+  std::optional<SiteEvents::Clock::time_point> deadline;  // of the test in progress
   int runIndex = 0;
   std::optional<TestStarted> test;  // in progress
+  QLTestResults reported;           // of it
   QLTestResults recorded;           // failures
   bool confirmed = false;
   bool done = false;
@@ -40,26 +49,28 @@ SiteSession::SiteSession(std::string site, const Station& station)
 void SiteSession::run() {
   for (int round = 1; round <= station_.devices; ++round) {
     // Where the results of one device were lost, those of the next would be.
-    if (Signals::stopRequested() || station_.results.failed()) break;
+    if (Signals::stopRequested() || !canRecord()) break;
     if (!testNext(round)) break;
     complete_ = round == station_.devices;
   }
   station_.serialNumbers.leave(site_);
 }
 
+bool SiteSession::canRecord() const {
+  return !station_.results.failed() && !station_.store.store.failure();
+}
+
 bool SiteSession::testNext(int round) {
   const auto serialNumber = station_.serialNumbers.next(site_);
   if (!serialNumber) return false;
-  Device device;
-  device.outcome.site = site_;
-  device.outcome.serialNumber = *serialNumber;
-  device.outcome.round = round;
-  const bool begun = !station_.engine.begin({site_, *serialNumber, round});
+  const bool begun = !station_.engine.reserve(site_);
   if (begun) {
-    testUntilItsEnd(device);
+    Device device;
+    device.outcome.site = site_;
+    device.outcome.serialNumber = *serialNumber;
+    device.outcome.round = round;
+    test(device);
     station_.engine.end(site_);
-    device.outcome.seconds =
-        std::chrono::duration<double>(SiteEvents::Clock::now() - device.started).count();
     station_.report.deviceDone(device.outcome);
     outcomes_.push_back(std::move(device.outcome));
   }
@@ -67,21 +78,66 @@ bool SiteSession::testNext(int round) {
   return begun;
 }
 
-void SiteSession::testUntilItsEnd(Device& device) {
-  while (!device.done) {
-    const auto event = station_.engine.next(site_, std::nullopt);
-    if (event) std::visit([&](const auto& told) { on(device, told); }, *event);
+void SiteSession::test(Device& device) {
+  Outcome& outcome = device.outcome;
+  try {
+    device.run.emplace(station_.store, site_, outcome.serialNumber);
+  } catch (const results::StoreError& problem) {
+    outcome.brokenOff = std::string("not tested, for it cannot be recorded: ") + problem.what();
+    return;
   }
+  tell("testing " + outcome.serialNumber + ", run " + device.run->id());
+  station_.engine.tell(TestDevice{site_, outcome.serialNumber, outcome.round});
+  while (!device.done) {
+    const auto event = station_.engine.next(site_, device.deadline);
+    if (!event) {
+      onTimeLimit(device);
+      continue;
+    }
+    try {
+      std::visit([&](const auto& told) { on(device, told); }, *event);
+    } catch (const results::StoreError& problem) {
+      breakOff(device, problem.what());
+    }
+  }
+  finish(device);
+  outcome.seconds =
+      std::chrono::duration<double>(SiteEvents::Clock::now() - device.started).count();
+  tell(outcome.serialNumber + ": " + Report::text(outcome));
+}
+
+void SiteSession::onTimeLimit(Device& device) {
+  device.deadline.reset();
+  breakOff(device, "test " + std::to_string(device.test->index) + " " + device.test->name +
+                       " exceeded its time limit of " + shortSeconds(*device.test->timeLimit));
+  station_.engine.endOverdue(site_);
 }
 
 void SiteSession::on(Device& device, const DeviceStarted& event) {
   device.runIndex = event.runIndex;
+  device.run->deviceStarted(event.runIndex);
 }
 
-void SiteSession::on(Device& device, const TestStarted& event) { device.test = event; }
+void SiteSession::on(Device& device, const TestStarted& event) {
+  device.test = event;
+  device.reported.clear();
+  if (!device.test->timeLimit) device.test->timeLimit = station_.timeLimit;
+  if (device.test->timeLimit) {
+    device.deadline =
+        SiteEvents::Clock::now() + std::chrono::duration_cast<SiteEvents::Clock::duration>(
+                                       std::chrono::duration<double>(*device.test->timeLimit));
+  }
+  device.run->testStarted(event);
+}
+
+void SiteSession::on(Device& device, const Reported& event) {
+  device.reported.insert(device.reported.end(), event.records.begin(), event.records.end());
+}
 
 void SiteSession::on(Device& device, const Tested& event) {
   device.test.reset();
+  device.deadline.reset();
+  device.run->tested(event);
   const std::string failure = firstFailure(event.records);
   std::copy_if(event.records.begin(), event.records.end(), std::back_inserter(device.recorded),
                hasFailed);
@@ -91,6 +147,7 @@ void SiteSession::on(Device& device, const Tested& event) {
   auto lost = station_.results.log(event.records);
   if (lost) breakOff(device, *lost);
   if (!lost) lost = event.notLogged;
+  if (!lost) lost = device.outcome.brokenOff;  // too late
   // What is not recorded is not shown as passed.
   const Verdict passed = lost ? Verdict::BrokenOff : Verdict::Pass;
   station_.report.testDone({.site = site_,
@@ -99,6 +156,7 @@ void SiteSession::on(Device& device, const Tested& event) {
                             .retested = event.retested,
                             .seconds = event.seconds,
                             .failure = failure.empty() ? lost.value_or("") : failure});
+  tellTest(event);
 }
 
 void SiteSession::on(Device& device, const FlowEnded& event) {
@@ -106,6 +164,7 @@ void SiteSession::on(Device& device, const FlowEnded& event) {
   if (!outcome.brokenOff) outcome.brokenOff = event.brokenOff;
   outcome.verdict = outcome.brokenOff ? Verdict::BrokenOff : event.verdict;
   recordBreakOff(device);
+  save(device);
   device.confirmed = true;
   station_.engine.tell(Confirmed{site_, outcome.verdict});
 }
@@ -140,7 +199,53 @@ void SiteSession::on(Device& device, const WorkerEnded& event) {
   }
   outcome.verdict = Verdict::BrokenOff;
   if (!outcome.brokenOff) outcome.brokenOff = reason;
+  if (device.test) {
+    device.run->testBrokenOff(device.reported);
+    static_cast<void>(station_.results.log(device.reported));  // broken off either way
+  }
   recordBreakOff(device);
+}
+
+/// Before the verdict counts, or a hook of the plug-in acts on it, everything is on disk.
+void SiteSession::save(Device& device) {
+  try {
+    device.run->flush();
+  } catch (const results::StoreError& problem) {
+    Outcome& outcome = device.outcome;
+    if (!outcome.brokenOff) {
+      outcome.brokenOff =
+          (outcome.verdict == Verdict::Pass ? "passed, but not recorded: " : "not recorded: ") +
+          std::string(problem.what());
+    }
+    outcome.verdict = Verdict::BrokenOff;
+    recordBreakOff(device);
+  }
+}
+
+void SiteSession::finish(Device& device) {
+  Outcome& outcome = device.outcome;
+  try {
+    device.run->finish(outcome);
+  } catch (const results::StoreError& problem) {
+    if (!outcome.brokenOff) {
+      outcome.brokenOff = std::string("the verdict could not be recorded: ") + problem.what();
+      recordBreakOff(device);
+    }
+    outcome.verdict = Verdict::BrokenOff;
+  }
+}
+
+void SiteSession::tell(const std::string& line) const { station_.diagnostics.write(site_, line); }
+
+/// A finished test with its values, in the diagnostics.
+void SiteSession::tellTest(const Tested& test) const {
+  const std::string name = "test " + std::to_string(test.index) + " " + test.name;
+  for (const auto& record : test.superseded) {
+    tell(name + ", first attempt: " + Report::text(*record));
+  }
+  for (const auto& record : test.records) tell(name + ": " + Report::text(*record));
+  tell(name + ": " + (test.passed ? "PASS" : "FAIL") + " in " + secondsText(test.seconds) +
+       (test.retested ? ", second attempt" : ""));
 }
 
 /// Ends a device that the worker still tests.
@@ -152,7 +257,7 @@ void SiteSession::breakOff(Device& device, const std::string& reason) {
 /// Leaves a record that nobody can take for a pass, unless there is one that tells the same.
 void SiteSession::recordBreakOff(Device& device) {
   const Outcome& outcome = device.outcome;
-  if (!outcome.brokenOff || station_.results.failed()) return;
+  if (!outcome.brokenOff) return;
   const auto tellsTheSame = [&](const auto& record) {
     return record->failMessage() == outcome.brokenOff;
   };
@@ -168,7 +273,10 @@ void SiteSession::recordBreakOff(Device& device) {
   record->setExpected("");
   record->setActual(kQLTestRuntimeErrorValue);
   record->setFailMessage(*outcome.brokenOff);
-  static_cast<void>(station_.results.log({record}));  // shown as broken off either way
+  device.recorded.push_back(record);
+  // It is shown as broken off either way.
+  if (!station_.results.failed()) static_cast<void>(station_.results.log({record}));
+  device.run->add(record);
 }
 
 }  // namespace station

@@ -11,6 +11,7 @@
 #include "Outcome.h"
 #include "Report.h"
 #include "ResultLog.h"
+#include "RunRecorder.h"
 #include "SerialNumberSource.h"
 
 namespace station {
@@ -24,9 +25,11 @@ class SiteSession {
     Engine& engine;
     SerialNumberSource& serialNumbers;
     ResultLog& results;
+    const RunRecorder::Session& store;
     const Report& report;
     const ConsoleLogFile& diagnostics;
-    int devices = 1;  ///< for each site
+    int devices = 1;                  ///< for each site
+    std::optional<double> timeLimit;  ///< for tests without one of their own, in seconds
   };
 
   SiteSession(std::string site, const Station& station);
@@ -44,15 +47,22 @@ class SiteSession {
   struct Device;
 
   bool testNext(int round);
-  void testUntilItsEnd(Device& device);
+  void test(Device& device);
   void on(Device& device, const DeviceStarted& event);
   void on(Device& device, const TestStarted& event);
+  void on(Device& device, const Reported& event);
   void on(Device& device, const Tested& event);
   void on(Device& device, const FlowEnded& event);
   void on(Device& device, const HookEnded& event);
   void on(Device& device, const WorkerEnded& event);
   void breakOff(Device& device, const std::string& reason);
   void recordBreakOff(Device& device);
+  bool canRecord() const;
+  void save(Device& device);
+  void finish(Device& device);
+  void onTimeLimit(Device& device);
+  void tell(const std::string& line) const;
+  void tellTest(const Tested& test) const;
 
   const std::string site_;
   const Station station_;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
@@ -86,6 +87,10 @@ struct Loaded {
   std::vector<std::string> sites = {};  ///< to test at, in their order
   std::vector<std::string> disabledSites = {};
   std::vector<std::string> tests = {};  ///< the names of the flow's tests, at the first site
+  std::string bundle = {};              ///< its identifier, else its name
+  std::optional<std::string> bundleVersion = {};
+  std::string frameworkVersion = {};
+  std::string configSha256 = {};  ///< of the configuration as it was used
   QLTDictionary stationAttributes = {};
 
   template <typename Part>
@@ -93,6 +98,10 @@ struct Loaded {
     part("sites", sites);
     part("disabledSites", disabledSites);
     part("tests", tests);
+    part("bundle", bundle);
+    part("bundleVersion", bundleVersion);
+    part("frameworkVersion", frameworkVersion);
+    part("configSha256", configSha256);
     part("stationAttributes", stationAttributes);
   }
 };
@@ -124,6 +133,7 @@ struct TestStarted {
   int index = 0;  ///< from 1
   int count = 0;  ///< tests of the flow
   std::string name = {};
+  std::optional<double> timeLimit = {};  ///< in seconds
 
   template <typename Part>
   void parts(const Part& part) {
@@ -131,6 +141,20 @@ struct TestStarted {
     part("index", index);
     part("count", count);
     part("name", name);
+    part("timeLimit", timeLimit);
+  }
+};
+
+/// A record of the test in progress, as soon as it is reported. What counts are those of `Tested`.
+struct Reported {
+  static constexpr const char* kType = "reported";
+  std::string site = {};
+  QLTestResults records = {};
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("records", records);
   }
 };
 
@@ -143,6 +167,11 @@ struct Tested {
   bool retested = false;
   double seconds = 0;
   QLTestResults records = {};
+  QLTestResults superseded = {};  ///< of a first attempt, as far as a retest took them away
+  std::optional<double> firstSeconds = {};      ///< how long the first attempt took, of two
+  std::optional<std::string> errorDomain = {};  ///< of the error that the test left
+  std::optional<std::int64_t> errorCode = {};
+  std::optional<std::string> errorText = {};
   /// Why the plug-in's own logger does not have them; absent when it has.
   std::optional<std::string> notLogged = {};
 
@@ -155,6 +184,11 @@ struct Tested {
     part("retested", retested);
     part("seconds", seconds);
     part("records", records);
+    part("superseded", superseded);
+    part("firstSeconds", firstSeconds);
+    part("errorDomain", errorDomain);
+    part("errorCode", errorCode);
+    part("errorText", errorText);
     part("notLogged", notLogged);
   }
 };

@@ -78,7 +78,10 @@ std::shared_ptr<QLTestResult> failureRecord(const QLTestMethod& method, std::int
 struct SiteRunner::TestRun {
   bool passed = false;
   bool retested = false;
+  double firstSeconds = 0;  // of the attempt before a retest
   QLTestResults records;
+  QLTestResults superseded;
+  QLTError error;                        // that it left
   std::string reason;                    // of a failure that left no record
   std::optional<std::string> exception;  // ends the device's run
 };
@@ -126,6 +129,7 @@ Verdict SiteRunner::runFlow() {
   for (const auto& method : QLTFlow(*flow)) {
     ++next.index;
     next.name = nameOf(*method, next.index);
+    next.timeLimit = method->timeLimit();
     if (const auto reason = host_.stopReason()) throw BrokenOff(*reason + " before " + next.name);
     host_.tell(next);
     if (runTest(*method, next.index)) continue;
@@ -143,7 +147,14 @@ bool SiteRunner::runTest(QLTestMethod& method, std::int32_t index) {
                 .name = nameOf(method, index),
                 .passed = test.passed,
                 .retested = test.retested,
-                .records = test.records};
+                .records = test.records,
+                .superseded = test.superseded};
+  if (test.retested) tested.firstSeconds = test.firstSeconds;
+  if (test.error) {
+    tested.errorDomain = test.error.domain();
+    tested.errorCode = test.error.code();
+    tested.errorText = describe(test.error);
+  }
   tested.notLogged = problemOf(kLogger, [&] {
     const auto lost = loggers_.log(*suite_, test.records);
     if (lost) throw BrokenOff(*lost);
@@ -156,6 +167,7 @@ bool SiteRunner::runTest(QLTestMethod& method, std::int32_t index) {
 }
 
 SiteRunner::TestRun SiteRunner::run(QLTestMethod& method, std::int32_t index) const {
+  const auto begun = std::chrono::steady_clock::now();
   TestRun test;
   bool started = false;
   QLTError error;
@@ -165,10 +177,13 @@ SiteRunner::TestRun SiteRunner::run(QLTestMethod& method, std::int32_t index) co
     test.passed = method.run(index, &error);
     test.retested = !test.passed && method.allowRetest() && !host_.stopReason();
     if (test.retested) {
+      test.firstSeconds = secondsSince(begun);
       error = {};
       test.passed = method.retest(index, &error);
     }
   });
+  // What a test leaves that passed does not count.
+  if (!test.passed) test.error = error;
   test.reason = error     ? describe(error)
                 : started ? "failed without giving a reason"
                           : "was not run";
@@ -194,6 +209,7 @@ void SiteRunner::takeRecords(QLTestMethod& method, std::int32_t index, TestRun& 
   QLTError error;
   const std::shared_ptr<QLTestResults> records = method.didRun(index, &error);
   if (records) test.records = *records;
+  test.superseded = method.supersededResults();
   std::erase(test.records, nullptr);
   const auto fail = [&test](std::string reason) {
     test.passed = false;

@@ -23,6 +23,7 @@
 #include "StationInfo.h"
 #include "ThreadName.h"
 #include "link/ExitStatus.h"
+#include "results/Sha256.h"
 
 namespace station {
 namespace {
@@ -43,9 +44,13 @@ std::vector<std::string> testNames(const QLTFlow& flow) {
 
 /// One site at work: its thread tests devices until it is told to unload.
 struct Site {
-  Site(std::shared_ptr<QLTestSuite> suite, const std::string& flow, OwnLoggers& loggers,
+  Site(const std::shared_ptr<QLTestSuite>& suite, const std::string& flow, OwnLoggers& loggers,
        Channel& channel)
-      : link(channel, suite->siteName()), runner(std::move(suite), flow, loggers, link) {}
+      : link(channel, suite->siteName()), runner(suite, flow, loggers, link) {
+    suite->setResultObserver([this](const QLTestMethod&, const auto& record) {
+      link.tell(Reported{link.site(), {record}});
+    });
+  }
 
   void work() {
     threadName() = link.site();
@@ -98,9 +103,16 @@ void Worker::work() {
   plugin.load(stationInfo(bundle, load->logFolder), load->diagnostics);
   const Suites suites = chooseSites(plugin.manager(), load->sites);
   checkFlow(suites, load->flow);
-  tell(Loaded{siteNames(suites), plugin.manager().disabledSiteNames(),
-              testNames(*suites.front()->flowForName(load->flow)),
-              plugin.manager().stationAttributes()});
+  Loaded loaded;
+  loaded.sites = siteNames(suites);
+  loaded.disabledSites = plugin.manager().disabledSiteNames();
+  loaded.tests = testNames(*suites.front()->flowForName(load->flow));
+  loaded.bundle = bundle.identifier().empty() ? bundle.path().stem().string() : bundle.identifier();
+  loaded.bundleVersion = bundle.version();
+  loaded.frameworkVersion = QLTBundle::frameworkBundle().version().value_or("");
+  loaded.configSha256 = results::sha256(plugin.manager().config().text());
+  loaded.stationAttributes = plugin.manager().stationAttributes();
+  tell(loaded);
   const auto columns = expect<OpenLoggers>();
   if (!columns) return;
   OwnLoggers loggers(suites, warn);

@@ -1,0 +1,270 @@
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "StationProcess.h"
+#include "TroubleBundle.h"
+#include "results/Queries.h"
+#include "results/Store.h"
+
+// What a run leaves in the results store, and what it does without one.
+
+namespace {
+
+using results::Mark;
+using results::RunContent;
+using results::Verdict;
+using test::StationProcess;
+using test::TroubleBundle;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::Optional;
+using testing::StartsWith;
+
+class StationStore : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_NO_THROW(test::writeTesterConfig("")); }
+
+  std::vector<std::string> atLeft(const std::vector<std::string>& more = {}) const {
+    std::vector<std::string> arguments{"run", bundle_.path(), "--site", "left", "--sn", "left=A"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return arguments;
+  }
+  static std::filesystem::path storeOf(const StationProcess& station) {
+    return station.folder() / "logs" / "results.db";
+  }
+  /// All runs of a serial number, with their rows.
+  static std::vector<RunContent> runsOf(const std::filesystem::path& store,
+                                        const std::string& serial) {
+    results::Queries queries(store);
+    std::vector<RunContent> runs;
+    for (const results::Run& run : queries.runsOf(serial)) runs.push_back(*queries.run(run.id));
+    return runs;
+  }
+  static RunContent runOf(const StationProcess& station, const std::string& serial = "A") {
+    const std::vector<RunContent> runs = runsOf(storeOf(station), serial);
+    EXPECT_EQ(runs.size(), 1U);
+    return runs.empty() ? RunContent{} : runs.front();
+  }
+
+  test::TemporaryFolder folder_;
+  TroubleBundle bundle_{TROUBLE_PLUGIN};
+};
+
+}  // namespace
+
+TEST_F(StationStore, keepsARunWithAllThatBelongsToIt) {
+  bundle_.configure(TroubleBundle::test("Volts", TroubleBundle::text("value", "0.1234567890123")),
+                    TroubleBundle::text("part", "P7") + TroubleBundle::text("revision", "C"));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 1);
+  const RunContent content = runOf(station);
+  EXPECT_EQ(content.run.verdict, Verdict::Fail);
+  EXPECT_EQ(content.run.site, "left");
+  EXPECT_EQ(content.run.runIndex, 1);
+  EXPECT_THAT(content.run.part, Optional(std::string("P7")));
+  EXPECT_THAT(content.run.revision, Optional(std::string("C")));
+  EXPECT_THAT(content.run.firstFailure, Optional(1));
+  EXPECT_EQ(content.run.records, 1);
+  EXPECT_GE(*content.run.endedUs, content.run.startedUs);
+  EXPECT_EQ(content.plan.flow, "default");
+  EXPECT_THAT(content.plan.bundleVersion, Optional(std::string("7.1")));
+  EXPECT_EQ(content.plan.frameworkVersion, QUILLON_VERSION);
+  EXPECT_EQ(content.plan.configSha256.size(), 64U);
+  ASSERT_EQ(content.steps.size(), 1U);
+  EXPECT_EQ(content.steps[0].test, "Volts");
+  EXPECT_EQ(content.steps[0].verdict, Verdict::Fail);
+  ASSERT_EQ(content.measurements.size(), 1U);
+  EXPECT_THAT(content.measurements[0].value, Optional(0.1234567890123));  // not six decimals
+  EXPECT_EQ(content.measurements[0].verdict, Mark::Fail);
+  EXPECT_THAT(content.measurements[0].message, Optional(std::string("failed volts")));
+  ASSERT_EQ(content.specs.size(), 1U);
+  EXPECT_EQ(content.specs[0].kind, results::SpecKind::Range);
+  EXPECT_THAT(content.specs[0].low, Optional(1.0));
+  EXPECT_THAT(content.specs[0].high, Optional(2.0));
+  const auto has = [&](std::int64_t sequence, const std::string& name, const std::string& value) {
+    return std::any_of(content.attributes.begin(), content.attributes.end(), [&](const auto& row) {
+      return row.sequence == sequence && row.name == name && row.value == value;
+    });
+  };
+  EXPECT_TRUE(has(0, "station", "S1"));
+  EXPECT_TRUE(has(1, "note", "n"));
+}
+
+TEST_F(StationStore, keepsBothAttemptsOfARetest) {
+  bundle_.configure(TroubleBundle::test("Volts", TroubleBundle::flag("secondTime"),
+                                        TroubleBundle::flag("retest")));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 0);
+  const RunContent content = runOf(station);
+  EXPECT_EQ(content.run.verdict, Verdict::Pass);
+  EXPECT_EQ(content.run.firstFailure, std::nullopt);
+  ASSERT_EQ(content.steps.size(), 2U);
+  EXPECT_EQ(content.steps[0].verdict, Verdict::Fail);
+  EXPECT_EQ(content.steps[1].verdict, Verdict::Pass);
+  ASSERT_EQ(content.measurements.size(), 2U);
+  EXPECT_TRUE(content.measurements[0].superseded);
+  EXPECT_EQ(content.measurements[0].attempt, 1);
+  EXPECT_THAT(content.measurements[0].value, Optional(9.0));
+  EXPECT_FALSE(content.measurements[1].superseded);
+  EXPECT_EQ(content.measurements[1].attempt, 2);
+}
+
+TEST_F(StationStore, keepsWhatACrashedTestHadReported) {
+  bundle_.configure(TroubleBundle::test("Supply", "") +
+                    TroubleBundle::test("Voltages", TroubleBundle::text("dies", "segfault")));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 1);
+  const RunContent content = runOf(station);
+  EXPECT_EQ(content.run.verdict, Verdict::BrokenOff);
+  EXPECT_THAT(content.run.message,
+              Optional(std::string("the plug-in crashed: segmentation fault in test 2 Voltages")));
+  ASSERT_EQ(content.steps.size(), 2U);
+  EXPECT_EQ(content.steps[0].verdict, Verdict::Pass);
+  EXPECT_EQ(content.steps[1].verdict, Verdict::BrokenOff);
+  ASSERT_EQ(content.measurements.size(), 3U);
+  EXPECT_EQ(content.measurements[1].verdict, Mark::Pass);
+  EXPECT_EQ(content.measurements[1].step, 2);
+  EXPECT_EQ(content.measurements[2].verdict, Mark::Fail);
+  EXPECT_THAT(station.results(), HasSubstr("1,A,left,Voltages,volts,2.1,"));
+}
+
+TEST_F(StationStore, theHookOfAPassComesWhenEverythingIsRecorded) {
+  bundle_.configure(TroubleBundle::test("Volts", ""),
+                    TroubleBundle::text("fails", "onDUTFinished"));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 1);
+  const RunContent content = runOf(station);
+  EXPECT_EQ(content.run.verdict, Verdict::BrokenOff);
+  EXPECT_THAT(content.run.message,
+              Optional(std::string("onDUTFinished failed: the database is away")));
+  EXPECT_THAT(station.results(), HasSubstr(",device,runtime error,0.0,,run time error,F,"));
+}
+
+TEST_F(StationStore, aStationThatIsKilledLeavesAnIncompleteRunThatTheNextOneTells) {
+  const std::string gate = (folder_.path() / "gate").string();
+  bundle_.configure(TroubleBundle::test("Supply", "") +
+                    TroubleBundle::test("Waiting", TroubleBundle::text("await", gate)));
+  const std::string logs = (folder_.path() / "logs").string();
+  {
+    StationProcess station(atLeft({"--log-dir", logs}));
+    ASSERT_TRUE(test::waitForFile(gate + ".left"));
+    const auto supplyIsStored = [&] {
+      const std::vector<RunContent> runs = runsOf(logs + "/results.db", "A");
+      return !runs.empty() && !runs[0].measurements.empty();
+    };
+    for (int i = 0; i < 500 && !supplyIsStored(); ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    station.send(SIGKILL);
+    EXPECT_EQ(station.wait(), -SIGKILL);
+  }
+  std::ofstream(gate).close();
+  StationProcess station(
+      {"run", bundle_.path(), "--site", "left", "--sn", "left=B", "--log-dir", logs});
+  EXPECT_EQ(station.wait(), 0);
+  EXPECT_THAT(station.errors(), HasSubstr("the device A at site left was not tested to its end, "
+                                          "for the station ended before: test it again\n"));
+  const std::vector<RunContent> runs = runsOf(logs + "/results.db", "A");
+  ASSERT_EQ(runs.size(), 1U);
+  EXPECT_EQ(runs[0].run.verdict, Verdict::Incomplete);
+  ASSERT_EQ(runs[0].measurements.size(), 1U);
+}
+
+TEST_F(StationStore, aStoreThatCannotBeUsedStopsEverythingBefore) {
+  bundle_.configure(TroubleBundle::test("Volts", ""),
+                    TroubleBundle::text("calls", (folder_.path() / "calls").string()));
+  const std::filesystem::path logs = folder_.path() / "logs";
+  std::filesystem::create_directory(logs);
+  std::ofstream(logs / "results.db") << std::string(5000, 'x');
+  StationProcess station(atLeft({"--log-dir", logs.string()}));
+  EXPECT_EQ(station.wait(), 2);
+  EXPECT_THAT(station.errors(), AllOf(StartsWith("quillon: cannot use the results store " +
+                                                 logs.string() + "/results.db: "),
+                                      HasSubstr("Nothing was tested")));
+  EXPECT_THAT(test::contentOf((folder_.path() / "calls").string()), Not(HasSubstr("onDUTStart")));
+}
+
+TEST_F(StationStore, aStoreThatVanishesBreaksTheDeviceOff) {
+  const std::string gate = (folder_.path() / "gate").string();
+  bundle_.configure(TroubleBundle::test("Waiting", TroubleBundle::text("await", gate)));
+  StationProcess station(atLeft({"--repeat", "2"}));
+  ASSERT_TRUE(test::waitForFile(gate + ".left"));
+  for (const char* const ending : {"", "-wal", "-shm"}) {
+    std::filesystem::remove(storeOf(station).string() + ending);
+  }
+  std::ofstream(gate).close();
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.steadyOutput(),
+              AllOf(HasSubstr("BROKEN OFF  0.0 s  passed, but not recorded: logs/results.db: "),
+                    HasSubstr("0 passed, 0 failed, 1 broken off\n")));
+  EXPECT_THAT(station.errors(), HasSubstr("the results store is not complete: "));
+}
+
+TEST_F(StationStore, twoStationsShareOne) {
+  bundle_.configure(TroubleBundle::test("Volts", ""));
+  const std::string logs = (folder_.path() / "logs").string();
+  StationProcess first(atLeft({"--log-dir", logs, "--repeat", "5"}));
+  StationProcess second({"run", bundle_.path(), "--site", "right", "--sn", "right=B", "--log-dir",
+                         logs, "--repeat", "5"});
+  EXPECT_EQ(first.wait(), 0);
+  EXPECT_EQ(second.wait(), 0);
+  EXPECT_EQ(runsOf(logs + "/results.db", "A").size(), 5U);
+  EXPECT_EQ(runsOf(logs + "/results.db", "B").size(), 5U);
+}
+
+TEST_F(StationStore, theDiagnosticsTellTheStoryOfADevice) {
+  bundle_.configure(TroubleBundle::test("Volts", TroubleBundle::flag("secondTime"),
+                                        TroubleBundle::flag("retest")));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 0);
+  const RunContent content = runOf(station);
+  EXPECT_THAT(
+      station.diagnostics(),
+      AllOf(HasSubstr("[left] testing A, run " + content.run.id + "\n"),
+            HasSubstr("[left] test 1 Volts, first attempt: volts: 9, limits 1 to 2, FAIL\n"),
+            HasSubstr("[left] test 1 Volts: volts: 1.5, limits 1 to 2, PASS\n"),
+            HasSubstr("[left] test 1 Volts: PASS in 0.0 s, second attempt\n"),
+            HasSubstr("[left] A: PASS in 0.0 s\n")));
+}
+
+class TimeLimit : public StationStore, public testing::WithParamInterface<bool> {};
+
+TEST_P(TimeLimit, endsATestThatHangs) {
+  const std::string never = (folder_.path() / "never").string();
+  bundle_.configure(
+      TroubleBundle::test("Quick", "") +
+          TroubleBundle::test(
+              "Hanging",
+              TroubleBundle::text("await", never) +
+                  (GetParam() ? TroubleBundle::flag("ignoresTerminate") : std::string()),
+              "<key>timeLimit</key><real>0.25</real>"),
+      TroubleBundle::text("timeLimit", "60"));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(runOf(station).run.message,
+              Optional(std::string("test 2 Hanging exceeded its time limit of 0.25 s")));
+  EXPECT_THAT(station.output(), HasSubstr("test 2 Hanging exceeded its time limit of 0.25 s\n"));
+}
+INSTANTIATE_TEST_SUITE_P(IgnoringSigterm, TimeLimit, testing::Bool());
+
+TEST_F(StationStore, aTestThatHangsAtOneSiteLetsTheOtherFinishItsDevice) {
+  const std::string never = (folder_.path() / "never").string();
+  const std::string gate = (folder_.path() / "gate").string();
+  bundle_.configure(
+      TroubleBundle::test("Hanging",
+                          TroubleBundle::text("await", never) + TroubleBundle::text("at", "left"),
+                          "<key>timeLimit</key><real>0.1</real>") +
+      TroubleBundle::test("Slow",
+                          TroubleBundle::text("await", gate) + TroubleBundle::text("at", "right")));
+  StationProcess station({"run", bundle_.path(), "--sn", "left=A", "--sn", "right=B"});
+  ASSERT_TRUE(test::waitForFile(gate + ".right"));
+  std::this_thread::sleep_for(std::chrono::milliseconds(400));  // past the limit
+  std::ofstream(gate).close();
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.output(), HasSubstr("1 passed, 0 failed, 1 broken off\n"));
+}
