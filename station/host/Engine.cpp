@@ -351,7 +351,7 @@ void Engine::stopWhenAsked() {
     stopTold_ = true;
     const std::lock_guard lock(mutex_);
     for (const std::string& site : busy_) {
-      worker_->channel().send(messageFrom(Stop{site, kStopped}));
+      if (worker_ != nullptr) worker_->channel().send(messageFrom(Stop{site, kStopped}));
     }
   }
   if (Signals::stopAtOnceRequested() && worker_ != nullptr && !endReason_) {

@@ -47,6 +47,7 @@ class StationProcess {
   /// Waits for its end: the exit status, or the negative number of the signal that ended it.
   int wait();
 
+  pid_t process() const { return process_; }
   std::string output();             ///< standard output so far, or everything on the terminal
   std::string errors() const;       ///< standard error so far
   std::string results() const;      ///< the content of the CSV file; "" unless there is exactly one

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <QLTConsoleLog.h>
@@ -67,11 +68,24 @@ class OwnLogger : public QLTLogger {
 /// An instrument whose end shows.
 class Instrument : public QLTObject {
  public:
-  explicit Instrument(std::string path) : path_(std::move(path)) {}
-  ~Instrument() override { append(path_, "instrument closed"); }
+  explicit Instrument(const QLTDictionary& entry)
+      : path_(attribute(entry, "calls")), lock_(lock(attribute(entry, "lock"))) {}
+  ~Instrument() override {
+    if (!path_.empty()) append(path_, "instrument closed");
+    if (lock_ >= 0) close(lock_);
+  }
 
  private:
+  /// Tells in the file `path`.conflicts when another process holds it.
+  static int lock(const std::string& path) {
+    if (path.empty()) return -1;
+    const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (flock(file, LOCK_EX | LOCK_NB) != 0) append(path + ".conflicts", "conflict");
+    return file;
+  }
+
   std::string path_;
+  int lock_;
 };
 
 /// Station attributes: while the station loads, "talks" is said on standard output and in the
@@ -105,7 +119,7 @@ class TroubleSuite : public QLTestSuite {
   }
   static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary& entry, QLTError*) {
     if (attribute(entry, "class") != "Instrument") return nullptr;
-    return std::make_shared<Instrument>(attribute(entry, "calls"));
+    return std::make_shared<Instrument>(entry);
   }
 
   std::shared_ptr<QLTObject> onDUTStart(const QLTDictionary& dutInfo, QLTError* error) override {
