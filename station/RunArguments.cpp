@@ -29,6 +29,12 @@ void RunArguments::describeTo(CLI::App& command) {
       ->type_name("N")
       ->check(CLI::Range(1, 1000000))
       ->capture_default_str();
+  command
+      .add_option("--safe-state-limit", options_.safeStateLimit,
+                  "Seconds that a plug-in gets to bring a fixture into its safe state, at most 30")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1, 30))
+      ->capture_default_str();
   command.add_flag("--verbose", options_.verbose, "Show the diagnostics on standard error as well");
   command
       .add_option("--wrap", options_.wrap,

@@ -18,6 +18,7 @@ struct RunOptions {
   SerialNumbers serialNumbers;
   std::string logFolder = kDefaultLogFolder;
   int repeat = 1;  ///< devices per site
+  int safeStateLimit = 30;  ///< seconds for the safe state of a site
   bool verbose = false;
   std::string wrap;  ///< a command that runs the worker; empty: none
 };

@@ -19,10 +19,10 @@ namespace station {
 bool SerialNumberPrompt::isPossible() { return isatty(STDIN_FILENO) == 1; }
 
 std::optional<std::string> SerialNumberPrompt::ask(
-    const std::string& site, const std::function<std::string(const std::string&)>& complaint) {
+    const std::string& question, const std::function<std::string(const std::string&)>& complaint) {
   while (true) {
     tcflush(STDIN_FILENO, TCIFLUSH);
-    screen_.prompt("Serial number of the device at site " + site + ": ");
+    screen_.prompt(question);
     const std::optional<std::string> line = readLine();
     if (!line) {
       screen_.prompt("\n");

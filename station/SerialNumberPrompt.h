@@ -18,10 +18,10 @@ class SerialNumberPrompt {
   /// True when there is a terminal to ask on.
   static bool isPossible();
 
-  /// Asks until there is no complaint about the answer. What was typed or scanned before a question
-  /// is dropped. Absent when the operator ends the program instead, by a signal (Ctrl-C) or the end
-  /// of input (Ctrl-D).
-  std::optional<std::string> ask(const std::string& site,
+  /// Asks `question` until there is no complaint about the answer. What was typed or scanned before
+  /// a question is dropped. Absent when the operator ends the program instead, by a signal (Ctrl-C)
+  /// or the end of input (Ctrl-D).
+  std::optional<std::string> ask(const std::string& question,
                                  const std::function<std::string(const std::string&)>& complaint);
 
  private:

@@ -66,7 +66,8 @@ std::optional<std::string> SerialNumberSource::next(const std::string& site) {
   if (ended_) return std::nullopt;
   asking_ = true;
   lock.unlock();
-  auto answer = prompt_.ask(site, [&](const std::string& text) { return complaintAbout(text); });
+  auto answer = prompt_.ask("Serial number of the device at site " + site + ": ",
+                            [&](const std::string& text) { return complaintAbout(text); });
   lock.lock();
   asking_ = false;
   waiting_.erase(rank);
@@ -77,6 +78,25 @@ std::optional<std::string> SerialNumberSource::next(const std::string& site) {
   }
   changed_.notify_all();
   return answer;
+}
+
+std::optional<std::string> SerialNumberSource::whoMadeSafe(const std::string& site,
+                                                           const std::string& reason) {
+  if (!SerialNumberPrompt::isPossible()) return std::nullopt;
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return ended_ || !asking_; });
+  if (ended_) return std::nullopt;
+  asking_ = true;
+  lock.unlock();
+  auto name = prompt_.ask(
+      "Site " + printable(site) + " is UNSAFE: " + printable(reason) +
+          "\nMake the fixture safe by hand, then type your name: ",
+      [](const std::string& text) { return std::string(text.empty() ? "A name is needed." : ""); });
+  lock.lock();
+  asking_ = false;
+  if (!name) ended_ = true;
+  changed_.notify_all();
+  return name;
 }
 
 void SerialNumberSource::release(const std::string& site) {

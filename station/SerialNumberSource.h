@@ -28,6 +28,9 @@ class SerialNumberSource {
   /// The number of the site's next device; absent when the operator ends the run instead, from then
   /// on for all sites. He is asked again for a number that is being tested at another site.
   std::optional<std::string> next(const std::string& site);
+  /// The name of the person who has made the unsafe fixture of a site safe by hand. Absent as with
+  /// `next`, and when there is no terminal to ask on.
+  std::optional<std::string> whoMadeSafe(const std::string& site, const std::string& reason);
   /// The site's device is done.
   void release(const std::string& site);
   /// The site wants no more numbers; the others wait for it until it says so.

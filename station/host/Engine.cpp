@@ -46,7 +46,8 @@ Engine::Engine(const RunOptions& options, Screen& screen, ConsoleLogFile& diagno
     : options_(options),
       screen_(screen),
       diagnostics_(diagnostics),
-      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      safety_(screen, diagnostics) {
   if (!wake_) throw std::system_error(errno, std::generic_category(), "eventfd");
 }
 
@@ -66,6 +67,7 @@ std::string Engine::start() {
   arrived_.clear();
   endReason_.reset();
   isOurDoing_ = false;
+  unloaded_ = false;
   killAt_.reset();
   const int version = await<Hello>().version;
   if (version != kMessageVersion) {
@@ -77,7 +79,7 @@ std::string Engine::start() {
 
 Loaded Engine::load(const Load& load) {
   load_ = load;
-  tell(load);
+  send(messageFrom(load));
   Loaded loaded = await<Loaded>();
   const std::lock_guard lock(mutex_);
   available_ = {loaded.sites.begin(), loaded.sites.end()};
@@ -87,7 +89,7 @@ Loaded Engine::load(const Load& load) {
 
 void Engine::openLoggers(const OpenLoggers& columns) {
   columns_ = columns;
-  tell(columns);
+  send(messageFrom(columns));
   await<Ready>();
   const std::lock_guard lock(mutex_);
   state_ = State::Running;
@@ -101,19 +103,30 @@ void Engine::serve(const std::function<bool()>& isDone) {
     endWorkerWhenDue();
     if (worker_ == nullptr && ended_.empty()) restart();
   }
+  if (safeStateDue_) leaveSafe();
 }
 
 void Engine::unload() {
-  if (worker_ == nullptr || unloading_) return;
+  if (worker_ == nullptr) return;
+  unloadWorker();
+  if (!safeStateDue_) return;
+  leaveSafe();
+  if (worker_ != nullptr) unloadWorker();
+}
+
+void Engine::unloadWorker() {
   unloading_ = true;
-  tell(Unload{});
+  send(messageFrom(Unload{}));
   try {
     await<Unloaded>(Clock::now() + kToUnload);
+    unloaded_ = true;
   } catch (const CannotRun& problem) {
     screen_.warning(problem.what());
+    safeStateDue_ = columns_.has_value();
   }
   const Clock::time_point patience = Clock::now() + kToEnd;
   while (worker_ != nullptr && Clock::now() < patience) pump(100);
+  unloading_ = false;
   const std::lock_guard lock(mutex_);
   worker_.reset();
 }
@@ -123,12 +136,18 @@ void Engine::wake() const {
   retried([&] { return write(wake_.get(), &one, sizeof one); });
 }
 
+void Engine::awaitWorker() {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return state_ == State::Running || state_ == State::Ended; });
+}
+
 std::optional<std::string> Engine::reserve(const std::string& site) {
   std::unique_lock lock(mutex_);
   changed_.wait(lock, [&] { return state_ == State::Running || state_ == State::Ended; });
   if (state_ == State::Ended) return ended_;
   if (!available_.contains(site)) return "its instruments did not come up again";
   if (Signals::stopRequested()) return kStopped;
+  if (const auto reason = safety_.reason(site)) return "unsafe: " + *reason;
   sites_.at(site).clear();
   busy_.insert(site);
   return std::nullopt;
@@ -141,6 +160,7 @@ std::optional<SiteEvent> Engine::next(const std::string& site,
 
 void Engine::endOverdue(const std::string& site) {
   const std::lock_guard lock(mutex_);
+  if (orphaned_.contains(site)) return;  // the test has ended with its worker
   overdue_.insert(site);
   if (state_ == State::Running) state_ = State::Draining;
   wake();
@@ -149,6 +169,7 @@ void Engine::endOverdue(const std::string& site) {
 void Engine::end(const std::string& site) {
   const std::lock_guard lock(mutex_);
   busy_.erase(site);
+  orphaned_.erase(site);
   overdue_.erase(site);
   if (state_ == State::Draining && overdue_.empty()) {
     state_ = State::Running;
@@ -160,6 +181,11 @@ void Engine::end(const std::string& site) {
 void Engine::send(const Message& message) {
   const std::lock_guard lock(mutex_);
   if (worker_ != nullptr) worker_->channel().send(message);
+}
+
+void Engine::sendOfDevice(const std::string& site, const Message& message) {
+  const std::lock_guard lock(mutex_);
+  if (worker_ != nullptr && !orphaned_.contains(site)) worker_->channel().send(message);
 }
 
 /// Waits for the worker's answer, which ends what it was told to do.
@@ -194,7 +220,7 @@ T Engine::await(std::optional<Clock::time_point> until) {
 void Engine::pump(int milliseconds) {
   std::array<pollfd, 6> waited{{{wake_.get(), POLLIN, 0},
                                 {stopTold_ ? -1 : Signals::descriptor(), POLLIN, 0},
-                                {endReason_ ? -1 : Signals::atOnceDescriptor(), POLLIN, 0},
+                                {stoppedAtOnce_ ? -1 : Signals::atOnceDescriptor(), POLLIN, 0},
                                 {worker_ ? worker_->channel().descriptor() : -1, POLLIN, 0},
                                 {worker_ ? worker_->output() : -1, POLLIN, 0},
                                 {worker_ ? worker_->ended() : -1, POLLIN, 0}}};
@@ -255,6 +281,9 @@ void Engine::dispatch(const Message& message) {
     screen_.warning(take<Warned>(message).text);
   } else if (type == Refused::kType) {
     refused_ = take<Refused>(message);
+  } else if (type == SafeStateDone::kType) {
+    const auto done = take<SafeStateDone>(message);
+    safeStates_[done.site] = done;
   } else if (type == DeviceStarted::kType) {
     handOn<DeviceStarted>(message);
   } else if (type == TestStarted::kType) {
@@ -288,8 +317,9 @@ void Engine::onEnd(int status) {
   readOutput();
   if (!unfinishedLine_.empty()) diagnostics_.write("output", std::exchange(unfinishedLine_, {}));
   if (worker_ != nullptr) readMessages();
-  const bool wasTold = unloading_ && arrived_.contains(Unloaded::kType);
+  const bool wasTold = unloaded_ || (unloading_ && arrived_.contains(Unloaded::kType));
   if (!endReason_) endReason_ = endText(status);
+  if (!wasTold) safeStateDue_ = columns_.has_value();
   if (!isOurDoing_ && !wasTold && !refused_) crashes_.push_back(Clock::now());
   if (!(wasTold && status == 0)) diagnostics_.write("station", *endReason_);
   if (wasTold && status != 0) screen_.warning(*endReason_ + ", after it was unloaded");
@@ -297,23 +327,96 @@ void Engine::onEnd(int status) {
   worker_.reset();
   if (state_ != State::Ended) state_ = State::Starting;
   overdue_.clear();
-  for (const std::string& site : busy_) sites_.at(site).push(WorkerEnded{*endReason_});
+  for (const std::string& site : busy_) {
+    if (orphaned_.insert(site).second) sites_.at(site).push(WorkerEnded{*endReason_});
+  }
 }
 
 void Engine::restart() {
   std::erase_if(crashes_, [](auto moment) { return Clock::now() - moment > kCrashTime; });
+  std::optional<std::string> enough;
   if (crashes_.size() >= kCrashes) {
-    giveUp(*endReason_ + "; that was the " + std::to_string(crashes_.size()) +
-           "th time within 10 minutes");
-    return;
+    enough = *endReason_ + "; that was the " + std::to_string(crashes_.size()) +
+             "th time within 10 minutes";
   }
+  try {
+    makeSafe();
+    if (!enough) openLoggers(*columns_);
+  } catch (const std::exception& problem) {
+    if (!enough) enough = problem.what();
+  }
+  if (enough) giveUp(*enough);
+}
+
+void Engine::makeSafe() {
+  std::set<std::string> left;
+  for (const auto& site : sites_) left.insert(site.first);
+  do {
+    if (worker_ == nullptr) startFresh(left);
+    safeStates_.clear();
+    for (const std::string& site : std::set(left)) {
+      if (available_.contains(site)) {
+        send(messageFrom(SafeState{site}));
+      } else {
+        left.erase(site);
+        safety_.isUnsafe(site, "its instruments did not come up again for its safe state");
+      }
+    }
+  } while (!awaitSafeStates(left));
+  safeStateDue_ = false;
+}
+
+/// Starts and loads a worker for the safe state of these sites.
+void Engine::startFresh(const std::set<std::string>& sites) {
+  const bool stopIsKnown = stoppedAtOnce_;
   try {
     start();
     load(*load_);
-    openLoggers(*columns_);
   } catch (const std::exception& problem) {
-    giveUp(problem.what());
+    // Whoever stops everything at once wants the safe state all the more.
+    if (stoppedAtOnce_ && !stopIsKnown) return startFresh(sites);
+    safeStateDue_ = false;
+    for (const std::string& site : sites) {
+      safety_.isUnsafe(site, std::string("its safe state could not be tried: ") + problem.what());
+    }
+    throw;
   }
+}
+
+/// Waits for the answers of these sites. False when the worker ended meanwhile, by itself or since
+/// it took too long: the sites that had not answered are unsafe then.
+bool Engine::awaitSafeStates(std::set<std::string>& sites) {
+  const Clock::time_point until = Clock::now() + seconds(options_.safeStateLimit);
+  while (true) {
+    for (const auto& [site, done] : safeStates_) {
+      if (sites.erase(site) == 0) continue;
+      diagnostics_.write(site, done.problem ? "no safe state" : "in its safe state");
+      if (done.problem) safety_.isUnsafe(site, *done.problem);
+    }
+    if (worker_ == nullptr || sites.empty()) break;
+    if (Clock::now() > until && !endReason_) {
+      endReason_ = "the plug-in was killed after " + std::to_string(options_.safeStateLimit) + " s";
+      isOurDoing_ = true;
+      worker_->kill();
+    }
+    if (Signals::stopAtOnceRequested()) stoppedAtOnce_ = true;  // this is what it asks for
+    stopWhenAsked();
+    pump(100);
+  }
+  for (const std::string& site : std::exchange(sites, {})) {
+    safety_.isUnsafe(site, *endReason_ + " in onSafeState");
+  }
+  return worker_ != nullptr;
+}
+
+/// The safe state where nothing more is to be tested.
+void Engine::leaveSafe() {
+  try {
+    makeSafe();
+  } catch (const std::exception&) {
+    // Told already, with the sites that are unsafe for it.
+  }
+  safeStateDue_ = false;
 }
 
 void Engine::giveUp(const std::string& reason) {
@@ -351,10 +454,12 @@ void Engine::stopWhenAsked() {
     stopTold_ = true;
     const std::lock_guard lock(mutex_);
     for (const std::string& site : busy_) {
-      if (worker_ != nullptr) worker_->channel().send(messageFrom(Stop{site, kStopped}));
+      if (worker_ == nullptr || orphaned_.contains(site)) continue;
+      worker_->channel().send(messageFrom(Stop{site, kStopped}));
     }
   }
-  if (Signals::stopAtOnceRequested() && worker_ != nullptr && !endReason_) {
+  if (Signals::stopAtOnceRequested() && worker_ != nullptr && !endReason_ && !stoppedAtOnce_) {
+    stoppedAtOnce_ = true;
     endWorker(kStoppedAtOnce);
   }
 }

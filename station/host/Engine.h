@@ -15,6 +15,7 @@
 #include "RunOptions.h"
 #include "Screen.h"
 #include "SiteEvent.h"
+#include "SiteSafety.h"
 #include "WorkerProcess.h"
 #include "common/Descriptor.h"
 
@@ -37,9 +38,15 @@ class Engine {
   /// Starts the worker, which opens the bundle; the bundle's path.
   std::string start();
   Loaded load(const Load& load);
+  /// Brings the fixtures of all sites into their safe state, in a worker that is loaded and has no
+  /// loggers yet: the present one, else a fresh one. To be called after `load`, too, when an
+  /// earlier session left them as they were. A site where that fails is unsafe from then on, see
+  /// `safety`.
+  void makeSafe();
   /// The plug-in's loggers are opened; from now on devices can be tested.
   void openLoggers(const OpenLoggers& columns);
-  /// Hands messages on until `isDone`, which is asked after each `wake`.
+  /// Hands messages on until `isDone`, which is asked after each `wake`. A worker that ended is
+  /// replaced; a fresh one makes the fixtures safe first.
   void serve(const std::function<bool()>& isDone);
   /// Unloads the plug-in and waits for the worker's end. What goes wrong is shown.
   void unload();
@@ -49,17 +56,23 @@ class Engine {
   /// Has `serve` ask whether it is done.
   void wake() const;
 
+  SiteSafety& safety() { return safety_; }
+
   // The site's thread.
 
+  /// Waits until a device can be tested, or none any more.
+  void awaitWorker();
   /// Waits until a device can be tested. When none can be tested any more, the reason. The worker
   /// is then to be told; if it ends meanwhile, that is the device's first event.
   std::optional<std::string> reserve(const std::string& site);
   /// The site's next event; absent when none has come by then.
   std::optional<SiteEvent> next(const std::string& site,
                                 std::optional<SiteEvents::Clock::time_point> until);
+  /// Tells the worker that has the site's device. One that came after it knows nothing of that
+  /// device, and is not told.
   template <typename T>
   void tell(const T& told) {
-    send(messageFrom(told));
+    sendOfDevice(told.site, messageFrom(told));
   }
   /// The device's test has exceeded its time limit: the worker is ended as soon as no other site
   /// has a device in progress.
@@ -80,8 +93,13 @@ class Engine {
   template <typename T>
   void handOn(const Message& message);
   void send(const Message& message);
+  void sendOfDevice(const std::string& site, const Message& message);
   void onEnd(int status);
   void restart();
+  void startFresh(const std::set<std::string>& sites);
+  bool awaitSafeStates(std::set<std::string>& sites);
+  void leaveSafe();
+  void unloadWorker();
   void giveUp(const std::string& reason);
   void endWorker(const std::string& reason);
   void endWorkerWhenDue();
@@ -91,6 +109,7 @@ class Engine {
   Screen& screen_;
   ConsoleLogFile& diagnostics_;
   quillon::internal::Descriptor wake_;
+  SiteSafety safety_;
 
   // The station's thread only.
   std::map<std::string, Message> arrived_;  // answers that `await` waits for, by type
@@ -103,7 +122,11 @@ class Engine {
   bool isOurDoing_ = false;               // no fault of the plug-in counts
   std::optional<Clock::time_point> killAt_;
   bool stopTold_ = false;
+  bool stoppedAtOnce_ = false;
   bool unloading_ = false;
+  bool unloaded_ = false;      // the worker has said so
+  bool safeStateDue_ = false;  // the last worker may have left fixtures in the middle of a test
+  std::map<std::string, SafeStateDone> safeStates_;  // answers, by site
 
   std::mutex mutex_;  // guards what follows
   std::condition_variable changed_;
@@ -113,6 +136,7 @@ class Engine {
   std::map<std::string, SiteEvents> sites_;  // grows while loading only
   std::set<std::string> available_;          // sites of the present worker
   std::set<std::string> busy_;
+  std::set<std::string> orphaned_;  // busy ones whose worker has ended
   std::set<std::string> overdue_;
 };
 

@@ -60,10 +60,27 @@ bool SiteSession::canRecord() const {
   return !station_.results.failed() && !station_.store.store.failure();
 }
 
+/// False when the fixture may not be safe and nobody says that it is: the site is not used then.
+bool SiteSession::isSafe() const {
+  station_.engine.awaitWorker();
+  while (const auto reason = station_.engine.safety().reason(site_)) {
+    const auto who = station_.serialNumbers.whoMadeSafe(site_, *reason);
+    if (!who) return false;
+    station_.engine.safety().acknowledge(site_, *who);
+  }
+  return true;
+}
+
 bool SiteSession::testNext(int round) {
+  if (!isSafe()) return false;
   const auto serialNumber = station_.serialNumbers.next(site_);
   if (!serialNumber) return false;
-  const bool begun = !station_.engine.reserve(site_);
+  bool begun = false;
+  // A worker that ends before has a safe state run, which may fail.
+  while (!begun && isSafe()) {
+    begun = !station_.engine.reserve(site_);
+    if (!begun && !station_.engine.safety().reason(site_)) break;
+  }
   if (begun) {
     Device device;
     device.outcome.site = site_;

@@ -48,6 +48,7 @@ class SiteSession {
 
   bool testNext(int round);
   void test(Device& device);
+  bool isSafe() const;
   void on(Device& device, const DeviceStarted& event);
   void on(Device& device, const TestStarted& event);
   void on(Device& device, const Reported& event);

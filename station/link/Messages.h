@@ -81,7 +81,7 @@ struct Opened {
   }
 };
 
-/// The station is loaded; waits for `OpenLoggers`.
+/// The station is loaded; waits for `OpenLoggers`, and for any number of `SafeState` before it.
 struct Loaded {
   static constexpr const char* kType = "loaded";
   std::vector<std::string> sites = {};  ///< to test at, in their order
@@ -103,6 +103,19 @@ struct Loaded {
     part("frameworkVersion", frameworkVersion);
     part("configSha256", configSha256);
     part("stationAttributes", stationAttributes);
+  }
+};
+
+/// A site has its safe state, or has not.
+struct SafeStateDone {
+  static constexpr const char* kType = "safeStateDone";
+  std::string site = {};
+  std::optional<std::string> problem = {};  ///< why the fixture may not be safe
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("problem", problem);
   }
 };
 
@@ -244,6 +257,17 @@ struct Load {
     part("sites", sites);
     part("logFolder", logFolder);
     part("diagnostics", diagnostics);
+  }
+};
+
+/// Bring this site's fixture into its safe state.
+struct SafeState {
+  static constexpr const char* kType = "safeState";
+  std::string site = {};
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
   }
 };
 

@@ -94,6 +94,10 @@ std::string SiteRunner::nameOf(const QLTestMethod& method, std::int32_t index) {
   return method.displayName().value_or("test " + std::to_string(index));
 }
 
+std::optional<std::string> SiteRunner::problemOfSafeState(QLTestSuite& suite) {
+  return problemOfHook(suite, "onSafeState", &QLTestSuite::onSafeState);
+}
+
 void SiteRunner::test(const TestDevice& device) {
   FlowEnded ended{.site = host_.site()};
   ended.brokenOff = problemOf("onDUTStart", [&] { start(device); });

@@ -27,6 +27,8 @@ class SiteRunner {
   /// this call. A stop breaks the device off before its next test.
   void test(const TestDevice& device);
 
+  /// Brings the fixture of a suite's site into its safe state; gives what went wrong.
+  static std::optional<std::string> problemOfSafeState(QLTestSuite& suite);
   /// What a test is called on the screen; `index` is its place in the flow, from 1.
   static std::string nameOf(const QLTestMethod& method, std::int32_t index);
 

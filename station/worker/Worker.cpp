@@ -1,5 +1,6 @@
 #include "Worker.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -113,13 +114,33 @@ void Worker::work() {
   loaded.configSha256 = results::sha256(plugin.manager().config().text());
   loaded.stationAttributes = plugin.manager().stationAttributes();
   tell(loaded);
-  const auto columns = expect<OpenLoggers>();
+  const auto columns = prepare(suites);
   if (!columns) return;
   OwnLoggers loggers(suites, warn);
   checkFlow(suites, load->flow);  // again: the suites' `logger` has run
   loggers.open(*columns);
   tell(Ready{});
   serve(suites, load->flow, loggers);
+}
+
+std::optional<OpenLoggers> Worker::prepare(const Suites& suites) {
+  std::vector<std::jthread> threads;  // all sites at once: who waits for one may be at another
+  while (true) {
+    const Message message = receive();
+    if (typeOf(message) == Unload::kType) return std::nullopt;
+    if (typeOf(message) != SafeState::kType) {
+      threads.clear();
+      return take<OpenLoggers>(message);
+    }
+    const std::string site = take<SafeState>(message).site;
+    const auto suite = std::find_if(suites.begin(), suites.end(),
+                                    [&](const auto& each) { return each->siteName() == site; });
+    if (suite == suites.end()) endWithHost();
+    threads.emplace_back([this, site, &suite = **suite] {
+      threadName() = site;
+      tell(SafeStateDone{site, SiteRunner::problemOfSafeState(suite)});
+    });
+  }
 }
 
 void Worker::serve(const Suites& suites, const std::string& flow, OwnLoggers& loggers) {

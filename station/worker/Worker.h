@@ -28,6 +28,9 @@ class Worker {
 
  private:
   void work();
+  /// What the host wants before devices: safe states, then the loggers; absent when it wants no
+  /// more.
+  std::optional<OpenLoggers> prepare(const Suites& suites);
   void serve(const Suites& suites, const std::string& flow, OwnLoggers& loggers);
   /// Waits for a message of this type; absent when the host wants no more.
   template <typename T>

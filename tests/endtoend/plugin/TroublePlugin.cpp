@@ -92,7 +92,8 @@ class Instrument : public QLTObject {
 /// console log, "crashes" and "exits" end the program, "refusesToLoad" throws, "takesSink" takes
 /// the console log away. "calls" is the file for what is called; "fails" and "throws" name the hook
 /// that does so, at the site "left"; "returnsFalse" likewise. "takesAway" is what onDUTStart takes
-/// away: the "flow" or its "tests"; "loggerTakesAway" what logger does.
+/// away: the "flow" or its "tests"; "loggerTakesAway" what logger does. "safeState" is what
+/// onSafeState does at the site "left": it "crashes" or "hangs".
 class TroubleSuite : public QLTestSuite {
  public:
   using QLTestSuite::QLTestSuite;
@@ -135,6 +136,13 @@ class TroubleSuite : public QLTestSuite {
   }
   bool onDUTFail(QLTError* error) override { return called("onDUTFail", "onDUTFail", error); }
   bool onException(QLTError* error) override { return called("onException", "onException", error); }
+
+  bool onSafeState(QLTError* error) override {
+    const std::string how = siteName() == "left" ? attribute(siteAttributes(), "safeState") : "";
+    if (how == "crashes") std::raise(SIGSEGV);
+    if (how == "hangs") std::this_thread::sleep_for(std::chrono::minutes(5));
+    return called("onSafeState", "onSafeState", error);
+  }
 
   std::shared_ptr<QLTLogger> logger() override {
     takeAway(attribute(siteAttributes(), "loggerTakesAway"));

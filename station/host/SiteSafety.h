@@ -1,0 +1,36 @@
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "ConsoleLogFile.h"
+#include "Screen.h"
+
+namespace station {
+
+/// Which sites are UNSAFE: their fixture could not be brought into its safe state, so no device
+/// starts there until a person has made it safe by hand and says so by name. Any thread.
+class SiteSafety {
+ public:
+  SiteSafety(Screen& screen, const ConsoleLogFile& diagnostics)
+      : screen_(screen), diagnostics_(diagnostics) {}
+
+  /// The site is unsafe from now on; the operator is told. Further reasons add to the first.
+  void isUnsafe(const std::string& site, const std::string& reason);
+  /// Why the site is unsafe; absent when it is not.
+  std::optional<std::string> reason(const std::string& site) const;
+  /// The person has made the fixture safe.
+  void acknowledge(const std::string& site, const std::string& who);
+
+ private:
+  void note(const std::string& site, const std::string& text) const;
+
+  Screen& screen_;
+  const ConsoleLogFile& diagnostics_;
+  mutable std::mutex mutex_;  // guards what follows
+  std::map<std::string, std::string> reasons_;
+};
+
+}  // namespace station
