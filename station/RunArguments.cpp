@@ -35,6 +35,8 @@ void RunArguments::describeTo(CLI::App& command) {
       ->type_name("SECONDS")
       ->check(CLI::Range(1, 30))
       ->capture_default_str();
+  command.add_flag("--allow-unknown-keys", options_.allowUnknownKeys,
+                   "Test although the plug-in's configuration has keys that nothing reads");
   command.add_flag("--verbose", options_.verbose, "Show the diagnostics on standard error as well");
   command
       .add_option("--wrap", options_.wrap,

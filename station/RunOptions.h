@@ -17,8 +17,9 @@ struct RunOptions {
   std::vector<std::string> sites;  ///< empty: every site of the station
   SerialNumbers serialNumbers;
   std::string logFolder = kDefaultLogFolder;
-  int repeat = 1;  ///< devices per site
-  int safeStateLimit = 30;  ///< seconds for the safe state of a site
+  int repeat = 1;                 ///< devices per site
+  int safeStateLimit = 30;        ///< seconds for the safe state of a site
+  bool allowUnknownKeys = false;  ///< in the plug-in's configuration
   bool verbose = false;
   std::string wrap;  ///< a command that runs the worker; empty: none
 };

@@ -12,6 +12,7 @@
 #include <QLTCSVLogger.h>
 
 #include "CannotRun.h"
+#include "ConfigVerdict.h"
 #include "ConsoleLogFile.h"
 #include "LogFiles.h"
 #include "Report.h"
@@ -62,6 +63,8 @@ int StationRun::run() {
   makeLogFolder(options_.logFolder);
   const LogFiles files = makeLogFiles(
       options_.logFolder, QLTCSVLogger::timeStampedFileName(bundle.stem()), diagnostics);
+  judgeConfiguration(engine.check(),
+                     {bundle.string(), files.diagnostics, options_.allowUnknownKeys}, screen_);
   const Loaded loaded =
       engine.load({options_.flow, options_.sites, options_.logFolder, files.diagnostics});
   const int status = runOn(engine, loaded, files.results, diagnostics);

@@ -77,6 +77,11 @@ std::string Engine::start() {
   return await<Opened>().path;
 }
 
+std::vector<Finding> Engine::check() {
+  send(messageFrom(Check{}));
+  return await<Checked>().findings;
+}
+
 Loaded Engine::load(const Load& load) {
   load_ = load;
   send(messageFrom(load));
@@ -296,8 +301,8 @@ void Engine::dispatch(const Message& message) {
     handOn<FlowEnded>(message);
   } else if (type == HookEnded::kType) {
     handOn<HookEnded>(message);
-  } else if (type == Hello::kType || type == Opened::kType || type == Loaded::kType ||
-             type == Ready::kType || type == Unloaded::kType) {
+  } else if (type == Hello::kType || type == Opened::kType || type == Checked::kType ||
+             type == Loaded::kType || type == Ready::kType || type == Unloaded::kType) {
     arrived_[type] = message;
   } else {
     throw BrokenMessage("a message of the unknown type \"" + printable(type) + "\"");

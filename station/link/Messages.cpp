@@ -24,6 +24,13 @@ void put(Message& message, const char* key, const QLTestResults& value) {
 void put(Message& message, const char* key, Verdict value) {
   message[key] = static_cast<int>(value);
 }
+void put(Message& message, const char* key, const std::vector<Finding>& values) {
+  Message& list = message[key] = Message::array();
+  for (Finding finding : values) {
+    Message& entry = list.emplace_back(Message::object());
+    finding.parts([&entry](const char* part, const auto& value) { put(entry, part, value); });
+  }
+}
 
 template <typename T>
 void get(const Message& message, const char* key, T& value) {
@@ -46,6 +53,12 @@ void get(const Message& message, const char* key, Verdict& value) {
     throw BrokenMessage("a verdict of an unknown kind");
   }
   value = static_cast<Verdict>(number);
+}
+void get(const Message& message, const char* key, std::vector<Finding>& values) {
+  for (const Message& entry : message.at(key)) {
+    values.emplace_back().parts(
+        [&entry](const char* part, auto& value) { get(entry, part, value); });
+  }
 }
 
 }  // namespace
@@ -83,6 +96,7 @@ STATION_TRANSLATES(Refused);
 STATION_TRANSLATES(Warned);
 STATION_TRANSLATES(Logged);
 STATION_TRANSLATES(Opened);
+STATION_TRANSLATES(Checked);
 STATION_TRANSLATES(Loaded);
 STATION_TRANSLATES(SafeStateDone);
 STATION_TRANSLATES(Ready);
@@ -93,6 +107,7 @@ STATION_TRANSLATES(Tested);
 STATION_TRANSLATES(FlowEnded);
 STATION_TRANSLATES(HookEnded);
 STATION_TRANSLATES(Unloaded);
+STATION_TRANSLATES(Check);
 STATION_TRANSLATES(Load);
 STATION_TRANSLATES(SafeState);
 STATION_TRANSLATES(OpenLoggers);

@@ -81,6 +81,36 @@ struct Opened {
   }
 };
 
+/// What is wrong, or looks wrong, with the plug-in's configuration.
+struct Finding {
+  bool isError = true;
+  std::string file = {};
+  std::string text = {};    ///< with its place
+  std::string advice = {};  ///< may be empty
+  /// The key, when the finding is that nothing reads it.
+  std::optional<std::string> unknownKey = {};
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("isError", isError);
+    part("file", file);
+    part("text", text);
+    part("advice", advice);
+    part("unknownKey", unknownKey);
+  }
+};
+
+/// The answer to `Check`.
+struct Checked {
+  static constexpr const char* kType = "checked";
+  std::vector<Finding> findings = {};
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("findings", findings);
+  }
+};
+
 /// The station is loaded; waits for `OpenLoggers`, and for any number of `SafeState` before it.
 struct Loaded {
   static constexpr const char* kType = "loaded";
@@ -243,6 +273,14 @@ struct Unloaded {
 };
 
 // From the host.
+
+/// Before `Load`: check the configuration, in a process apart.
+struct Check {
+  static constexpr const char* kType = "check";
+
+  template <typename Part>
+  void parts(const Part&) {}
+};
 
 struct Load {
   static constexpr const char* kType = "load";

@@ -11,16 +11,20 @@
 #include <utility>
 #include <vector>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <QLTConsoleLog.h>
 #include <QLTestMethod.h>
+#include <QLTestSiteManager.h>
 
 #include "CannotRun.h"
 #include "OwnLoggers.h"
 #include "Plugin.h"
+#include "PluginProcess.h"
 #include "SiteLink.h"
 #include "SiteRunner.h"
+#include "StationCheck.h"
 #include "StationInfo.h"
 #include "ThreadName.h"
 #include "link/ExitStatus.h"
@@ -41,6 +45,29 @@ std::vector<std::string> testNames(const QLTFlow& flow) {
     names.push_back(SiteRunner::nameOf(*method, static_cast<std::int32_t>(names.size()) + 1));
   }
   return names;
+}
+
+/// Checks the plug-in's configuration in a process of its own, so that the plug-in in this one is
+/// still untouched when it is loaded. What it prints there, loading has it print again.
+Message checked(const std::filesystem::path& bundle) {
+  const auto check = [&] {
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    dup2(nowhere, STDOUT_FILENO);
+    Checked result;
+    for (const auto& found : checkStation(bundle, QLTestSiteManager::testerConfigPath())) {
+      result.findings.push_back({found.severity == QLTConfigFinding::Severity::Error, found.file,
+                                 found.text(), found.advice, found.unknownKey});
+    }
+    std::string bytes;
+    Message::to_cbor(messageFrom(result), bytes);
+    return bytes;
+  };
+  try {
+    return Message::from_cbor(runApart(false, check));
+  } catch (const PluginEnded& reason) {
+    return messageFrom(
+        Checked{{{true, bundle.string(), reason.what(), reason.advice(), std::nullopt}}});
+  }
 }
 
 /// One site at work: its thread tests devices until it is told to unload.
@@ -99,7 +126,7 @@ void Worker::work() {
   const auto warn = [this](const std::string& text) { tell(Warned{text}); };
   Plugin plugin(bundle, warn);
   tell(Opened{bundle.path().string()});
-  const auto load = expect<Load>();
+  const auto load = expectLoad();
   if (!load) return;
   plugin.load(stationInfo(bundle, load->logFolder), load->diagnostics);
   const Suites suites = chooseSites(plugin.manager(), load->sites);
@@ -141,6 +168,17 @@ std::optional<OpenLoggers> Worker::prepare(const Suites& suites) {
       tell(SafeStateDone{site, SiteRunner::problemOfSafeState(suite)});
     });
   }
+}
+
+/// Checks for a host that asks for it before it says what to load; absent when it wants no more.
+std::optional<Load> Worker::expectLoad() {
+  Message message = receive();
+  if (typeOf(message) == Check::kType) {
+    channel_.send(checked(bundle_));
+    message = receive();
+  }
+  if (typeOf(message) == Unload::kType) return std::nullopt;
+  return take<Load>(message);
 }
 
 void Worker::serve(const Suites& suites, const std::string& flow, OwnLoggers& loggers) {

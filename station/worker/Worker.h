@@ -31,6 +31,7 @@ class Worker {
   /// What the host wants before devices: safe states, then the loggers; absent when it wants no
   /// more.
   std::optional<OpenLoggers> prepare(const Suites& suites);
+  std::optional<Load> expectLoad();
   void serve(const Suites& suites, const std::string& flow, OwnLoggers& loggers);
   /// Waits for a message of this type; absent when the host wants no more.
   template <typename T>

@@ -28,6 +28,7 @@ class StationCheck : public testing::Test {
  protected:
   void SetUp() override {
     writeInstruments("");
+    bundle_.addEmptyFlow();  // a warning
     bundle_.configure(TroubleBundle::test("Volts", ""));
   }
 

@@ -81,7 +81,7 @@ TEST_F(StationStart, aPrincipalClassThatIsNoSuiteIsNamed) {
 TEST_F(StationStart, unknownFlowsAndSitesAreAnsweredWithTheExistingOnes) {
   EXPECT_THAT(refusal({"--flow", "nightly"}),
               StartsWith("quillon: there is no flow \"nightly\" at site left\n"
-                         "The flows are: default, empty, main, other\n"));
+                         "The flows are: default, main, other\n"));
   EXPECT_THAT(refusal({"--site", "middle"}),
               StartsWith("quillon: there is no site \"middle\" to test at\n"
                          "The sites of this station are: left, right\n"));
@@ -89,9 +89,11 @@ TEST_F(StationStart, unknownFlowsAndSitesAreAnsweredWithTheExistingOnes) {
 }
 
 TEST_F(StationStart, anEmptyFlowIsRefused) {
+  bundle_.addEmptyFlow();
+  bundle_.configure(TroubleBundle::test("Volts", ""));
   std::vector<std::string> arguments = serialNumbers_;
   arguments.insert(arguments.end(), {"--flow", "empty"});
-  EXPECT_THAT(refusal(arguments), StartsWith("quillon: the flow \"empty\" has no tests\n"));
+  EXPECT_THAT(refusal(arguments), HasSubstr("\nquillon: the flow \"empty\" has no tests\n"));
 }
 
 TEST_F(StationStart, aSerialNumberThatIsMissingIsRefusedWithoutATerminal) {
@@ -116,29 +118,32 @@ TEST_F(StationStart, aMissingTesterConfigIsExplained) {
   std::filesystem::remove("/vault/Quillon/TesterConfig_oc.csv");
   EXPECT_THAT(refusal(serialNumbers_),
               AllOf(StartsWith("quillon: cannot load "),
-                    HasSubstr("load instruments failed. Tests can not be run. Details: "
-                              "/vault/Quillon/TesterConfig_oc.csv: No such file or directory\n"
-                              "Each tester needs the list of its instruments in "),
+                    HasSubstr("/vault/Quillon/TesterConfig_oc.csv: cannot be read: No such file or "
+                              "directory\n"),
+                    HasSubstr("\nEach tester needs the list of its instruments in "),
                     HasSubstr("The diagnostics are in logs/T_")));
 }
 
 TEST_F(StationStart, aBrokenConfigurationIsShownWithItsPlace) {
   bundle_.bundle().setConfig("<key>Sites</key>\n<strin>x</strin>");
   EXPECT_THAT(refusal(serialNumbers_),
-              AllOf(HasSubstr("TestConfig.plist:3:1: "), HasSubstr("Correct the plug-in's")));
+              AllOf(HasSubstr("TestConfig.plist:3:1: "),
+                    HasSubstr("TestConfig.plist.\nThe diagnostics are in ")));
   std::filesystem::remove(bundle_.path() + "/Contents/Resources/TestConfig.plist");
   EXPECT_THAT(refusal(serialNumbers_),
-              HasSubstr("it has no configuration, Contents/Resources/TestConfig.plist\n"));
+              HasSubstr("/Contents/Resources/TestConfig.plist: cannot be read: No such file or "
+                        "directory\n    every plug-in needs the resource TestConfig.plist\n"));
 }
 
 TEST_F(StationStart, aFaultOfThePluginIsNotBlamedOnCables) {
   bundle_.configure(TroubleBundle::test("Volts", ""), TroubleBundle::flag("refusesToLoad"));
-  EXPECT_THAT(refusal(serialNumbers_), AllOf(HasSubstr("threw: no licence\nA fault of the plug-in"),
-                                             Not(HasSubstr("cable"))));
+  EXPECT_THAT(
+      refusal(serialNumbers_),
+      AllOf(HasSubstr("threw: no licence\n    a fault of the plug-in"), Not(HasSubstr("cable"))));
   bundle_.bundle().setConfig("<key>Sites</key><string>left</string><key>Flows</key><dict/>");
-  EXPECT_THAT(refusal(serialNumbers_), AllOf(HasSubstr("Sites: expected a dictionary"),
-                                             HasSubstr("\nCorrect the plug-in's TestConfig.plist"),
-                                             Not(HasSubstr("cable"))));
+  EXPECT_THAT(refusal(serialNumbers_),
+              AllOf(HasSubstr("Sites: expected a dictionary"),
+                    HasSubstr("/Contents/Resources/TestConfig.plist.\n"), Not(HasSubstr("cable"))));
 }
 
 TEST_F(StationStart, anUnknownInstrumentClassIsExplained) {
@@ -149,7 +154,7 @@ TEST_F(StationStart, anUnknownInstrumentClassIsExplained) {
 
 TEST_F(StationStart, aStationWithoutSitesIsRefused) {
   bundle_.bundle().setConfig("<key>Flows</key><dict/>");
-  EXPECT_THAT(refusal({}), StartsWith("quillon: the station has no site to test at\n"));
+  EXPECT_THAT(refusal({}), HasSubstr("\nquillon: the station has no site to test at\n"));
 }
 
 TEST_F(StationStart, aLogFolderThatCannotBeUsedIsRefusedBeforeAnything) {
@@ -166,14 +171,14 @@ TEST_F(StationStart, aLogFolderThatCannotBeUsedIsRefusedBeforeAnything) {
 TEST_F(StationStart, wrongColumnKeysAreRefused) {
   bundle_.configure(TroubleBundle::test("Volts", ""), TroubleBundle::text("csvExtraKeys", "note"));
   EXPECT_THAT(refusal(serialNumbers_),
-              StartsWith("quillon: stationAttributes/csvExtraKeys must be an array of texts\n"));
+              HasSubstr("stationAttributes/csvExtraKeys: must be an array of texts"));
 }
 
 TEST_F(StationStart, wrongWordsOfTheStationAreRefused) {
   bundle_.configure(TroubleBundle::test("Volts", ""), TroubleBundle::text("serialPattern", "QB("));
   EXPECT_THAT(refusal(serialNumbers_),
-              StartsWith("quillon: stationAttributes/serialPattern must be a regular expression "
-                         "(missing ): QB()\nCorrect the plug-in's TestConfig.plist.\n"));
+              HasSubstr("stationAttributes/serialPattern: must be a regular expression (missing ): "
+                        "QB()"));
 }
 
 TEST_F(StationStart, theWarningOfASiteThatIsLeftOutTellsWhyItsInstrumentDidNotComeUp) {
@@ -193,8 +198,72 @@ TEST_F(StationStart, aSiteThatLacksAnInstrumentIsLeftOutWithAWarning) {
   StationProcess station({"run", bundle_.path(), "--sn", "right=B"});
   EXPECT_EQ(station.wait(), 0);
   EXPECT_THAT(station.errors(),
-              AllOf(StartsWith("Warning: the station loaded only in part: resource meter for site "
-                               "left does not exist! This site will be disabled\n"),
+              AllOf(HasSubstr("Warning: the station loaded only in part: resource meter for site "
+                              "left does not exist! This site will be disabled\n"),
                     HasSubstr("does not list the instrument, or it did not come up")));
   EXPECT_THAT(station.output(), HasSubstr("1 passed, 0 failed, 0 broken off"));
+}
+
+TEST_F(StationStart, everyErrorOfTheConfigurationIsShownBeforeAnInstrumentIsMade) {
+  test::writeTesterConfig("meter,Instrument,0,dies=kill\n");
+  bundle_.configure("<dict>" + TroubleBundle::text("class", "Nothing") + "</dict>" +
+                    "<string>no test</string>");
+  EXPECT_THAT(refusal(serialNumbers_),
+              AllOf(StartsWith("quillon: cannot load " + bundle_.path() + ":\n"),
+                    HasSubstr("Flows/main/0/class: unrecognized test method class Nothing\n"),
+                    HasSubstr("Flows/main/1"), HasSubstr("\nThe diagnostics are in logs/T_")));
+}
+
+TEST_F(StationStart, aKeyThatNothingReadsEndsIt) {
+  const std::string misspelt = "<key>subTestsInfos</key><array/>";
+  bundle_.configure(TroubleBundle::test("Volts", "", misspelt));
+  EXPECT_THAT(
+      refusal(serialNumbers_),
+      AllOf(StartsWith("quillon: unknown key subTestsInfos in the plug-in's configuration:\n"),
+            HasSubstr("Flows/main/0/subTestsInfos: unknown key"),
+            HasSubstr("    did you mean \"subTestInfos\"?\n"),
+            HasSubstr("\nA misspelt key can leave devices untested. --allow-unknown-keys, or "
+                      "ownKeys in stationAttributes, lets it run.\n")));
+
+  std::vector<std::string> arguments{"run", bundle_.path(), "--allow-unknown-keys"};
+  arguments.insert(arguments.end(), serialNumbers_.begin(), serialNumbers_.end());
+  StationProcess allowed(arguments);
+  EXPECT_EQ(allowed.wait(), 0);
+  EXPECT_THAT(allowed.errors(),
+              AllOf(StartsWith("Warning: "), HasSubstr("Flows/main/0/subTestsInfos: unknown key")));
+
+  bundle_.configure(TroubleBundle::test("Volts", "", misspelt),
+                    "<key>ownKeys</key><array><string>subTestsInfos</string></array>");
+  arguments.erase(arguments.begin() + 2);
+  StationProcess own(arguments);
+  EXPECT_EQ(own.wait(), 0);
+  EXPECT_EQ(own.errors(), "");
+}
+
+TEST_F(StationStart, aFloodOfWarningsIsCapped) {
+  std::string tests;
+  for (int i = 0; i < 15; ++i) tests += TroubleBundle::test("Volts, " + std::to_string(i), "");
+  bundle_.configure(tests);
+  StationProcess station({"run", bundle_.path(), "--site", "left", "--sn", "left=A"});
+  EXPECT_EQ(station.wait(), 0);
+  const std::string errors = station.errors();
+  EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 11);
+  EXPECT_THAT(errors, HasSubstr("\nWarning: 5 more: quillon check " + bundle_.path() + "\n"));
+}
+
+TEST_F(StationStart, theCheckLeavesThePluginAsItWas) {
+  test::TemporaryFolder folder;
+  const std::string calls = (folder.path() / "calls").string();
+  bundle_.configure(TroubleBundle::test("Volts", ""),
+                    TroubleBundle::text("talks", "configured") +
+                        TroubleBundle::text("countsConfigurations", calls));
+  std::vector<std::string> arguments{"run", bundle_.path()};
+  arguments.insert(arguments.end(), serialNumbers_.begin(), serialNumbers_.end());
+  StationProcess station(arguments);
+  EXPECT_EQ(station.wait(), 0);
+  // Each is the first one of its process.
+  EXPECT_EQ(test::contentOf(calls), "customizeConfig 1\ncustomizeConfig 1\n");
+  const std::string log = station.diagnostics();
+  EXPECT_EQ(log.find("configured, logged"), log.rfind("configured, logged"));
+  EXPECT_EQ(log.find("configured, printed"), log.rfind("configured, printed"));
 }

@@ -140,11 +140,23 @@ TEST_F(StationWorker, whatThePluginPrintsIsInTheDiagnostics) {
 }
 
 TEST_F(StationWorker, aCrashWhileLoadingIsTold) {
-  for (const auto& [attribute, told] :
-       {std::pair{"crashes", "the plug-in crashed: killed, while it was loaded"},
-        std::pair{"exits",
+  bundle_.configure(passing());
+  for (const auto& [dies, told] :
+       {std::pair{"kill", "the plug-in crashed: killed, while it was loaded"},
+        std::pair{"exit",
                   "the plug-in ended its process, with exit status 0, while it was "
                   "loaded"}}) {
+    test::writeTesterConfig(std::string("meter,Instrument,0,dies=") + dies + "\n");
+    StationProcess station(atLeft());
+    EXPECT_EQ(station.wait(), 2);
+    EXPECT_THAT(station.errors(), HasSubstr(told));
+  }
+}
+
+TEST_F(StationWorker, aCrashWhileTheConfigurationIsCheckedIsTold) {
+  for (const auto& [attribute, told] :
+       {std::pair{"crashes", "the plug-in ended the program, by a signal: Killed\n"},
+        std::pair{"exits", "the plug-in ended the program, with exit status 0\n"}}) {
     bundle_.configure(passing(), TroubleBundle::flag(attribute));
     StationProcess station(atLeft());
     EXPECT_EQ(station.wait(), 2);

@@ -8,7 +8,7 @@ namespace test {
 
 /// The trouble plug-in (see plugin/TroublePlugin.cpp) with a configuration of the test's own: the
 /// sites "left" and "right", a disabled site "spare", and the flows "main" (the default), "other"
-/// (one passing test) and "empty".
+/// (one passing test), and "empty" where it is wanted.
 class TroubleBundle {
  public:
   explicit TroubleBundle(const std::string& sharedObject) : bundle_(sharedObject, "TroubleSuite") {}
@@ -22,9 +22,11 @@ class TroubleBundle {
                       "</dict><key>right</key><dict/><key>spare</key><dict><key>disable</key>"
                       "<true/></dict></dict><key>defaultFlow</key><string>main</string>"
                       "<key>Flows</key><dict><key>main</key><array>" +
-                      tests + "</array><key>other</key><array>" + test("Other", "") +
-                      "</array><key>empty</key><array/></dict>");
+                      tests + "</array><key>other</key><array>" + test("Other", "") + "</array>" +
+                      emptyFlow_ + "</dict>");
   }
+  /// Has the configurations that follow contain the flow "empty".
+  void addEmptyFlow() { emptyFlow_ = "<key>empty</key><array/>"; }
 
   /// A test entry; its sub-test "volts" has the limits 1 and 2. `params` and `more` are entries of
   /// the parameters and of the test.
@@ -50,6 +52,7 @@ class TroubleBundle {
 
  private:
   PluginBundle bundle_;
+  std::string emptyFlow_;
 };
 
 }  // namespace test

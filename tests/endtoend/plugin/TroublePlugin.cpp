@@ -89,7 +89,8 @@ class Instrument : public QLTObject {
 };
 
 /// Station attributes: while the station loads, "talks" is said on standard output and in the
-/// console log, "crashes" and "exits" end the program, "refusesToLoad" throws, "takesSink" takes
+/// console log, "countsConfigurations" is the file that tells how often it was configured,
+/// "crashes" and "exits" end the program, "refusesToLoad" throws, "takesSink" takes
 /// the console log away. "calls" is the file for what is called; "fails" and "throws" name the hook
 /// that does so, at the site "left"; "returnsFalse" likewise. "takesAway" is what onDUTStart takes
 /// away: the "flow" or its "tests"; "loggerTakesAway" what logger does. "safeState" is what
@@ -102,6 +103,10 @@ class TroubleSuite : public QLTestSuite {
     const QLTValue* const attributes = config.find("stationAttributes");
     if (attributes == nullptr || attributes->dictionary() == nullptr) return;
     const std::string words = attribute(*attributes->dictionary(), "talks");
+    static int configurations = 0;
+    ++configurations;
+    const std::string counted = attribute(*attributes->dictionary(), "countsConfigurations");
+    if (!counted.empty()) append(counted, "customizeConfig " + std::to_string(configurations));
     if (attributes->dictionary()->contains("takesSink")) QLTSetLogSink([](std::string_view) {});
     if (!words.empty()) {
       QLTLog(words + ", logged");
@@ -120,6 +125,8 @@ class TroubleSuite : public QLTestSuite {
   }
   static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary& entry, QLTError*) {
     if (attribute(entry, "class") != "Instrument") return nullptr;
+    if (attribute(entry, "dies") == "kill") std::raise(SIGKILL);
+    if (attribute(entry, "dies") == "exit") std::exit(0);
     return std::make_shared<Instrument>(entry);
   }
 
