@@ -304,6 +304,7 @@ void Engine::dispatch(const Message& message) {
   } else if (type == Hello::kType || type == Opened::kType || type == Checked::kType ||
              type == Loaded::kType || type == Ready::kType || type == Unloaded::kType) {
     arrived_[type] = message;
+    unloaded_ = unloaded_ || type == Unloaded::kType;
   } else {
     throw BrokenMessage("a message of the unknown type \"" + printable(type) + "\"");
   }
@@ -322,7 +323,7 @@ void Engine::onEnd(int status) {
   readOutput();
   if (!unfinishedLine_.empty()) diagnostics_.write("output", std::exchange(unfinishedLine_, {}));
   if (worker_ != nullptr) readMessages();
-  const bool wasTold = unloaded_ || (unloading_ && arrived_.contains(Unloaded::kType));
+  const bool wasTold = unloaded_;
   if (!endReason_) endReason_ = endText(status);
   if (!wasTold) safeStateDue_ = columns_.has_value();
   if (!isOurDoing_ && !wasTold && !refused_) crashes_.push_back(Clock::now());
