@@ -258,22 +258,20 @@ void Engine::readOutput() {
   }
 }
 
-void Engine::readMessages() {
+/// False when nothing was to be read.
+bool Engine::readMessages() {
   try {
-    while (true) {
-      const bool isOpen = worker_->channel().read(false);
-      bool any = false;
-      while (const auto message = worker_->channel().next()) {
-        dispatch(*message);
-        any = true;
-      }
-      if (!isOpen || !any) return;  // at its end it is about to end itself
-    }
+    // One go, so that a flood leaves time for all else.
+    Channel& channel = worker_->channel();
+    channel.read(false);
+    while (const auto message = channel.next()) dispatch(*message);
+    return channel.hasRead();
   } catch (const BrokenMessage& problem) {
     if (!endReason_) {
       endReason_ = std::string("the plug-in broke the station's connection: ") + problem.what();
     }
     worker_->kill();
+    return false;
   }
 }
 
@@ -322,7 +320,8 @@ void Engine::handOn(const Message& message) {
 void Engine::onEnd(int status) {
   readOutput();
   if (!unfinishedLine_.empty()) diagnostics_.write("output", std::exchange(unfinishedLine_, {}));
-  if (worker_ != nullptr) readMessages();
+  while (readMessages()) {
+  }
   const bool wasTold = unloaded_;
   if (!endReason_) endReason_ = endText(status);
   if (!wasTold) safeStateDue_ = columns_.has_value();

@@ -90,7 +90,7 @@ class Engine {
   T await(std::optional<Clock::time_point> until = std::nullopt);
   void pump(int milliseconds);
   void readOutput();
-  void readMessages();
+  bool readMessages();
   void dispatch(const Message& message);
   template <typename T>
   void handOn(const Message& message);

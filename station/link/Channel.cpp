@@ -90,7 +90,8 @@ bool Channel::read(bool wait) {
       retried([&] { return recv(socket_.get(), received_.data() + before, kChunk, MSG_DONTWAIT); });
   const int reason = errno;
   received_.resize(before + static_cast<std::size_t>(count > 0 ? count : 0));
-  if (count >= 0) return count > 0;
+  got_ = count > 0;
+  if (count >= 0) return got_;
   lost_ = reason == EBADF || reason == ENOTSOCK;
   return reason == EAGAIN || reason == EWOULDBLOCK;
 }

@@ -49,6 +49,8 @@ class Channel {
   bool read(bool wait);
   /// True when somebody else in this process has closed this end's descriptor.
   bool isLost() const { return lost_; }
+  /// True when the last reading gave anything.
+  bool hasRead() const { return got_; }
   /// The next whole message of what was read; absent until it is there. Throws `BrokenMessage`.
   std::optional<Message> next();
   /// As both together, waiting; absent at the end.
@@ -62,6 +64,7 @@ class Channel {
   std::mutex sending_;  // keeps messages whole, guards `broken_`
   bool broken_ = false;
   bool lost_ = false;
+  bool got_ = false;
   std::string received_;
   std::size_t taken_ = 0;  // of it
 };
