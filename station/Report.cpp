@@ -2,66 +2,16 @@
 
 #include <algorithm>
 #include <array>
-#include <string_view>
-
-#include <QLTSubTestInfo.h>
 
 #include "Text.h"
+#include "view/DetailsTable.h"
+#include "view/ResultText.h"
+#include "view/VerdictWords.h"
 
 namespace station {
 namespace {
 
 constexpr std::size_t kVerdictWidth = 10;  // "BROKEN OFF"
-
-std::string verdictText(Verdict verdict) {
-  switch (verdict) {
-    case Verdict::Pass:
-      return "PASS";
-    case Verdict::Fail:
-      return "FAIL";
-    case Verdict::BrokenOff:
-      return "BROKEN OFF";
-  }
-  return {};
-}
-
-Colour colourOf(Verdict verdict) {
-  switch (verdict) {
-    case Verdict::Pass:
-      return Colour::Green;
-    case Verdict::Fail:
-      return Colour::Red;
-    case Verdict::BrokenOff:
-      return Colour::Yellow;
-  }
-  return Colour::Plain;
-}
-
-std::string reasonText(const Outcome& outcome) {
-  if (!outcome.brokenOff) {
-    const std::string failure = outcome.firstFailure.value_or("");
-    return outcome.hookProblem ? failure + "; then " + *outcome.hookProblem : failure;
-  }
-  if (!outcome.firstFailure) return *outcome.brokenOff;
-  // The exception of a test is its failure as well; once is enough.
-  if (outcome.firstFailure->ends_with(*outcome.brokenOff)) return *outcome.brokenOff;
-  return *outcome.firstFailure + "; then " + *outcome.brokenOff;
-}
-
-/// A sub-test as people find it in the configuration: by its name, else by its number.
-std::string subTestOf(const QLTestResult& record) {
-  if (!record.subTestName().value_or("").empty()) return *record.subTestName();
-  return record.testNumber() ? "sub-test " + *record.testNumber() + " (no name)"
-                             : "a sub-test without name and number";
-}
-
-/// Why it failed. The record of a sub-test without a name says "(null)" where its name would stand.
-std::string messageOf(const QLTestResult& record) {
-  constexpr std::string_view kNameless = "Failed (null); ";
-  const std::string message = record.failMessage().value_or("");
-  const bool nameless = !record.subTestName() && message.starts_with(kNameless);
-  return nameless ? message.substr(kNameless.size()) : message;
-}
 
 std::string withoutTrailingBlanks(std::string line) {
   line.erase(line.find_last_not_of(' ') + 1);
@@ -77,10 +27,11 @@ std::size_t widest(const std::vector<std::string>& texts) {
 }  // namespace
 
 Report::Report(Screen& screen, const std::vector<std::string>& sites,
-               const std::vector<std::string>& tests)
-    : screen_(screen), siteWidth_(widest(sites)), testWidth_(widest(tests)) {}
+               const std::vector<std::string>& tests, Detail detail)
+    : screen_(screen), detail_(detail), siteWidth_(widest(sites)), testWidth_(widest(tests)) {}
 
-void Report::testDone(const TestLine& line) const {
+void Report::testDone(const FinishedTest& line) {
+  if (detail_ == Detail::Verdicts) return;
   std::string text = padded(printable(line.site), siteWidth_) + "  " +
                      screen_.coloured(verdictText(line.verdict), colourOf(line.verdict)) + "  " +
                      padded(printable(line.test), testWidth_) + "  " + secondsText(line.seconds);
@@ -89,14 +40,18 @@ void Report::testDone(const TestLine& line) const {
   screen_.line(text);
 }
 
-void Report::deviceDone(const Outcome& outcome) const {
-  screen_.line(padded(printable(outcome.site), siteWidth_) + "  " +
-               screen_.coloured(verdictText(outcome.verdict), colourOf(outcome.verdict)) +
-               "  device " + printable(outcome.serialNumber) + " in " +
-               secondsText(outcome.seconds));
+void Report::deviceDone(const Outcome& outcome, const std::vector<FinishedTest>& tests) {
+  std::string text = padded(printable(outcome.site), siteWidth_) + "  " +
+                     screen_.coloured(verdictText(outcome.verdict), colourOf(outcome.verdict)) +
+                     "  device " + printable(outcome.serialNumber) + " in " +
+                     secondsText(outcome.seconds);
+  if (detail_ == Detail::Values) {
+    for (const std::string& line : detailsTable(tests)) text += "\n  " + line;
+  }
+  screen_.line(text);
 }
 
-void Report::table(const std::vector<Outcome>& outcomes) const {
+void Report::runEnded(const std::vector<Outcome>& outcomes) {
   if (outcomes.empty()) {
     screen_.line("\nNo device was tested.");
     return;
@@ -131,50 +86,6 @@ void Report::table(const std::vector<Outcome>& outcomes) const {
   text += "\n" + std::to_string(counts[0]) + " passed, " + std::to_string(counts[1]) + " failed, " +
           std::to_string(counts[2]) + " broken off";
   screen_.line(text);
-}
-
-std::string Report::text(const Outcome& outcome) {
-  const std::string reason = reasonText(outcome);
-  return verdictText(outcome.verdict) + " in " + secondsText(outcome.seconds) +
-         (reason.empty() ? "" : ", " + reason);
-}
-
-std::string Report::text(const QLTestResult& record) {
-  if (record.result() == kQLTestResultFail) return failure(record) + ", FAIL";
-  std::string text = subTestOf(record) + ": " + shortNumber(record.actual().value_or("no value"));
-  if (record.unit()) text += " " + *record.unit();
-  if (record.lowLimit() && record.highLimit()) {
-    text +=
-        ", limits " + shortNumber(*record.lowLimit()) + " to " + shortNumber(*record.highLimit());
-  }
-  return text + (record.result() == kQLTestResultPass ? ", PASS" : ", NA");
-}
-
-std::string Report::failure(const QLTestResult& record) {
-  const std::string name = subTestOf(record);
-  const std::string message = messageOf(record);
-  if (record.actual() == kQLTestRuntimeErrorValue) {
-    if (message.ends_with(kWasNotMeasured)) return message;  // which names the sub-test
-    return (name == kQLTestRuntimeErrorName ? "" : name + ": ") +
-           (message.empty() ? "no value, for a reason that the test does not tell" : message);
-  }
-  const bool messageSpeaks =
-      !message.empty() && message != QLTSubTestInfo::defaultFailMessage(record.subTestName());
-  std::string text = name + ": ";
-  if (record.lowLimit() && record.highLimit()) {
-    text += shortNumber(record.actual().value_or("no value")) + ", limits " +
-            shortNumber(*record.lowLimit()) + " to " + shortNumber(*record.highLimit());
-    if (messageSpeaks) text += " (" + message + ")";
-    return text;
-  }
-  const std::string expected = record.expected().value_or("");
-  if (messageSpeaks) {
-    text += message;
-  } else {
-    text += record.actual().value_or("no value");
-  }
-  if (!expected.empty()) text += " (expected: " + expected + ")";
-  return text;
 }
 
 }  // namespace station

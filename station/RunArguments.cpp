@@ -38,6 +38,17 @@ void RunArguments::describeTo(CLI::App& command) {
   command.add_flag("--allow-unknown-keys", options_.allowUnknownKeys,
                    "Test although the plug-in's configuration has keys that nothing reads");
   command.add_flag("--verbose", options_.verbose, "Show the diagnostics on standard error as well");
+  CLI::Option* const quiet =
+      command.add_flag("--quiet", options_.quiet, "Show verdicts and the table only");
+  CLI::Option* const json = command.add_flag(
+      "--json", options_.json,
+      "Write one JSON object for each device on standard output; what is for people goes to "
+      "standard error");
+  command
+      .add_flag("--details", options_.details,
+                "Show all values of each device, with limits and margins")
+      ->excludes(quiet)
+      ->excludes(json);
   command
       .add_option("--wrap", options_.wrap,
                   "Run the process that holds the plug-in below this command, 'gdb --args' or "

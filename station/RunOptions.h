@@ -21,7 +21,10 @@ struct RunOptions {
   int safeStateLimit = 30;        ///< seconds for the safe state of a site
   bool allowUnknownKeys = false;  ///< in the plug-in's configuration
   bool verbose = false;
-  std::string wrap;  ///< a command that runs the worker; empty: none
+  bool quiet = false;    ///< show verdicts and the table only
+  bool details = false;  ///< show all values of each device
+  bool json = false;     ///< standard output is for programs
+  std::string wrap;      ///< a command that runs the worker; empty: none
 };
 
 }  // namespace station

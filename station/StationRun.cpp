@@ -9,19 +9,21 @@
 #include <thread>
 #include <utility>
 
+#include <unistd.h>
+
 #include <QLTCSVLogger.h>
 
 #include "CannotRun.h"
 #include "ConfigVerdict.h"
 #include "ConsoleLogFile.h"
 #include "LogFiles.h"
-#include "Report.h"
 #include "SerialNumberSource.h"
 #include "StationInfo.h"
 #include "StationWords.h"
 #include "Text.h"
 #include "ThreadName.h"
 #include "host/ResultLog.h"
+#include "view/RunViews.h"
 
 namespace station {
 namespace {
@@ -54,7 +56,9 @@ results::Run runOf(const StationWords& words) {
 
 }  // namespace
 
-StationRun::StationRun(RunOptions options) : options_(std::move(options)) {}
+StationRun::StationRun(RunOptions options)
+    : options_(std::move(options)),
+      screen_(options_.json ? STDERR_FILENO : STDOUT_FILENO, STDERR_FILENO) {}
 
 int StationRun::run() {
   ConsoleLogFile diagnostics(options_.verbose);
@@ -85,11 +89,11 @@ int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& c
   for (const std::string& site : loaded.disabledSites) {
     screen_.line("Site " + printable(site) + " is disabled in the station's configuration.");
   }
-  const Report report(screen_, loaded.sites, loaded.tests);
-  const Series series = test(loaded.sites, {engine, serialNumbers, results, recording, report,
+  const std::unique_ptr<RunView> view = makeRunView(options_, loaded, screen_);
+  const Series series = test(loaded.sites, {engine, serialNumbers, results, recording, *view,
                                             diagnostics, options_.repeat, words.timeLimit});
   engine.unload();
-  report.table(series.outcomes);
+  view->runEnded(series.outcomes);
   if (const auto failure = store->failure()) {
     screen_.warning("the results store is not complete: " + printable(failure->what()) +
                     "; test the devices that were broken off again");

@@ -13,10 +13,17 @@ namespace station {
 
 using quillon::internal::printable;
 
-/// The number of characters of an UTF-8 text.
+/// The columns that an UTF-8 text takes on a terminal: none for what combines with the character
+/// before it, two for the wide ones of East Asia and pictures, else one.
 std::size_t widthOf(std::string_view text);
-/// `text` with blanks at its end, at least `width` characters.
+/// `text` with blanks at its end, at least `width` columns.
 std::string padded(std::string text, std::size_t width);
+/// `text`, or as much of its beginning as leaves room for an ellipsis within `width` columns.
+std::string cut(const std::string& text, std::size_t width);
+/// As `cut`, with the end of the text and the ellipsis before it.
+std::string cutInFront(const std::string& text, std::size_t width);
+/// `text` in lines of at most `width` columns, broken at blanks where there are some.
+std::vector<std::string> wrapped(const std::string& text, std::size_t width);
 
 /// "1.5 s"
 std::string secondsText(double seconds);

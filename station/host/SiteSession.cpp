@@ -9,6 +9,7 @@
 #include "Signals.h"
 #include "Text.h"
 #include "common/Format.h"
+#include "view/ResultText.h"
 
 namespace station {
 namespace {
@@ -20,7 +21,7 @@ bool hasFailed(const std::shared_ptr<QLTestResult>& record) {
 /// In words; empty when none has failed.
 std::string firstFailure(const QLTestResults& records) {
   const auto failed = std::find_if(records.begin(), records.end(), hasFailed);
-  return failed == records.end() ? "" : Report::failure(**failed);
+  return failed == records.end() ? "" : failureText(**failed);
 }
 
 /// "5 s", "0.25 s"
@@ -39,6 +40,7 @@ struct SiteSession::Device {
   std::optional<TestStarted> test;  // in progress
   QLTestResults reported;           // of it
   QLTestResults recorded;           // failures
+  std::vector<FinishedTest> tests;
   bool confirmed = false;
   bool done = false;
 };
@@ -53,6 +55,7 @@ void SiteSession::run() {
     if (!testNext(round)) break;
     complete_ = round == station_.devices;
   }
+  station_.view.siteIs(site_, SiteState::Ended);
   station_.serialNumbers.leave(site_);
 }
 
@@ -62,8 +65,10 @@ bool SiteSession::canRecord() const {
 
 /// False when the fixture may not be safe and nobody says that it is: the site is not used then.
 bool SiteSession::isSafe() const {
+  station_.view.siteIs(site_, SiteState::Waiting);
   station_.engine.awaitWorker();
   while (const auto reason = station_.engine.safety().reason(site_)) {
+    station_.view.siteIs(site_, SiteState::Unsafe);
     const auto who = station_.serialNumbers.whoMadeSafe(site_, *reason);
     if (!who) return false;
     station_.engine.safety().acknowledge(site_, *who);
@@ -73,8 +78,10 @@ bool SiteSession::isSafe() const {
 
 bool SiteSession::testNext(int round) {
   if (!isSafe()) return false;
+  station_.view.siteIs(site_, SiteState::Empty);
   const auto serialNumber = station_.serialNumbers.next(site_);
   if (!serialNumber) return false;
+  station_.view.siteIs(site_, SiteState::Waiting);
   bool begun = false;
   // A worker that ends before has a safe state run, which may fail.
   while (!begun && isSafe()) {
@@ -86,9 +93,10 @@ bool SiteSession::testNext(int round) {
     device.outcome.site = site_;
     device.outcome.serialNumber = *serialNumber;
     device.outcome.round = round;
+    station_.view.deviceStarted(device.outcome);
     test(device);
     station_.engine.end(site_);
-    station_.report.deviceDone(device.outcome);
+    station_.view.deviceDone(device.outcome, device.tests);
     outcomes_.push_back(std::move(device.outcome));
   }
   station_.serialNumbers.release(site_);
@@ -120,7 +128,7 @@ void SiteSession::test(Device& device) {
   finish(device);
   outcome.seconds =
       std::chrono::duration<double>(SiteEvents::Clock::now() - device.started).count();
-  tell(outcome.serialNumber + ": " + Report::text(outcome));
+  tell(outcome.serialNumber + ": " + outcomeText(outcome));
 }
 
 void SiteSession::onTimeLimit(Device& device) {
@@ -145,6 +153,7 @@ void SiteSession::on(Device& device, const TestStarted& event) {
                                        std::chrono::duration<double>(*device.test->timeLimit));
   }
   device.run->testStarted(event);
+  station_.view.testStarted(event);
 }
 
 void SiteSession::on(Device& device, const Reported& event) {
@@ -167,16 +176,20 @@ void SiteSession::on(Device& device, const Tested& event) {
   if (!lost) lost = device.outcome.brokenOff;  // too late
   // What is not recorded is not shown as passed.
   const Verdict passed = lost ? Verdict::BrokenOff : Verdict::Pass;
-  station_.report.testDone({.site = site_,
-                            .test = event.name,
-                            .verdict = event.passed ? passed : Verdict::Fail,
-                            .retested = event.retested,
-                            .seconds = event.seconds,
-                            .failure = failure.empty() ? lost.value_or("") : failure});
+  device.tests.push_back({.site = site_,
+                          .test = event.name,
+                          .verdict = event.passed ? passed : Verdict::Fail,
+                          .retested = event.retested,
+                          .seconds = event.seconds,
+                          .failure = failure.empty() ? lost.value_or("") : failure,
+                          .index = event.index,
+                          .records = event.records});
+  station_.view.testDone(device.tests.back());
   tellTest(event);
 }
 
 void SiteSession::on(Device& device, const FlowEnded& event) {
+  station_.view.siteIs(site_, SiteState::Saving);
   Outcome& outcome = device.outcome;
   if (!outcome.brokenOff) outcome.brokenOff = event.brokenOff;
   outcome.verdict = outcome.brokenOff ? Verdict::BrokenOff : event.verdict;
@@ -218,6 +231,12 @@ void SiteSession::on(Device& device, const WorkerEnded& event) {
   if (!outcome.brokenOff) outcome.brokenOff = reason;
   if (device.test) {
     device.run->testBrokenOff(device.reported);
+    device.tests.push_back({.site = site_,
+                            .test = device.test->name,
+                            .verdict = Verdict::BrokenOff,
+                            .failure = reason,
+                            .index = device.test->index,
+                            .records = device.reported});
     static_cast<void>(station_.results.log(device.reported));  // broken off either way
   }
   recordBreakOff(device);
@@ -258,9 +277,9 @@ void SiteSession::tell(const std::string& line) const { station_.diagnostics.wri
 void SiteSession::tellTest(const Tested& test) const {
   const std::string name = "test " + std::to_string(test.index) + " " + test.name;
   for (const auto& record : test.superseded) {
-    tell(name + ", first attempt: " + Report::text(*record));
+    tell(name + ", first attempt: " + recordText(*record));
   }
-  for (const auto& record : test.records) tell(name + ": " + Report::text(*record));
+  for (const auto& record : test.records) tell(name + ": " + recordText(*record));
   tell(name + ": " + (test.passed ? "PASS" : "FAIL") + " in " + secondsText(test.seconds) +
        (test.retested ? ", second attempt" : ""));
 }

@@ -9,10 +9,10 @@
 #include "ConsoleLogFile.h"
 #include "Engine.h"
 #include "Outcome.h"
-#include "Report.h"
 #include "ResultLog.h"
 #include "RunRecorder.h"
 #include "SerialNumberSource.h"
+#include "view/RunView.h"
 
 namespace station {
 
@@ -26,7 +26,7 @@ class SiteSession {
     SerialNumberSource& serialNumbers;
     ResultLog& results;
     const RunRecorder::Session& store;
-    const Report& report;
+    RunView& view;
     const ConsoleLogFile& diagnostics;
     int devices = 1;                  ///< for each site
     std::optional<double> timeLimit;  ///< for tests without one of their own, in seconds

@@ -7,6 +7,7 @@
 
 #include "CapturedScreen.h"
 #include "station/Report.h"
+#include "station/view/ResultText.h"
 
 namespace {
 
@@ -41,14 +42,14 @@ std::string failureOf(const Texts& texts) {
   record->setHighLimit(texts.highLimit);
   record->setExpected(texts.expected);
   record->setFailMessage(texts.message);
-  return Report::failure(*record);
+  return station::failureText(*record);
 }
 
 }  // namespace
 
 TEST(Report, linesOfSeveralSitesStandInColumns) {
   test::CapturedScreen captured;
-  const Report report(captured.screen(), {"left", "r"}, {"Power", "Idle \u00b5A"});
+  Report report(captured.screen(), {"left", "r"}, {"Power", "Idle \u00b5A"});
   report.testDone(
       {.site = "left", .test = "Power", .verdict = Verdict::Pass, .seconds = 1.04, .failure = ""});
   report.testDone({.site = "r",
@@ -56,7 +57,7 @@ TEST(Report, linesOfSeveralSitesStandInColumns) {
                    .retested = true,
                    .seconds = 12,
                    .failure = "no answer\nfrom it"});
-  report.deviceDone(outcomeOf("r", "S\x01", Verdict::BrokenOff));
+  report.deviceDone(outcomeOf("r", "S\x01", Verdict::BrokenOff), {});
   EXPECT_EQ(captured.output(),
             "left  PASS  Power    1.0 s\n"
             "r     FAIL  Idle \u00b5A  12.0 s  (second attempt)  no answer\\nfrom it\n"
@@ -77,7 +78,7 @@ TEST(Report, theTableTellsHowEachDeviceFared) {
   thrown.firstFailure = "Power / Power threw";
   thrown.brokenOff = "Power threw";
   Report(captured.screen(), {}, {})
-      .table({outcomeOf("left", "P", Verdict::Pass), failed, broken, both, thrown});
+      .runEnded({outcomeOf("left", "P", Verdict::Pass), failed, broken, both, thrown});
   EXPECT_EQ(captured.output(),
             "\n"
             "Site   Serial number    Result      Time   First failure\n"
@@ -92,7 +93,7 @@ TEST(Report, theTableTellsHowEachDeviceFared) {
 
 TEST(Report, noDeviceIsNoTable) {
   test::CapturedScreen captured;
-  Report(captured.screen(), {}, {}).table({});
+  Report(captured.screen(), {}, {}).runEnded({});
   EXPECT_EQ(captured.output(), "\nNo device was tested.\n");
 }
 

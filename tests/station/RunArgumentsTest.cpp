@@ -32,6 +32,7 @@ TEST(RunArguments, aBundleAloneIsEnough) {
   EXPECT_EQ(options.logFolder, "logs");
   EXPECT_EQ(options.repeat, 1);
   EXPECT_FALSE(options.verbose);
+  EXPECT_FALSE(options.quiet || options.details || options.json);
 }
 
 TEST(RunArguments, everyOptionArrives) {
@@ -45,6 +46,14 @@ TEST(RunArguments, everyOptionArrives) {
   EXPECT_EQ(options.logFolder, "/tmp/x");
   EXPECT_EQ(options.repeat, 3);
   EXPECT_TRUE(options.verbose);
+}
+
+TEST(RunArguments, detailsStandAlone) {
+  EXPECT_TRUE(parsed({"board.bundle", "--details"}).details);
+  EXPECT_TRUE(parsed({"board.bundle", "--quiet", "--json"}).quiet);
+  EXPECT_TRUE(parsed({"board.bundle", "--quiet", "--json"}).json);
+  EXPECT_THROW(parsed({"board.bundle", "--details", "--quiet"}), CLI::ParseError);
+  EXPECT_THROW(parsed({"board.bundle", "--details", "--json"}), CLI::ParseError);
 }
 
 TEST(RunArguments, aBundleMayFollowAnOptionThatRepeats) {

@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <QLTError.h>
@@ -10,6 +11,35 @@ TEST(StationText, widthCountsCharacters) {
   EXPECT_EQ(station::widthOf("a\u00b5\u20ac"), 3U);
   EXPECT_EQ(station::padded("\u00b5", 3), "\u00b5  ");
   EXPECT_EQ(station::padded("long", 3), "long");
+}
+
+TEST(StationText, widthIsThatOnATerminal) {
+  EXPECT_EQ(station::widthOf("e\u0301"), 1U);       // a combining accent
+  EXPECT_EQ(station::widthOf("\u96fb\u5727"), 4U);  // wide
+  EXPECT_EQ(station::widthOf("\U0001f50b"), 2U);    // a picture
+  EXPECT_EQ(station::widthOf("\xff\xc3"), 2U);      // no UTF-8: a column a byte
+}
+
+TEST(StationText, whatIsTooLongIsCutWithAnEllipsis) {
+  EXPECT_EQ(station::cut("Volts", 5), "Volts");
+  EXPECT_EQ(station::cut("Voltage", 5), "Volt\u2026");
+  EXPECT_EQ(station::cut("\u00b5\u00b5\u00b5", 2), "\u00b5\u2026");
+  EXPECT_EQ(station::cut("\u96fb\u5727\u96fb", 4), "\u96fb\u2026");  // half a character is none
+  EXPECT_EQ(station::cut("e\u0301e\u0301e", 2), "e\u0301\u2026");
+  EXPECT_EQ(station::cut("Volts", 1), "\u2026");
+  EXPECT_EQ(station::cut("Volts", 0), "");
+  EXPECT_EQ(station::cutInFront("SN1001", 4), "\u2026001");
+  EXPECT_EQ(station::cutInFront("SN1", 4), "SN1");
+  EXPECT_EQ(station::cutInFront("a\u96fb\u5727", 4), "\u2026\u5727");
+}
+
+TEST(StationText, longTextsAreWrappedAtBlanks) {
+  using testing::ElementsAre;
+  EXPECT_THAT(station::wrapped("", 5), ElementsAre(""));
+  EXPECT_THAT(station::wrapped("one two three", 7), ElementsAre("one two", "three"));
+  EXPECT_THAT(station::wrapped("one two three", 8), ElementsAre("one two", "three"));
+  EXPECT_THAT(station::wrapped("incomprehensible", 6), ElementsAre("incomp", "rehens", "ible"));
+  EXPECT_THAT(station::wrapped("\u96fb\u5727", 1), ElementsAre("\u96fb", "\u5727"));
 }
 
 TEST(StationText, secondsHaveOneDecimalAndAPoint) {

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <memory>
+
+#include "RunOptions.h"
+#include "RunView.h"
+#include "Screen.h"
+
+namespace station {
+
+/// The face that a run was asked for. `screen` is for people.
+std::unique_ptr<RunView> makeRunView(const RunOptions& options, const Loaded& loaded,
+                                     Screen& screen);
+
+}  // namespace station
