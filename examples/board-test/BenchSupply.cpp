@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include <QLTConsoleLog.h>
 #include <QLTUtil.h>
 
 namespace {
@@ -29,6 +30,7 @@ std::shared_ptr<BenchSupply> BenchSupply::fromEntry(const QLTDictionary& entry, 
 }
 
 void BenchSupply::setOutput(bool on) {
+  QLTLog(on ? "{BenchSupply}: output on" : "{BenchSupply}: output off");
   inrush_ = on && !isOn_;
   isOn_ = on;
 }

@@ -62,9 +62,15 @@ std::shared_ptr<QLTObject> BoardSuite::createInstrument(const QLTDictionary& ent
   return nullptr;  // the framework then says which class nobody knows
 }
 
+std::shared_ptr<QLTObject> BoardSuite::onDUTStart(const QLTDictionary& dutInfo, QLTError* error) {
+  if (const QLTValue* round = dutInfo.find("round")) siteAttributes().set("round", *round);
+  return QLTestSuite::onDUTStart(dutInfo, error);  // which draws the run index
+}
+
 bool BoardSuite::onDUTFinished(QLTError* error) { return powerDown(error); }
 bool BoardSuite::onDUTFail(QLTError* error) { return powerDown(error); }
 bool BoardSuite::onException(QLTError* error) { return powerDown(error); }
+bool BoardSuite::onSafeState(QLTError* error) { return powerDown(error); }
 
 bool BoardSuite::powerDown(QLTError* error) {
   const auto supply = resource<BenchSupply>("supply", error);

@@ -18,9 +18,13 @@ class BoardSuite : public QLTestSuite {
   // Around each board. Whatever became of the board, it is without power when somebody takes it
   // out.
 
+  /// Notes which board of the run this is, as the attribute "round", for tests to read.
+  std::shared_ptr<QLTObject> onDUTStart(const QLTDictionary& dutInfo, QLTError* error) override;
   bool onDUTFinished(QLTError* error) override;
   bool onDUTFail(QLTError* error) override;
   bool onException(QLTError* error) override;
+  /// After a crash, say, on instruments that were made anew: nobody knows what is switched on.
+  bool onSafeState(QLTError* error) override;
 
  private:
   bool powerDown(QLTError* error);

@@ -6,6 +6,7 @@
 namespace {
 
 using test::StationProcess;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::UnorderedElementsAreArray;
 
@@ -51,6 +52,25 @@ TEST_F(BoardTest, auditShowsWhatFailedAndGoesOn) {
   EXPECT_EQ(station.steadyOutput(), test::auditOutput("board-test"));
   EXPECT_EQ(station.results(),
             test::kBoardTestHeader + test::auditLines("BT-1,1.2.0,1,QB2,right,"));
+}
+
+TEST_F(BoardTest, aCrashCostsARetestAndSwitchesTheSuppliesOff) {
+  StationProcess station({"run", BOARD_TEST_BUNDLE, "--flow", "crash", "--repeat", "2", "--sn",
+                          "left=QB1", "--sn", "right=QB2"});
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(
+      station.steadyOutput(),
+      AllOf(HasSubstr("left   QB1            BROKEN OFF  0.0 s  the plug-in crashed: aborted "
+                      "in test 3 Crash\n"),
+            HasSubstr("left   QB1            PASS        0.0 s\n"),
+            HasSubstr("right  QB2            PASS        0.0 s\n")));
+  EXPECT_EQ(station.errors(), "");
+  const std::string diagnostics = station.diagnostics();
+  for (const std::string site : {"[left] ", "[right] "}) {
+    const auto safe = diagnostics.find(site + "in its safe state\n");
+    EXPECT_NE(safe, diagnostics.npos);
+    EXPECT_LT(diagnostics.find(site + "{BenchSupply}: output off\n"), safe);
+  }
 }
 
 TEST_F(BoardTest, aSupplyThatIsNotSimulatedEndsTheLoad) {

@@ -197,7 +197,7 @@ TEST_F(StationNewProject, buildsTestsRunsAndIsToldWhatIsBroken) {
   const Said good = call({"check", bundle(), "--tester-config", testerConfig()});
   EXPECT_EQ(good.status, 0) << good.output;
   const Said list = call({"list", bundle(), "--tester-config", testerConfig()});
-  EXPECT_THAT(list.output, HasSubstr("     2.1  VBUS  4.75 to 5.25    priority 0\n"));
+  EXPECT_THAT(list.output, HasSubstr("     2.1  VBUS  4.75 to 5.25 V    priority 0\n"));
   EXPECT_EQ(
       shell("'" BUILD_FOLDER "/bin/quillon-with-vault' --file TesterConfig_oc.csv '" BUILD_FOLDER
             "/bin/quillon' run build/Board.bundle --sn left=SN1"),
@@ -211,7 +211,7 @@ TEST_F(StationNewProject, buildsTestsRunsAndIsToldWhatIsBroken) {
   };
   expectBroken(
       checkWith("TestConfig.plist", "<real>4.75</real>", "<string>4,75</string>"), 2,
-      config() + ":72:7: Flows/main/1/subTestInfos/0/lowLimit: expected a number, found '4,75'");
+      config() + ":77:7: Flows/main/1/subTestInfos/0/lowLimit: expected a number, found '4,75'");
   expectBroken(checkWith("TestConfig.plist", "VoltageTest", "VoltagesTest"), 2,
                "Flows/main/1/class: unrecognized test method class VoltagesTest\n    did you mean "
                "\"VoltageTest\"?\n");

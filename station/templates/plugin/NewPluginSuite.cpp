@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include <QLTBundle.h>
+#include <QLTDiags.h>
 #include <QLTPropertyList.h>
 #include <QLTSimSerial.h>
 
@@ -34,4 +35,10 @@ void NewPluginSuite::customizeConfig(QLTDictionary&, const QLTDictionary&) {
     map.set(command + "\n", reply + ":-)");
   }
   QLTSimSerial::setResponseMap(map);
+}
+
+bool NewPluginSuite::onSafeState(QLTError* error) {
+  const auto console = resource<QLTDiags>("console", error);
+  if (!console || !console->open(error)) return false;
+  return console->sendCommand("power off", error).has_value();
 }
