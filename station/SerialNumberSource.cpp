@@ -11,10 +11,15 @@
 namespace station {
 
 SerialNumberSource::SerialNumberSource(SerialNumbers given, std::vector<std::string> sites,
-                                       Screen& screen)
-    : given_(std::move(given)), sites_(std::move(sites)), screen_(screen), prompt_(screen) {
+                                       Screen& screen, std::optional<SerialPattern> pattern)
+    : given_(std::move(given)),
+      sites_(std::move(sites)),
+      screen_(screen),
+      pattern_(std::move(pattern)),
+      prompt_(screen) {
   warnOfEqualOnes();
   checkSites();
+  checkPattern();
   checkThatOthersCanBeAsked();
   for (const std::string& site : sites_) {
     if (!given_.contains(site)) waiting_.insert(rankOf(site));
@@ -39,6 +44,15 @@ void SerialNumberSource::checkSites() const {
     throw CannotRun("--sn names the site \"" + printable(given.first) +
                         "\", which is not one of those to test at",
                     "The sites are: " + listOf(sites_));
+  }
+}
+
+void SerialNumberSource::checkPattern() const {
+  for (const auto& [site, serialNumber] : given_) {
+    const std::string complaint = complaintOfPattern(serialNumber);
+    if (complaint.empty()) continue;
+    throw CannotRun("--sn " + printable(site + "=" + serialNumber) + ": " + complaint,
+                    "The plug-in's station attribute serialPattern says so.");
   }
 }
 
@@ -114,9 +128,16 @@ std::ptrdiff_t SerialNumberSource::rankOf(const std::string& site) const {
   return std::distance(sites_.begin(), std::find(sites_.begin(), sites_.end(), site));
 }
 
+std::string SerialNumberSource::complaintOfPattern(const std::string& serialNumber) const {
+  if (!pattern_ || pattern_->matches(serialNumber)) return "";
+  return printable(serialNumber) + " is no serial number of these devices, which match " +
+         printable(pattern_->text()) + ".";
+}
+
 /// What is wrong with an answer; "" when nothing is.
 std::string SerialNumberSource::complaintAbout(const std::string& serialNumber) const {
   std::string complaint = complaintAboutSerialNumber(serialNumber);
+  if (complaint.empty()) complaint = complaintOfPattern(serialNumber);
   if (!complaint.empty()) return complaint;
   const std::lock_guard lock(mutex_);
   for (const auto& [site, running] : running_) {

@@ -12,6 +12,7 @@
 #include "Screen.h"
 #include "SerialNumberPrompt.h"
 #include "SerialNumbers.h"
+#include "SerialPattern.h"
 
 namespace station {
 
@@ -22,11 +23,14 @@ namespace station {
 /// Each site asks from its own thread.
 class SerialNumberSource {
  public:
-  /// `CannotRun` when `given` names another site, or when there is nobody to ask for the others.
-  SerialNumberSource(SerialNumbers given, std::vector<std::string> sites, Screen& screen);
+  /// `CannotRun` when `given` names another site, when there is nobody to ask for the others, or
+  /// when a number does not match `pattern`, as all of them must if there is one.
+  SerialNumberSource(SerialNumbers given, std::vector<std::string> sites, Screen& screen,
+                     std::optional<SerialPattern> pattern = {});
 
   /// The number of the site's next device; absent when the operator ends the run instead, from then
-  /// on for all sites. He is asked again for a number that is being tested at another site.
+  /// on for all sites. He is asked again for a number that is being tested at another site, or
+  /// ill-formed.
   std::optional<std::string> next(const std::string& site);
   /// The name of the person who has made the unsafe fixture of a site safe by hand. Absent as with
   /// `next`, and when there is no terminal to ask on.
@@ -38,14 +42,17 @@ class SerialNumberSource {
 
  private:
   void checkSites() const;
+  void checkPattern() const;
   void warnOfEqualOnes() const;
   void checkThatOthersCanBeAsked() const;
   std::ptrdiff_t rankOf(const std::string& site) const;
+  std::string complaintOfPattern(const std::string& serialNumber) const;
   std::string complaintAbout(const std::string& serialNumber) const;
 
   const SerialNumbers given_;
   const std::vector<std::string> sites_;
   Screen& screen_;
+  const std::optional<SerialPattern> pattern_;
   mutable std::mutex mutex_;  // guards what follows
   std::condition_variable changed_;
   std::set<std::ptrdiff_t> waiting_;            // ranks of the sites to ask for

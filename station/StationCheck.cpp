@@ -70,7 +70,7 @@ void forgiveOwnKeys(const std::vector<std::string>& ownKeys, Findings& findings)
 }  // namespace
 
 Findings checkStation(const std::filesystem::path& bundlePath,
-                      const std::filesystem::path& testerConfig) {
+                      const std::filesystem::path& testerConfig, QLTStationPlan* planRead) {
   QLTError error;
   const QLTBundle* const bundle = QLTBundle::open(bundlePath, &error);
   if (bundle == nullptr) return {bundleUnusable(bundlePath, error)};
@@ -79,6 +79,7 @@ Findings checkStation(const std::filesystem::path& bundlePath,
       QLTConfigCheck::check(*bundle, testerConfig, stationInfo(*bundle, kDefaultLogFolder), &plan);
   checkPrincipalClass(*bundle, findings);
   forgiveOwnKeys(checkWords(plan, findings).ownKeys, findings);
+  if (planRead != nullptr) *planRead = std::move(plan);
   return findings;
 }
 

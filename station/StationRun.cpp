@@ -36,6 +36,15 @@ bool allPassed(const std::vector<Outcome>& outcomes) {
                      [](const Outcome& outcome) { return outcome.verdict == Verdict::Pass; });
 }
 
+/// Sorts sites as they stand in `order`; others come last.
+void sortLike(const std::vector<std::string>& order, std::vector<std::string>& sites) {
+  const auto place = [&](const std::string& site) {
+    return std::find(order.begin(), order.end(), site) - order.begin();
+  };
+  std::stable_sort(sites.begin(), sites.end(),
+                   [&](const std::string& a, const std::string& b) { return place(a) < place(b); });
+}
+
 results::Plan planOf(const Loaded& loaded, const std::string& flow) {
   results::Plan plan;
   plan.bundle = loaded.bundle;
@@ -67,10 +76,12 @@ int StationRun::run() {
   makeLogFolder(options_.logFolder);
   const LogFiles files = makeLogFiles(
       options_.logFolder, QLTCSVLogger::timeStampedFileName(bundle.stem()), diagnostics);
-  judgeConfiguration(engine.check(),
+  const Checked checked = engine.check();
+  judgeConfiguration(checked.findings,
                      {bundle.string(), files.diagnostics, options_.allowUnknownKeys}, screen_);
-  const Loaded loaded =
+  Loaded loaded =
       engine.load({options_.flow, options_.sites, options_.logFolder, files.diagnostics});
+  if (options_.sites.empty()) sortLike(checked.sites, loaded.sites);
   const int status = runOn(engine, loaded, files.results, diagnostics);
   screen_.line("Results:     " + files.results + "\nDiagnostics: " + files.diagnostics);
   return status;
@@ -79,7 +90,8 @@ int StationRun::run() {
 int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& csvPath,
                       const ConsoleLogFile& diagnostics) {
   const StationWords words = readStationWords(loaded.stationAttributes);
-  SerialNumberSource serialNumbers(options_.serialNumbers, loaded.sites, screen_);
+  SerialNumberSource serialNumbers(options_.serialNumbers, loaded.sites, screen_,
+                                   words.serialPattern);
   ResultLog results(csvPath, loaded.stationAttributes, screen_);
   const std::unique_ptr<results::Store> store = openStore();
   engine.openLoggers(results.columns());

@@ -77,9 +77,9 @@ std::string Engine::start() {
   return await<Opened>().path;
 }
 
-std::vector<Finding> Engine::check() {
+Checked Engine::check() {
   send(messageFrom(Check{}));
-  return await<Checked>().findings;
+  return await<Checked>();
 }
 
 Loaded Engine::load(const Load& load) {

@@ -38,7 +38,7 @@ class Engine {
   /// Starts the worker, which opens the bundle; the bundle's path.
   std::string start();
   /// What is wrong with the plug-in's configuration; between `start` and `load`.
-  std::vector<Finding> check();
+  Checked check();
   Loaded load(const Load& load);
   /// Brings the fixtures of all sites into their safe state, in a worker that is loaded and has no
   /// loggers yet: the present one, else a fresh one. To be called after `load`, too, when an

@@ -104,10 +104,12 @@ struct Finding {
 struct Checked {
   static constexpr const char* kType = "checked";
   std::vector<Finding> findings = {};
+  std::vector<std::string> sites = {};  ///< in the order of the configuration file
 
   template <typename Part>
   void parts(const Part& part) {
     part("findings", findings);
+    part("sites", sites);
   }
 };
 

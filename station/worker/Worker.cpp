@@ -8,6 +8,7 @@
 #include <map>
 #include <string_view>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -47,6 +48,20 @@ std::vector<std::string> testNames(const QLTFlow& flow) {
   return names;
 }
 
+/// Those that the plug-in's code has added have no place in the file; they come last.
+std::vector<std::string> sitesInFileOrder(std::vector<QLTStationPlan::Site> sites) {
+  const auto place = [](const QLTStationPlan::Site& site) {
+    const QLTPosition& position = site.position;
+    const bool isInFile = position.line > 0 || position.offset >= 0;
+    return std::tuple(!isInFile, position.line, position.column, position.offset);
+  };
+  std::stable_sort(sites.begin(), sites.end(),
+                   [&](const auto& a, const auto& b) { return place(a) < place(b); });
+  std::vector<std::string> names;
+  for (const auto& site : sites) names.push_back(site.name);
+  return names;
+}
+
 /// Checks the plug-in's configuration in a process of its own, so that the plug-in in this one is
 /// still untouched when it is loaded. What it prints there, loading has it print again.
 Message checked(const std::filesystem::path& bundle) {
@@ -54,10 +69,12 @@ Message checked(const std::filesystem::path& bundle) {
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
     dup2(nowhere, STDOUT_FILENO);
     Checked result;
-    for (const auto& found : checkStation(bundle, QLTestSiteManager::testerConfigPath())) {
+    QLTStationPlan plan;
+    for (const auto& found : checkStation(bundle, QLTestSiteManager::testerConfigPath(), &plan)) {
       result.findings.push_back({found.severity == QLTConfigFinding::Severity::Error, found.file,
                                  found.text(), found.advice, found.unknownKey});
     }
+    result.sites = sitesInFileOrder(std::move(plan.sites));
     std::string bytes;
     Message::to_cbor(messageFrom(result), bytes);
     return bytes;
@@ -66,7 +83,7 @@ Message checked(const std::filesystem::path& bundle) {
     return Message::from_cbor(runApart(false, check));
   } catch (const PluginEnded& reason) {
     return messageFrom(
-        Checked{{{true, bundle.string(), reason.what(), reason.advice(), std::nullopt}}});
+        Checked{{{true, bundle.string(), reason.what(), reason.advice(), std::nullopt}}, {}});
   }
 }
 

@@ -114,6 +114,16 @@ TEST_F(StationStart, wrongSerialNumbersAreRefused) {
   EXPECT_THAT(refusal({"--site", "left", "--sn", "right=B"}), HasSubstr("The sites are: left\n"));
 }
 
+TEST_F(StationStart, aSerialNumberAgainstThePatternIsRefused) {
+  bundle_.configure(TroubleBundle::test("Volts", ""),
+                    TroubleBundle::text("serialPattern", "[A-Z][0-9]{2}"));
+  EXPECT_THAT(refusal({"--sn", "left=A12", "--sn", "right=A123"}),
+              StartsWith("quillon: --sn right=A123: A123 is no serial number of these devices, "
+                         "which match [A-Z][0-9]{2}.\n"));
+  StationProcess station({"run", bundle_.path(), "--sn", "left=A12", "--sn", "right=B34"});
+  EXPECT_EQ(station.wait(), 0);
+}
+
 TEST_F(StationStart, aMissingTesterConfigIsExplained) {
   std::filesystem::remove("/vault/Quillon/TesterConfig_oc.csv");
   EXPECT_THAT(refusal(serialNumbers_),

@@ -51,6 +51,38 @@ TEST_F(StationTerminal, asksAgainForWhatCannotBeASerialNumber) {
   EXPECT_EQ(station.wait(), 0);
 }
 
+TEST_F(StationTerminal, asksAgainForANumberAgainstThePattern) {
+  bundle_.configure(TroubleBundle::test("Volts", ""),
+                    TroubleBundle::text("serialPattern", "QB[0-9]+"));
+  StationProcess station({"run", bundle_.path(), "--site", "left"},
+                         StationProcess::Input::Terminal);
+  ASSERT_TRUE(station.waitForOutput("site left: "));
+  station.type("XQB1\n");
+  ASSERT_TRUE(station.waitForOutput(
+      "XQB1 is no serial number of these devices, which match QB[0-9]+. (Ctrl-D ends.)"));
+  ASSERT_TRUE(station.waitForOutput("site left: ", 2));
+  station.type("QB1\n");
+  EXPECT_EQ(station.wait(), 0);
+}
+
+TEST_F(StationTerminal, asksInTheOrderOfTheConfigurationFile) {
+  bundle_.bundle().setConfig(
+      "<key>Sites</key><dict><key>upper</key><dict/><key>middle</key><dict/><key>lower</key><dict/>"
+      "</dict><key>defaultFlow</key><string>main</string><key>Flows</key><dict><key>main</key>"
+      "<array>" +
+      TroubleBundle::test("Volts", "") + "</array></dict>");
+  StationProcess station({"run", bundle_.path()}, StationProcess::Input::Terminal);
+  for (const std::string site : {"upper", "middle", "lower"}) {
+    ASSERT_TRUE(station.waitForOutput("at site "));
+    ASSERT_TRUE(station.waitForOutput("at site " + site + ": "));
+    station.type(site + "1\n");
+  }
+  EXPECT_EQ(station.wait(), 0);
+  const std::string table = station.output().substr(station.output().find("Serial number  Res"));
+  EXPECT_LT(table.find("upper1"), table.find("middle1"));
+  EXPECT_LT(table.find("middle1"), table.find("lower1"));
+}
+
 TEST_F(StationTerminal, asksInEachRound) {
   StationProcess station({"run", bundle_.path(), "--site", "left", "--repeat", "2"},
                          StationProcess::Input::Terminal);
