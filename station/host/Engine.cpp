@@ -287,6 +287,13 @@ void Engine::dispatch(const Message& message) {
   } else if (type == SafeStateDone::kType) {
     const auto done = take<SafeStateDone>(message);
     safeStates_[done.site] = done;
+  } else if (type == Waiting::kType) {
+    const auto waiting = take<Waiting>(message);
+    const std::string text = waiting.site + " waits for " + waiting.what;
+    diagnostics_.write(waiting.site, text);
+    screen_.warning(printable(text));
+  } else if (type == Prepared::kType) {
+    handOn<Prepared>(message);
   } else if (type == DeviceStarted::kType) {
     handOn<DeviceStarted>(message);
   } else if (type == TestStarted::kType) {

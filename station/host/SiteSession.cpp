@@ -76,18 +76,32 @@ bool SiteSession::isSafe() const {
   return true;
 }
 
+/// Waits until a worker can begin with a device at this site, and its instruments are there. False
+/// when none can any more.
+bool SiteSession::reserve() {
+  // A worker that ends meanwhile has a safe state run, which may fail.
+  while (isSafe()) {
+    if (station_.engine.reserve(site_)) {
+      if (station_.engine.safety().reason(site_)) continue;
+      return false;
+    }
+    station_.engine.tell(Prepare{site_});
+    const auto event = station_.engine.next(site_, std::nullopt);
+    const Prepared* const prepared = std::get_if<Prepared>(&*event);
+    if (prepared != nullptr && prepared->isReady) return true;
+    station_.engine.end(site_);
+    if (prepared != nullptr) return false;
+  }
+  return false;
+}
+
 bool SiteSession::testNext(int round) {
   if (!isSafe()) return false;
   station_.view.siteIs(site_, SiteState::Empty);
   const auto serialNumber = station_.serialNumbers.next(site_);
   if (!serialNumber) return false;
   station_.view.siteIs(site_, SiteState::Waiting);
-  bool begun = false;
-  // A worker that ends before has a safe state run, which may fail.
-  while (!begun && isSafe()) {
-    begun = !station_.engine.reserve(site_);
-    if (!begun && !station_.engine.safety().reason(site_)) break;
-  }
+  const bool begun = reserve();
   if (begun) {
     Device device;
     device.outcome.site = site_;

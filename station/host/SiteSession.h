@@ -49,6 +49,8 @@ class SiteSession {
   bool testNext(int round);
   void test(Device& device);
   bool isSafe() const;
+  bool reserve();
+  static void on(Device&, const Prepared&) {}  // comes before a device only
   void on(Device& device, const DeviceStarted& event);
   void on(Device& device, const TestStarted& event);
   void on(Device& device, const Reported& event);

@@ -159,6 +159,32 @@ struct Ready {
   void parts(const Part&) {}
 };
 
+/// A site waits for an instrument whose line is gone. Told once, until `Prepared`.
+struct Waiting {
+  static constexpr const char* kType = "waiting";
+  std::string site = {};
+  std::string what = {};  ///< "console-left, /dev/ttyUSB0: No such file or directory"
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("what", what);
+  }
+};
+
+/// A site's instruments are there.
+struct Prepared {
+  static constexpr const char* kType = "prepared";
+  std::string site = {};
+  bool isReady = false;  ///< false when the waiting was stopped
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("isReady", isReady);
+  }
+};
+
 /// A site's `onDUTStart` is done.
 struct DeviceStarted {
   static constexpr const char* kType = "deviceStarted";
@@ -320,6 +346,17 @@ struct OpenLoggers {
   void parts(const Part& part) {
     part("attributeKeys", attributeKeys);
     part("extraKeys", extraKeys);
+  }
+};
+
+/// Before each device: open again what instruments the site has lost, and wait for them.
+struct Prepare {
+  static constexpr const char* kType = "prepare";
+  std::string site = {};
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
   }
 };
 

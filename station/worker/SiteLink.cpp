@@ -17,15 +17,21 @@ std::optional<std::string> SiteLink::stopReason() const {
   return stopReason_;
 }
 
+bool SiteLink::isStoppedWithin(std::chrono::milliseconds time) {
+  std::unique_lock lock(mutex_);
+  return arrived_.wait_for(lock, time, [&] { return stopReason_.has_value(); });
+}
+
 void SiteLink::deliver(Message message) {
   const std::lock_guard lock(mutex_);
   const std::string type = typeOf(message);
   if (type == Stop::kType) {
     stopReason_ = take<Stop>(message).reason;
+    arrived_.notify_all();
     return;
   }
   // A stop is for the device that was in progress.
-  if (type == TestDevice::kType) stopReason_.reset();
+  if (type == Prepare::kType) stopReason_.reset();
   messages_.push_back(std::move(message));
   arrived_.notify_one();
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -27,6 +28,8 @@ class SiteLink {
   Message wait();
   /// Why the device in progress is to be broken off; absent when it is not.
   std::optional<std::string> stopReason() const;
+  /// Waits for a stop for so long at most; true when there is one.
+  bool isStoppedWithin(std::chrono::milliseconds time);
 
   // For the thread that reads.
 

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "Lines.h"
 #include "Text.h"
 #include "Unmeasured.h"
 
@@ -98,9 +99,36 @@ std::optional<std::string> SiteRunner::problemOfSafeState(QLTestSuite& suite) {
   return problemOfHook(suite, "onSafeState", &QLTestSuite::onSafeState);
 }
 
+void SiteRunner::prepare() {
+  constexpr std::chrono::seconds kPause{1};
+  bool isTold = false;
+  bool isStopped = false;
+  while (!isStopped) {
+    std::optional<std::string> missing;
+    const auto problem =
+        problemOf("opening instruments again", [&] { missing = reopenLines(*suite_); });
+    if (problem) missing = problem;
+    if (!missing) break;
+    if (!std::exchange(isTold, true)) host_.tell(Waiting{host_.site(), *missing});
+    isStopped = host_.isStoppedWithin(kPause);
+  }
+  host_.tell(Prepared{host_.site(), !isStopped});
+}
+
+/// What is told of a device that was tested without an instrument; absent when all are there.
+std::optional<std::string> SiteRunner::lostInstrument() const {
+  std::optional<std::string> lost;
+  const auto problem = problemOf("looking for lost instruments", [&] { lost = lostLine(*suite_); });
+  if (problem) return problem;
+  return lost ? std::optional("instrument lost: " + *lost) : std::nullopt;
+}
+
 void SiteRunner::test(const TestDevice& device) {
   FlowEnded ended{.site = host_.site()};
   ended.brokenOff = problemOf("onDUTStart", [&] { start(device); });
+  if (ended.brokenOff) {
+    if (const auto lost = lostInstrument()) ended.brokenOff = *lost + "; " + *ended.brokenOff;
+  }
   host_.tell(DeviceStarted{host_.site(), suite_->currentIndex()});
   if (!ended.brokenOff) {
     ended.brokenOff = problemOf("the flow", [&] { ended.verdict = runFlow(); });
@@ -165,6 +193,9 @@ bool SiteRunner::runTest(QLTestMethod& method, std::int32_t index) {
   });
   tested.seconds = secondsSince(started);
   host_.tell(tested);
+  // No failure of the device.
+  const auto lost = test.passed ? std::nullopt : lostInstrument();
+  if (lost) throw BrokenOff(*lost);
   if (test.exception) throw BrokenOff(*test.exception);
   if (tested.notLogged) throw BrokenOff(*tested.notLogged);
   return test.passed;

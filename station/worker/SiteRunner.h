@@ -22,6 +22,8 @@ class SiteRunner {
   SiteRunner(std::shared_ptr<QLTestSuite> suite, std::string flowName, OwnLoggers& loggers,
              SiteLink& host);
 
+  /// Opens instruments again whose lines are gone, and waits until all are there or a stop comes.
+  void prepare();
   /// Tests one device, from `onDUTStart` to `onDUTFinished`, `onDUTFail` or `onException`; these
   /// wait until the host has recorded the device. Nothing that the plug-in does or throws leaves
   /// this call. A stop breaks the device off before its next test.
@@ -35,6 +37,7 @@ class SiteRunner {
  private:
   struct TestRun;
 
+  std::optional<std::string> lostInstrument() const;
   void start(const TestDevice& device);
   Verdict runFlow();
   bool runTest(QLTestMethod& method, std::int32_t index);

@@ -102,7 +102,11 @@ struct Site {
     while (true) {
       const Message message = link.wait();
       if (typeOf(message) == Unload::kType) return;
-      runner.test(take<TestDevice>(message));
+      if (typeOf(message) == Prepare::kType) {
+        runner.prepare();
+      } else {
+        runner.test(take<TestDevice>(message));
+      }
     }
   }
 

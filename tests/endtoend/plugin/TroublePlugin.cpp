@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include <QLTConsoleLog.h>
+#include <QLTDiags.h>
 #include <QLTLogger.h>
 #include <QLTestMethod.h>
 #include <QLTestSiteManager.h>
@@ -180,7 +181,7 @@ class TroubleSuite : public QLTestSuite {
 };
 
 /// Does what its parameters say; "at" restricts the trouble to one site. Reports its first sub-test
-/// with "value".
+/// with "value". "asks" names a console that is to answer.
 class TroubleTest : public QLTestMethod {
  public:
   using QLTestMethod::QLTestMethod;
@@ -201,6 +202,9 @@ class TroubleTest : public QLTestMethod {
     if (param("dies") != nullptr && isHere()) die(param("dies")->text());
     if (param("flood") != nullptr) flood(param("flood")->intValue());
     if (param("await") != nullptr && isHere()) await();
+    if (param("asks") != nullptr && isHere() && !asks(param("asks")->text(), error)) {
+      return false;
+    }
     if (does("throwInt")) throw 42;
     if (does("failSilently")) return false;
     if (does("failWithError")) {
@@ -289,6 +293,11 @@ class TroubleTest : public QLTestMethod {
   /// Writes into the connection of the station, which a plug-in has no business with.
   static void send(const std::string& bytes) {
     if (write(3, bytes.data(), bytes.size()) < 0) std::abort();
+  }
+  bool asks(const std::string& name, QLTError* error) const {
+    const auto console = resource<QLTDiags>(name, error);
+    if (console) console->setTimeOutInSeconds(0.3);
+    return console && console->open(error);
   }
   static void flood(int lines) {
     for (int i = 0; i < lines; ++i) QLTLog("line " + std::to_string(i) + std::string(200, '.'));

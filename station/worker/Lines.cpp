@@ -1,0 +1,49 @@
+#include "Lines.h"
+
+#include <memory>
+
+#include <QLTConsoleLog.h>
+#include <QLTHold.h>
+#include <QLTReopenable.h>
+
+#include "Text.h"
+
+namespace station {
+namespace {
+
+constexpr double kHoldSeconds = 1;
+
+/// Gives each instrument that has lost its line to `function`, until that has something to say.
+template <typename Function>
+std::optional<std::string> firstOfLost(const QLTestSuite& suite, Function&& function) {
+  if (!suite.resources()) return std::nullopt;
+  for (const auto& [name, resource] : QLTResources(*suite.resources())) {
+    const auto line = std::dynamic_pointer_cast<QLTReopenable>(resource);
+    if (!line) continue;
+    const QLTHold hold = QLTHold::take(resource, name, suite.siteName(), kHoldSeconds);
+    if (!hold || !line->isLost()) continue;
+    if (auto text = function(name + ", " + line->where(), *line)) return text;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> lostLine(const QLTestSuite& suite) {
+  return firstOfLost(suite, [](const std::string& name, QLTReopenable&) {
+    return std::optional<std::string>(name);
+  });
+}
+
+std::optional<std::string> reopenLines(const QLTestSuite& suite) {
+  return firstOfLost(suite, [](const std::string& name, QLTReopenable& line) {
+    QLTError error;
+    if (line.reopen(&error)) {
+      QLTLog("opened again: " + name);
+      return std::optional<std::string>();
+    }
+    return std::optional<std::string>(name + ": " + (error ? describe(error) : "does not open"));
+  });
+}
+
+}  // namespace station

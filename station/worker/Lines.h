@@ -1,0 +1,21 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include <QLTestSuite.h>
+
+namespace station {
+
+// The lines of a site's instruments, as far as these can tell (see `QLTReopenable`). For the thread
+// that drives the suite. Instruments that sites share are held meanwhile; one that another site
+// holds for longer is left to that site.
+
+/// The first instrument whose line is gone: "console, /dev/ttyUSB0"; absent when all are there.
+std::optional<std::string> lostLine(const QLTestSuite& suite);
+
+/// Opens those again. The first that does not open: "console, /dev/ttyUSB0: No such file or
+/// directory"; absent when all are there.
+std::optional<std::string> reopenLines(const QLTestSuite& suite);
+
+}  // namespace station

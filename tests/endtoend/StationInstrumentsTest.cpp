@@ -1,0 +1,105 @@
+#include <csignal>
+#include <fstream>
+#include <thread>
+
+#include "StationProcess.h"
+#include "TroubleBundle.h"
+#include "support/Eventually.h"
+#include "support/SerialLine.h"
+
+// What becomes of devices and sites when instruments go, and when they come back.
+
+namespace {
+
+using test::StationProcess;
+using test::TroubleBundle;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+/// The site "left" has a console on a real line. Its first test is "Waiting", until `goOn`; the
+/// second one, "Console", asks it.
+class StationLostInstrument : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_NO_THROW(
+        test::writeTesterConfig("console-left,QLTDiags,0,bsdPath=" + line_.path() + "\n"));
+    bundle_.configure(
+        TroubleBundle::test("Waiting", TroubleBundle::text("await", gate_) + atLeft()) +
+            TroubleBundle::test("Console", TroubleBundle::text("asks", "console") + atLeft()),
+        "", "<key>Resources</key><dict><key>console</key><string>console-left</string></dict>");
+  }
+  static std::string atLeft() { return TroubleBundle::text("at", "left"); }
+  /// Takes the line away in the middle of the first device of the site "left".
+  void loseTheLine() {
+    ASSERT_TRUE(test::waitForFile(gate_ + ".left"));
+    line_.unplug();
+    std::ofstream(gate_).close();
+  }
+
+  test::PluggedLine line_;
+  test::TemporaryFolder folder_;
+  const std::string gate_ = (folder_.path() / "gate").string();
+  TroubleBundle bundle_{TROUBLE_PLUGIN};
+};
+
+}  // namespace
+
+TEST_F(StationLostInstrument, breaksItsDeviceOffAndTheSiteGoesOnWhenItIsBack) {
+  StationProcess station(
+      {"run", bundle_.path(), "--site", "left", "--sn", "left=A", "--repeat", "2"});
+  loseTheLine();
+  ASSERT_TRUE(station.waitForErrors("Warning: left waits for console, " + line_.path() + ": "));
+  EXPECT_THAT(station.errors(), HasSubstr("No such file or directory"));
+  EXPECT_THAT(station.output(), HasSubstr("BROKEN OFF  device A in "));
+  line_.plugIn();
+  const std::jthread device([this] {
+    line_.device().receiveUntil('\n');
+    line_.device().send("\n:-)");
+  });
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(
+      station.steadyOutput(),
+      AllOf(HasSubstr("instrument lost: console, " + line_.path() + "\n"),
+            HasSubstr("left  PASS  Console"), HasSubstr("1 passed, 0 failed, 1 broken off\n")));
+  EXPECT_THAT(station.results(), HasSubstr("instrument lost: console, " + line_.path()));
+  EXPECT_THAT(station.diagnostics(),
+              HasSubstr("[left] opened again: console, " + line_.path() + "\n"));
+}
+
+TEST_F(StationLostInstrument, delaysNoOtherSite) {
+  StationProcess station(
+      {"run", bundle_.path(), "--sn", "left=A", "--sn", "right=B", "--repeat", "2"});
+  loseTheLine();
+  ASSERT_TRUE(station.waitForErrors("left waits for console"));
+  const auto passes = [&] {
+    const std::string pass = "right  PASS  device B";
+    const std::string output = station.output();
+    const auto first = output.find(pass);
+    return first != std::string::npos && output.find(pass, first + 1) != std::string::npos;
+  };
+  EXPECT_TRUE(test::eventually(passes));
+  station.send(SIGINT);
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.output(), HasSubstr("2 passed, 0 failed, 1 broken off\n"));
+}
+
+TEST_F(StationLostInstrument, theWaitingEndsWithAStop) {
+  StationProcess station(
+      {"run", bundle_.path(), "--site", "left", "--sn", "left=A", "--repeat", "2"});
+  loseTheLine();
+  ASSERT_TRUE(station.waitForErrors("left waits for console"));
+  station.send(SIGINT);
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.output(), HasSubstr("0 passed, 0 failed, 1 broken off\n"));
+}
+
+TEST_F(StationLostInstrument, aDeviceThatFailsWithItsInstrumentsThereHasFailed) {
+  bundle_.configure(TroubleBundle::test("Console", TroubleBundle::flag("failWithError")), "",
+                    "<key>Resources</key><dict><key>console</key><string>console-left</string>"
+                    "</dict>");
+  StationProcess station({"run", bundle_.path(), "--site", "left", "--sn", "left=A"});
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.output(), AllOf(HasSubstr("0 passed, 1 failed, 0 broken off\n"),
+                                      Not(HasSubstr("instrument lost"))));
+}
