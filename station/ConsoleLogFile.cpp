@@ -50,23 +50,31 @@ class ConsoleLogFile::File {
 
   void write(std::string_view name, std::string_view message) {
     const int earlierErrno = errno;
-    if (message.ends_with('\n')) message.remove_suffix(1);
-    const std::string line =
-        timeStamp() + " [" + std::string(name) + "] " + printable(message) + "\n";
-    writeLine(line);
+    writeLines(lineOf(timeStamp(), name, message));
     errno = earlierErrno;
+  }
+  void write(std::string_view name, const std::vector<std::string>& messages) {
+    const std::string stamp = timeStamp();
+    std::string lines;
+    for (const std::string& message : messages) lines += lineOf(stamp, name, message);
+    writeLines(lines);
   }
 
  private:
-  void writeLine(const std::string& line) {
+  static std::string lineOf(const std::string& stamp, std::string_view name,
+                            std::string_view message) {
+    if (message.ends_with('\n')) message.remove_suffix(1);
+    return stamp + " [" + std::string(name) + "] " + printable(message) + "\n";
+  }
+  void writeLines(const std::string& lines) {
     // There is nowhere to report it when this fails.
     const std::lock_guard lock(mutex_);
     if (file_) {
-      writeWhole(file_.get(), line);
+      writeWhole(file_.get(), lines);
     } else {
-      early_ += line;
+      early_ += lines;
     }
-    if (alsoShown_) writeWhole(STDERR_FILENO, line);
+    if (alsoShown_) writeWhole(STDERR_FILENO, lines);
   }
 
   const bool alsoShown_;
@@ -85,6 +93,10 @@ bool ConsoleLogFile::create(const std::string& path) { return file_->create(path
 
 void ConsoleLogFile::write(std::string_view name, std::string_view message) const {
   file_->write(name, message);
+}
+
+void ConsoleLogFile::write(std::string_view name, const std::vector<std::string>& messages) const {
+  file_->write(name, messages);
 }
 
 }  // namespace station

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace station {
 
@@ -22,6 +23,7 @@ class ConsoleLogFile {
 
   /// Adds a line of its own, in the name of a site for example. Any thread.
   void write(std::string_view name, std::string_view message) const;
+  void write(std::string_view name, const std::vector<std::string>& messages) const;  ///< at once
 
  private:
   class File;

@@ -290,12 +290,14 @@ void SiteSession::tell(const std::string& line) const { station_.diagnostics.wri
 /// A finished test with its values, in the diagnostics.
 void SiteSession::tellTest(const Tested& test) const {
   const std::string name = "test " + std::to_string(test.index) + " " + test.name;
+  std::vector<std::string> lines;
   for (const auto& record : test.superseded) {
-    tell(name + ", first attempt: " + recordText(*record));
+    lines.push_back(name + ", first attempt: " + recordText(*record));
   }
-  for (const auto& record : test.records) tell(name + ": " + recordText(*record));
-  tell(name + ": " + (test.passed ? "PASS" : "FAIL") + " in " + secondsText(test.seconds) +
-       (test.retested ? ", second attempt" : ""));
+  for (const auto& record : test.records) lines.push_back(name + ": " + recordText(*record));
+  lines.push_back(name + ": " + (test.passed ? "PASS" : "FAIL") + " in " +
+                  secondsText(test.seconds) + (test.retested ? ", second attempt" : ""));
+  station_.diagnostics.write(site_, lines);
 }
 
 /// Ends a device that the worker still tests.

@@ -1,8 +1,10 @@
 #include "RecordMessage.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 namespace station {
@@ -63,15 +65,51 @@ QLTValue valueIn(const Message& message) {
   }
 }
 
-template <typename T>
-void put(Message& message, const char* key, const std::optional<T>& value) {
-  if (value) message[key] = *value;
+/// The parts of a record, in the order in which they travel: without names, for there are many
+/// records. `part` is given the functions that read and write it.
+template <typename Part>
+void eachPart(const Part& part) {
+  using R = QLTestResult;
+  part(&R::runIndex, &R::setRunIndex);
+  part(&R::result, &R::setResult);
+  part(&R::priority, &R::setPriority);
+  part(&R::testName, &R::setTestName);
+  part(&R::subTestName, &R::setSubTestName);
+  part(&R::serialNumber, &R::setSerialNumber);
+  part(&R::siteName, &R::setSiteName);
+  part(&R::expected, &R::setExpected);
+  part(&R::actual, &R::setActual);
+  part(&R::lowLimit, &R::setLowLimit);
+  part(&R::highLimit, &R::setHighLimit);
+  part(&R::testNumber, &R::setTestNumber);
+  part(&R::failMessage, &R::setFailMessage);
+  part(&R::value, &R::setValue);
+  part(&R::low, &R::setLow);
+  part(&R::high, &R::setHigh);
+  part(&R::unit, &R::setUnit);
+  part(&R::extras, &R::setExtras);
 }
 
-template <typename T>
-std::optional<T> get(const Message& message, const char* key) {
-  const auto found = message.find(key);
-  return found == message.end() ? std::nullopt : std::optional<T>(found->get<T>());
+void append(Message& message, std::int32_t number) { message.push_back(number); }
+void append(Message& message, const std::optional<std::string>& text) {
+  message.push_back(text ? Message(*text) : Message());
+}
+void append(Message& message, std::optional<double> number) {
+  message.push_back(number ? Message(*number) : Message());
+}
+void append(Message& message, const std::optional<QLTDictionary>& dictionary) {
+  message.push_back(dictionary ? messageOf(*dictionary) : Message());
+}
+
+void get(const Message& message, std::int32_t& number) { message.get_to(number); }
+void get(const Message& message, std::optional<std::string>& text) {
+  if (!message.is_null()) text = message.get<std::string>();
+}
+void get(const Message& message, std::optional<double>& number) {
+  if (!message.is_null()) number = message.get<double>();
+}
+void get(const Message& message, std::optional<QLTDictionary>& dictionary) {
+  if (!message.is_null()) dictionary = dictionaryIn(message);
 }
 
 }  // namespace
@@ -91,47 +129,19 @@ QLTDictionary dictionaryIn(const Message& message) {
 }
 
 Message messageOf(const QLTestResult& record) {
-  Message message{
-      {"run", record.runIndex()}, {"result", record.result()}, {"priority", record.priority()}};
-  put(message, "test", record.testName());
-  put(message, "subTest", record.subTestName());
-  put(message, "serial", record.serialNumber());
-  put(message, "site", record.siteName());
-  put(message, "expected", record.expected());
-  put(message, "actual", record.actual());
-  put(message, "lowText", record.lowLimit());
-  put(message, "highText", record.highLimit());
-  put(message, "number", record.testNumber());
-  put(message, "failMessage", record.failMessage());
-  put(message, "value", record.value());
-  put(message, "low", record.low());
-  put(message, "high", record.high());
-  put(message, "unit", record.unit());
-  if (record.extras()) message["extras"] = messageOf(*record.extras());
+  Message message = Message::array();
+  eachPart([&](auto getter, auto /*setter*/) { append(message, (record.*getter)()); });
   return message;
 }
 
 std::shared_ptr<QLTestResult> recordIn(const Message& message) {
   auto record = std::make_shared<QLTestResult>();
-  record->setRunIndex(message.at("run").get<std::int32_t>());
-  record->setResult(message.at("result").get<std::int32_t>());
-  record->setPriority(message.at("priority").get<std::int32_t>());
-  record->setTestName(get<std::string>(message, "test"));
-  record->setSubTestName(get<std::string>(message, "subTest"));
-  record->setSerialNumber(get<std::string>(message, "serial"));
-  record->setSiteName(get<std::string>(message, "site"));
-  record->setExpected(get<std::string>(message, "expected"));
-  record->setActual(get<std::string>(message, "actual"));
-  record->setLowLimit(get<std::string>(message, "lowText"));
-  record->setHighLimit(get<std::string>(message, "highText"));
-  record->setTestNumber(get<std::string>(message, "number"));
-  record->setFailMessage(get<std::string>(message, "failMessage"));
-  record->setValue(get<double>(message, "value"));
-  record->setLow(get<double>(message, "low"));
-  record->setHigh(get<double>(message, "high"));
-  record->setUnit(get<std::string>(message, "unit"));
-  const auto extras = message.find("extras");
-  if (extras != message.end()) record->setExtras(dictionaryIn(*extras));
+  std::size_t index = 0;
+  eachPart([&](auto getter, auto setter) {
+    std::remove_cvref_t<decltype((record.get()->*getter)())> value{};
+    get(message.at(index++), value);
+    (record.get()->*setter)(std::move(value));
+  });
   return record;
 }
 
