@@ -22,6 +22,7 @@ namespace {
 
 constexpr std::size_t kLengthBytes = 4;
 constexpr std::size_t kLongest = 64U << 20U;
+constexpr int kDeepest = 1000;
 constexpr std::size_t kChunk = 64U << 10U;
 constexpr int kLookAgain = 500;  // milliseconds
 
@@ -37,6 +38,35 @@ std::size_t lengthAt(std::string_view bytes) {
     length = length << 8U | static_cast<unsigned char>(bytes[i - 1]);
   }
   return length;
+}
+
+/// Builds a message. One that is nested deeper than any true one would exhaust the stack.
+class Builder : public nlohmann::detail::json_sax_dom_parser<Message> {
+ public:
+  using Base = nlohmann::detail::json_sax_dom_parser<Message>;
+
+  explicit Builder(Message& message) : Base(message, false) {}
+
+  bool start_object(std::size_t count) { return ++depth_ < kDeepest && Base::start_object(count); }
+  bool end_object() { return --depth_ >= 0 && Base::end_object(); }
+  bool start_array(std::size_t count) { return ++depth_ < kDeepest && Base::start_array(count); }
+  bool end_array() { return --depth_ >= 0 && Base::end_array(); }
+
+ private:
+  int depth_ = 0;
+};
+
+/// Absent when these bytes are no message.
+std::optional<Message> messageIn(std::string_view bytes) {
+  Message message;
+  Builder builder(message);
+  try {
+    const auto format = nlohmann::detail::input_format_t::cbor;
+    if (Message::sax_parse(bytes.begin(), bytes.end(), &builder, format)) return message;
+  } catch (const Message::exception&) {
+    // A list that is said to be longer than any can be.
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -106,8 +136,8 @@ std::optional<Message> Channel::next() {
   if (rest.size() - kLengthBytes < length) return std::nullopt;
   const std::string_view body = rest.substr(kLengthBytes, length);
   taken_ += kLengthBytes + length;
-  Message message = Message::from_cbor(body.begin(), body.end(), true, false);
-  if (message.is_discarded()) throw BrokenMessage("bytes that are no message");
+  std::optional<Message> message = messageIn(body);
+  if (!message) throw BrokenMessage("bytes that are no message");
   return message;
 }
 

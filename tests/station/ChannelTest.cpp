@@ -29,6 +29,14 @@ class TwoChannels : public testing::Test {
     ASSERT_EQ(send(raw_, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
   }
 
+  static void sendWhole(int descriptor, std::string_view bytes) {
+    while (!bytes.empty()) {
+      const ssize_t count = send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+      if (count <= 0) return;
+      bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+  }
+
   const int raw_;
   Channel first_;
   Channel second_;
@@ -74,6 +82,21 @@ TEST_F(TwoChannels, readingWithoutWaitingGivesWhatIsThere) {
 
 TEST_F(TwoChannels, whatIsNoMessageIsRefused) {
   sendRaw(std::string("\x02\0\0\0\xff\xff", 6));
+  EXPECT_THROW(second_.receive(), BrokenMessage);
+}
+
+TEST_F(TwoChannels, aListThatIsSaidToBeLongerThanAnyIsRefused) {
+  sendRaw(std::string("\x09\0\0\0\x9b\x7f", 6) + std::string(7, '\xff'));
+  EXPECT_THROW(second_.receive(), BrokenMessage);
+}
+
+TEST_F(TwoChannels, whatIsNestedBeyondAllReasonIsRefused) {
+  Channel& sending = first_;
+  std::jthread thread([&] {
+    const std::string length("\0\0\x10\0", 4);
+    const std::string lists(1U << 20U, '\x81');  // each holds the next
+    sendWhole(sending.descriptor(), length + lists);
+  });
   EXPECT_THROW(second_.receive(), BrokenMessage);
 }
 
