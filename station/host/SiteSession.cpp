@@ -123,6 +123,7 @@ void SiteSession::test(Device& device) {
     device.run.emplace(station_.store, site_, outcome.serialNumber);
   } catch (const results::StoreError& problem) {
     outcome.brokenOff = std::string("not tested, for it cannot be recorded: ") + problem.what();
+    recordBreakOff(device);
     return;
   }
   tell("testing " + outcome.serialNumber + ", run " + device.run->id());
@@ -277,11 +278,12 @@ void SiteSession::finish(Device& device) {
   try {
     device.run->finish(outcome);
   } catch (const results::StoreError& problem) {
+    device.run.reset();  // it is over
     if (!outcome.brokenOff) {
       outcome.brokenOff = std::string("the verdict could not be recorded: ") + problem.what();
-      recordBreakOff(device);
     }
     outcome.verdict = Verdict::BrokenOff;
+    recordBreakOff(device);
   }
 }
 
@@ -328,7 +330,7 @@ void SiteSession::recordBreakOff(Device& device) {
   device.recorded.push_back(record);
   // It is shown as broken off either way.
   if (!station_.results.failed()) static_cast<void>(station_.results.log({record}));
-  device.run->add(record);
+  if (device.run) device.run->add(record);
 }
 
 }  // namespace station

@@ -37,6 +37,11 @@ class StationStore : public testing::Test {
   static std::filesystem::path storeOf(const StationProcess& station) {
     return station.folder() / "logs" / "results.db";
   }
+  static void removeStoreOf(const StationProcess& station) {
+    for (const char* const ending : {"", "-wal", "-shm"}) {
+      std::filesystem::remove(storeOf(station).string() + ending);
+    }
+  }
   /// All runs of a serial number, with their rows.
   static std::vector<RunContent> runsOf(const std::filesystem::path& store,
                                         const std::string& serial) {
@@ -194,15 +199,40 @@ TEST_F(StationStore, aStoreThatVanishesBreaksTheDeviceOff) {
   bundle_.configure(TroubleBundle::test("Waiting", TroubleBundle::text("await", gate)));
   StationProcess station(atLeft({"--repeat", "2"}));
   ASSERT_TRUE(test::waitForFile(gate + ".left"));
-  for (const char* const ending : {"", "-wal", "-shm"}) {
-    std::filesystem::remove(storeOf(station).string() + ending);
-  }
+  removeStoreOf(station);
   std::ofstream(gate).close();
   EXPECT_EQ(station.wait(), 1);
   EXPECT_THAT(station.steadyOutput(),
               AllOf(HasSubstr("BROKEN OFF  0.0 s  passed, but not recorded: logs/results.db: "),
                     HasSubstr("0 passed, 0 failed, 1 broken off\n")));
   EXPECT_THAT(station.errors(), HasSubstr("the results store is not complete: "));
+}
+
+TEST_F(StationStore, aVerdictThatCannotBeRecordedIsNotShown) {
+  const std::string gate = (folder_.path() / "gate").string();
+  bundle_.configure(TroubleBundle::test("Volts", ""),
+                    TroubleBundle::text("waits", "onDUTFinished " + gate));
+  StationProcess station(atLeft());
+  ASSERT_TRUE(test::waitForFile(gate + ".hook"));  // all but the verdict is recorded
+  removeStoreOf(station);
+  std::ofstream(gate).close();
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.steadyOutput(),
+              AllOf(HasSubstr("BROKEN OFF  0.0 s  the verdict could not be recorded: "),
+                    HasSubstr("0 passed, 0 failed, 1 broken off\n")));
+  EXPECT_THAT(station.results(), HasSubstr("the verdict could not be recorded: "));
+}
+
+TEST_F(StationStore, aDeviceThatCannotBeRecordedIsNotTestedAndNotPassed) {
+  bundle_.configure(TroubleBundle::test("Volts", ""));
+  StationProcess station({"run", bundle_.path(), "--site", "left"},
+                         StationProcess::Input::Terminal);
+  ASSERT_TRUE(station.waitForOutput("Serial number of the device at site left: "));
+  removeStoreOf(station);
+  station.type("A\n");
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.output(), HasSubstr("not tested, for it cannot be recorded: "));
+  EXPECT_THAT(station.results(), HasSubstr("not tested, for it cannot be recorded: "));
 }
 
 TEST_F(StationStore, twoStationsShareOne) {

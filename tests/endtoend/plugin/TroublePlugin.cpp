@@ -33,6 +33,12 @@ void append(const std::string& path, const std::string& text) {
   close(file);
 }
 
+void waitForFile(const std::string& path) {
+  for (int i = 0; i < 6000 && !std::filesystem::exists(path); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+}
+
 std::string attribute(const QLTDictionary& attributes, const char* key) {
   const QLTValue* const value = attributes.find(key);
   return value != nullptr ? value->text() : "";
@@ -93,8 +99,9 @@ class Instrument : public QLTObject {
 /// console log, "countsConfigurations" is the file that tells how often it was configured,
 /// "crashes" and "exits" end the program, "refusesToLoad" throws, "takesSink" takes
 /// the console log away. "calls" is the file for what is called; "fails" and "throws" name the hook
-/// that does so, at the site "left"; "returnsFalse" likewise. "takesAway" is what onDUTStart takes
-/// away: the "flow" or its "tests"; "loggerTakesAway" what logger does. "safeState" is what
+/// that does so, at the site "left"; "returnsFalse" likewise; "waits" names one and the file that
+/// it waits for, and tells so by the file with ".hook" at its end. "takesAway" is what onDUTStart
+/// takes away: the "flow" or its "tests"; "loggerTakesAway" what logger does. "safeState" is what
 /// onSafeState does at the site "left": it "crashes" or "hangs".
 class TroubleSuite : public QLTestSuite {
  public:
@@ -172,6 +179,11 @@ class TroubleSuite : public QLTestSuite {
       append(attribute(siteAttributes(), "calls"), siteName() + " " + text);
     }
     if (siteName() != "left") return true;
+    const std::string waits = attribute(siteAttributes(), "waits");
+    if (waits.starts_with(hook + " ")) {
+      append(waits.substr(hook.size() + 1) + ".hook", hook);
+      waitForFile(waits.substr(hook.size() + 1));
+    }
     if (attribute(siteAttributes(), "throws") == hook) throw std::runtime_error("hook trouble");
     if (attribute(siteAttributes(), "fails") == hook) {
       *error = QLTError::withDescription("test", 1, "the database is away");
@@ -308,11 +320,6 @@ class TroubleTest : public QLTestMethod {
     const std::string path = param("await")->text();
     append(path + "." + suite()->siteName(), "running " + std::to_string(getpid()));
     waitForFile(path);
-  }
-  static void waitForFile(const std::string& path) {
-    for (int i = 0; i < 6000 && !std::filesystem::exists(path); ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
   }
 
   int attempts_ = 0;
