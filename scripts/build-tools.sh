@@ -15,7 +15,7 @@ need_packages() {
     esac
     # A tool may also have come from elsewhere.
     case $package in
-      g++ | cmake | python3) if command -v "$package" > /dev/null; then continue; fi ;;
+      g++ | cmake | python3 | sqlite3) if command -v "$package" > /dev/null; then continue; fi ;;
       ninja-build) if command -v ninja > /dev/null; then continue; fi ;;
     esac
     missing="$missing $package"
