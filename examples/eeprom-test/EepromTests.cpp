@@ -32,8 +32,8 @@ class EepromProgramTest : public EepromTest {
   using EepromTest::EepromTest;
 
   bool run(std::int32_t, QLTError* error) override {
-    const auto adapter = resource<QLTAardvarkI2C>("adapter", error);
-    if (!adapter) return false;  // the error tells which resources there are
+    const auto adapter = exclusive<QLTAardvarkI2C>("adapter", error);
+    if (!adapter) return false;  // the error names the site that holds it
     const QLTValue* const partNumber = param("partNumber");
     const BoardRecord record{partNumber != nullptr ? partNumber->text() : "", serialNumber()};
     const auto bytes = record.encoded();
@@ -75,7 +75,7 @@ class EepromVerifyTest : public EepromTest {
   using EepromTest::EepromTest;
 
   bool run(std::int32_t, QLTError* error) override {
-    const auto adapter = resource<QLTAardvarkI2C>("adapter", error);
+    const auto adapter = exclusive<QLTAardvarkI2C>("adapter", error);
     if (!adapter) return false;
     QLTError problem;
     const bool asked = adapter->write(address(), QLTData{0}, &problem);  // from register 0 on

@@ -192,7 +192,7 @@ TEST_F(StationNew, saysWhatKeepsItFromWriting) {
 
 TEST_F(StationNewProject, buildsTestsRunsAndIsToldWhatIsBroken) {
   EXPECT_EQ(shell(CTEST " --test-dir build --output-on-failure"), 0) << log();
-  EXPECT_THAT(log(), HasSubstr("100% tests passed, 0 tests failed out of 2"));
+  EXPECT_THAT(log(), HasSubstr("100% tests passed, 0 tests failed out of 3"));
 
   const Said good = call({"check", bundle(), "--tester-config", testerConfig()});
   EXPECT_EQ(good.status, 0) << good.output;
@@ -216,7 +216,7 @@ TEST_F(StationNewProject, buildsTestsRunsAndIsToldWhatIsBroken) {
                "Flows/main/1/class: unrecognized test method class VoltagesTest\n    did you mean "
                "\"VoltageTest\"?\n");
   expectBroken(checkWith("TestConfig.plist", "<string>main</string>", "<string>mian</string>"), 2,
-               "defaultFlow: there is no flow \"mian\"; the flows are: main");
+               "defaultFlow: there is no flow \"mian\"; the flows are: looks, main");
   expectBroken(checkWith("TesterConfig_oc.csv", "bsdPath=", "bsdPath "), 2,
                testerConfig() + ":2: attribute \"bsdPath /dev/ttyUSB0\" has no \"=\"");
   expectBroken(checkWith("TesterConfig_oc.csv", "console-left", "console-right"), 1,
