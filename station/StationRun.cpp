@@ -90,8 +90,10 @@ int StationRun::run() {
 int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& csvPath,
                       const ConsoleLogFile& diagnostics) {
   const StationWords words = readStationWords(loaded.stationAttributes);
-  SerialNumberSource serialNumbers(options_.serialNumbers, loaded.sites, screen_,
-                                   words.serialPattern);
+  tellUnavailable(loaded, diagnostics);
+  SerialNumbers given = options_.serialNumbers;
+  std::erase_if(given, [&](const auto& each) { return loaded.unavailable.contains(each.first); });
+  SerialNumberSource serialNumbers(std::move(given), loaded.sites, screen_, words.serialPattern);
   ResultLog results(csvPath, loaded.stationAttributes, screen_);
   const std::unique_ptr<results::Store> store = openStore();
   engine.openLoggers(results.columns());
@@ -113,7 +115,27 @@ int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& c
   if (results.failed()) {
     screen_.warning("the result log is not complete; test the devices that were broken off again");
   }
-  return series.complete && allPassed(series.outcomes) ? kAllPassed : kNotAllPassed;
+  const bool isComplete = series.complete && !wantsUnavailable(loaded);
+  return isComplete && allPassed(series.outcomes) ? kAllPassed : kNotAllPassed;
+}
+
+void StationRun::tellUnavailable(const Loaded& loaded, const ConsoleLogFile& diagnostics) {
+  for (const auto& [site, causes] : loaded.unavailable) {
+    std::string text = "site " + printable(site) + " is NOT AVAILABLE";
+    for (const std::string& cause : causes) text += "\n  " + printable(cause);
+    screen_.warning(text);
+    for (const std::string& cause : causes) diagnostics.write(site, "not available: " + cause);
+  }
+}
+
+/// Whether a site was to be tested at, by its name, that cannot be.
+bool StationRun::wantsUnavailable(const Loaded& loaded) const {
+  return std::any_of(
+      loaded.unavailable.begin(), loaded.unavailable.end(), [&](const auto& unavailable) {
+        return options_.serialNumbers.contains(unavailable.first) ||
+               std::find(options_.sites.begin(), options_.sites.end(), unavailable.first) !=
+                   options_.sites.end();
+      });
 }
 
 /// Opens the store, and tells which devices an earlier session has left without a verdict.

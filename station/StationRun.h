@@ -34,6 +34,8 @@ class StationRun {
   int runOn(Engine& engine, const Loaded& loaded, const std::string& csvPath,
             const ConsoleLogFile& diagnostics);
   std::unique_ptr<results::Store> openStore();
+  void tellUnavailable(const Loaded& loaded, const ConsoleLogFile& diagnostics);
+  bool wantsUnavailable(const Loaded& loaded) const;
   static Series test(const std::vector<std::string>& sites, const SiteSession::Station& station);
 
   const RunOptions options_;

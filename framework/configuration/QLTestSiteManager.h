@@ -92,6 +92,11 @@ class QLT_EXPORT QLTestSiteManager : public QLTObject {
   std::vector<std::string> siteNames() const;
   /// The sites that the configuration which was loaded last switches off, sorted.
   const std::vector<std::string>& disabledSiteNames() const { return disabledSiteNames_; }
+  /// Why instruments did not come up when they were loaded last, by their names in the
+  /// tester-config file. They were skipped, and sites that need them left out.
+  const std::map<std::string, QLTError, std::less<>>& instrumentFailures() const {
+    return instrumentFailures_;
+  }
   /// A placeholder: always absent.
   std::optional<std::string> nextAvailableSite() const;
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -118,6 +119,8 @@ struct Loaded {
   static constexpr const char* kType = "loaded";
   std::vector<std::string> sites = {};  ///< to test at, in their order
   std::vector<std::string> disabledSites = {};
+  /// Why sites cannot be tested at, by their names.
+  std::map<std::string, std::vector<std::string>> unavailable = {};
   std::vector<std::string> tests = {};  ///< the names of the flow's tests, at the first site
   std::string bundle = {};              ///< its identifier, else its name
   std::optional<std::string> bundleVersion = {};
@@ -129,6 +132,7 @@ struct Loaded {
   void parts(const Part& part) {
     part("sites", sites);
     part("disabledSites", disabledSites);
+    part("unavailable", unavailable);
     part("tests", tests);
     part("bundle", bundle);
     part("bundleVersion", bundleVersion);

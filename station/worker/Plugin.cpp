@@ -8,6 +8,7 @@
 #include "CannotRun.h"
 #include "LoadAdvice.h"
 #include "Text.h"
+#include "Unavailable.h"
 
 namespace station {
 namespace {
@@ -70,10 +71,11 @@ void Plugin::load(const QLTDictionary& stationInfo, const std::string& diagnosti
   if (!loaded_) {
     throw CannotRun(problem + printable(reasonOf(error, bundle_)), adviceFor(error) + seeLog);
   }
-  if (error) {
+  manager_ = QLTestSiteManager::sharedInstance();
+  // What failed of instruments is told with the sites that need them.
+  if (error && unavailableSites(*manager_).empty() && manager_->instrumentFailures().empty()) {
     warn_("the station loaded only in part: " + printable(describeWithCauses(error)) + "\n" +
           adviceFor(error) + seeLog);
   }
-  manager_ = QLTestSiteManager::sharedInstance();
 }
 }  // namespace station

@@ -7,24 +7,39 @@
 
 namespace station {
 
-Suites chooseSites(QLTestSiteManager& manager, const std::vector<std::string>& wanted) {
-  const std::vector<std::string> existing = manager.siteNames();
-  if (existing.empty()) {
-    throw CannotRun("the station has no site to test at",
-                    "Check \"Sites\" in the plug-in's TestConfig.plist, and that its instruments "
-                    "are listed in\n" +
-                        QLTestSiteManager::testerConfigPath().string() + " and came up.");
+namespace {
+
+std::string textOf(const Unavailable& unavailable) {
+  std::string text;
+  for (const auto& [site, causes] : unavailable) {
+    for (const std::string& cause : causes) {
+      text += "\nSite " + printable(site) + ": " + printable(cause);
+    }
   }
+  return text;
+}
+
+}  // namespace
+
+Suites chooseSites(QLTestSiteManager& manager, const std::vector<std::string>& wanted,
+                   const Unavailable& unavailable) {
+  const std::vector<std::string> existing = manager.siteNames();
   Suites suites;
   std::set<std::string> seen;
   for (const std::string& name : wanted.empty() ? existing : wanted) {
-    if (!seen.insert(name).second) continue;
+    if (unavailable.contains(name) || !seen.insert(name).second) continue;
     const auto suite = manager.suiteForSite(name);
-    if (!suite) {
+    if (!suite && !existing.empty()) {
       throw CannotRun("there is no site \"" + printable(name) + "\" to test at",
                       "The sites of this station are: " + listOf(existing));
     }
-    suites.push_back(suite);
+    if (suite) suites.push_back(suite);
+  }
+  if (suites.empty()) {
+    throw CannotRun("the station has no site to test at" + textOf(unavailable),
+                    "Check \"Sites\" in the plug-in's TestConfig.plist, and that its instruments "
+                    "are listed in\n" +
+                        QLTestSiteManager::testerConfigPath().string() + " and came up.");
   }
   return suites;
 }

@@ -7,13 +7,17 @@
 #include <QLTestSiteManager.h>
 #include <QLTestSuite.h>
 
+#include "Unavailable.h"
+
 namespace station {
 
 using Suites = std::vector<std::shared_ptr<QLTestSuite>>;
 
 /// The suites of the sites to test at, each once, in the order of `wanted`; all of the station when
-/// that is empty. `CannotRun` when there is none, or none of that name.
-Suites chooseSites(QLTestSiteManager& manager, const std::vector<std::string>& wanted);
+/// that is empty. Those that are not available are left out. `CannotRun` when none is left, or
+/// there is none of that name.
+Suites chooseSites(QLTestSiteManager& manager, const std::vector<std::string>& wanted,
+                   const Unavailable& unavailable);
 
 /// `CannotRun` when a site has no flow of that name, or one without tests.
 void checkFlow(const Suites& suites, const std::string& name);

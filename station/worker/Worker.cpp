@@ -27,6 +27,7 @@
 #include "SiteRunner.h"
 #include "StationCheck.h"
 #include "StationInfo.h"
+#include "Text.h"
 #include "ThreadName.h"
 #include "link/ExitStatus.h"
 #include "results/Sha256.h"
@@ -150,11 +151,16 @@ void Worker::work() {
   const auto load = expectLoad();
   if (!load) return;
   plugin.load(stationInfo(bundle, load->logFolder), load->diagnostics);
-  const Suites suites = chooseSites(plugin.manager(), load->sites);
+  const Unavailable unavailable = unavailableSites(plugin.manager());
+  for (const std::string& text : unusedFailures(plugin.manager())) {
+    warn(printable(text) + ". No site needs it.");
+  }
+  const Suites suites = chooseSites(plugin.manager(), load->sites, unavailable);
   checkFlow(suites, load->flow);
   Loaded loaded;
   loaded.sites = siteNames(suites);
   loaded.disabledSites = plugin.manager().disabledSiteNames();
+  loaded.unavailable = unavailable;
   loaded.tests = testNames(*suites.front()->flowForName(load->flow));
   loaded.bundle = bundle.identifier().empty() ? bundle.path().stem().string() : bundle.identifier();
   loaded.bundleVersion = bundle.version();

@@ -191,27 +191,49 @@ TEST_F(StationStart, wrongWordsOfTheStationAreRefused) {
                         "QB()"));
 }
 
-TEST_F(StationStart, theWarningOfASiteThatIsLeftOutTellsWhyItsInstrumentDidNotComeUp) {
-  test::writeTesterConfig("video,QLTDavDPEther,0,ip=127.0.0.77\n");
+TEST_F(StationStart, aSiteThatIsNotAvailableTellsEveryCause) {
+  test::writeTesterConfig(
+      "video,QLTDavDPEther,0,ip=127.0.0.77\nconsole,QLTDiags,0,bsdPath=/nowhere/tty\n");
   bundle_.configure(TroubleBundle::test("Volts", ""), "",
-                    "<key>Resources</key><dict><key>video</key><string>video</string></dict>");
+                    "<key>Resources</key><dict><key>v</key><string>video</string><key>c</key>"
+                    "<string>console</string><key>m</key><string>meter</string></dict>");
   StationProcess station({"run", bundle_.path(), "--sn", "right=B"});
   EXPECT_EQ(station.wait(), 0);
-  EXPECT_THAT(station.errors(),
-              HasSubstr("left does not exist! This site will be disabled: error creating socket at "
-                        "127.0.0.77: no connection to 127.0.0.77:9760: Connection refused\n"));
+  const std::string errors = station.errors();
+  EXPECT_THAT(errors, AllOf(HasSubstr("Warning: site left is NOT AVAILABLE\n"
+                                      "  instrument console, /nowhere/tty: Error opening serial "
+                                      "port at /nowhere/tty"),
+                            HasSubstr("No such file or directory"),
+                            HasSubstr("  instrument meter is not in /vault/"),
+                            HasSubstr("  instrument video, 127.0.0.77: error creating socket at "
+                                      "127.0.0.77: no connection to 127.0.0.77:9760: Connection "
+                                      "refused\n")));
+  EXPECT_THAT(station.output(), HasSubstr("1 passed, 0 failed, 0 broken off"));
 }
 
-TEST_F(StationStart, aSiteThatLacksAnInstrumentIsLeftOutWithAWarning) {
+TEST_F(StationStart, aSiteThatWasAskedForAndIsNotAvailableLetsTheOthersRunWithStatus1) {
   bundle_.configure(TroubleBundle::test("Volts", ""), "",
                     "<key>Resources</key><dict><key>meter</key><string>gone</string></dict>");
-  StationProcess station({"run", bundle_.path(), "--sn", "right=B"});
+  for (const std::vector<std::string>& wanted :
+       {std::vector<std::string>{"--sn", "left=A"}, {"--site", "left", "--site", "right"}}) {
+    std::vector<std::string> arguments{"run", bundle_.path(), "--sn", "right=B"};
+    arguments.insert(arguments.end(), wanted.begin(), wanted.end());
+    StationProcess station(arguments);
+    EXPECT_EQ(station.wait(), 1);
+    EXPECT_THAT(station.errors(), HasSubstr("site left is NOT AVAILABLE\n"));
+    EXPECT_THAT(station.output(), HasSubstr("1 passed, 0 failed, 0 broken off"));
+  }
+  EXPECT_THAT(
+      refusal({"--site", "left"}),
+      HasSubstr("the station has no site to test at\nSite left: instrument gone is not in"));
+}
+
+TEST_F(StationStart, anInstrumentThatNoSiteNeedsIsAWarning) {
+  test::writeTesterConfig("console,QLTDiags,0,bsdPath=/nowhere/tty\n");
+  StationProcess station({"run", bundle_.path(), "--sn", "left=A", "--sn", "right=B"});
   EXPECT_EQ(station.wait(), 0);
-  EXPECT_THAT(station.errors(),
-              AllOf(HasSubstr("Warning: the station loaded only in part: resource meter for site "
-                              "left does not exist! This site will be disabled\n"),
-                    HasSubstr("does not list the instrument, or it did not come up")));
-  EXPECT_THAT(station.output(), HasSubstr("1 passed, 0 failed, 0 broken off"));
+  EXPECT_THAT(station.errors(), AllOf(HasSubstr("Warning: instrument console, /nowhere/tty: "),
+                                      HasSubstr(" No site needs it.\n")));
 }
 
 TEST_F(StationStart, everyErrorOfTheConfigurationIsShownBeforeAnInstrumentIsMade) {

@@ -1,0 +1,91 @@
+#include "Unavailable.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <set>
+#include <string_view>
+
+#include <QLTError.h>
+#include <QLTValue.h>
+
+#include "DeviceUsers.h"
+#include "Text.h"
+
+namespace station {
+namespace {
+
+const QLTDictionary& section(const QLTDictionary& dictionary, std::string_view key) {
+  static const QLTDictionary none;
+  const QLTValue* const value = dictionary.find(key);
+  return value != nullptr && value->dictionary() != nullptr ? *value->dictionary() : none;
+}
+
+/// The names of the instruments that a site needs.
+std::set<std::string> instrumentsOf(const QLTDictionary& config, const std::string& site) {
+  std::set<std::string> names;
+  for (const auto& resource : section(section(section(config, "Sites"), site), "Resources")) {
+    names.insert(resource.second.text());
+  }
+  return names;
+}
+
+/// The device file that was busy, if that was the reason; else "".
+std::string busyDevice(QLTError error) {
+  for (; error; error = error.underlyingError()) {
+    if (error.code() == EBUSY) return error.userInfo().text("path", "");
+  }
+  return "";
+}
+
+std::string failureText(const QLTDictionary& config, const std::string& name,
+                        const QLTError& error) {
+  std::string text = "instrument " + name;
+  const QLTDictionary& entry = section(section(config, "Instruments"), name);
+  for (const char* const place : {"bsdPath", "ip"}) {
+    const QLTValue* const value = entry.find(place);
+    if (value != nullptr) text += ", " + value->text();
+  }
+  text += ": " + describeWithCauses(error);
+  const std::string device = busyDevice(error);
+  if (!device.empty()) text += "; " + usersOfDevice(device);
+  return text;
+}
+
+}  // namespace
+
+Unavailable unavailableSites(QLTestSiteManager& manager) {
+  Unavailable sites;
+  const QLTDictionary& config = manager.config();
+  const std::vector<std::string>& disabled = manager.disabledSiteNames();
+  for (const auto& entry : section(config, "Sites")) {
+    const std::string& site = entry.first;
+    if (manager.suiteForSite(site) ||
+        std::find(disabled.begin(), disabled.end(), site) != disabled.end()) {
+      continue;
+    }
+    std::vector<std::string>& causes = sites[site];
+    for (const std::string& name : instrumentsOf(config, site)) {
+      const auto failure = manager.instrumentFailures().find(name);
+      if (failure != manager.instrumentFailures().end()) {
+        causes.push_back(failureText(config, name, failure->second));
+      } else if (!section(config, "Instruments").contains(name)) {
+        causes.push_back("instrument " + name + " is not in " +
+                         QLTestSiteManager::testerConfigPath().string());
+      }
+    }
+  }
+  return sites;
+}
+
+std::vector<std::string> unusedFailures(QLTestSiteManager& manager) {
+  const QLTDictionary& config = manager.config();
+  std::set<std::string> used;
+  for (const auto& entry : section(config, "Sites")) used.merge(instrumentsOf(config, entry.first));
+  std::vector<std::string> texts;
+  for (const auto& [name, error] : manager.instrumentFailures()) {
+    if (!used.contains(name)) texts.push_back(failureText(config, name, error));
+  }
+  return texts;
+}
+
+}  // namespace station

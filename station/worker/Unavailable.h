@@ -1,0 +1,21 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include <QLTestSiteManager.h>
+
+namespace station {
+
+/// Why sites cannot be tested at, by their names: every cause in words.
+using Unavailable = std::map<std::string, std::vector<std::string>>;
+
+/// The sites that loading left out for want of an instrument. A cause tells the instrument, its
+/// path or address, the system's reason and, for a busy port, the process that has it.
+Unavailable unavailableSites(QLTestSiteManager& manager);
+
+/// The instruments that did not come up and that no site needs, likewise in words.
+std::vector<std::string> unusedFailures(QLTestSiteManager& manager);
+
+}  // namespace station
