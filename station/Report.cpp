@@ -12,6 +12,7 @@ namespace station {
 namespace {
 
 constexpr std::size_t kVerdictWidth = 10;  // "BROKEN OFF"
+constexpr std::size_t kLeastReason = 20;
 
 std::string withoutTrailingBlanks(std::string line) {
   line.erase(line.find_last_not_of(' ') + 1);
@@ -69,9 +70,18 @@ void Report::runEnded(const std::vector<Outcome>& outcomes) {
     timeWidth = std::max(timeWidth, secondsText(outcome.seconds).size());
     ++counts.at(static_cast<std::size_t>(outcome.verdict));
   }
+  const std::size_t before = siteWidth + serialWidth + kVerdictWidth + timeWidth + 8;
+  // On a terminal long reasons stay in their column.
+  const std::size_t room =
+      screen_.width() > before + kLeastReason ? screen_.width() - before : std::string::npos;
   const auto row = [&](const std::string& first, const std::string& second,
                        const std::string& third, Colour colour, const std::string& fourth,
-                       const std::string& fifth) {
+                       const std::string& reason) {
+    std::string fifth;
+    for (const std::string& line : wrapped(reason, room)) {
+      if (!fifth.empty()) fifth += "\n" + std::string(before, ' ');
+      fifth += line;
+    }
     return withoutTrailingBlanks(padded(first, siteWidth) + "  " + padded(second, serialWidth) +
                                  "  " + screen_.coloured(padded(third, kVerdictWidth), colour) +
                                  "  " + padded(fourth, timeWidth) + "  " + fifth) +

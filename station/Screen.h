@@ -1,8 +1,13 @@
 #pragma once
 
+#include <cstddef>
+#include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
+
+#include "view/LiveArea.h"
 
 namespace station {
 
@@ -25,17 +30,34 @@ class Screen {
   /// A question on standard error, without a line end: standard output may go elsewhere.
   void prompt(std::string_view text);
 
+  /// True when standard output is a terminal on which lines can be drawn in place.
+  bool canBeLive() const { return canBeLive_; }
+  /// Draws `lines` below all else until `stopLive`.
+  void startLive(LiveArea::Lines lines);
+  void stopLive();
+  bool isLive() const;
+  /// The line of a question below all else, when it is live; absent: none any more.
+  void ask(std::optional<std::string> question);
+
+  /// The columns of the terminal that a line may fill; 0 when standard output is none.
+  std::size_t width() const;
+
   /// `text` in colour, as a part of a line for standard output.
   std::string coloured(const std::string& text, Colour colour) const;
+  /// Likewise, on a background of that colour.
+  std::string highlighted(const std::string& text, Colour colour) const;
 
  private:
   void write(int descriptor, std::string_view text);
 
-  std::mutex mutex_;
+  mutable std::mutex mutex_;  // keeps lines whole, and guards `live_`
+  std::unique_ptr<LiveArea> live_;
   const int output_;
   const int errors_;
   bool colourOutput_;
   bool colourErrors_;
+  bool canBeLive_;
+  bool isOneTerminal_;  // both descriptors
 };
 
 }  // namespace station

@@ -1,5 +1,6 @@
 #include "SerialNumberPrompt.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 
@@ -7,9 +8,10 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "Keyboard.h"
 #include "Signals.h"
+#include "Text.h"
 #include "common/Retried.h"
-#include "common/Text.h"
 
 using quillon::internal::retried;
 using quillon::internal::trimmed;
@@ -22,12 +24,9 @@ std::optional<std::string> SerialNumberPrompt::ask(
     const std::string& question, const std::function<std::string(const std::string&)>& complaint) {
   while (true) {
     tcflush(STDIN_FILENO, TCIFLUSH);
-    screen_.prompt(question);
-    const std::optional<std::string> line = readLine();
-    if (!line) {
-      screen_.prompt("\n");
-      return std::nullopt;
-    }
+    const std::optional<std::string> line =
+        screen_.isLive() ? readLive(question) : readLine(question);
+    if (!line) return std::nullopt;
     std::string serialNumber = trimmed(*line);
     const std::string problem = complaint(serialNumber);
     if (problem.empty()) return serialNumber;
@@ -35,20 +34,53 @@ std::optional<std::string> SerialNumberPrompt::ask(
   }
 }
 
-std::optional<std::string> SerialNumberPrompt::readLine() {
+/// Where the terminal shows what is typed.
+std::optional<std::string> SerialNumberPrompt::readLine(const std::string& question) {
+  screen_.prompt(question);
   std::string line;
   while (true) {
-    std::array<pollfd, 2> waited{{{STDIN_FILENO, POLLIN, 0}, {Signals::descriptor(), POLLIN, 0}}};
-    if (poll(waited.data(), waited.size(), -1) < 0 && errno != EINTR) return std::nullopt;
-    if (Signals::stopRequested()) return std::nullopt;
-    if (waited[0].revents == 0) continue;
-    std::array<char, 1024> chunk{};
-    const ssize_t count = retried([&] { return read(STDIN_FILENO, chunk.data(), chunk.size()); });
-    if (count <= 0) return std::nullopt;
-    line.append(chunk.data(), static_cast<std::size_t>(count));
+    const std::string typed = read();
+    if (typed.empty()) {
+      screen_.prompt("\n");
+      return std::nullopt;
+    }
+    line += typed;
     // What follows the line came before the next question.
     const std::size_t end = line.find('\n');
     if (end != std::string::npos) return line.substr(0, end);
+  }
+}
+
+/// Where lines of the sites go above the question while it is answered.
+std::optional<std::string> SerialNumberPrompt::readLive(const std::string& question) {
+  // Only its last line stays.
+  const std::size_t lastLine = question.rfind('\n') + 1;
+  if (lastLine > 0) screen_.prompt(question.substr(0, lastLine));
+  TypedLine line;
+  TypedLine::State state = TypedLine::State::Typing;
+  while (state == TypedLine::State::Typing) {
+    screen_.ask(question.substr(lastLine) + printable(line.text()));
+    const std::string typed = read();
+    if (typed.empty()) state = TypedLine::State::Ended;
+    for (const char key : typed) {
+      // What follows the line came before the next question.
+      if (state == TypedLine::State::Typing) state = line.take(key);
+    }
+  }
+  screen_.ask(std::nullopt);
+  if (state == TypedLine::State::Ended) return std::nullopt;
+  return line.text();
+}
+
+std::string SerialNumberPrompt::read() {
+  while (true) {
+    std::array<pollfd, 2> waited{{{STDIN_FILENO, POLLIN, 0}, {Signals::descriptor(), POLLIN, 0}}};
+    if (poll(waited.data(), waited.size(), -1) < 0 && errno != EINTR) return "";
+    if (Signals::stopRequested()) return "";
+    if (waited[0].revents == 0) continue;
+    std::array<char, 1024> chunk{};
+    const ssize_t count = retried([&] { return ::read(STDIN_FILENO, chunk.data(), chunk.size()); });
+    return {chunk.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
   }
 }
 

@@ -25,7 +25,10 @@ class SerialNumberPrompt {
                                  const std::function<std::string(const std::string&)>& complaint);
 
  private:
-  std::optional<std::string> readLine();
+  std::optional<std::string> readLine(const std::string& question);
+  std::optional<std::string> readLive(const std::string& question);
+  /// What has come from the terminal; "" when the operator ends the program.
+  static std::string read();
 
   Screen& screen_;
 };

@@ -9,6 +9,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "Keyboard.h"
 #include "common/Files.h"
 
 namespace station {
@@ -20,6 +21,7 @@ constexpr std::int64_t kTwinNanoseconds = 50'000'000;
 
 std::atomic<int> requests = 0;
 std::atomic<std::int64_t> requestedAt = 0;  // the latest
+std::atomic<bool> isQuiet = false;
 quillon::internal::Pipe stopPipe;
 quillon::internal::Pipe atOncePipe;
 
@@ -33,11 +35,16 @@ std::int64_t nanoseconds() {
 }
 
 void announce(std::string_view text, const quillon::internal::Pipe& pipe) {
-  [[maybe_unused]] ssize_t ignored = write(STDERR_FILENO, text.data(), text.size());
+  [[maybe_unused]] ssize_t ignored = 0;
+  if (!isQuiet) {
+    ignored = write(STDERR_FILENO, "\n", 1);
+    ignored = write(STDERR_FILENO, text.data(), text.size());
+  }
   ignored = write(pipe.writing.get(), "", 1);
 }
 
-/// Only what is allowed amid any other code: atomics, `write`, `sigaction` and `raise`.
+/// Only what is allowed amid any other code: atomics, `write`, `tcsetattr`, `sigaction` and
+/// `raise`.
 void onSignal(int signal) {
   const int earlierErrno = errno;
   const std::int64_t now = nanoseconds();
@@ -45,12 +52,11 @@ void onSignal(int signal) {
   const int request = isTwin ? 0 : ++requests;
   if (request > 0) requestedAt = now;
   if (request == 1) {
-    announce("\nStopping after the running tests. Once more (Ctrl-C) ends them at once.\n",
-             stopPipe);
+    announce(Signals::kStopText, stopPipe);
   } else if (request == 2) {
-    announce("\nEnding the running tests. Once more (Ctrl-C) ends the program as it is.\n",
-             atOncePipe);
+    announce(Signals::kAtOnceText, atOncePipe);
   } else if (request > 2) {
+    Keyboard::giveBack();
     struct sigaction standard {};
     standard.sa_handler = SIG_DFL;
     sigaction(signal, &standard, nullptr);
@@ -87,6 +93,8 @@ Signals::~Signals() {
 
 bool Signals::stopRequested() { return requests > 0; }
 int Signals::descriptor() { return stopPipe.reading.get(); }
+
+void Signals::setQuiet(bool quiet) { isQuiet = quiet; }
 
 bool Signals::stopAtOnceRequested() { return requests > 1; }
 int Signals::atOnceDescriptor() { return atOncePipe.reading.get(); }

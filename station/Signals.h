@@ -23,6 +23,13 @@ class Signals {
   static bool stopAtOnceRequested();
   static int atOnceDescriptor();  ///< likewise
 
+  /// Quiet: says nothing of a request to stop, for somebody else does, in these words.
+  static void setQuiet(bool quiet);
+  static constexpr const char* kStopText =
+      "Stopping after the running tests. Once more (Ctrl-C) ends them at once.\n";
+  static constexpr const char* kAtOnceText =
+      "Ending the running tests. Once more (Ctrl-C) ends the program as it is.\n";
+
  private:
   struct sigaction earlierInt_ {};
   struct sigaction earlierTerm_ {};

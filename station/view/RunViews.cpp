@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "JsonView.h"
+#include "LiveView.h"
 #include "Report.h"
 
 namespace station {
@@ -37,11 +38,21 @@ Report::Detail detailOf(const RunOptions& options) {
   return options.details ? Report::Detail::Values : Report::Detail::Tests;
 }
 
+std::unique_ptr<RunView> viewForPeople(const RunOptions& options, const Loaded& loaded,
+                                       Screen& screen) {
+  // The diagnostics, or a debugger, would write into lines that are drawn in place.
+  const bool isAlone = !options.verbose && options.wrap.empty();
+  if (isAlone && LiveView::isPossible(screen)) {
+    return std::make_unique<LiveView>(screen, loaded.sites, detailOf(options));
+  }
+  return std::make_unique<Report>(screen, loaded.sites, loaded.tests, detailOf(options));
+}
+
 }  // namespace
 
 std::unique_ptr<RunView> makeRunView(const RunOptions& options, const Loaded& loaded,
                                      Screen& screen) {
-  auto people = std::make_unique<Report>(screen, loaded.sites, loaded.tests, detailOf(options));
+  auto people = viewForPeople(options, loaded, screen);
   if (!options.json) return people;
   return std::make_unique<WithJson>(std::move(people));
 }

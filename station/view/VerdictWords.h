@@ -19,6 +19,18 @@ inline std::string verdictText(Verdict verdict) {
   return {};
 }
 
+inline const char* symbolOf(Verdict verdict) {
+  switch (verdict) {
+    case Verdict::Pass:
+      return "\u2713";  // a check mark
+    case Verdict::Fail:
+      return "\u2717";  // a cross
+    case Verdict::BrokenOff:
+      return "!";
+  }
+  return "";
+}
+
 inline Colour colourOf(Verdict verdict) {
   switch (verdict) {
     case Verdict::Pass:

@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -21,6 +22,8 @@ namespace test {
 namespace {
 
 constexpr std::chrono::seconds kLongWhile{60};
+constexpr unsigned short kColumns = 100;
+constexpr unsigned short kRows = 40;
 
 bool waitFor(const std::function<bool()>& condition) {
   const auto end = std::chrono::steady_clock::now() + kLongWhile;
@@ -51,7 +54,10 @@ StationProcess::StationProcess(Program program, Input input, FileLimit limit) {
   argv.push_back(nullptr);
   const std::string folder = folder_.path();
 
-  process_ = input == Input::Terminal ? forkpty(&terminal_, nullptr, nullptr, nullptr) : fork();
+  winsize size{};
+  size.ws_col = kColumns;
+  size.ws_row = kRows;
+  process_ = input == Input::Terminal ? forkpty(&terminal_, nullptr, nullptr, &size) : fork();
   if (process_ < 0) throw std::runtime_error("fork");
   if (process_ > 0) return;
   if (chdir(folder.c_str()) != 0) _exit(127);
@@ -94,6 +100,16 @@ bool StationProcess::waitForOutput(const std::string& text, int times) {
     }
     return count >= times;
   });
+}
+
+bool StationProcess::waitForScreen(const std::function<bool(const TerminalModel&)>& condition) {
+  return waitFor([&] { return condition(screen()); });
+}
+
+TerminalModel StationProcess::screen() {
+  TerminalModel model(kColumns, kRows);
+  model.feed(output());
+  return model;
 }
 
 bool StationProcess::waitForErrors(const std::string& text) const {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -9,6 +10,7 @@
 #include <sys/types.h>
 
 #include "support/TemporaryFolder.h"
+#include "support/TerminalModel.h"
 
 namespace test {
 
@@ -20,7 +22,8 @@ class StationProcess {
     std::uint64_t bytes = 0;  ///< 0: none
   };
 
-  /// Starts it. With `Input::Terminal` all three standard streams are a new terminal, else input is
+  /// Starts it. With `Input::Terminal` all three standard streams are a new terminal of
+  /// 100 columns and 40 rows, else input is
   /// empty and the outputs are kept apart.
   explicit StationProcess(const std::vector<std::string>& arguments, Input input = Input::None)
       : StationProcess(theStation(arguments), input, FileLimit{}) {}
@@ -42,6 +45,9 @@ class StationProcess {
   void send(int signal) const;
   /// Waits until `text` has appeared `times` times on the terminal; false after a long while.
   bool waitForOutput(const std::string& text, int times = 1);
+  /// Waits until the terminal shows what is asked for; false after a long while.
+  bool waitForScreen(const std::function<bool(const TerminalModel&)>& condition);
+  TerminalModel screen();  ///< what the terminal shows
   /// Waits until `text`, or anything, has appeared on standard error.
   bool waitForErrors(const std::string& text = "") const;
   /// Waits for its end: the exit status, or the negative number of the signal that ended it.
