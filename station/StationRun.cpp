@@ -71,7 +71,8 @@ StationRun::StationRun(RunOptions options)
 
 int StationRun::run() {
   ConsoleLogFile diagnostics(options_.verbose);
-  Engine engine(options_, screen_, diagnostics);
+  EventLog events(diagnostics);
+  Engine engine(options_, screen_, diagnostics, events);
   const std::filesystem::path bundle = engine.start();
   makeLogFolder(options_.logFolder);
   const LogFiles files = makeLogFiles(
@@ -82,13 +83,13 @@ int StationRun::run() {
   Loaded loaded =
       engine.load({options_.flow, options_.sites, options_.logFolder, files.diagnostics});
   if (options_.sites.empty()) sortLike(checked.sites, loaded.sites);
-  const int status = runOn(engine, loaded, files.results, diagnostics);
+  const int status = runOn(engine, loaded, files.results, diagnostics, events);
   screen_.line("Results:     " + files.results + "\nDiagnostics: " + files.diagnostics);
   return status;
 }
 
 int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& csvPath,
-                      const ConsoleLogFile& diagnostics) {
+                      const ConsoleLogFile& diagnostics, EventLog& events) {
   const StationWords words = readStationWords(loaded.stationAttributes);
   tellUnavailable(loaded, diagnostics);
   SerialNumbers given = options_.serialNumbers;
@@ -96,6 +97,8 @@ int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& c
   SerialNumberSource serialNumbers(std::move(given), loaded.sites, screen_, words.serialPattern);
   ResultLog results(csvPath, loaded.stationAttributes, screen_);
   const std::unique_ptr<results::Store> store = openStore();
+  events.keepIn(*store);
+  if (recover(*store)) engine.makeSafe();
   engine.openLoggers(results.columns());
   results.open();
   const RunRecorder::Session recording{*store, planOf(loaded, options_.flow), runOf(words),
@@ -138,19 +141,23 @@ bool StationRun::wantsUnavailable(const Loaded& loaded) const {
       });
 }
 
-/// Opens the store, and tells which devices an earlier session has left without a verdict.
-std::unique_ptr<results::Store> StationRun::openStore() {
+/// Tells which devices earlier sessions have left without a verdict. True when one of them may have
+/// left the fixtures in the middle of a test.
+bool StationRun::recover(results::Store& store) {
+  const results::Recovered recovered = store.recover();
+  for (const results::Run& run : recovered.runs) {
+    screen_.warning("the device " + printable(run.serial) + " at site " + printable(run.site) +
+                    " was not tested to its end, for the station ended before: test it again");
+  }
+  return recovered.unclean;
+}
+
+std::unique_ptr<results::Store> StationRun::openStore() const {
   try {
     results::StoreOptions options;
     options.file = std::filesystem::path(options_.logFolder) / "results.db";
     options.stationName = hostName();
-    auto store = std::make_unique<results::Store>(options);
-    const results::Recovered recovered = store->recover();
-    for (const results::Run& run : recovered.runs) {
-      screen_.warning("the device " + printable(run.serial) + " at site " + printable(run.site) +
-                      " was not tested to its end, for the station ended before: test it again");
-    }
-    return store;
+    return std::make_unique<results::Store>(options);
   } catch (const results::StoreError& problem) {
     throw CannotRun("cannot use the results store " + printable(problem.what()),
                     "Nothing was tested, for the results would be lost. Check that its folder may "

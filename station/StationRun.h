@@ -32,8 +32,9 @@ class StationRun {
   };
 
   int runOn(Engine& engine, const Loaded& loaded, const std::string& csvPath,
-            const ConsoleLogFile& diagnostics);
-  std::unique_ptr<results::Store> openStore();
+            const ConsoleLogFile& diagnostics, EventLog& events);
+  std::unique_ptr<results::Store> openStore() const;
+  bool recover(results::Store& store);
   void tellUnavailable(const Loaded& loaded, const ConsoleLogFile& diagnostics);
   bool wantsUnavailable(const Loaded& loaded) const;
   static Series test(const std::vector<std::string>& sites, const SiteSession::Station& station);

@@ -42,12 +42,14 @@ void drain(int descriptor) {
 
 }  // namespace
 
-Engine::Engine(const RunOptions& options, Screen& screen, ConsoleLogFile& diagnostics)
+Engine::Engine(const RunOptions& options, Screen& screen, ConsoleLogFile& diagnostics,
+               const EventLog& events)
     : options_(options),
       screen_(screen),
       diagnostics_(diagnostics),
+      events_(events),
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      safety_(screen, diagnostics) {
+      safety_(screen, events) {
   if (!wake_) throw std::system_error(errno, std::generic_category(), "eventfd");
 }
 
@@ -333,7 +335,7 @@ void Engine::onEnd(int status) {
   if (!endReason_) endReason_ = endText(status);
   if (!wasTold) safeStateDue_ = columns_.has_value();
   if (!isOurDoing_ && !wasTold && !refused_) crashes_.push_back(Clock::now());
-  if (!(wasTold && status == 0)) diagnostics_.write("station", *endReason_);
+  if (!(wasTold && status == 0)) events_.add("worker_ended", std::nullopt, *endReason_);
   if (wasTold && status != 0) screen_.warning(*endReason_ + ", after it was unloaded");
   const std::lock_guard lock(mutex_);
   worker_.reset();

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "ConsoleLogFile.h"
+#include "EventLog.h"
 #include "RunOptions.h"
 #include "Screen.h"
 #include "SiteEvent.h"
@@ -28,7 +29,8 @@ namespace station {
 /// worker is to live. Sites may call from threads of their own.
 class Engine {
  public:
-  Engine(const RunOptions& options, Screen& screen, ConsoleLogFile& diagnostics);
+  Engine(const RunOptions& options, Screen& screen, ConsoleLogFile& diagnostics,
+         const EventLog& events);
   ~Engine();  ///< unloads, if that is not done
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
@@ -110,6 +112,7 @@ class Engine {
   const RunOptions& options_;
   Screen& screen_;
   ConsoleLogFile& diagnostics_;
+  const EventLog& events_;
   quillon::internal::Descriptor wake_;
   SiteSafety safety_;
 

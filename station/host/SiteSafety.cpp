@@ -10,7 +10,7 @@ void SiteSafety::isUnsafe(const std::string& site, const std::string& reason) {
     std::string& reasons = reasons_[site];
     reasons += (reasons.empty() ? "" : "; ") + reason;
   }
-  note(site, "UNSAFE: " + reason);
+  events_.add("unsafe", site, "UNSAFE: " + reason);
   screen_.problem("site " + printable(site) + " is UNSAFE: " + printable(reason),
                   "Make the fixture safe by hand, then acknowledge.");
 }
@@ -27,13 +27,8 @@ void SiteSafety::acknowledge(const std::string& site, const std::string& who) {
     const std::lock_guard lock(mutex_);
     reasons_.erase(site);
   }
-  note(site, "made safe by hand, acknowledged by " + who);
+  events_.add("made_safe", site, "made safe by hand, acknowledged", who);
   screen_.line("Site " + printable(site) + " was made safe by " + printable(who) + ".");
-}
-
-/// What became of a site's safety, for whoever looks into it later: every such event passes here.
-void SiteSafety::note(const std::string& site, const std::string& text) const {
-  diagnostics_.write(site, text);
 }
 
 }  // namespace station

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "ConsoleLogFile.h"
+#include "EventLog.h"
 #include "Screen.h"
 
 namespace station {
@@ -14,8 +14,7 @@ namespace station {
 /// starts there until a person has made it safe by hand and says so by name. Any thread.
 class SiteSafety {
  public:
-  SiteSafety(Screen& screen, const ConsoleLogFile& diagnostics)
-      : screen_(screen), diagnostics_(diagnostics) {}
+  SiteSafety(Screen& screen, const EventLog& events) : screen_(screen), events_(events) {}
 
   /// The site is unsafe from now on; the operator is told. Further reasons add to the first.
   void isUnsafe(const std::string& site, const std::string& reason);
@@ -25,10 +24,8 @@ class SiteSafety {
   void acknowledge(const std::string& site, const std::string& who);
 
  private:
-  void note(const std::string& site, const std::string& text) const;
-
   Screen& screen_;
-  const ConsoleLogFile& diagnostics_;
+  const EventLog& events_;
   mutable std::mutex mutex_;  // guards what follows
   std::map<std::string, std::string> reasons_;
 };

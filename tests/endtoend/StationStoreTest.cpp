@@ -138,6 +138,18 @@ TEST_F(StationStore, keepsWhatACrashedTestHadReported) {
   EXPECT_THAT(station.results(), HasSubstr("1,A,left,Voltages,volts,2.1,"));
 }
 
+TEST_F(StationStore, tellsTheEndOfAWorkerAsAnEvent) {
+  bundle_.configure(TroubleBundle::test("Voltages", TroubleBundle::text("dies", "segfault")));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 1);
+  results::Queries queries(storeOf(station));
+  const RunContent content = runOf(station);
+  const std::vector<results::Event> events = queries.lastEvents(content.run.stationId, 9);
+  ASSERT_EQ(events.size(), 1U);
+  EXPECT_EQ(events[0].kind, "worker_ended");
+  EXPECT_THAT(events[0].text, Optional(std::string("the plug-in crashed: segmentation fault")));
+}
+
 TEST_F(StationStore, theHookOfAPassComesWhenEverythingIsRecorded) {
   bundle_.configure(TroubleBundle::test("Volts", ""),
                     TroubleBundle::text("fails", "onDUTFinished"));
@@ -152,8 +164,10 @@ TEST_F(StationStore, theHookOfAPassComesWhenEverythingIsRecorded) {
 
 TEST_F(StationStore, aStationThatIsKilledLeavesAnIncompleteRunThatTheNextOneTells) {
   const std::string gate = (folder_.path() / "gate").string();
+  const std::string calls = (folder_.path() / "calls").string();
   bundle_.configure(TroubleBundle::test("Supply", "") +
-                    TroubleBundle::test("Waiting", TroubleBundle::text("await", gate)));
+                        TroubleBundle::test("Waiting", TroubleBundle::text("await", gate)),
+                    TroubleBundle::text("calls", calls));
   const std::string logs = (folder_.path() / "logs").string();
   {
     StationProcess station(atLeft({"--log-dir", logs}));
@@ -177,6 +191,8 @@ TEST_F(StationStore, aStationThatIsKilledLeavesAnIncompleteRunThatTheNextOneTell
   const std::vector<RunContent> runs = runsOf(logs + "/results.db", "A");
   ASSERT_EQ(runs.size(), 1U);
   EXPECT_EQ(runs[0].run.verdict, Verdict::Incomplete);
+  // Its fixture was left as it was.
+  EXPECT_THAT(test::contentOf(calls), HasSubstr("left onSafeState"));
   ASSERT_EQ(runs[0].measurements.size(), 1U);
 }
 
