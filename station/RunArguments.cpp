@@ -37,6 +37,15 @@ void RunArguments::describeTo(CLI::App& command) {
       ->capture_default_str();
   command.add_flag("--allow-unknown-keys", options_.allowUnknownKeys,
                    "Test although the plug-in's configuration has keys that nothing reads");
+  command
+      .add_option("--calibration-override", options_.calibrationOverride,
+                  "Test with instruments whose calibration is overdue: who wants it, and why")
+      ->type_name("NAME:REASON")
+      ->check([](const std::string& text) {
+        const std::size_t colon = text.find(':');
+        const bool isWhole = colon != std::string::npos && colon > 0 && colon + 1 < text.size();
+        return std::string(isWhole ? "" : "a name and a reason are needed, NAME:REASON");
+      });
   command.add_flag("--verbose", options_.verbose, "Show the diagnostics on standard error as well");
   CLI::Option* const quiet =
       command.add_flag("--quiet", options_.quiet, "Show verdicts and the table only");

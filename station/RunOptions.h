@@ -20,6 +20,7 @@ struct RunOptions {
   int repeat = 1;                 ///< devices per site
   int safeStateLimit = 30;        ///< seconds for the safe state of a site
   bool allowUnknownKeys = false;  ///< in the plug-in's configuration
+  std::string calibrationOverride;  ///< NAME:REASON; empty: none
   bool verbose = false;
   bool quiet = false;    ///< show verdicts and the table only
   bool details = false;  ///< show all values of each device

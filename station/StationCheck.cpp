@@ -9,6 +9,7 @@
 #include <QLTError.h>
 #include <QLTStationPlan.h>
 
+#include "Calibration.h"
 #include "RunOptions.h"
 #include "StationInfo.h"
 #include "StationWords.h"
@@ -59,6 +60,19 @@ StationWords checkWords(const QLTStationPlan& plan, Findings& findings) {
   return words;
 }
 
+/// Dates that would say nothing of a calibration.
+void checkCalibration(const QLTStationPlan& plan, Findings& findings) {
+  for (const auto& [name, instrument] : plan.instruments) {
+    const QLTValue* const due = instrument.entry.find(kCalibrationDue);
+    if (due == nullptr || calibrationDay(due->text())) continue;
+    findings.push_back(QLTConfigFinding::errorAt(
+        plan.testerConfig ? plan.testerConfig->string() : "", instrument.position,
+        "Instruments/" + name + "/" + kCalibrationDue,
+        std::string(kCalibrationDueForm) + ", not \"" + due->text() + "\"",
+        "It is the last day on which the instrument's calibration holds."));
+  }
+}
+
 /// Takes away what is no mistake, since the plug-in says that it reads the key itself.
 void forgiveOwnKeys(const std::vector<std::string>& ownKeys, Findings& findings) {
   std::erase_if(findings, [&](const QLTConfigFinding& finding) {
@@ -78,6 +92,7 @@ Findings checkStation(const std::filesystem::path& bundlePath,
   Findings findings =
       QLTConfigCheck::check(*bundle, testerConfig, stationInfo(*bundle, kDefaultLogFolder), &plan);
   checkPrincipalClass(*bundle, findings);
+  checkCalibration(plan, findings);
   forgiveOwnKeys(checkWords(plan, findings).ownKeys, findings);
   if (planRead != nullptr) *planRead = std::move(plan);
   return findings;

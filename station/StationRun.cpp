@@ -80,8 +80,8 @@ int StationRun::run() {
   const Checked checked = engine.check();
   judgeConfiguration(checked.findings,
                      {bundle.string(), files.diagnostics, options_.allowUnknownKeys}, screen_);
-  Loaded loaded =
-      engine.load({options_.flow, options_.sites, options_.logFolder, files.diagnostics});
+  Loaded loaded = engine.load({options_.flow, options_.sites, options_.logFolder, files.diagnostics,
+                               options_.calibrationOverride});
   if (options_.sites.empty()) sortLike(checked.sites, loaded.sites);
   const int status = runOn(engine, loaded, files.results, diagnostics, events);
   screen_.line("Results:     " + files.results + "\nDiagnostics: " + files.diagnostics);

@@ -320,6 +320,7 @@ struct Load {
   std::vector<std::string> sites = {};  ///< empty: all
   std::string logFolder = {};
   std::string diagnostics = {};  ///< the file, for messages
+  std::string calibrationOverride = {};  ///< NAME:REASON; empty: none
 
   template <typename Part>
   void parts(const Part& part) {
@@ -327,6 +328,7 @@ struct Load {
     part("sites", sites);
     part("logFolder", logFolder);
     part("diagnostics", diagnostics);
+    part("calibrationOverride", calibrationOverride);
   }
 };
 

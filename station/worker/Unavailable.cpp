@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <set>
 #include <string_view>
 
 #include <QLTError.h>
 #include <QLTValue.h>
 
+#include "Calibration.h"
 #include "DeviceUsers.h"
 #include "Text.h"
 
@@ -75,6 +77,34 @@ Unavailable unavailableSites(QLTestSiteManager& manager) {
     }
   }
   return sites;
+}
+
+std::vector<std::string> judgeCalibrations(QLTestSiteManager& manager, const std::string& override,
+                                           Unavailable& unavailable) {
+  using State = Calibration::State;
+  const auto today = std::chrono::floor<std::chrono::days>(std::chrono::system_clock::now());
+  const QLTDictionary& config = manager.config();
+  std::set<std::string> notes;
+  for (const std::string& site : manager.siteNames()) {
+    for (const std::string& name : instrumentsOf(config, site)) {
+      const Calibration calibration =
+          calibrationOf(section(section(config, "Instruments"), name), today);
+      const std::string what = "the calibration of instrument " + name;
+      if (calibration.state == State::Malformed) {
+        unavailable[site].push_back(what + ": " + kCalibrationDue + " " + kCalibrationDueForm);
+      } else if (calibration.state == State::DueSoon) {
+        notes.insert(what + " is due on " + calibration.due);
+      } else if (calibration.state == State::Overdue) {
+        const std::string text = what + " was due on " + calibration.due;
+        if (override.empty()) {
+          unavailable[site].push_back(text);
+        } else {
+          notes.insert(text + "; tested all the same, as " + override + " wants it");
+        }
+      }
+    }
+  }
+  return {notes.begin(), notes.end()};
 }
 
 std::vector<std::string> unusedFailures(QLTestSiteManager& manager) {

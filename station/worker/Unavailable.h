@@ -15,6 +15,11 @@ using Unavailable = std::map<std::string, std::vector<std::string>>;
 /// path or address, the system's reason and, for a busy port, the process that has it.
 Unavailable unavailableSites(QLTestSiteManager& manager);
 
+/// Adds the sites that have an instrument whose calibration is overdue, unless `override` (a name
+/// and a reason) allows it; gives what the operator should know of calibrations all the same.
+std::vector<std::string> judgeCalibrations(QLTestSiteManager& manager, const std::string& override,
+                                           Unavailable& unavailable);
+
 /// The instruments that did not come up and that no site needs, likewise in words.
 std::vector<std::string> unusedFailures(QLTestSiteManager& manager);
 

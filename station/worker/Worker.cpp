@@ -151,7 +151,12 @@ void Worker::work() {
   const auto load = expectLoad();
   if (!load) return;
   plugin.load(stationInfo(bundle, load->logFolder), load->diagnostics);
-  const Unavailable unavailable = unavailableSites(plugin.manager());
+  Unavailable unavailable = unavailableSites(plugin.manager());
+  for (const std::string& text :
+       judgeCalibrations(plugin.manager(), load->calibrationOverride, unavailable)) {
+    QLTLog(text);
+    warn(printable(text));
+  }
   for (const std::string& text : unusedFailures(plugin.manager())) {
     warn(printable(text) + ". No site needs it.");
   }

@@ -103,3 +103,32 @@ TEST_F(StationLostInstrument, aDeviceThatFailsWithItsInstrumentsThereHasFailed) 
   EXPECT_THAT(station.output(), AllOf(HasSubstr("0 passed, 1 failed, 0 broken off\n"),
                                       Not(HasSubstr("instrument lost"))));
 }
+
+TEST_F(StationLostInstrument, oneWithAnOverdueCalibrationTestsNothing) {
+  test::writeTesterConfig("console-left,QLTDiags,0,bsdPath=" + line_.path() +
+                          ";calibrationDue=2024-02-29\n");
+  bundle_.configure(TroubleBundle::test("Volts", ""), "",
+                    "<key>Resources</key><dict><key>console</key><string>console-left</string>"
+                    "</dict>");
+  const std::string due = "the calibration of instrument console-left was due on 2024-02-29";
+  {
+    StationProcess station({"run", bundle_.path(), "--sn", "left=A", "--sn", "right=B"});
+    EXPECT_EQ(station.wait(), 1);
+    EXPECT_THAT(station.errors(), HasSubstr("site left is NOT AVAILABLE\n  " + due + "\n"));
+    EXPECT_THAT(station.output(), HasSubstr("1 passed, 0 failed, 0 broken off\n"));
+  }
+  StationProcess station({"run", bundle_.path(), "--sn", "left=A", "--sn", "right=B",
+                          "--calibration-override", "Mary:only a trial"});
+  EXPECT_EQ(station.wait(), 0);
+  EXPECT_THAT(station.diagnostics(),
+              HasSubstr(due + "; tested all the same, as Mary:only a trial wants it\n"));
+}
+
+TEST_F(StationLostInstrument, aCalibrationThatIsNoDateIsAnError) {
+  test::writeTesterConfig("console-left,QLTDiags,0,bsdPath=" + line_.path() +
+                          ";calibrationDue=2024-02-30\n");
+  StationProcess station({"run", bundle_.path(), "--sn", "left=A", "--sn", "right=B"});
+  EXPECT_EQ(station.wait(), 2);
+  EXPECT_THAT(station.errors(), HasSubstr("must be a date of the form YYYY-MM-DD, not "
+                                          "\"2024-02-30\""));
+}
