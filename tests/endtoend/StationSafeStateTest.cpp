@@ -141,5 +141,5 @@ TEST_F(StationSafeState, aPersonAcknowledgesByName) {
   EXPECT_EQ(station.wait(), 1);
   EXPECT_THAT(calls(), HasSubstr("left onDUTStart A default 2\n"));
   EXPECT_THAT(station.diagnostics(),
-              HasSubstr("[left] made safe by hand, acknowledged by Mary Smith\n"));
+              HasSubstr("[left] made safe by hand, acknowledged, by Mary Smith\n"));
 }
