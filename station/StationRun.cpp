@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
+#include <ctime>
 #include <deque>
 #include <filesystem>
 #include <memory>
@@ -23,6 +25,7 @@
 #include "Text.h"
 #include "ThreadName.h"
 #include "host/ResultLog.h"
+#include "results/Queries.h"
 #include "view/RunViews.h"
 
 namespace station {
@@ -53,6 +56,27 @@ results::Plan planOf(const Loaded& loaded, const std::string& flow) {
   plan.flow = flow;
   plan.configSha256 = loaded.configSha256;
   return plan;
+}
+
+/// The devices that this station has tested since midnight, local time. All 0 when the store cannot
+/// tell: they are only shown.
+Counters countersOfToday(const results::Store& store) {
+  const std::time_t now = std::time(nullptr);
+  std::tm day{};
+  localtime_r(&now, &day);
+  day.tm_hour = day.tm_min = day.tm_sec = 0;
+  day.tm_isdst = -1;
+  constexpr std::int64_t kMicroseconds = 1'000'000;
+  try {
+    const results::Counters counters =
+        results::Queries(store.file())
+            .counters(store.stationId(), std::mktime(&day) * kMicroseconds,
+                      (now + 1) * kMicroseconds);
+    return {static_cast<int>(counters.passed), static_cast<int>(counters.failed),
+            static_cast<int>(counters.brokenOff)};
+  } catch (const results::StoreError&) {
+    return {};
+  }
 }
 
 results::Run runOf(const StationWords& words) {
@@ -106,7 +130,8 @@ int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& c
   for (const std::string& site : loaded.disabledSites) {
     screen_.line("Site " + printable(site) + " is disabled in the station's configuration.");
   }
-  const std::unique_ptr<RunView> view = makeRunView(options_, loaded, screen_);
+  const std::unique_ptr<RunView> view =
+      makeRunView(options_, loaded, screen_, countersOfToday(*store));
   const Series series = test(loaded.sites, {engine, serialNumbers, results, recording, *view,
                                             diagnostics, options_.repeat, words.timeLimit});
   engine.unload();

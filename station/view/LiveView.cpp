@@ -66,11 +66,11 @@ bool LiveView::isPossible(const Screen& screen) {
 }
 
 LiveView::LiveView(Screen& screen, const std::vector<std::string>& sites, Report::Detail detail,
-                   Today today)
+                   const Counters& earlierToday)
     : screen_(screen),
       names_(sites),
       detail_(detail),
-      today_(std::move(today)),
+      earlierToday_(earlierToday),
       table_(screen, sites, {}) {
   for (const std::string& name : names_) {
     sites_[name];
@@ -207,10 +207,10 @@ std::string LiveView::lineOf(const std::string& name, const Site& site, std::siz
 }
 
 std::string LiveView::countersLine() const {
-  std::string text = "This run: " + textOf(counters_);
-  const std::optional<Counters> today = today_ ? today_() : std::nullopt;
-  if (today) text += ".  Today: " + textOf(*today);
-  return text;
+  const Counters today{earlierToday_.passed + counters_.passed,
+                       earlierToday_.failed + counters_.failed,
+                       earlierToday_.brokenOff + counters_.brokenOff};
+  return "This run: " + textOf(counters_) + ".  Today: " + textOf(today);
 }
 
 }  // namespace station

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cstddef>
-#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -17,26 +16,17 @@
 
 namespace station {
 
-/// How many devices fared how.
-struct Counters {
-  int passed = 0;
-  int failed = 0;
-  int brokenOff = 0;
-};
-
 /// What the operator sees at a terminal: a line for each site that lives, failures as they come,
 /// each verdict as a block, and the table at the end.
 class LiveView : public RunView {
  public:
-  /// The counters of the day; may be null.
-  using Today = std::function<std::optional<Counters>()>;
-
   /// True when `screen` is a terminal that can do it.
   static bool isPossible(const Screen& screen);
 
-  /// With `Report::Detail::Verdicts` the sites have no lines.
+  /// With `Report::Detail::Verdicts` the sites have no lines. `earlierToday` are the devices of the
+  /// day before this run.
   LiveView(Screen& screen, const std::vector<std::string>& sites, Report::Detail detail,
-           Today today = {});
+           const Counters& earlierToday = {});
   ~LiveView() override;
 
   void siteIs(const std::string& site, SiteState state) override;
@@ -66,7 +56,7 @@ class LiveView : public RunView {
   Screen& screen_;
   const std::vector<std::string> names_;
   const Report::Detail detail_;
-  const Today today_;
+  const Counters earlierToday_;
   Report table_;
   std::size_t siteWidth_ = 0;
 

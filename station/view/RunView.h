@@ -10,6 +10,13 @@
 
 namespace station {
 
+/// How many devices fared how.
+struct Counters {
+  int passed = 0;
+  int failed = 0;
+  int brokenOff = 0;
+};
+
 /// One finished test of one site.
 struct FinishedTest {
   std::string site;

@@ -8,8 +8,9 @@
 
 namespace station {
 
-/// The face that a run was asked for. `screen` is for people.
+/// The face that a run was asked for. `screen` is for people; `earlierToday` are the devices of the
+/// day before this run.
 std::unique_ptr<RunView> makeRunView(const RunOptions& options, const Loaded& loaded,
-                                     Screen& screen);
+                                     Screen& screen, const Counters& earlierToday);
 
 }  // namespace station

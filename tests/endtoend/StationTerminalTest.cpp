@@ -204,7 +204,8 @@ TEST_F(StationTerminal, eachSiteHasALineWhileItTests) {
   EXPECT_THAT(lines[1],
               testing::MatchesRegex("left   \u25b6 RUNNING     A  2/2  Volts +[0-9.]+ s"));
   EXPECT_EQ(lines[2], "right  \u00b7 EMPTY");
-  EXPECT_EQ(lines[3], "This run: 0 passed, 0 failed, 0 broken off");
+  EXPECT_EQ(lines[3],
+            "This run: 0 passed, 0 failed, 0 broken off.  Today: 0 passed, 0 failed, 0 broken off");
 
   std::ofstream(gate).close();  // the line of the other site goes above the question
   ASSERT_TRUE(station.waitForScreen([](const test::TerminalModel& screen) {
@@ -289,4 +290,19 @@ TEST_F(StationTerminal, eightSitesOfAHundredTestsFitTheTerminal) {
   EXPECT_THAT(screen.unknown(), testing::IsEmpty());
   EXPECT_THAT(screen.text(),
               AllOf(HasSubstr("0 passed, 8 failed, 0 broken off"), Not(HasSubstr("RUNNING"))));
+}
+
+TEST_F(StationTerminal, theDevicesOfTheDayAreCounted) {
+  const std::string gate = (folder_.path() / "gate").string();
+  const std::string logs = (folder_.path() / "logs").string();
+  const std::vector<std::string> arguments{"run",  bundle_.path(), "--site",    "left",
+                                           "--sn", "left=A",       "--log-dir", logs};
+  StationProcess earlier(arguments);
+  EXPECT_EQ(earlier.wait(), 0);
+  bundle_.configure(TroubleBundle::test("Volts", TroubleBundle::text("await", gate)));
+  StationProcess station(arguments, StationProcess::Input::Terminal);
+  EXPECT_TRUE(station.waitForOutput(
+      "This run: 0 passed, 0 failed, 0 broken off.  Today: 1 passed, 0 failed, 0 broken off"));
+  std::ofstream(gate).close();
+  EXPECT_EQ(station.wait(), 0);
 }
