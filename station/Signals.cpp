@@ -80,6 +80,8 @@ Signals::Signals() {
   sigaction(SIGHUP, &action, &earlierHup_);
   action.sa_handler = SIG_IGN;
   sigaction(SIGPIPE, &action, &earlierPipe_);
+  action.sa_handler = SIG_DFL;
+  sigaction(SIGCHLD, &action, &earlierChild_);
 }
 
 Signals::~Signals() {
@@ -87,6 +89,7 @@ Signals::~Signals() {
   sigaction(SIGTERM, &earlierTerm_, nullptr);
   sigaction(SIGHUP, &earlierHup_, nullptr);
   sigaction(SIGPIPE, &earlierPipe_, nullptr);
+  sigaction(SIGCHLD, &earlierChild_, nullptr);
   stopPipe = {};
   atOncePipe = {};
 }

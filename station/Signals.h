@@ -6,8 +6,9 @@ namespace station {
 
 /// Takes care of SIGINT, SIGTERM and SIGHUP as long as it lives: the first one asks the run to
 /// stop, a second one to stop at once, a third one ends the program. SIGPIPE is ignored: a screen
-/// that is gone must not break off a test. One object at a time; the class operations may be called
-/// from any thread.
+/// that is gone must not break off a test. SIGCHLD has its standard meaning, whatever the program
+/// was started with: how a worker ended must show. One object at a time; the class operations may
+/// be called from any thread.
 class Signals {
  public:
   Signals();
@@ -35,6 +36,7 @@ class Signals {
   struct sigaction earlierTerm_ {};
   struct sigaction earlierHup_ {};
   struct sigaction earlierPipe_ {};
+  struct sigaction earlierChild_ {};
 };
 
 }  // namespace station

@@ -3,6 +3,7 @@
 #include <thread>
 
 #include <poll.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gmock/gmock.h>
@@ -81,6 +82,19 @@ TEST(Signals, aScreenThatIsGoneRaisesNoSignal) {
   EXPECT_EQ(write(ends[1], "x", 1), -1);
   EXPECT_EQ(errno, EPIPE);
   close(ends[1]);
+}
+
+TEST(Signals, howAChildEndsShowsWhateverTheProgramWasStartedWith) {
+  const auto before = std::signal(SIGCHLD, SIG_IGN);
+  {
+    const Signals signals;
+    const pid_t child = fork();
+    if (child == 0) _exit(3);
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+  }
+  EXPECT_EQ(std::signal(SIGCHLD, before), SIG_IGN);
 }
 
 TEST(Signals, whatStoodBeforeStandsAgain) {
