@@ -30,8 +30,8 @@ void SiteLink::deliver(Message message) {
     arrived_.notify_all();
     return;
   }
-  // A stop is for the device that was in progress.
-  if (type == Prepare::kType) stopReason_.reset();
+  // A stop is for the device in progress, or for one that is about to begin.
+  if (type == Confirmed::kType) stopReason_.reset();
   messages_.push_back(std::move(message));
   arrived_.notify_one();
 }
