@@ -32,6 +32,8 @@ constexpr seconds kAfterTerminate{5};
 constexpr std::size_t kCrashes = 4;
 constexpr std::chrono::minutes kCrashTime{10};
 
+constexpr int kChunksOfAPipe = 16;
+
 constexpr const char* kStopped = "stopped on request";
 constexpr const char* kStoppedAtOnce = "stopped at once on request";
 
@@ -131,8 +133,15 @@ void Engine::unloadWorker() {
     screen_.warning(problem.what());
     safeStateDue_ = columns_.has_value();
   }
-  const Clock::time_point patience = Clock::now() + kToEnd;
-  while (worker_ != nullptr && Clock::now() < patience) pump(100);
+  const Clock::time_point patience = Clock::now() + (unloaded_ ? kToEnd : seconds(0));
+  while (worker_ != nullptr && Clock::now() < patience) {
+    stopWhenAsked();
+    endWorkerWhenDue();
+    pump(100);
+  }
+  if (worker_ != nullptr && unloaded_) {
+    screen_.warning("the plug-in's process did not end after it was unloaded and was killed");
+  }
   unloading_ = false;
   const std::lock_guard lock(mutex_);
   worker_.reset();
@@ -143,9 +152,10 @@ void Engine::wake() const {
   retried([&] { return write(wake_.get(), &one, sizeof one); });
 }
 
-void Engine::awaitWorker() {
+bool Engine::awaitWorker() {
   std::unique_lock lock(mutex_);
   changed_.wait(lock, [&] { return state_ == State::Running || state_ == State::Ended; });
+  return state_ == State::Running;
 }
 
 std::optional<std::string> Engine::reserve(const std::string& site) {
@@ -158,6 +168,13 @@ std::optional<std::string> Engine::reserve(const std::string& site) {
   sites_.at(site).clear();
   busy_.insert(site);
   return std::nullopt;
+}
+
+bool Engine::begin(const std::string& site) {
+  const std::lock_guard lock(mutex_);
+  if (state_ != State::Running || orphaned_.contains(site)) return false;
+  testing_.insert(site);
+  return true;
 }
 
 std::optional<SiteEvent> Engine::next(const std::string& site,
@@ -176,6 +193,7 @@ void Engine::endOverdue(const std::string& site) {
 void Engine::end(const std::string& site) {
   const std::lock_guard lock(mutex_);
   busy_.erase(site);
+  testing_.erase(site);
   orphaned_.erase(site);
   overdue_.erase(site);
   if (state_ == State::Draining && overdue_.empty()) {
@@ -225,10 +243,12 @@ T Engine::await(std::optional<Clock::time_point> until) {
 }
 
 void Engine::pump(int milliseconds) {
+  // An end shows for as long as one looks.
+  const bool hears = worker_ != nullptr && !worker_->channel().hasEnded();
   std::array<pollfd, 6> waited{{{wake_.get(), POLLIN, 0},
                                 {stopTold_ ? -1 : Signals::descriptor(), POLLIN, 0},
                                 {stoppedAtOnce_ ? -1 : Signals::atOnceDescriptor(), POLLIN, 0},
-                                {worker_ ? worker_->channel().descriptor() : -1, POLLIN, 0},
+                                {hears ? worker_->channel().descriptor() : -1, POLLIN, 0},
                                 {worker_ ? worker_->output() : -1, POLLIN, 0},
                                 {worker_ ? worker_->ended() : -1, POLLIN, 0}}};
   if (poll(waited.data(), waited.size(), milliseconds) <= 0) return;
@@ -240,11 +260,14 @@ void Engine::pump(int milliseconds) {
   if (status) onEnd(*status);
 }
 
+/// Reads what the worker has printed: no more than fits into a pipe, so that a flood of it leaves
+/// time for all else.
 void Engine::readOutput() {
   std::array<char, 4096> chunk{};
-  while (true) {
+  for (int i = 0; i < kChunksOfAPipe; ++i) {
     const ssize_t count =
         retried([&] { return read(worker_->output(), chunk.data(), chunk.size()); });
+    if (count == 0) worker_->closeOutput();
     if (count <= 0) return;
     unfinishedLine_.append(chunk.data(), static_cast<std::size_t>(count));
     std::size_t start = 0;
@@ -451,12 +474,17 @@ void Engine::endWorkerWhenDue() {
   }
   {
     const std::lock_guard lock(mutex_);
-    if (state_ != State::Draining || overdue_ != busy_) return;
+    if (state_ != State::Draining || overdue_ != testing_) return;
   }
   endWorker("the plug-in was ended, for a test exceeded its time limit");
 }
 
 void Engine::endWorker(const std::string& reason) {
+  {
+    // No device is to begin with it any more.
+    const std::lock_guard lock(mutex_);
+    if (state_ != State::Ended) state_ = State::Starting;
+  }
   endReason_ = reason;
   isOurDoing_ = true;
   worker_->terminate();

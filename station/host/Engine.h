@@ -64,11 +64,13 @@ class Engine {
 
   // The site's thread.
 
-  /// Waits until a device can be tested, or none any more.
-  void awaitWorker();
+  /// Waits until a device can be tested; false when none can any more.
+  bool awaitWorker();
   /// Waits until a device can be tested. When none can be tested any more, the reason. The worker
-  /// is then to be told; if it ends meanwhile, that is the device's first event.
+  /// can then be told; if it ends meanwhile, that is the site's next event.
   std::optional<std::string> reserve(const std::string& site);
+  /// The site's device begins now. False when it cannot with this worker, which ends or has ended.
+  bool begin(const std::string& site);
   /// The site's next event; absent when none has come by then.
   std::optional<SiteEvent> next(const std::string& site,
                                 std::optional<SiteEvents::Clock::time_point> until);
@@ -79,7 +81,7 @@ class Engine {
     sendOfDevice(told.site, messageFrom(told));
   }
   /// The device's test has exceeded its time limit: the worker is ended as soon as no other site
-  /// has a device in progress.
+  /// has a device in progress; one that waits for its instruments has none.
   void endOverdue(const std::string& site);
   /// The device is done, or was not begun.
   void end(const std::string& site);
@@ -141,6 +143,7 @@ class Engine {
   std::map<std::string, SiteEvents> sites_;  // grows while loading only
   std::set<std::string> available_;          // sites of the present worker
   std::set<std::string> busy_;
+  std::set<std::string> testing_;   // busy ones whose device has begun
   std::set<std::string> orphaned_;  // busy ones whose worker has ended
   std::set<std::string> overdue_;
 };

@@ -63,10 +63,11 @@ bool SiteSession::canRecord() const {
   return !station_.results.failed() && !station_.store.store.failure();
 }
 
-/// False when the fixture may not be safe and nobody says that it is: the site is not used then.
+/// False when no device can be tested any more, or the fixture may not be safe and nobody says that
+/// it is: the site is not used then.
 bool SiteSession::isSafe() const {
   station_.view.siteIs(site_, SiteState::Waiting);
-  station_.engine.awaitWorker();
+  if (!station_.engine.awaitWorker()) return false;
   while (const auto reason = station_.engine.safety().reason(site_)) {
     station_.view.siteIs(site_, SiteState::Unsafe);
     const auto who = station_.serialNumbers.whoMadeSafe(site_, *reason);
@@ -88,9 +89,10 @@ bool SiteSession::reserve() {
     station_.engine.tell(Prepare{site_});
     const auto event = station_.engine.next(site_, std::nullopt);
     const Prepared* const prepared = std::get_if<Prepared>(&*event);
-    if (prepared != nullptr && prepared->isReady) return true;
+    const bool isReady = prepared != nullptr && prepared->isReady;
+    if (isReady && station_.engine.begin(site_)) return true;
     station_.engine.end(site_);
-    if (prepared != nullptr) return false;
+    if (prepared != nullptr && !isReady) return false;
   }
   return false;
 }

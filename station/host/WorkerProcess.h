@@ -32,8 +32,9 @@ class WorkerProcess {
   Channel& channel() { return channel_; }
   /// Readable once it has ended.
   int ended() const { return ended_.get(); }
-  /// What it prints, without waiting; a negative number when it is not ours.
+  /// What it prints, without waiting; a negative number when it is not ours, or no more can come.
   int output() const { return output_.get(); }
+  void closeOutput() { output_.reset(); }
 
   void terminate() const;  ///< asks it and what the plug-in has started to end
   void kill() const;       ///< ends both

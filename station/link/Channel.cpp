@@ -121,6 +121,7 @@ bool Channel::read(bool wait) {
   const int reason = errno;
   received_.resize(before + static_cast<std::size_t>(count > 0 ? count : 0));
   got_ = count > 0;
+  ended_ = count == 0;
   if (count >= 0) return got_;
   lost_ = reason == EBADF || reason == ENOTSOCK;
   return reason == EAGAIN || reason == EWOULDBLOCK;

@@ -47,6 +47,8 @@ class Channel {
   /// Reads what has come; with `wait`, waits until anything has. False at the end, when the peer is
   /// gone or this end is lost.
   bool read(bool wait);
+  /// True when nothing more can come.
+  bool hasEnded() const { return ended_; }
   /// True when somebody else in this process has closed this end's descriptor.
   bool isLost() const { return lost_; }
   /// True when the last reading gave anything.
@@ -64,6 +66,7 @@ class Channel {
   std::mutex sending_;  // keeps messages whole, guards `broken_`
   bool broken_ = false;
   bool lost_ = false;
+  bool ended_ = false;
   bool got_ = false;
   std::string received_;
   std::size_t taken_ = 0;  // of it

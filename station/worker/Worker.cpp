@@ -126,6 +126,9 @@ Worker::Worker(Channel& channel, std::filesystem::path bundle)
   });
 }
 
+/// What the plug-in's static objects log later goes where it prints to.
+Worker::~Worker() { QLTSetLogSink({}); }
+
 int Worker::run() {
   tell(Hello{});
   try {

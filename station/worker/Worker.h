@@ -21,6 +21,9 @@ namespace station {
 class Worker {
  public:
   Worker(Channel& channel, std::filesystem::path bundle);
+  ~Worker();
+  Worker(const Worker&) = delete;
+  Worker& operator=(const Worker&) = delete;
 
   /// The exit status: 0 when the plug-in was unloaded as the host said, 2 when the host was told
   /// why nothing can be tested.

@@ -24,9 +24,13 @@ class StationLostInstrument : public testing::Test {
   void SetUp() override {
     ASSERT_NO_THROW(
         test::writeTesterConfig("console-left,QLTDiags,0,bsdPath=" + line_.path() + "\n"));
+    configure();
+  }
+  void configure(const std::string& moreTests = "") {
     bundle_.configure(
         TroubleBundle::test("Waiting", TroubleBundle::text("await", gate_) + atLeft()) +
-            TroubleBundle::test("Console", TroubleBundle::text("asks", "console") + atLeft()),
+            TroubleBundle::test("Console", TroubleBundle::text("asks", "console") + atLeft()) +
+            moreTests,
         "", "<key>Resources</key><dict><key>console</key><string>console-left</string></dict>");
   }
   static std::string atLeft() { return TroubleBundle::text("at", "left"); }
@@ -82,6 +86,22 @@ TEST_F(StationLostInstrument, delaysNoOtherSite) {
   station.send(SIGINT);
   EXPECT_EQ(station.wait(), 1);
   EXPECT_THAT(station.output(), HasSubstr("2 passed, 0 failed, 1 broken off\n"));
+}
+
+TEST_F(StationLostInstrument, keepsNoWorkerAliveThatATestBlocks) {
+  const auto atRight = TroubleBundle::text("at", "right");
+  const std::string second = (folder_.path() / "second").string();
+  const std::string never = (folder_.path() / "never").string();
+  configure(TroubleBundle::test("Slow", TroubleBundle::text("await", second) + atRight) +
+            TroubleBundle::test("Hanging", TroubleBundle::text("await", never) + atRight,
+                                "<key>timeLimit</key><real>0.1</real>"));
+  StationProcess station(
+      {"run", bundle_.path(), "--sn", "left=A", "--sn", "right=B", "--repeat", "2"});
+  loseTheLine();
+  ASSERT_TRUE(station.waitForErrors("left waits for console"));
+  std::ofstream(second).close();
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.output(), HasSubstr("Hanging exceeded its time limit of 0.1 s\n"));
 }
 
 TEST_F(StationLostInstrument, theWaitingEndsWithAStop) {

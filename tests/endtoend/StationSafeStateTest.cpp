@@ -129,6 +129,22 @@ TEST_F(StationSafeState, oneThatCrashesCountsAsFailed) {
   EXPECT_THAT(station.output(), HasSubstr("0 passed, 0 failed, 1 broken off\n"));
 }
 
+TEST_F(StationSafeState, followsAStopAtOnceInAHook) {
+  configure(TroubleBundle::test("Voltages", ""),
+            TroubleBundle::text("waits", "onDUTFinished " + file("gate")));
+  StationProcess station(atLeft());
+  ASSERT_TRUE(test::waitForFile(file("gate.hook")));
+  station.send(SIGINT);
+  ASSERT_TRUE(station.waitForErrors("Stopping after the running tests"));
+  std::this_thread::sleep_for(std::chrono::milliseconds(60));  // no twin of the first one
+  station.send(SIGINT);
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.output(),
+              AllOf(HasSubstr("stopped at once on request in the hook at the end"),
+                    HasSubstr("0 passed, 0 failed, 1 broken off\n")));
+  EXPECT_THAT(calls(), HasSubstr("left onSafeState\n"));
+}
+
 TEST_F(StationSafeState, aPersonAcknowledgesByName) {
   crashOnce(TroubleBundle::text("fails", "onSafeState"));
   StationProcess station(atLeft({"--repeat", "2"}), StationProcess::Input::Terminal);

@@ -163,6 +163,19 @@ TEST_F(StationTerminal, ctrlCAndCtrlDAtThePromptEndTheProgram) {
   }
 }
 
+TEST_F(StationTerminal, asksForNoDeviceThatCannotBeTestedAnyMore) {
+  bundle_.configure(TroubleBundle::test("Volts", TroubleBundle::text("dies", "segfault")));
+  StationProcess station({"run", bundle_.path(), "--site", "left", "--repeat", "9"},
+                         StationProcess::Input::Terminal);
+  for (int i = 1; i <= 4; ++i) {
+    ASSERT_TRUE(station.waitForOutput("Serial number of the device at site left: ", i));
+    station.type("A\n");
+  }
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.output(), AllOf(HasSubstr("no device can be tested any more"),
+                                      HasSubstr("0 passed, 0 failed, 4 broken off")));
+}
+
 TEST_F(StationTerminal, endingTheSeriesAtThePromptKeepsItsTable) {
   StationProcess station({"run", bundle_.path(), "--site", "left", "--repeat", "9"},
                          StationProcess::Input::Terminal);

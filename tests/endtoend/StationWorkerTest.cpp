@@ -2,10 +2,12 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <thread>
 
 #include "StationProcess.h"
 #include "TroubleBundle.h"
+#include "support/Eventually.h"
 
 // What becomes of the station when a plug-in takes its process along, and of the plug-in when the
 // station goes.
@@ -24,6 +26,13 @@ class StationWorker : public testing::Test {
 
   static std::string dying(const std::string& how, const std::string& more = "") {
     return TroubleBundle::test("Voltages", TroubleBundle::text("dies", how) + more);
+  }
+  /// What a process has used so far.
+  static double processorSeconds(pid_t process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/schedstat");
+    double nanoseconds = 0;
+    file >> nanoseconds;
+    return nanoseconds / 1e9;
   }
   static std::string passing() { return TroubleBundle::test("Supply", ""); }
   std::vector<std::string> atLeft(const std::vector<std::string>& more = {}) const {
@@ -137,6 +146,70 @@ TEST_F(StationWorker, whatThePluginPrintsIsInTheDiagnostics) {
   EXPECT_THAT(station.output(), Not(HasSubstr("hello")));
   EXPECT_THAT(station.diagnostics(), AllOf(HasSubstr("[station] hello, logged\n"),
                                            HasSubstr("[output] hello, printed\n")));
+}
+
+TEST_F(StationWorker, whatItLogsAtItsVeryEndIsInTheDiagnostics) {
+  bundle_.configure(passing(), TroubleBundle::flag("lastWords"));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 0);
+  EXPECT_THAT(station.diagnostics(), HasSubstr("last words\n"));
+}
+
+TEST_F(StationWorker, oneThatDoesNotEndIsEndedByAStopAtOnce) {
+  const std::string calls = (folder_.path() / "calls").string();
+  bundle_.configure(passing(),
+                    TroubleBundle::flag("lingers") + TroubleBundle::text("calls", calls));
+  StationProcess station(atLeft());
+  ASSERT_TRUE(test::eventually(
+      [&] { return test::contentOf(calls).find("onUnload") != std::string::npos; }));
+  const auto start = std::chrono::steady_clock::now();
+  station.send(SIGINT);
+  ASSERT_TRUE(station.waitForErrors("Stopping after the running tests"));
+  std::this_thread::sleep_for(std::chrono::milliseconds(60));  // no twin of the first one
+  station.send(SIGINT);
+  EXPECT_EQ(station.wait(), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  EXPECT_THAT(station.errors(), HasSubstr("stopped at once on request, after it was unloaded"));
+}
+
+TEST_F(StationWorker, aFloodOfOutputKeepsNoTimeLimitFromEndingIt) {
+  bundle_.configure(TroubleBundle::test("Flood", TroubleBundle::flag("printsForEver"),
+                                        "<key>timeLimit</key><real>0.1</real>"));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.output(), HasSubstr("exceeded its time limit of 0.1 s"));
+}
+
+TEST_F(StationWorker, oneThatClosesItsOutputCostsNoTime) {
+  const std::string gate = (folder_.path() / "gate").string();
+  bundle_.configure(TroubleBundle::test(
+      "Waiting", TroubleBundle::flag("closesOutput") + TroubleBundle::text("await", gate)));
+  StationProcess station(atLeft());
+  ASSERT_TRUE(test::waitForFile(gate + ".left"));
+  const double before = processorSeconds(station.process());
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  EXPECT_LT(processorSeconds(station.process()) - before, 0.1);
+  std::ofstream(gate).close();
+  EXPECT_EQ(station.wait(), 0);
+}
+
+TEST_F(StationWorker, noDeviceBeginsWithOneThatIsBeingEnded) {
+  const std::string gate = (folder_.path() / "gate").string();
+  bundle_.configure(TroubleBundle::test(
+      "Slow", TroubleBundle::flag("ignoresTerminate") + TroubleBundle::text("await", gate),
+      "<key>timeLimit</key><real>0.2</real>"));
+  StationProcess station(atLeft({"--repeat", "2"}));
+  ASSERT_TRUE(test::waitForFile(gate + ".left"));
+  std::this_thread::sleep_for(std::chrono::milliseconds(400));  // past the limit
+  std::ofstream(gate).close();
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.output(), HasSubstr("1 passed, 0 failed, 1 broken off\n"));
+  std::istringstream told(test::contentOf(gate + ".left"));
+  std::string word;
+  pid_t first = 0;
+  pid_t second = 0;
+  told >> word >> first >> word >> second;
+  EXPECT_NE(first, second);
 }
 
 TEST_F(StationWorker, aCrashWhileLoadingIsTold) {

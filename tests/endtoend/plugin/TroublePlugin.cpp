@@ -98,11 +98,12 @@ class Instrument : public QLTObject {
 /// Station attributes: while the station loads, "talks" is said on standard output and in the
 /// console log, "countsConfigurations" is the file that tells how often it was configured,
 /// "crashes" and "exits" end the program, "refusesToLoad" throws, "takesSink" takes
-/// the console log away. "calls" is the file for what is called; "fails" and "throws" name the hook
-/// that does so, at the site "left"; "returnsFalse" likewise; "waits" names one and the file that
-/// it waits for, and tells so by the file with ".hook" at its end. "takesAway" is what onDUTStart
-/// takes away: the "flow" or its "tests"; "loggerTakesAway" what logger does. "safeState" is what
-/// onSafeState does at the site "left": it "crashes" or "hangs".
+/// the console log away. Unloaded, it logs its "lastWords" and "lingers". "calls" is the file for
+/// what is called; "fails" and "throws" name the hook that does so, at the site "left";
+/// "returnsFalse" likewise; "waits" names one and the file that it waits for, and tells so by the
+/// file with ".hook" at its end. "takesAway" is what onDUTStart takes away: the "flow" or its
+/// "tests"; "loggerTakesAway" what logger does. "safeState" is what onSafeState does at the site
+/// "left": it "crashes" or "hangs".
 class TroubleSuite : public QLTestSuite {
  public:
   using QLTestSuite::QLTestSuite;
@@ -129,6 +130,12 @@ class TroubleSuite : public QLTestSuite {
   static bool onUnload(QLTError*) {
     const QLTDictionary& attributes = QLTestSiteManager::sharedInstance()->stationAttributes();
     if (attributes.contains("calls")) append(attribute(attributes, "calls"), "onUnload");
+    if (attributes.contains("lingers")) {
+      std::atexit([] { std::this_thread::sleep_for(std::chrono::minutes(5)); });
+    }
+    if (attributes.contains("lastWords")) {
+      std::atexit([] { QLTLog("last words"); });
+    }
     return attribute(attributes, "fails") != "onUnload";
   }
   static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary& entry, QLTError*) {
@@ -213,6 +220,11 @@ class TroubleTest : public QLTestMethod {
     if (does("ignoresTerminate")) std::signal(SIGTERM, SIG_IGN);
     if (param("dies") != nullptr && isHere()) die(param("dies")->text());
     if (param("flood") != nullptr) flood(param("flood")->intValue());
+    if (does("closesOutput")) {
+      close(STDOUT_FILENO);
+      close(STDERR_FILENO);
+    }
+    while (does("printsForEver")) std::puts("on and on");
     if (param("await") != nullptr && isHere()) await();
     if (param("asks") != nullptr && isHere() && !asks(param("asks")->text(), error)) {
       return false;
