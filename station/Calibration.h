@@ -9,6 +9,7 @@
 namespace station {
 
 inline constexpr const char* kCalibrationDue = "calibrationDue";
+inline constexpr const char* kAssetSerial = "assetSerial";
 inline constexpr const char* kCalibrationDueForm = "must be a date of the form YYYY-MM-DD";
 
 /// How an instrument stands with its calibration.

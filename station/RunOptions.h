@@ -17,9 +17,9 @@ struct RunOptions {
   std::vector<std::string> sites;  ///< empty: every site of the station
   SerialNumbers serialNumbers;
   std::string logFolder = kDefaultLogFolder;
-  int repeat = 1;                 ///< devices per site
-  int safeStateLimit = 30;        ///< seconds for the safe state of a site
-  bool allowUnknownKeys = false;  ///< in the plug-in's configuration
+  int repeat = 1;                   ///< devices per site
+  int safeStateLimit = 30;          ///< seconds for the safe state of a site
+  bool allowUnknownKeys = false;    ///< in the plug-in's configuration
   std::string calibrationOverride;  ///< NAME:REASON; empty: none
   bool verbose = false;
   bool quiet = false;    ///< show verdicts and the table only

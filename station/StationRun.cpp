@@ -126,7 +126,7 @@ int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& c
   engine.openLoggers(results.columns());
   results.open();
   const RunRecorder::Session recording{*store, planOf(loaded, options_.flow), runOf(words),
-                                       loaded.stationAttributes};
+                                       loaded.stationAttributes, loaded.instruments};
   for (const std::string& site : loaded.disabledSites) {
     screen_.line("Site " + printable(site) + " is disabled in the station's configuration.");
   }

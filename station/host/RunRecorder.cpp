@@ -3,6 +3,8 @@
 #include <chrono>
 #include <utility>
 
+#include "Calibration.h"
+
 namespace station {
 namespace {
 
@@ -35,6 +37,23 @@ results::Verdict verdictOf(Verdict verdict) {
   return results::Verdict::BrokenOff;
 }
 
+results::Calibration stateOf(Calibration::State state) {
+  switch (state) {
+    case Calibration::State::Valid:
+      return results::Calibration::Valid;
+    case Calibration::State::DueSoon:
+      return results::Calibration::DueSoon;
+    case Calibration::State::Overdue:
+      return results::Calibration::Overdue;
+    case Calibration::State::Simulated:
+      return results::Calibration::Simulated;
+    case Calibration::State::Unknown:
+    case Calibration::State::Malformed:
+      break;
+  }
+  return results::Calibration::Unknown;
+}
+
 results::Spec specOf(const QLTestResult& record, const results::Plan& plan) {
   results::Spec spec;
   spec.bundle = plan.bundle;
@@ -65,6 +84,31 @@ RunRecorder::RunRecorder(const Session& session, const std::string& site,
   run_ = session_.store.beginRun(std::move(run_), session_.plan);
   for (const auto& [name, value] : session_.stationAttributes) {
     session_.store.addAttribute({run_.id, 0, name, value.text()});
+  }
+  addInstruments();
+}
+
+void RunRecorder::addInstruments() {
+  const QLTValue* const site = session_.instruments.find(run_.site);
+  if (site == nullptr || site->dictionary() == nullptr) return;
+  const auto today = std::chrono::floor<std::chrono::days>(std::chrono::system_clock::now());
+  for (const auto& [name, entry] : *site->dictionary()) {
+    if (entry.dictionary() == nullptr) continue;
+    const Calibration calibration = calibrationOf(*entry.dictionary(), today);
+    results::Instrument instrument;
+    instrument.model = entry.dictionary()->text("class");
+    if (entry.dictionary()->contains(kAssetSerial)) {
+      instrument.serial = entry.dictionary()->text(kAssetSerial);
+    }
+    if (const auto day = calibrationDay(calibration.due)) {
+      instrument.dueUs = std::chrono::microseconds(day->time_since_epoch()).count();
+    }
+    results::RunInstrument use;
+    use.runId = run_.id;
+    use.name = name;
+    use.dueUs = instrument.dueUs;
+    use.state = stateOf(calibration.state);
+    session_.store.addInstrument(std::move(use), std::move(instrument));
   }
 }
 

@@ -25,6 +25,7 @@ class RunRecorder {
     results::Plan plan;
     results::Run run;  ///< part, revision and process
     QLTDictionary stationAttributes;
+    QLTDictionary instruments;  ///< of the sites, see `Loaded::instruments`
   };
 
   /// Enters the run, on disk when this returns. Throws `results::StoreError`.
@@ -47,6 +48,7 @@ class RunRecorder {
   void finish(const Outcome& outcome);
 
  private:
+  void addInstruments();
   void putStep(results::Step step);
   void addAll(const QLTestResults& records, std::int64_t attempt, bool superseded);
 

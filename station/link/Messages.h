@@ -125,7 +125,8 @@ struct Loaded {
   std::string bundle = {};              ///< its identifier, else its name
   std::optional<std::string> bundleVersion = {};
   std::string frameworkVersion = {};
-  std::string configSha256 = {};  ///< of the configuration as it was used
+  std::string configSha256 = {};   ///< of the configuration as it was used
+  QLTDictionary instruments = {};  ///< see `instrumentsOfSites`
   QLTDictionary stationAttributes = {};
 
   template <typename Part>
@@ -138,6 +139,7 @@ struct Loaded {
     part("bundleVersion", bundleVersion);
     part("frameworkVersion", frameworkVersion);
     part("configSha256", configSha256);
+    part("instruments", instruments);
     part("stationAttributes", stationAttributes);
   }
 };
@@ -319,7 +321,7 @@ struct Load {
   std::string flow = {};
   std::vector<std::string> sites = {};  ///< empty: all
   std::string logFolder = {};
-  std::string diagnostics = {};  ///< the file, for messages
+  std::string diagnostics = {};          ///< the file, for messages
   std::string calibrationOverride = {};  ///< NAME:REASON; empty: none
 
   template <typename Part>

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <set>
 #include <string_view>
+#include <utility>
 
 #include <QLTError.h>
 #include <QLTValue.h>
@@ -54,6 +55,20 @@ std::string failureText(const QLTDictionary& config, const std::string& name,
 }
 
 }  // namespace
+
+QLTDictionary instrumentsOfSites(QLTestSiteManager& manager) {
+  const QLTDictionary& config = manager.config();
+  QLTDictionary sites;
+  for (const std::string& site : manager.siteNames()) {
+    QLTDictionary entries;
+    for (const auto& [name, instrument] :
+         section(section(section(config, "Sites"), site), "Resources")) {
+      entries.set(name, section(section(config, "Instruments"), instrument.text()));
+    }
+    sites.set(site, std::move(entries));
+  }
+  return sites;
+}
 
 Unavailable unavailableSites(QLTestSiteManager& manager) {
   Unavailable sites;

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include <QLTValue.h>
 #include <QLTestSiteManager.h>
 
 namespace station {
@@ -19,6 +20,10 @@ Unavailable unavailableSites(QLTestSiteManager& manager);
 /// and a reason) allows it; gives what the operator should know of calibrations all the same.
 std::vector<std::string> judgeCalibrations(QLTestSiteManager& manager, const std::string& override,
                                            Unavailable& unavailable);
+
+/// What each site tests with: by site and by the name that its tests use, the entry of the
+/// tester-config file.
+QLTDictionary instrumentsOfSites(QLTestSiteManager& manager);
 
 /// The instruments that did not come up and that no site needs, likewise in words.
 std::vector<std::string> unusedFailures(QLTestSiteManager& manager);

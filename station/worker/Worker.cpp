@@ -174,6 +174,7 @@ void Worker::work() {
   loaded.bundleVersion = bundle.version();
   loaded.frameworkVersion = QLTBundle::frameworkBundle().version().value_or("");
   loaded.configSha256 = results::sha256(plugin.manager().config().text());
+  loaded.instruments = instrumentsOfSites(plugin.manager());
   loaded.stationAttributes = plugin.manager().stationAttributes();
   tell(loaded);
   const auto columns = prepare(suites);

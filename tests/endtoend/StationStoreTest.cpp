@@ -100,6 +100,28 @@ TEST_F(StationStore, keepsARunWithAllThatBelongsToIt) {
   EXPECT_TRUE(has(1, "note", "n"));
 }
 
+TEST_F(StationStore, keepsWhatMeasured) {
+  test::writeTesterConfig(
+      "meter-7,Instrument,0,assetSerial=A123;calibrationDue=2099-01-31\nsupply-1,Instrument,1,x="
+      "1\n");
+  bundle_.configure(TroubleBundle::test("Volts", ""), "",
+                    "<key>Resources</key><dict><key>meter</key><string>meter-7</string>"
+                    "<key>supply</key><string>supply-1</string></dict>");
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 0) << station.errors();
+  const RunContent content = runOf(station);
+  ASSERT_EQ(content.runInstruments.size(), 2U);
+  EXPECT_EQ(content.runInstruments[0].name, "meter");
+  EXPECT_EQ(content.runInstruments[0].state, results::Calibration::Valid);
+  EXPECT_THAT(content.runInstruments[0].dueUs, Optional(4073500800'000'000));
+  EXPECT_EQ(content.runInstruments[1].name, "supply");
+  EXPECT_EQ(content.runInstruments[1].state, results::Calibration::Simulated);
+  const bool hasMeter = std::any_of(
+      content.instruments.begin(), content.instruments.end(),
+      [](const auto& row) { return row.model == "Instrument" && row.serial == "A123"; });
+  EXPECT_TRUE(hasMeter);
+}
+
 TEST_F(StationStore, keepsBothAttemptsOfARetest) {
   bundle_.configure(TroubleBundle::test("Volts", TroubleBundle::flag("secondTime"),
                                         TroubleBundle::flag("retest")));
