@@ -35,6 +35,10 @@ void RunArguments::describeTo(CLI::App& command) {
       ->type_name("SECONDS")
       ->check(CLI::Range(1, 30))
       ->capture_default_str();
+  command
+      .add_option("--answers", options_.answers,
+                  "Answer the questions of tests from this file instead of the terminal")
+      ->type_name("FILE");
   command.add_flag("--allow-unknown-keys", options_.allowUnknownKeys,
                    "Test although the plug-in's configuration has keys that nothing reads");
   command

@@ -16,6 +16,7 @@ struct RunOptions {
   std::string flow = "default";
   std::vector<std::string> sites;  ///< empty: every site of the station
   SerialNumbers serialNumbers;
+  std::filesystem::path answers;  ///< a file, see `AnswerFile`; empty: none
   std::string logFolder = kDefaultLogFolder;
   int repeat = 1;                   ///< devices per site
   int safeStateLimit = 30;          ///< seconds for the safe state of a site

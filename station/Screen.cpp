@@ -72,6 +72,8 @@ void Screen::problem(const std::string& problem, const std::string& advice) {
 
 void Screen::prompt(std::string_view text) { write(errors_, text); }
 
+bool Screen::isTerminal() const { return isatty(output_) == 1; }
+
 std::string Screen::coloured(const std::string& text, Colour colour) const {
   return colourOutput_ ? inColour(text, colour) : text;
 }

@@ -42,6 +42,8 @@ class Screen {
   /// The columns of the terminal that a line may fill; 0 when standard output is none.
   std::size_t width() const;
 
+  /// Whether standard output is a terminal.
+  bool isTerminal() const;
   /// `text` in colour, as a part of a line for standard output.
   std::string coloured(const std::string& text, Colour colour) const;
   /// Likewise, on a background of that colour.

@@ -5,10 +5,22 @@
 #include <map>
 #include <utility>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "CannotRun.h"
+#include "Signals.h"
 #include "Text.h"
+#include "common/Files.h"
+
+using quillon::internal::Pipe;
 
 namespace station {
+namespace {
+
+constexpr const char* kEnds = " (Ctrl-D ends.)";
+
+}  // namespace
 
 SerialNumberSource::SerialNumberSource(SerialNumbers given, std::vector<std::string> sites,
                                        Screen& screen, std::optional<SerialPattern> pattern)
@@ -76,12 +88,14 @@ std::optional<std::string> SerialNumberSource::next(const std::string& site) {
   }
   const std::ptrdiff_t rank = rankOf(site);
   waiting_.insert(rank);
-  changed_.wait(lock, [&] { return ended_ || (!asking_ && *waiting_.begin() == rank); });
+  changed_.wait(
+      lock, [&] { return ended_ || (!asking_ && questions_ == 0 && *waiting_.begin() == rank); });
   if (ended_) return std::nullopt;
   asking_ = true;
   lock.unlock();
-  auto answer = prompt_.ask("Serial number of the device at site " + site + ": ",
-                            [&](const std::string& text) { return complaintAbout(text); });
+  auto answer =
+      prompt_.ask("Serial number of the device at site " + site + ": ",
+                  [&](const std::string& text) { return complaintAbout(text); }, {.hint = kEnds});
   lock.lock();
   asking_ = false;
   waiting_.erase(rank);
@@ -105,12 +119,39 @@ std::optional<std::string> SerialNumberSource::whoMadeSafe(const std::string& si
   auto name = prompt_.ask(
       "Site " + printable(site) + " is UNSAFE: " + printable(reason) +
           "\nMake the fixture safe by hand, then type your name: ",
-      [](const std::string& text) { return std::string(text.empty() ? "A name is needed." : ""); });
+      [](const std::string& text) { return std::string(text.empty() ? "A name is needed." : ""); },
+      {.hint = kEnds});
   lock.lock();
   asking_ = false;
   if (!name) ended_ = true;
   changed_.notify_all();
   return name;
+}
+
+std::optional<std::string> SerialNumberSource::answerTo(
+    const std::string& question, const std::function<std::string(const std::string&)>& complaint,
+    SerialNumberPrompt::Patience patience, const std::stop_token& cancelled) {
+  const Pipe pipe = Pipe::make(O_NONBLOCK);
+  const std::stop_callback tell(
+      cancelled, [&] { [[maybe_unused]] const auto sent = write(pipe.writing.get(), "", 1); });
+  patience.cancelled = pipe.reading.get();
+  const auto isFree = [&] { return !asking_; };
+  std::unique_lock lock(mutex_);
+  ++questions_;
+  const bool isOurTurn = patience.until
+                             ? changed_.wait_until(lock, cancelled, *patience.until, isFree)
+                             : changed_.wait(lock, cancelled, isFree);
+  std::optional<std::string> answer;
+  if (isOurTurn && !cancelled.stop_requested() && !Signals::stopRequested()) {
+    asking_ = true;
+    lock.unlock();
+    answer = prompt_.ask(question, complaint, patience);
+    lock.lock();
+    asking_ = false;
+  }
+  --questions_;
+  changed_.notify_all();
+  return answer;
 }
 
 void SerialNumberSource::release(const std::string& site) {

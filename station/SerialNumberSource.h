@@ -2,10 +2,12 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <set>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -35,6 +37,12 @@ class SerialNumberSource {
   /// The name of the person who has made the unsafe fixture of a site safe by hand. Absent as with
   /// `next`, and when there is no terminal to ask on.
   std::optional<std::string> whoMadeSafe(const std::string& site, const std::string& reason);
+  /// What the operator answers to `question` of a test, to which there is no complaint. Such
+  /// questions come before those for serial numbers. Absent as with `SerialNumberPrompt::ask`, and
+  /// when it is cancelled; the others go on then.
+  std::optional<std::string> answerTo(
+      const std::string& question, const std::function<std::string(const std::string&)>& complaint,
+      SerialNumberPrompt::Patience patience, const std::stop_token& cancelled);
   /// The site's device is done.
   void release(const std::string& site);
   /// The site wants no more numbers; the others wait for it until it says so.
@@ -54,9 +62,10 @@ class SerialNumberSource {
   Screen& screen_;
   const std::optional<SerialPattern> pattern_;
   mutable std::mutex mutex_;  // guards what follows
-  std::condition_variable changed_;
+  std::condition_variable_any changed_;
   std::set<std::ptrdiff_t> waiting_;            // ranks of the sites to ask for
   std::map<std::string, std::string> running_;  // serial number by site
+  int questions_ = 0;                           // of tests, that wait or are asked
   bool asking_ = false;
   bool ended_ = false;
   SerialNumberPrompt prompt_;  // for the site that asks

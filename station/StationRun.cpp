@@ -19,6 +19,7 @@
 #include "ConfigVerdict.h"
 #include "ConsoleLogFile.h"
 #include "LogFiles.h"
+#include "QuestionDesk.h"
 #include "SerialNumberSource.h"
 #include "StationInfo.h"
 #include "StationWords.h"
@@ -119,6 +120,9 @@ int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& c
   SerialNumbers given = options_.serialNumbers;
   std::erase_if(given, [&](const auto& each) { return loaded.unavailable.contains(each.first); });
   SerialNumberSource serialNumbers(std::move(given), loaded.sites, screen_, words.serialPattern);
+  QuestionDesk desk(
+      options_.answers.empty() ? nullptr : std::make_unique<AnswerFile>(options_.answers),
+      serialNumbers, screen_);
   ResultLog results(csvPath, loaded.stationAttributes, screen_);
   const std::unique_ptr<results::Store> store = openStore();
   events.keepIn(*store);
@@ -132,9 +136,10 @@ int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& c
   }
   const std::unique_ptr<RunView> view =
       makeRunView(options_, loaded, screen_, countersOfToday(*store));
-  const Series series = test(loaded.sites, {engine, serialNumbers, results, recording, *view,
+  const Series series = test(loaded.sites, {engine, serialNumbers, results, recording, *view, desk,
                                             diagnostics, options_.repeat, words.timeLimit});
   engine.unload();
+  desk.warnOfUnused();
   view->runEnded(series.outcomes);
   if (const auto failure = store->failure()) {
     screen_.warning("the results store is not complete: " + printable(failure->what()) +

@@ -327,6 +327,12 @@ void Engine::dispatch(const Message& message) {
     handOn<Reported>(message);
   } else if (type == Tested::kType) {
     handOn<Tested>(message);
+  } else if (type == Asked::kType) {
+    handOn<Asked>(message);
+  } else if (type == Shown::kType) {
+    handOn<Shown>(message);
+  } else if (type == Progressed::kType) {
+    handOn<Progressed>(message);
   } else if (type == FlowEnded::kType) {
     handOn<FlowEnded>(message);
   } else if (type == HookEnded::kType) {

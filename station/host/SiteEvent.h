@@ -19,8 +19,8 @@ struct WorkerEnded {
 };
 
 /// What a site hears while its device is tested.
-using SiteEvent = std::variant<Prepared, DeviceStarted, TestStarted, Reported, Tested, FlowEnded,
-                               HookEnded, WorkerEnded>;
+using SiteEvent = std::variant<Prepared, DeviceStarted, TestStarted, Reported, Tested, Asked, Shown,
+                               Progressed, FlowEnded, HookEnded, WorkerEnded>;
 
 /// The events of one site, from the thread that reads to the one that acts on them.
 class SiteEvents {

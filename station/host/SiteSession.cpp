@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <chrono>
 #include <memory>
+#include <stop_token>
+#include <thread>
 #include <utility>
 #include <variant>
 
 #include "Signals.h"
 #include "Text.h"
+#include "ThreadName.h"
 #include "common/Format.h"
 #include "view/ResultText.h"
 
@@ -41,6 +44,7 @@ struct SiteSession::Device {
   QLTestResults reported;           // of it
   QLTestResults recorded;           // failures
   std::vector<FinishedTest> tests;
+  std::vector<std::jthread> questions;  // each waits for an answer
   bool confirmed = false;
   bool done = false;
 };
@@ -142,6 +146,7 @@ void SiteSession::test(Device& device) {
       breakOff(device, problem.what());
     }
   }
+  device.questions.clear();  // cancelled
   finish(device);
   outcome.seconds =
       std::chrono::duration<double>(SiteEvents::Clock::now() - device.started).count();
@@ -203,6 +208,28 @@ void SiteSession::on(Device& device, const Tested& event) {
                           .records = event.records});
   station_.view.testDone(device.tests.back());
   tellTest(event);
+}
+
+void SiteSession::on(Device& device, const Asked& event) {
+  device.questions.emplace_back([this, event](const std::stop_token& cancelled) {
+    threadName() = site_;
+    const auto asked = SiteEvents::Clock::now();
+    const Answered answer = station_.desk.answer(event, cancelled);
+    answered(event, answer,
+             std::chrono::duration<double>(SiteEvents::Clock::now() - asked).count());
+    station_.engine.tell(answer);
+  });
+}
+
+void SiteSession::on(Device&, const Shown& event) { station_.desk.show(event); }
+
+void SiteSession::on(Device&, const Progressed& event) { station_.desk.show(event); }
+
+/// Every question that was answered, or not, passes here.
+void SiteSession::answered(const Asked& question, const Answered& answer, double seconds) const {
+  const std::string what = answer.answer ? "\"" + *answer.answer + "\"" : "nothing";
+  tell("asked \"" + question.text + "\": answered " + what + " after " + secondsText(seconds) +
+       (answer.code == 0 ? "" : ", code " + std::to_string(answer.code)));
 }
 
 void SiteSession::on(Device& device, const FlowEnded& event) {
@@ -308,6 +335,7 @@ void SiteSession::tellTest(const Tested& test) const {
 void SiteSession::breakOff(Device& device, const std::string& reason) {
   if (!device.outcome.brokenOff) device.outcome.brokenOff = reason;
   station_.engine.tell(Stop{site_, reason});
+  for (std::jthread& question : device.questions) question.request_stop();
 }
 
 /// Leaves a record that nobody can take for a pass, unless there is one that tells the same.

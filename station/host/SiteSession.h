@@ -9,6 +9,7 @@
 #include "ConsoleLogFile.h"
 #include "Engine.h"
 #include "Outcome.h"
+#include "QuestionDesk.h"
 #include "ResultLog.h"
 #include "RunRecorder.h"
 #include "SerialNumberSource.h"
@@ -27,6 +28,7 @@ class SiteSession {
     ResultLog& results;
     const RunRecorder::Session& store;
     RunView& view;
+    QuestionDesk& desk;
     const ConsoleLogFile& diagnostics;
     int devices = 1;                  ///< for each site
     std::optional<double> timeLimit;  ///< for tests without one of their own, in seconds
@@ -55,9 +57,13 @@ class SiteSession {
   void on(Device& device, const TestStarted& event);
   void on(Device& device, const Reported& event);
   void on(Device& device, const Tested& event);
+  void on(Device& device, const Asked& event);
+  void on(Device& device, const Shown& event);
+  void on(Device& device, const Progressed& event);
   void on(Device& device, const FlowEnded& event);
   void on(Device& device, const HookEnded& event);
   void on(Device& device, const WorkerEnded& event);
+  void answered(const Asked& question, const Answered& answer, double seconds) const;
   void breakOff(Device& device, const std::string& reason);
   void recordBreakOff(Device& device);
   bool canRecord() const;

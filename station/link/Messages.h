@@ -270,6 +270,64 @@ struct Tested {
   }
 };
 
+/// A test asks the operator something, see `QLTQuestion`; it waits for `Answered`.
+struct Asked {
+  static constexpr const char* kType = "asked";
+  std::string site = {};
+  int id = 0;    ///< of the question, at its site
+  int kind = 0;  ///< a `QLTQuestion::Kind`
+  std::string text = {};
+  std::optional<std::string> image = {};
+  std::vector<std::string> choices = {};
+  std::optional<std::string> pattern = {};
+  double low = 0;
+  double high = 0;
+  std::optional<double> timeOut = {};  ///< in seconds
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("id", id);
+    part("kind", kind);
+    part("text", text);
+    part("image", image);
+    part("choices", choices);
+    part("pattern", pattern);
+    part("low", low);
+    part("high", high);
+    part("timeOut", timeOut);
+  }
+};
+
+/// A test shows the operator something.
+struct Shown {
+  static constexpr const char* kType = "shown";
+  std::string site = {};
+  std::string text = {};
+  std::optional<std::string> image = {};
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("text", text);
+    part("image", image);
+  }
+};
+
+struct Progressed {
+  static constexpr const char* kType = "progressed";
+  std::string site = {};
+  double fraction = 0;  ///< of the test, from 0 to 1
+  std::string text = {};
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("fraction", fraction);
+    part("text", text);
+  }
+};
+
 /// The last test of a device is done, or it was broken off. The site waits for `Confirmed`.
 struct FlowEnded {
   static constexpr const char* kType = "flowEnded";
@@ -379,6 +437,25 @@ struct TestDevice {
     part("site", site);
     part("serialNumber", serialNumber);
     part("round", round);
+  }
+};
+
+/// The answer to a question, or why there is none.
+struct Answered {
+  static constexpr const char* kType = "answered";
+  std::string site = {};
+  int id = 0;  ///< of the question
+  std::optional<std::string> answer = {};
+  int code = 0;             ///< 0, or the framework's error code
+  std::string reason = {};  ///< of an error, where its code does not tell all
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("id", id);
+    part("answer", answer);
+    part("code", code);
+    part("reason", reason);
   }
 };
 

@@ -23,6 +23,7 @@
 #include "OwnLoggers.h"
 #include "Plugin.h"
 #include "PluginProcess.h"
+#include "RemoteOperator.h"
 #include "SiteLink.h"
 #include "SiteRunner.h"
 #include "StationCheck.h"
@@ -88,15 +89,30 @@ Message checked(const std::filesystem::path& bundle) {
   }
 }
 
+/// Enters the person at the station in a suite, unless the plug-in has one of its own.
+std::shared_ptr<RemoteOperator> personFor(QLTestSuite& suite, Channel& channel) {
+  constexpr const char* kName = "operator";
+  auto person = std::make_shared<RemoteOperator>(channel, suite.siteName());
+  const auto& resources = suite.resources();
+  if (!resources || !resources->contains(kName)) suite.addResource(person, kName);
+  return person;
+}
+
 /// One site at work: its thread tests devices until it is told to unload.
 struct Site {
   Site(const std::shared_ptr<QLTestSuite>& suite, const std::string& flow, OwnLoggers& loggers,
        Channel& channel)
-      : link(channel, suite->siteName()), runner(suite, flow, loggers, link) {
+      : link(channel, suite->siteName()),
+        person(personFor(*suite, channel)),
+        runner(suite, flow, loggers, link) {
     suite->setResultObserver([this](const QLTestMethod&, const auto& record) {
       link.tell(Reported{link.site(), {record}});
     });
   }
+
+  ~Site() { person->close(); }  // the plug-in may keep it
+  Site(const Site&) = delete;
+  Site& operator=(const Site&) = delete;
 
   void work() {
     threadName() = link.site();
@@ -111,7 +127,16 @@ struct Site {
     }
   }
 
+  void deliver(Message message) {
+    if (typeOf(message) == Answered::kType) {
+      person->deliver(take<Answered>(message));
+    } else {
+      link.deliver(std::move(message));
+    }
+  }
+
   SiteLink link;
+  std::shared_ptr<RemoteOperator> person;
   SiteRunner runner;
 };
 
@@ -219,11 +244,11 @@ std::optional<Load> Worker::expectLoad() {
 
 void Worker::serve(const Suites& suites, const std::string& flow, OwnLoggers& loggers) {
   std::deque<Site> sites;  // which never moves them
-  std::map<std::string, SiteLink*> linkOf;
+  std::map<std::string, Site*> siteOf;
   std::vector<std::jthread> threads;  // end before the sites
   for (const auto& suite : suites) {
     Site& site = sites.emplace_back(suite, flow, loggers, channel_);
-    linkOf[site.link.site()] = &site.link;
+    siteOf[site.link.site()] = &site;
     threads.emplace_back([&site] { site.work(); });
   }
   while (true) {
@@ -232,9 +257,9 @@ void Worker::serve(const Suites& suites, const std::string& flow, OwnLoggers& lo
       for (Site& site : sites) site.link.deliver(message);
       return;
     }
-    const auto link = linkOf.find(message.value("site", ""));
-    if (link == linkOf.end()) endWithHost();
-    link->second->deliver(std::move(message));
+    const auto site = siteOf.find(message.value("site", ""));
+    if (site == siteOf.end()) endWithHost();
+    site->second->deliver(std::move(message));
   }
 }
 

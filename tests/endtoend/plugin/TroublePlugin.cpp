@@ -19,6 +19,7 @@
 #include <QLTConsoleLog.h>
 #include <QLTDiags.h>
 #include <QLTLogger.h>
+#include <QLTOperator.h>
 #include <QLTestMethod.h>
 #include <QLTestSiteManager.h>
 #include <QLTestSuite.h>
@@ -241,6 +242,7 @@ class TroubleTest : public QLTestMethod {
       return addResultAndMatch(1, text->text()) == kQLTestResultPass;
     }
     if (does("measuresNothing")) return true;
+    if (param("ask") != nullptr && isHere()) return ask(param("ask")->text(), error);
     if (const QLTValue* name = param("byHand")) reportByHand(name->text());
     if (const QLTValue* number = param("number")) addResultAndCompare(number->intValue(), 1.5);
     if (does("passWithError")) *error = QLTError::withDescription("test", 3, "stale");
@@ -268,6 +270,30 @@ class TroubleTest : public QLTestMethod {
   bool does(const char* key) const {
     const QLTValue* const wanted = param(key);
     return wanted != nullptr && wanted->boolValue() && isHere();
+  }
+
+  /// Asks the operator, and reports the answer as the first sub-test.
+  bool ask(const std::string& kind, QLTError* error) {
+    const auto person = op(error);
+    if (!person) return false;
+    QLTAskOptions options;
+    if (param("timeOut") != nullptr) options.timeOutInSeconds = param("timeOut")->doubleValue();
+    std::optional<std::string> answer;
+    if (kind == "confirm" && person->confirm("Connect J4.", options, error)) answer = "done";
+    if (kind == "choose")
+      answer = person->choose("Colour of the LED?", {"red", "green"}, options, error);
+    if (kind == "text") answer = person->enterText("Label?", "[A-Z][0-9]", options, error);
+    if (kind == "number") {
+      const auto number = person->enterNumber("Volts?", 1, 5, options, error);
+      if (number) answer = QLTValue(*number).text();
+    }
+    if (kind == "show") {
+      person->show("Look at the fixture.", "j4.png", error);
+      if (person->progress(0.5, "half", error)) answer = "shown";
+    }
+    if (!answer) return false;
+    addResult(1, *answer);
+    return true;
   }
 
   /// Makes a record without the number of a sub-test.
