@@ -96,6 +96,7 @@ StationRun::StationRun(RunOptions options)
 
 int StationRun::run() {
   ConsoleLogFile diagnostics(options_.verbose);
+  std::unique_ptr<results::Store> store;  // outlives the engine, whose end may be an event
   EventLog events(diagnostics);
   Engine engine(options_, screen_, diagnostics, events);
   const std::filesystem::path bundle = engine.start();
@@ -108,13 +109,14 @@ int StationRun::run() {
   Loaded loaded = engine.load({options_.flow, options_.sites, options_.logFolder, files.diagnostics,
                                options_.calibrationOverride});
   if (options_.sites.empty()) sortLike(checked.sites, loaded.sites);
-  const int status = runOn(engine, loaded, files.results, diagnostics, events);
+  const int status = runOn(engine, loaded, files.results, diagnostics, events, store);
   screen_.line("Results:     " + files.results + "\nDiagnostics: " + files.diagnostics);
   return status;
 }
 
 int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& csvPath,
-                      const ConsoleLogFile& diagnostics, EventLog& events) {
+                      const ConsoleLogFile& diagnostics, EventLog& events,
+                      std::unique_ptr<results::Store>& store) {
   const StationWords words = readStationWords(loaded.stationAttributes);
   tellUnavailable(loaded, diagnostics);
   SerialNumbers given = options_.serialNumbers;
@@ -124,7 +126,7 @@ int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& c
       options_.answers.empty() ? nullptr : std::make_unique<AnswerFile>(options_.answers),
       serialNumbers, screen_);
   ResultLog results(csvPath, loaded.stationAttributes, screen_);
-  const std::unique_ptr<results::Store> store = openStore();
+  store = openStore();
   events.keepIn(*store);
   if (recover(*store)) engine.makeSafe();
   engine.openLoggers(results.columns());

@@ -32,7 +32,8 @@ class StationRun {
   };
 
   int runOn(Engine& engine, const Loaded& loaded, const std::string& csvPath,
-            const ConsoleLogFile& diagnostics, EventLog& events);
+            const ConsoleLogFile& diagnostics, EventLog& events,
+            std::unique_ptr<results::Store>& store);
   std::unique_ptr<results::Store> openStore() const;
   bool recover(results::Store& store);
   void tellUnavailable(const Loaded& loaded, const ConsoleLogFile& diagnostics);

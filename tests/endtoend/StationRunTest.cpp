@@ -477,6 +477,17 @@ TEST_F(StationRun, aLogWhoseHeaderCannotBeWrittenStopsEverything) {
   EXPECT_THAT(station.errors(), StartsWith("quillon: cannot write the result log logs/T_"));
 }
 
+TEST_F(StationRun, aCrashAfterSuchAStopIsAnEventLikeAnyOther) {
+  const std::uint64_t limit = 1U << 20U;
+  bundle_.configure(entry("Volts", ""), "<key>csvExtraKeys</key><array><string>" +
+                                            std::string(limit, 'x') + "</string></array>" +
+                                            TroubleBundle::flag("crashesUnloading"));
+  StationProcess station(atLeft(), StationProcess::FileLimit{limit});
+  EXPECT_EQ(station.wait(), 2);
+  EXPECT_THAT(station.errors(), HasSubstr("the plug-in crashed: killed, while it was unloaded"));
+  EXPECT_THAT(station.diagnostics(), Not(HasSubstr("the event is not in the store")));
+}
+
 TEST_F(StationRun, whatAPluginLogsIsNotTakenForTheResultLogs) {
   bundle_.configure(
       entry("Volts", text("log", "In CSV logger, error writing to file x: No space left")));

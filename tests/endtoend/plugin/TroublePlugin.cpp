@@ -99,12 +99,12 @@ class Instrument : public QLTObject {
 /// Station attributes: while the station loads, "talks" is said on standard output and in the
 /// console log, "countsConfigurations" is the file that tells how often it was configured,
 /// "crashes" and "exits" end the program, "refusesToLoad" throws, "takesSink" takes
-/// the console log away. Unloaded, it logs its "lastWords" and "lingers". "calls" is the file for
-/// what is called; "fails" and "throws" name the hook that does so, at the site "left";
-/// "returnsFalse" likewise; "waits" names one and the file that it waits for, and tells so by the
-/// file with ".hook" at its end. "takesAway" is what onDUTStart takes away: the "flow" or its
-/// "tests"; "loggerTakesAway" what logger does. "safeState" is what onSafeState does at the site
-/// "left": it "crashes" or "hangs".
+/// the console log away. It "crashesUnloading". Unloaded, it logs its "lastWords" and "lingers".
+/// "calls" is the file for what is called; "fails" and "throws" name the hook that does so, at the
+/// site "left"; "returnsFalse" likewise; "waits" names one and the file that it waits for, and
+/// tells so by the file with ".hook" at its end. "takesAway" is what onDUTStart takes away: the
+/// "flow" or its "tests"; "loggerTakesAway" what logger does. "safeState" is what onSafeState does
+/// at the site "left": it "crashes" or "hangs".
 class TroubleSuite : public QLTestSuite {
  public:
   using QLTestSuite::QLTestSuite;
@@ -131,6 +131,7 @@ class TroubleSuite : public QLTestSuite {
   static bool onUnload(QLTError*) {
     const QLTDictionary& attributes = QLTestSiteManager::sharedInstance()->stationAttributes();
     if (attributes.contains("calls")) append(attribute(attributes, "calls"), "onUnload");
+    if (attributes.contains("crashesUnloading")) std::raise(SIGKILL);
     if (attributes.contains("lingers")) {
       std::atexit([] { std::this_thread::sleep_for(std::chrono::minutes(5)); });
     }
