@@ -49,12 +49,12 @@ void sortLike(const std::vector<std::string>& order, std::vector<std::string>& s
                    [&](const std::string& a, const std::string& b) { return place(a) < place(b); });
 }
 
-results::Plan planOf(const Loaded& loaded, const std::string& flow) {
+results::Plan planOf(const Loaded& loaded) {
   results::Plan plan;
   plan.bundle = loaded.bundle;
   plan.bundleVersion = loaded.bundleVersion;
   plan.frameworkVersion = loaded.frameworkVersion;
-  plan.flow = flow;
+  plan.flow = loaded.flow;
   plan.configSha256 = loaded.configSha256;
   return plan;
 }
@@ -131,7 +131,7 @@ int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& c
   if (recover(*store)) engine.makeSafe();
   engine.openLoggers(results.columns());
   results.open();
-  const RunRecorder::Session recording{*store, planOf(loaded, options_.flow), runOf(words),
+  const RunRecorder::Session recording{*store, planOf(loaded), runOf(words),
                                        loaded.stationAttributes, loaded.instruments};
   for (const std::string& site : loaded.disabledSites) {
     screen_.line("Site " + printable(site) + " is disabled in the station's configuration.");

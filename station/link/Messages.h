@@ -124,6 +124,7 @@ struct Loaded {
   std::vector<std::string> tests = {};  ///< the names of the flow's tests, at the first site
   std::string bundle = {};              ///< its identifier, else its name
   std::optional<std::string> bundleVersion = {};
+  std::string flow = {};  ///< by its own name, where "default" was asked for
   std::string frameworkVersion = {};
   std::string configSha256 = {};   ///< of the configuration as it was used
   QLTDictionary instruments = {};  ///< see `instrumentsOfSites`
@@ -137,6 +138,7 @@ struct Loaded {
     part("tests", tests);
     part("bundle", bundle);
     part("bundleVersion", bundleVersion);
+    part("flow", flow);
     part("frameworkVersion", frameworkVersion);
     part("configSha256", configSha256);
     part("instruments", instruments);

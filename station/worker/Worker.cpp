@@ -197,6 +197,8 @@ void Worker::work() {
   loaded.tests = testNames(*suites.front()->flowForName(load->flow));
   loaded.bundle = bundle.identifier().empty() ? bundle.path().stem().string() : bundle.identifier();
   loaded.bundleVersion = bundle.version();
+  loaded.flow = load->flow == "default" ? plugin.manager().config().text("defaultFlow", load->flow)
+                                        : load->flow;
   loaded.frameworkVersion = QLTBundle::frameworkBundle().version().value_or("");
   loaded.configSha256 = results::sha256(plugin.manager().config().text());
   loaded.instruments = instrumentsOfSites(plugin.manager());

@@ -76,7 +76,7 @@ TEST_F(StationStore, keepsARunWithAllThatBelongsToIt) {
   EXPECT_THAT(content.run.firstFailure, Optional(1));
   EXPECT_EQ(content.run.records, 1);
   EXPECT_GE(*content.run.endedUs, content.run.startedUs);
-  EXPECT_EQ(content.plan.flow, "default");
+  EXPECT_EQ(content.plan.flow, "main");
   EXPECT_THAT(content.plan.bundleVersion, Optional(std::string("7.1")));
   EXPECT_EQ(content.plan.frameworkVersion, QUILLON_VERSION);
   EXPECT_EQ(content.plan.configSha256.size(), 64U);
