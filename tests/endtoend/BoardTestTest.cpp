@@ -73,6 +73,17 @@ TEST_F(BoardTest, aCrashCostsARetestAndSwitchesTheSuppliesOff) {
   }
 }
 
+TEST_F(BoardTest, looksAsksTheOperator) {
+  StationProcess station({"run", BOARD_TEST_BUNDLE, "--flow", "looks", "--answers",
+                          BOARD_TEST_SOURCES "/looks.answers", "--sn", "left=QB1", "--sn",
+                          "right=QB2"});
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.results(), AllOf(HasSubstr("QB1,left,Looks,power LED,1.1,green,1,P,"),
+                                       HasSubstr("QB1,left,Looks,status LED,1.2,blue,1,P,"),
+                                       HasSubstr("QB2,right,Looks,power LED,1.1,green,1,P,"),
+                                       HasSubstr("QB2,right,Looks,status LED,1.2,blue,0,F,")));
+}
+
 TEST_F(BoardTest, aSupplyThatIsNotSimulatedEndsTheLoad) {
   test::writeTesterConfig("supply-left,BenchSupply,0,volts=5\n");
   StationProcess station({"run", BOARD_TEST_BUNDLE, "--sn", "left=QB1"});
