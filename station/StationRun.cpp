@@ -139,7 +139,7 @@ int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& c
   const std::unique_ptr<RunView> view =
       makeRunView(options_, loaded, screen_, countersOfToday(*store));
   const Series series = test(loaded.sites, {engine, serialNumbers, results, recording, *view, desk,
-                                            diagnostics, options_.repeat, words.timeLimit});
+                                            diagnostics, events, options_.repeat, words.timeLimit});
   engine.unload();
   desk.warnOfUnused();
   view->runEnded(series.outcomes);

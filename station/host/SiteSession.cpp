@@ -228,15 +228,19 @@ void SiteSession::on(Device&, const Progressed& event) { station_.desk.show(even
 /// Every question that was answered, or not, passes here.
 void SiteSession::answered(const Asked& question, const Answered& answer, double seconds) const {
   const std::string what = answer.answer ? "\"" + *answer.answer + "\"" : "nothing";
-  tell("asked \"" + question.text + "\": answered " + what + " after " + secondsText(seconds) +
-       (answer.code == 0 ? "" : ", code " + std::to_string(answer.code)));
+  station_.events.add("answered", site_,
+                      "asked \"" + question.text + "\": answered " + what + " after " +
+                          secondsText(seconds) +
+                          (answer.code == 0 ? "" : ", code " + std::to_string(answer.code)));
 }
 
 void SiteSession::on(Device& device, const FlowEnded& event) {
   station_.view.siteIs(site_, SiteState::Saving);
   Outcome& outcome = device.outcome;
   if (!outcome.brokenOff) outcome.brokenOff = event.brokenOff;
-  outcome.verdict = outcome.brokenOff ? Verdict::BrokenOff : event.verdict;
+  // No pass with a test that was seen to fail, whatever the plug-in's process says.
+  const Verdict verdict = outcome.firstFailure ? Verdict::Fail : event.verdict;
+  outcome.verdict = outcome.brokenOff ? Verdict::BrokenOff : verdict;
   recordBreakOff(device);
   save(device);
   device.confirmed = true;

@@ -30,6 +30,7 @@ class SiteSession {
     RunView& view;
     QuestionDesk& desk;
     const ConsoleLogFile& diagnostics;
+    const EventLog& events;
     int devices = 1;                  ///< for each site
     std::optional<double> timeLimit;  ///< for tests without one of their own, in seconds
   };
