@@ -305,6 +305,10 @@ void Engine::dispatch(const Message& message) {
   if (type == Logged::kType) {
     const auto logged = take<Logged>(message);
     diagnostics_.write(logged.site, logged.text);
+  } else if (type == Noted::kType) {
+    const auto noted = take<Noted>(message);
+    diagnostics_.write(noted.site, noted.text);
+    screen_.line(printable(noted.text));
   } else if (type == Warned::kType) {
     screen_.warning(take<Warned>(message).text);
   } else if (type == Refused::kType) {

@@ -58,6 +58,19 @@ struct Warned {
   }
 };
 
+/// Any time: what a site waits for, in words for the operator.
+struct Noted {
+  static constexpr const char* kType = "noted";
+  std::string site = {};
+  std::string text = {};
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("text", text);
+  }
+};
+
 /// Any time: a line of the console log.
 struct Logged {
   static constexpr const char* kType = "logged";

@@ -20,6 +20,7 @@
 #include <QLTestSiteManager.h>
 
 #include "CannotRun.h"
+#include "HoldWatch.h"
 #include "OwnLoggers.h"
 #include "Plugin.h"
 #include "PluginProcess.h"
@@ -247,6 +248,9 @@ std::optional<Load> Worker::expectLoad() {
 void Worker::serve(const Suites& suites, const std::string& flow, OwnLoggers& loggers) {
   std::deque<Site> sites;  // which never moves them
   std::map<std::string, Site*> siteOf;
+  const HoldWatch holds([this](const std::string& site, const std::string& text) {
+    tell(Noted{site, text});
+  });
   std::vector<std::jthread> threads;  // end before the sites
   for (const auto& suite : suites) {
     Site& site = sites.emplace_back(suite, flow, loggers, channel_);

@@ -269,3 +269,23 @@ TEST_F(StationWorker, isNotForPeople) {
   EXPECT_EQ(station.wait(), 2);
   EXPECT_THAT(station.errors(), HasSubstr("the worker is started by quillon itself"));
 }
+
+TEST_F(StationWorker, tellsWhoWaitsForWhom) {
+  test::writeTesterConfig("meter,Instrument,0,x=1\n");
+  const std::string gate = (folder_.path() / "gate").string();
+  const std::string site =
+      "<dict><key>Resources</key><dict><key>m</key><string>meter</string></dict></dict>";
+  const std::string test = TroubleBundle::test(
+      "Shared", TroubleBundle::flag("exclusive") + TroubleBundle::text("await", gate));
+  bundle_.bundle().setConfig("<key>Sites</key><dict><key>left</key>" + site + "<key>right</key>" +
+                             site +
+                             "</dict><key>defaultFlow</key><string>main</string><key>Flows</key>"
+                             "<dict><key>main</key><array>" +
+                             test + "</array></dict>");
+  StationProcess station({"run", bundle_.path(), "--sn", "left=A", "--sn", "right=B"});
+  EXPECT_TRUE(station.waitForOutput(" waits for m, which "));
+  std::ofstream(gate).close();
+  EXPECT_EQ(station.wait(), 0);
+  const std::string output = station.output();
+  EXPECT_EQ(output.find(" waits for m, which "), output.rfind(" waits for m, which "));
+}

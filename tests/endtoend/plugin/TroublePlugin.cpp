@@ -227,6 +227,8 @@ class TroubleTest : public QLTestMethod {
       close(STDERR_FILENO);
     }
     while (does("printsForEver")) std::puts("on and on");
+    QLTExclusive<Instrument> held;
+    if (does("exclusive")) held = exclusive<Instrument>("m", error);
     if (param("await") != nullptr && isHere()) await();
     if (param("asks") != nullptr && isHere() && !asks(param("asks")->text(), error)) {
       return false;
