@@ -35,7 +35,7 @@ Answered failed(const Asked& asked, int code, std::string reason = {}) {
 
 /// What is wrong with an answer, in words; absent when it fits.
 std::optional<std::string> objection(const Asked& asked, const std::string& answer) {
-  const auto problem = questionOf(asked).objection(answer);
+  auto problem = questionOf(asked).objection(answer);
   if (problem || !asked.pattern) return problem;
   if (SerialPattern(*asked.pattern).matches(answer)) return std::nullopt;
   return "not of the form " + *asked.pattern;
