@@ -63,7 +63,9 @@ void SerialNumberSource::checkPattern() const {
   for (const auto& [site, serialNumber] : given_) {
     const std::string complaint = complaintOfPattern(serialNumber);
     if (complaint.empty()) continue;
-    throw CannotRun("--sn " + printable(site + "=" + serialNumber) + ": " + complaint,
+    std::string option = "--sn ";
+    option.append(printable(site)).append("=").append(printable(serialNumber));
+    throw CannotRun(option.append(": ").append(complaint),
                     "The plug-in's station attribute serialPattern says so.");
   }
 }
@@ -182,7 +184,9 @@ std::string SerialNumberSource::complaintAbout(const std::string& serialNumber) 
   if (!complaint.empty()) return complaint;
   const std::lock_guard lock(mutex_);
   for (const auto& [site, running] : running_) {
-    if (running == serialNumber) return running + " is being tested at site " + site + ".";
+    if (running != serialNumber) continue;
+    complaint = running;
+    return complaint.append(" is being tested at site ").append(site).append(".");
   }
   return "";
 }

@@ -204,6 +204,7 @@ StationRun::Series StationRun::test(const std::vector<std::string>& sites,
   std::atomic<std::size_t> atWork = sites.size();
   {
     std::vector<std::jthread> threads;
+    threads.reserve(sites.size());
     for (const std::string& site : sites) {
       threads.emplace_back(
           [&session = sessions.emplace_back(site, station), &atWork, &station, site] {

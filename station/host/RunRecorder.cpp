@@ -4,6 +4,9 @@
 #include <utility>
 
 #include "Calibration.h"
+#include "common/Text.h"
+
+using quillon::internal::numberIn;
 
 namespace station {
 namespace {
@@ -163,7 +166,7 @@ void RunRecorder::addAll(const QLTestResults& records, std::int64_t attempt, boo
     row.runId = run_.id;
     row.sequence = ++sequence_;
     const std::string number = record->testNumber().value_or("");
-    row.step = std::atoll(number.c_str());  // the part before the point
+    row.step = numberIn<std::int64_t>(number.substr(0, number.find('.'))).value_or(0);
     row.attempt = attempt;
     row.superseded = superseded;
     row.value = record->value();

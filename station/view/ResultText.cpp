@@ -29,7 +29,7 @@ std::string messageOf(const QLTestResult& record) {
 
 std::string failureText(const QLTestResult& record) {
   const std::string name = subTestOf(record);
-  const std::string message = messageOf(record);
+  std::string message = messageOf(record);
   if (record.actual() == kQLTestRuntimeErrorValue) {
     if (message.ends_with(kWasNotMeasured)) return message;  // which names the sub-test
     return (name == kQLTestRuntimeErrorName ? "" : name + ": ") +

@@ -118,7 +118,7 @@ void SiteRunner::prepare() {
 /// What is told of a device that was tested without an instrument; absent when all are there.
 std::optional<std::string> SiteRunner::lostInstrument() const {
   std::optional<std::string> lost;
-  const auto problem = problemOf("looking for lost instruments", [&] { lost = lostLine(*suite_); });
+  auto problem = problemOf("looking for lost instruments", [&] { lost = lostLine(*suite_); });
   if (problem) return problem;
   return lost ? std::optional("instrument lost: " + *lost) : std::nullopt;
 }

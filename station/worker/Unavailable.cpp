@@ -110,11 +110,11 @@ std::vector<std::string> judgeCalibrations(QLTestSiteManager& manager, const std
       } else if (calibration.state == State::DueSoon) {
         notes.insert(what + " is due on " + calibration.due);
       } else if (calibration.state == State::Overdue) {
-        const std::string text = what + " was due on " + calibration.due;
+        std::string text = what + " was due on " + calibration.due;
         if (override.empty()) {
           unavailable[site].push_back(text);
         } else {
-          notes.insert(text + "; tested all the same, as " + override + " wants it");
+          notes.insert(text.append("; tested all the same, as ").append(override + " wants it"));
         }
       }
     }

@@ -61,6 +61,7 @@ std::vector<std::string> sitesInFileOrder(std::vector<QLTStationPlan::Site> site
   std::stable_sort(sites.begin(), sites.end(),
                    [&](const auto& a, const auto& b) { return place(a) < place(b); });
   std::vector<std::string> names;
+  names.reserve(sites.size());
   for (const auto& site : sites) names.push_back(site.name);
   return names;
 }
