@@ -16,7 +16,7 @@ using quillon::internal::trimmed;
 namespace {
 
 // More than any code that is scanned holds, and little enough for every matcher of patterns.
-constexpr std::size_t kLongestAnswer = 5000;
+constexpr std::size_t kLongestAnswer = 1000;
 
 std::string shownNumber(double number) { return QLTValue(number).text(); }
 

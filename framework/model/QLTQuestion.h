@@ -33,6 +33,6 @@ struct QLT_EXPORT QLTQuestion {
   /// What is wrong with `answer`, in words for the person who gave it ("not a number", "over 5");
   /// absent when it will do. A confirmation takes any; a choice must be one of the choices, letter
   /// by letter; a number is decimal with a point, without exponent or with one, and blanks around
-  /// it do not count; nothing may be longer than 5000 bytes. The pattern is not looked at.
+  /// it do not count; nothing may be longer than 1000 bytes. The pattern is not looked at.
   std::optional<std::string> objection(const std::string& answer) const;
 };

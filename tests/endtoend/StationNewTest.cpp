@@ -59,10 +59,10 @@ class StationNewProject : public StationNew {
  protected:
   void SetUp() override {
     ASSERT_EQ(make("Board").status, 0);
-    const std::string configure = std::string(CMAKE " -S . -B build -G '" GENERATOR "'") +
-                                  " -DCMAKE_PREFIX_PATH='" BUILD_FOLDER
-                                  "' -DCMAKE_CXX_COMPILER='" COMPILER
-                                  "' -DCMAKE_CXX_FLAGS='-Wall -Wextra -Wpedantic -Werror'";
+    const std::string configure =
+        std::string(CMAKE " -S . -B build -G '" GENERATOR "'") +
+        " -DCMAKE_PREFIX_PATH='" BUILD_FOLDER "' -DCMAKE_CXX_COMPILER='" COMPILER
+        "' -DCMAKE_CXX_FLAGS='-Wall -Wextra -Wpedantic -Werror" SANITIZE "'";
     ASSERT_EQ(shell(configure), 0) << log();
     ASSERT_EQ(shell(CMAKE " --build build --parallel 2"), 0) << log();
   }
