@@ -143,8 +143,8 @@ int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& c
   engine.unload();
   desk.warnOfUnused();
   view->runEnded(series.outcomes);
-  if (const auto failure = store->failure()) {
-    screen_.warning("the results store is not complete: " + printable(failure->what()) +
+  if (series.storeFailure) {
+    screen_.warning("the results store is not complete: " + printable(*series.storeFailure) +
                     "; test the devices that were broken off again");
   }
   if (results.failed()) {
@@ -220,6 +220,7 @@ StationRun::Series StationRun::test(const std::vector<std::string>& sites,
   series.complete = true;
   for (const SiteSession& session : sessions) {
     series.complete = series.complete && session.isComplete();
+    if (session.storeFailure()) series.storeFailure = session.storeFailure();
     series.outcomes.insert(series.outcomes.end(), session.outcomes().begin(),
                            session.outcomes().end());
   }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,7 +29,8 @@ class StationRun {
   /// What became of a series of devices.
   struct Series {
     std::vector<Outcome> outcomes;
-    bool complete = false;  ///< each site has had its devices
+    bool complete = false;                         ///< each site has had its devices
+    std::optional<std::string> storeFailure = {};  ///< of any site
   };
 
   int runOn(Engine& engine, const Loaded& loaded, const std::string& csvPath,

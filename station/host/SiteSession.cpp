@@ -64,7 +64,7 @@ void SiteSession::run() {
 }
 
 bool SiteSession::canRecord() const {
-  return !station_.results.failed() && !station_.store.store.failure();
+  return !station_.results.failed() && !storeFailure_ && !station_.store.store.failure();
 }
 
 /// False when no device can be tested any more, or the fixture may not be safe and nobody says that
@@ -128,6 +128,7 @@ void SiteSession::test(Device& device) {
   try {
     device.run.emplace(station_.store, site_, outcome.serialNumber);
   } catch (const results::StoreError& problem) {
+    storeFailure_ = problem.what();
     outcome.brokenOff = std::string("not tested, for it cannot be recorded: ") + problem.what();
     recordBreakOff(device);
     return;
@@ -143,6 +144,7 @@ void SiteSession::test(Device& device) {
     try {
       std::visit([&](const auto& told) { on(device, told); }, *event);
     } catch (const results::StoreError& problem) {
+      storeFailure_ = problem.what();
       breakOff(device, problem.what());
     }
   }
@@ -295,6 +297,7 @@ void SiteSession::save(Device& device) {
   try {
     device.run->flush();
   } catch (const results::StoreError& problem) {
+    storeFailure_ = problem.what();
     Outcome& outcome = device.outcome;
     if (!outcome.brokenOff) {
       outcome.brokenOff =
@@ -311,6 +314,7 @@ void SiteSession::finish(Device& device) {
   try {
     device.run->finish(outcome);
   } catch (const results::StoreError& problem) {
+    storeFailure_ = problem.what();
     device.run.reset();  // it is over
     if (!outcome.brokenOff) {
       outcome.brokenOff = std::string("the verdict could not be recorded: ") + problem.what();

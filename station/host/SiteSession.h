@@ -44,6 +44,8 @@ class SiteSession {
 
   const std::vector<Outcome>& outcomes() const { return outcomes_; }
   bool isComplete() const { return complete_; }  ///< all devices were tested
+  /// Why the store lacks something of a device, though it may work again; absent when it does not.
+  const std::optional<std::string>& storeFailure() const { return storeFailure_; }
 
  private:
   /// The device in progress.
@@ -78,6 +80,7 @@ class SiteSession {
   const Station station_;
   std::vector<Outcome> outcomes_;
   bool complete_ = false;
+  std::optional<std::string> storeFailure_;
 };
 
 }  // namespace station

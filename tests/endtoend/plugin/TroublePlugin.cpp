@@ -40,6 +40,12 @@ void waitForFile(const std::string& path) {
   }
 }
 
+/// Not for a sanitizer to end it otherwise.
+void crash() {
+  std::signal(SIGSEGV, SIG_DFL);
+  std::raise(SIGSEGV);
+}
+
 std::string attribute(const QLTDictionary& attributes, const char* key) {
   const QLTValue* const value = attributes.find(key);
   return value != nullptr ? value->text() : "";
@@ -163,7 +169,7 @@ class TroubleSuite : public QLTestSuite {
 
   bool onSafeState(QLTError* error) override {
     const std::string how = siteName() == "left" ? attribute(siteAttributes(), "safeState") : "";
-    if (how == "crashes") std::raise(SIGSEGV);
+    if (how == "crashes") crash();
     if (how == "hangs") std::this_thread::sleep_for(std::chrono::minutes(5));
     return called("onSafeState", "onSafeState", error);
   }
@@ -307,7 +313,6 @@ class TroubleTest : public QLTestMethod {
 
   /// Takes its process along, each way in another manner. Reports its first sub-test before.
   void die(const std::string& how) {
-    std::signal(SIGSEGV, SIG_DFL);  // not for a sanitizer to end it otherwise
     if (const QLTValue* const marker = param("unless")) {
       if (std::filesystem::exists(marker->text())) return;
       append(marker->text(), "died");
@@ -315,9 +320,9 @@ class TroubleTest : public QLTestMethod {
     addResultAndCompare(1, 1.5);
     if (how.starts_with("after ")) {
       waitForFile(how.substr(6));
-      std::raise(SIGSEGV);
+      crash();
     }
-    if (how == "segfault") std::raise(SIGSEGV);
+    if (how == "segfault") crash();
     if (how == "abort") std::abort();
     if (how == "kill") std::raise(SIGKILL);
     if (how == "exit") std::exit(3);
@@ -339,7 +344,7 @@ class TroubleTest : public QLTestMethod {
         std::this_thread::sleep_for(std::chrono::minutes(5));
         _exit(0);
       }
-      std::raise(SIGSEGV);
+      crash();
     }
     std::this_thread::sleep_for(std::chrono::minutes(5));
   }
