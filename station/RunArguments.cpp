@@ -64,8 +64,8 @@ void RunArguments::describeTo(CLI::App& command) {
       ->excludes(json);
   command
       .add_option("--wrap", options_.wrap,
-                  "Run the process that holds the plug-in below this command, 'gdb --args' or "
-                  "'valgrind' for example")
+                  "Run the process that holds the plug-in below this command, 'valgrind' for "
+                  "example")
       ->type_name("COMMAND");
   command.footer(
       "Exit status: 0 all devices passed; 1 a device failed, was broken off, or the run was\n"
