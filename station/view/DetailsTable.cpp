@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <optional>
 
+#include "ResultText.h"
 #include "Text.h"
 
 namespace station {
@@ -28,17 +29,6 @@ std::string roundedText(double number) {
   return {text.data(), end.ptr};
 }
 
-std::string verdictOf(const QLTestResult& record) {
-  switch (record.result()) {
-    case kQLTestResultPass:
-      return "PASS";
-    case kQLTestResultNA:
-      return "NA";
-    default:
-      return "FAIL";
-  }
-}
-
 std::string marginOf(const QLTestResult& record) {
   if (!record.value() || !record.low() || !record.high()) return "";
   return roundedText(std::min(*record.value() - *record.low(), *record.high() - *record.value()));
@@ -54,7 +44,7 @@ Row rowOf(const FinishedTest& test, const QLTestResult& record) {
           shown(record.actual()),    shown(record.lowLimit()),
           shown(record.highLimit()), shown(record.unit()),
           marginOf(record),          hasLimits ? "" : shown(record.expected()),
-          verdictOf(record)};
+          markText(record)};
 }
 
 std::string lineOf(const Row& row, const std::array<std::size_t, kColumns>& widths) {

@@ -1,6 +1,7 @@
 #include "JsonView.h"
 
 #include "Json.h"
+#include "ResultText.h"
 #include "common/TimeStamp.h"
 
 namespace station {
@@ -18,17 +19,6 @@ Json verdictIn(Verdict verdict) {
       return "BROKEN_OFF";
   }
   return nullptr;
-}
-
-Json verdictOf(const QLTestResult& record) {
-  switch (record.result()) {
-    case kQLTestResultPass:
-      return "PASS";
-    case kQLTestResultNA:
-      return "NA";
-    default:
-      return "FAIL";
-  }
 }
 
 /// What JSON has no kind for, a date or data, is text.
@@ -59,7 +49,7 @@ Json jsonOf(const QLTestResult& record) {
   const auto& extras = record.extras();
   return {{"number", orNull(record.testNumber())},
           {"subTest", orNull(record.subTestName())},
-          {"verdict", verdictOf(record)},
+          {"verdict", markText(record)},
           {"value", orNull(record.value())},
           {"text", orNull(record.actual())},
           {"low", orNull(record.low())},

@@ -27,6 +27,17 @@ std::string messageOf(const QLTestResult& record) {
 
 }  // namespace
 
+std::string markText(const QLTestResult& record) {
+  switch (record.result()) {
+    case kQLTestResultPass:
+      return "PASS";
+    case kQLTestResultNA:
+      return "NA";
+    default:
+      return "FAIL";
+  }
+}
+
 std::string failureText(const QLTestResult& record) {
   const std::string name = subTestOf(record);
   std::string message = messageOf(record);
@@ -55,14 +66,14 @@ std::string failureText(const QLTestResult& record) {
 }
 
 std::string recordText(const QLTestResult& record) {
-  if (record.result() == kQLTestResultFail) return failureText(record) + ", FAIL";
+  if (record.result() == kQLTestResultFail) return failureText(record) + ", " + markText(record);
   std::string text = subTestOf(record) + ": " + shortNumber(record.actual().value_or("no value"));
   if (record.unit()) text += " " + *record.unit();
   if (record.lowLimit() && record.highLimit()) {
     text +=
         ", limits " + shortNumber(*record.lowLimit()) + " to " + shortNumber(*record.highLimit());
   }
-  return text + (record.result() == kQLTestResultPass ? ", PASS" : ", NA");
+  return text + ", " + markText(record);
 }
 
 std::string reasonText(const Outcome& outcome) {

@@ -11,6 +11,9 @@ namespace station {
 /// A failed record in words: "3V3: 3.61, limits 3.135 to 3.465".
 std::string failureText(const QLTestResult& record);
 
+/// "PASS", "FAIL" or "NA"; a code that nobody knows is no pass.
+std::string markText(const QLTestResult& record);
+
 /// Any record in words, for a log: "3V3: 3.3 V, limits 3.135 to 3.465, PASS".
 std::string recordText(const QLTestResult& record);
 
