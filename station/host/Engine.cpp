@@ -1,59 +1,39 @@
 #include "Engine.h"
 
-#include <algorithm>
-#include <array>
-#include <cerrno>
-#include <cstdint>
-#include <system_error>
+#include <exception>
 #include <utility>
-
-#include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 #include "CannotRun.h"
 #include "Signals.h"
 #include "Text.h"
-#include "common/Retried.h"
-
-using quillon::internal::retried;
 
 namespace station {
 namespace {
 
+using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 // Times that a plug-in gets for what it cannot be spared.
 constexpr seconds kToUnload{30};
 constexpr seconds kToEnd{10};
-constexpr seconds kAfterTerminate{5};
 
 // So many crashes within so long are not an accident.
 constexpr std::size_t kCrashes = 4;
 constexpr std::chrono::minutes kCrashTime{10};
 
-constexpr int kChunksOfAPipe = 16;
-
-constexpr const char* kStopped = "stopped on request";
 constexpr const char* kStoppedAtOnce = "stopped at once on request";
-
-void drain(int descriptor) {
-  std::uint64_t count = 0;
-  retried([&] { return read(descriptor, &count, sizeof count); });
-}
 
 }  // namespace
 
-Engine::Engine(const RunOptions& options, Screen& screen, ConsoleLogFile& diagnostics,
+Engine::Engine(const RunOptions& options, Screen& screen, const ConsoleLogFile& diagnostics,
                const EventLog& events)
-    : options_(options),
-      screen_(screen),
+    : screen_(screen),
       diagnostics_(diagnostics),
       events_(events),
-      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      safety_(screen, events) {
-  if (!wake_) throw std::system_error(errno, std::generic_category(), "eventfd");
-}
+      safety_(screen, events),
+      sites_(safety_),
+      safeStates_(safety_, diagnostics, seconds(options.safeStateLimit)),
+      worker_(options, diagnostics, [this](const Message& message) { dispatch(message); }) {}
 
 Engine::~Engine() {
   try {
@@ -64,15 +44,9 @@ Engine::~Engine() {
 }
 
 std::string Engine::start() {
-  {
-    const std::lock_guard lock(mutex_);
-    worker_ = std::make_unique<WorkerProcess>(options_.bundle, options_.wrap);
-  }
+  worker_.start();
   arrived_.clear();
-  endReason_.reset();
-  isOurDoing_ = false;
   unloaded_ = false;
-  killAt_.reset();
   const int version = await<Hello>().version;
   if (version != kMessageVersion) {
     throw CannotRun("the worker is of another version of quillon",
@@ -82,50 +56,44 @@ std::string Engine::start() {
 }
 
 Checked Engine::check() {
-  send(messageFrom(Check{}));
+  worker_.send(messageFrom(Check{}));
   return await<Checked>();
 }
 
 Loaded Engine::load(const Load& load) {
   load_ = load;
-  send(messageFrom(load));
+  worker_.send(messageFrom(load));
   Loaded loaded = await<Loaded>();
-  const std::lock_guard lock(mutex_);
-  available_ = {loaded.sites.begin(), loaded.sites.end()};
-  for (const std::string& site : loaded.sites) sites_[site];
+  sites_.loaded(loaded.sites);
   return loaded;
 }
 
 void Engine::openLoggers(const OpenLoggers& columns) {
   columns_ = columns;
-  send(messageFrom(columns));
+  worker_.send(messageFrom(columns));
   await<Ready>();
-  const std::lock_guard lock(mutex_);
-  state_ = State::Running;
-  changed_.notify_all();
+  sites_.open();
 }
 
 void Engine::serve(const std::function<bool()>& isDone) {
   while (!isDone()) {
-    pump(100);
-    stopWhenAsked();
-    endWorkerWhenDue();
-    if (worker_ == nullptr && ended_.empty()) restart();
+    turn();
+    if (!worker_.isRunning() && !sites_.hasGivenUp()) restart();
   }
   if (safeStateDue_) leaveSafe();
 }
 
 void Engine::unload() {
-  if (worker_ == nullptr) return;
+  if (!worker_.isRunning()) return;
   unloadWorker();
   if (!safeStateDue_) return;
   leaveSafe();
-  if (worker_ != nullptr) unloadWorker();
+  if (worker_.isRunning()) unloadWorker();
 }
 
 void Engine::unloadWorker() {
   unloading_ = true;
-  send(messageFrom(Unload{}));
+  worker_.send(messageFrom(Unload{}));
   try {
     await<Unloaded>(Clock::now() + kToUnload);
     unloaded_ = true;
@@ -134,83 +102,22 @@ void Engine::unloadWorker() {
     safeStateDue_ = columns_.has_value();
   }
   const Clock::time_point patience = Clock::now() + (unloaded_ ? kToEnd : seconds(0));
-  while (worker_ != nullptr && Clock::now() < patience) {
-    stopWhenAsked();
-    endWorkerWhenDue();
-    pump(100);
-  }
-  if (worker_ != nullptr && unloaded_) {
+  while (worker_.isRunning() && Clock::now() < patience) turn();
+  if (worker_.isRunning() && unloaded_) {
     screen_.warning("the plug-in's process did not end after it was unloaded and was killed");
   }
   unloading_ = false;
-  const std::lock_guard lock(mutex_);
-  worker_.reset();
-}
-
-void Engine::wake() const {
-  const std::uint64_t one = 1;
-  retried([&] { return write(wake_.get(), &one, sizeof one); });
-}
-
-bool Engine::awaitWorker() {
-  std::unique_lock lock(mutex_);
-  changed_.wait(lock, [&] { return state_ == State::Running || state_ == State::Ended; });
-  return state_ == State::Running;
-}
-
-std::optional<std::string> Engine::reserve(const std::string& site) {
-  std::unique_lock lock(mutex_);
-  changed_.wait(lock, [&] { return state_ == State::Running || state_ == State::Ended; });
-  if (state_ == State::Ended) return ended_;
-  if (!available_.contains(site)) return "its instruments did not come up again";
-  if (Signals::stopRequested()) return kStopped;
-  if (const auto reason = safety_.reason(site)) return "unsafe: " + *reason;
-  sites_.at(site).clear();
-  busy_.insert(site);
-  return std::nullopt;
-}
-
-bool Engine::begin(const std::string& site) {
-  const std::lock_guard lock(mutex_);
-  if (state_ != State::Running || orphaned_.contains(site)) return false;
-  testing_.insert(site);
-  return true;
-}
-
-std::optional<SiteEvent> Engine::next(const std::string& site,
-                                      std::optional<Clock::time_point> until) {
-  return sites_.at(site).next(until);
+  worker_.drop();
 }
 
 void Engine::endOverdue(const std::string& site) {
-  const std::lock_guard lock(mutex_);
-  if (orphaned_.contains(site)) return;  // the test has ended with its worker
-  overdue_.insert(site);
-  if (state_ == State::Running) state_ = State::Draining;
+  sites_.isOverdue(site);
   wake();
 }
 
 void Engine::end(const std::string& site) {
-  const std::lock_guard lock(mutex_);
-  busy_.erase(site);
-  testing_.erase(site);
-  orphaned_.erase(site);
-  overdue_.erase(site);
-  if (state_ == State::Draining && overdue_.empty()) {
-    state_ = State::Running;
-    changed_.notify_all();
-  }
+  sites_.end(site);
   wake();
-}
-
-void Engine::send(const Message& message) {
-  const std::lock_guard lock(mutex_);
-  if (worker_ != nullptr) worker_->channel().send(message);
-}
-
-void Engine::sendOfDevice(const std::string& site, const Message& message) {
-  const std::lock_guard lock(mutex_);
-  if (worker_ != nullptr && !orphaned_.contains(site)) worker_->channel().send(message);
 }
 
 /// Waits for the worker's answer, which ends what it was told to do.
@@ -223,81 +130,31 @@ T Engine::await(std::optional<Clock::time_point> until) {
       arrived_.erase(answer);
       return take<T>(message);
     }
-    if (worker_ == nullptr) {
+    if (!worker_.isRunning()) {
       // Only now: it has unloaded.
       if (refused_) {
         const Refused refused = *std::exchange(refused_, std::nullopt);
         throw CannotRun(refused.problem, refused.advice);
       }
-      throw CannotRun(endReason_.value_or("the worker has ended") +
+      throw CannotRun(worker_.endReason().value_or("the worker has ended") +
                           (unloading_ ? ", while it was unloaded" : ", while it was loaded"),
                       "The diagnostics tell what it did last. A fault of the plug-in.");
     }
     if (until && Clock::now() > *until) {
       throw CannotRun("the plug-in did not unload in time and was killed");
     }
-    stopWhenAsked();
-    endWorkerWhenDue();
-    pump(100);
+    turn();
   }
 }
 
-void Engine::pump(int milliseconds) {
-  // An end shows for as long as one looks.
-  const bool hears = worker_ != nullptr && !worker_->channel().hasEnded();
-  std::array<pollfd, 6> waited{{{wake_.get(), POLLIN, 0},
-                                {stopTold_ ? -1 : Signals::descriptor(), POLLIN, 0},
-                                {stoppedAtOnce_ ? -1 : Signals::atOnceDescriptor(), POLLIN, 0},
-                                {hears ? worker_->channel().descriptor() : -1, POLLIN, 0},
-                                {worker_ ? worker_->output() : -1, POLLIN, 0},
-                                {worker_ ? worker_->ended() : -1, POLLIN, 0}}};
-  if (poll(waited.data(), waited.size(), milliseconds) <= 0) return;
-  if (waited[0].revents != 0) drain(wake_.get());
-  // What it said before it ended counts.
-  const auto status = waited[5].revents != 0 ? worker_->status() : std::nullopt;
-  if (waited[4].revents != 0) readOutput();
-  if (waited[3].revents != 0) readMessages();
+/// Acts on what the operator and the worker do next.
+void Engine::turn() {
+  stopWhenAsked();
+  endWorkerWhenDue();
+  const auto status = worker_.pump(
+      milliseconds(100),
+      {stopTold_ ? -1 : Signals::descriptor(), stoppedAtOnce_ ? -1 : Signals::atOnceDescriptor()});
   if (status) onEnd(*status);
-}
-
-/// Reads what the worker has printed: no more than fits into a pipe, so that a flood of it leaves
-/// time for all else.
-void Engine::readOutput() {
-  std::array<char, 4096> chunk{};
-  for (int i = 0; i < kChunksOfAPipe; ++i) {
-    const ssize_t count =
-        retried([&] { return read(worker_->output(), chunk.data(), chunk.size()); });
-    if (count == 0) worker_->closeOutput();
-    if (count <= 0) return;
-    unfinishedLine_.append(chunk.data(), static_cast<std::size_t>(count));
-    std::size_t start = 0;
-    for (std::size_t end = 0; (end = unfinishedLine_.find('\n', start)) != std::string::npos;
-         start = end + 1) {
-      diagnostics_.write("output", unfinishedLine_.substr(start, end - start));
-    }
-    unfinishedLine_.erase(0, start);
-    if (unfinishedLine_.size() > chunk.size()) {
-      diagnostics_.write("output", std::exchange(unfinishedLine_, {}));
-    }
-    if (count < static_cast<ssize_t>(chunk.size())) return;
-  }
-}
-
-/// False when nothing was to be read.
-bool Engine::readMessages() {
-  try {
-    // One go, so that a flood leaves time for all else.
-    Channel& channel = worker_->channel();
-    channel.read(false);
-    while (const auto message = channel.next()) dispatch(*message);
-    return channel.hasRead();
-  } catch (const BrokenMessage& problem) {
-    if (!endReason_) {
-      endReason_ = std::string("the plug-in broke the station's connection: ") + problem.what();
-    }
-    worker_->kill();
-    return false;
-  }
 }
 
 void Engine::dispatch(const Message& message) {
@@ -314,8 +171,7 @@ void Engine::dispatch(const Message& message) {
   } else if (type == Refused::kType) {
     refused_ = take<Refused>(message);
   } else if (type == SafeStateDone::kType) {
-    const auto done = take<SafeStateDone>(message);
-    safeStates_[done.site] = done;
+    safeStates_.answered(take<SafeStateDone>(message));
   } else if (type == Waiting::kType) {
     const auto waiting = take<Waiting>(message);
     const std::string text = waiting.site + " waits for " + waiting.what;
@@ -353,37 +209,29 @@ void Engine::dispatch(const Message& message) {
 template <typename T>
 void Engine::handOn(const Message& message) {
   T told = take<T>(message);
-  const auto site = sites_.find(told.site);
-  if (site == sites_.end()) throw BrokenMessage("there is no site " + printable(told.site));
-  site->second.push(std::move(told));
+  const std::string site = told.site;
+  if (!sites_.push(site, std::move(told))) {
+    throw BrokenMessage("there is no site " + printable(site));
+  }
 }
 
 /// The worker has ended, as it was told or not.
 void Engine::onEnd(int status) {
-  readOutput();
-  if (!unfinishedLine_.empty()) diagnostics_.write("output", std::exchange(unfinishedLine_, {}));
-  while (readMessages()) {
-  }
-  const bool wasTold = unloaded_;
-  if (!endReason_) endReason_ = endText(status);
-  if (!wasTold) safeStateDue_ = columns_.has_value();
-  if (!isOurDoing_ && !wasTold && !refused_) crashes_.push_back(Clock::now());
-  if (!(wasTold && status == 0)) events_.add("worker_ended", std::nullopt, *endReason_);
-  if (wasTold && status != 0) screen_.warning(*endReason_ + ", after it was unloaded");
-  const std::lock_guard lock(mutex_);
-  worker_.reset();
-  if (state_ != State::Ended) state_ = State::Starting;
-  overdue_.clear();
-  for (const std::string& site : busy_) {
-    if (orphaned_.insert(site).second) sites_.at(site).push(WorkerEnded{*endReason_});
-  }
+  const bool wasUnloaded = unloaded_;
+  const std::string reason = *worker_.endReason();
+  if (!wasUnloaded) safeStateDue_ = columns_.has_value();
+  if (!worker_.wasTold() && !wasUnloaded && !refused_) crashes_.push_back(Clock::now());
+  if (!(wasUnloaded && status == 0)) events_.add("worker_ended", std::nullopt, reason);
+  if (wasUnloaded && status != 0) screen_.warning(reason + ", after it was unloaded");
+  sites_.workerEnded(reason);
+  worker_.drop();
 }
 
 void Engine::restart() {
   std::erase_if(crashes_, [](auto moment) { return Clock::now() - moment > kCrashTime; });
   std::optional<std::string> enough;
   if (crashes_.size() >= kCrashes) {
-    enough = *endReason_ + "; that was the " + std::to_string(crashes_.size()) +
+    enough = *worker_.endReason() + "; that was the " + std::to_string(crashes_.size()) +
              "th time within 10 minutes";
   }
   try {
@@ -396,64 +244,42 @@ void Engine::restart() {
 }
 
 void Engine::makeSafe() {
-  std::set<std::string> left;
-  for (const auto& site : sites_) left.insert(site.first);
+  safeStates_.want(sites_.all());
   do {
-    if (worker_ == nullptr) startFresh(left);
-    safeStates_.clear();
-    for (const std::string& site : std::set(left)) {
-      if (available_.contains(site)) {
-        send(messageFrom(SafeState{site}));
-      } else {
-        left.erase(site);
-        safety_.isUnsafe(site, "its instruments did not come up again for its safe state");
-      }
-    }
-  } while (!awaitSafeStates(left));
+    if (!worker_.isRunning()) startFresh();
+    safeStates_.ask([this](const std::string& site) { return sites_.isLoaded(site); },
+                    [this](const SafeState& told) { worker_.send(messageFrom(told)); });
+  } while (!awaitSafeStates());
   safeStateDue_ = false;
 }
 
-/// Starts and loads a worker for the safe state of these sites.
-void Engine::startFresh(const std::set<std::string>& sites) {
+/// Starts and loads a worker for the safe states that are due.
+void Engine::startFresh() {
   const bool stopIsKnown = stoppedAtOnce_;
   try {
     start();
     load(*load_);
   } catch (const std::exception& problem) {
     // Whoever stops everything at once wants the safe state all the more.
-    if (stoppedAtOnce_ && !stopIsKnown) return startFresh(sites);
+    if (stoppedAtOnce_ && !stopIsKnown) return startFresh();
     safeStateDue_ = false;
-    for (const std::string& site : sites) {
-      safety_.isUnsafe(site, std::string("its safe state could not be tried: ") + problem.what());
-    }
+    safeStates_.couldNotBeTried(problem.what());
     throw;
   }
 }
 
-/// Waits for the answers of these sites. False when the worker ended meanwhile, by itself or since
-/// it took too long: the sites that had not answered are unsafe then.
-bool Engine::awaitSafeStates(std::set<std::string>& sites) {
-  const Clock::time_point until = Clock::now() + seconds(options_.safeStateLimit);
-  while (true) {
-    for (const auto& [site, done] : safeStates_) {
-      if (sites.erase(site) == 0) continue;
-      diagnostics_.write(site, done.problem ? "no safe state" : "in its safe state");
-      if (done.problem) safety_.isUnsafe(site, *done.problem);
-    }
-    if (worker_ == nullptr || sites.empty()) break;
-    if (Clock::now() > until && !endReason_) {
-      endReason_ = "the plug-in was killed after " + std::to_string(options_.safeStateLimit) + " s";
-      isOurDoing_ = true;
-      worker_->kill();
-    }
+/// Waits for the answers. False when the worker ended meanwhile, by itself or since it took too
+/// long.
+bool Engine::awaitSafeStates() {
+  while (worker_.isRunning() && !safeStates_.areDone()) {
+    const auto lateness = safeStates_.lateness();
+    if (lateness && !worker_.endReason()) worker_.kill(*lateness);
     if (Signals::stopAtOnceRequested()) stoppedAtOnce_ = true;  // this is what it asks for
-    stopWhenAsked();
-    pump(100);
+    turn();
   }
-  for (const std::string& site : std::exchange(sites, {})) {
-    safety_.isUnsafe(site, *endReason_ + " in onSafeState");
-  }
-  return worker_ != nullptr;
+  if (worker_.isRunning()) return true;
+  safeStates_.workerEnded(*worker_.endReason());
+  return false;
 }
 
 /// The safe state where nothing more is to be tested.
@@ -469,48 +295,30 @@ void Engine::leaveSafe() {
 void Engine::giveUp(const std::string& reason) {
   screen_.problem("no device can be tested any more: " + reason,
                   "The plug-in has to be mended. The diagnostics tell what it did last.");
-  const std::lock_guard lock(mutex_);
-  ended_ = reason;
-  state_ = State::Ended;
-  changed_.notify_all();
+  sites_.giveUp(reason);
 }
 
 /// Ends a worker that a test blocks, once no other site needs it.
 void Engine::endWorkerWhenDue() {
-  if (worker_ == nullptr) return;
-  if (killAt_) {
-    if (Clock::now() >= *killAt_) worker_->kill();
-    return;
-  }
-  {
-    const std::lock_guard lock(mutex_);
-    if (state_ != State::Draining || overdue_ != testing_) return;
-  }
+  worker_.killWhenDue();
+  if (!worker_.isRunning() || worker_.endReason() || !sites_.isBlocked()) return;
   endWorker("the plug-in was ended, for a test exceeded its time limit");
 }
 
 void Engine::endWorker(const std::string& reason) {
-  {
-    // No device is to begin with it any more.
-    const std::lock_guard lock(mutex_);
-    if (state_ != State::Ended) state_ = State::Starting;
-  }
-  endReason_ = reason;
-  isOurDoing_ = true;
-  worker_->terminate();
-  killAt_ = Clock::now() + kAfterTerminate;
+  sites_.close();
+  worker_.end(reason);
 }
 
 void Engine::stopWhenAsked() {
   if (Signals::stopRequested() && !stopTold_) {
     stopTold_ = true;
-    const std::lock_guard lock(mutex_);
-    for (const std::string& site : busy_) {
-      if (worker_ == nullptr || orphaned_.contains(site)) continue;
-      worker_->channel().send(messageFrom(Stop{site, kStopped}));
-    }
+    sites_.forEachBusy([this](const std::string& site) {
+      worker_.send(messageFrom(Stop{site, kStoppedOnRequest}));
+    });
   }
-  if (Signals::stopAtOnceRequested() && worker_ != nullptr && !endReason_ && !stoppedAtOnce_) {
+  if (Signals::stopAtOnceRequested() && worker_.isRunning() && !worker_.endReason() &&
+      !stoppedAtOnce_) {
     stoppedAtOnce_ = true;
     endWorker(kStoppedAtOnce);
   }

@@ -1,24 +1,21 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <map>
-#include <memory>
-#include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "ConsoleLogFile.h"
 #include "EventLog.h"
 #include "RunOptions.h"
+#include "SafeStates.h"
 #include "Screen.h"
+#include "SiteBoard.h"
 #include "SiteEvent.h"
 #include "SiteSafety.h"
-#include "WorkerProcess.h"
-#include "common/Descriptor.h"
+#include "WorkerLink.h"
 
 namespace station {
 
@@ -29,7 +26,7 @@ namespace station {
 /// worker is to live. Sites may call from threads of their own.
 class Engine {
  public:
-  Engine(const RunOptions& options, Screen& screen, ConsoleLogFile& diagnostics,
+  Engine(const RunOptions& options, Screen& screen, const ConsoleLogFile& diagnostics,
          const EventLog& events);
   ~Engine();  ///< unloads, if that is not done
   Engine(const Engine&) = delete;
@@ -58,27 +55,29 @@ class Engine {
   // Any thread.
 
   /// Has `serve` ask whether it is done.
-  void wake() const;
+  void wake() const { worker_.wake(); }
 
   SiteSafety& safety() { return safety_; }
 
   // The site's thread.
 
   /// Waits until a device can be tested; false when none can any more.
-  bool awaitWorker();
+  bool awaitWorker() { return sites_.awaitOpen(); }
   /// Waits until a device can be tested. When none can be tested any more, the reason. The worker
   /// can then be told; if it ends meanwhile, that is the site's next event.
-  std::optional<std::string> reserve(const std::string& site);
+  std::optional<std::string> reserve(const std::string& site) { return sites_.reserve(site); }
   /// The site's device begins now. False when it cannot with this worker, which ends or has ended.
-  bool begin(const std::string& site);
+  bool begin(const std::string& site) { return sites_.begin(site); }
   /// The site's next event; absent when none has come by then.
   std::optional<SiteEvent> next(const std::string& site,
-                                std::optional<SiteEvents::Clock::time_point> until);
+                                std::optional<SiteEvents::Clock::time_point> until) {
+    return sites_.next(site, until);
+  }
   /// Tells the worker that has the site's device. One that came after it knows nothing of that
   /// device, and is not told.
   template <typename T>
   void tell(const T& told) {
-    sendOfDevice(told.site, messageFrom(told));
+    sites_.withWorkerOf(told.site, [&] { worker_.send(messageFrom(told)); });
   }
   /// The device's test has exceeded its time limit: the worker is ended as soon as no other site
   /// has a device in progress; one that waits for its instruments has none.
@@ -88,22 +87,17 @@ class Engine {
 
  private:
   using Clock = std::chrono::steady_clock;
-  enum class State { Starting, Running, Draining, Ended };
 
   template <typename T>
   T await(std::optional<Clock::time_point> until = std::nullopt);
-  void pump(int milliseconds);
-  void readOutput();
-  bool readMessages();
+  void turn();
   void dispatch(const Message& message);
   template <typename T>
   void handOn(const Message& message);
-  void send(const Message& message);
-  void sendOfDevice(const std::string& site, const Message& message);
   void onEnd(int status);
   void restart();
-  void startFresh(const std::set<std::string>& sites);
-  bool awaitSafeStates(std::set<std::string>& sites);
+  void startFresh();
+  bool awaitSafeStates();
   void leaveSafe();
   void unloadWorker();
   void giveUp(const std::string& reason);
@@ -111,41 +105,25 @@ class Engine {
   void endWorkerWhenDue();
   void stopWhenAsked();
 
-  const RunOptions& options_;
   Screen& screen_;
-  ConsoleLogFile& diagnostics_;
+  const ConsoleLogFile& diagnostics_;
   const EventLog& events_;
-  quillon::internal::Descriptor wake_;
   SiteSafety safety_;
+  SiteBoard sites_;
 
   // The station's thread only.
+  SafeStates safeStates_;
+  WorkerLink worker_;
   std::map<std::string, Message> arrived_;  // answers that `await` waits for, by type
   std::optional<Refused> refused_;
-  std::string unfinishedLine_;
   std::optional<Load> load_;            // to be repeated with each worker
   std::optional<OpenLoggers> columns_;  // likewise
   std::vector<Clock::time_point> crashes_;
-  std::optional<std::string> endReason_;  // why the worker is ended, if not by itself
-  bool isOurDoing_ = false;               // no fault of the plug-in counts
-  std::optional<Clock::time_point> killAt_;
   bool stopTold_ = false;
   bool stoppedAtOnce_ = false;
   bool unloading_ = false;
   bool unloaded_ = false;      // the worker has said so
   bool safeStateDue_ = false;  // the last worker may have left fixtures in the middle of a test
-  std::map<std::string, SafeStateDone> safeStates_;  // answers, by site
-
-  std::mutex mutex_;  // guards what follows
-  std::condition_variable changed_;
-  State state_ = State::Starting;
-  std::string ended_;  // why no device can be tested any more
-  std::unique_ptr<WorkerProcess> worker_;
-  std::map<std::string, SiteEvents> sites_;  // grows while loading only
-  std::set<std::string> available_;          // sites of the present worker
-  std::set<std::string> busy_;
-  std::set<std::string> testing_;   // busy ones whose device has begun
-  std::set<std::string> orphaned_;  // busy ones whose worker has ended
-  std::set<std::string> overdue_;
 };
 
 }  // namespace station

@@ -1,0 +1,45 @@
+#include "SafeStates.h"
+
+#include <utility>
+
+namespace station {
+
+void SafeStates::want(const std::vector<std::string>& sites) {
+  wanted_.insert(sites.begin(), sites.end());
+}
+
+void SafeStates::ask(const std::function<bool(const std::string&)>& isLoaded,
+                     const std::function<void(const SafeState&)>& ask) {
+  for (const std::string& site : std::set(wanted_)) {
+    if (isLoaded(site)) {
+      ask(SafeState{site});
+    } else {
+      wanted_.erase(site);
+      safety_.isUnsafe(site, "its instruments did not come up again for its safe state");
+    }
+  }
+  until_ = Clock::now() + limit_;
+}
+
+void SafeStates::answered(const SafeStateDone& answer) {
+  if (wanted_.erase(answer.site) == 0) return;
+  diagnostics_.write(answer.site, answer.problem ? "no safe state" : "in its safe state");
+  if (answer.problem) safety_.isUnsafe(answer.site, *answer.problem);
+}
+
+std::optional<std::string> SafeStates::lateness() const {
+  if (wanted_.empty() || Clock::now() <= until_) return std::nullopt;
+  return "the plug-in was killed after " + std::to_string(limit_.count()) + " s";
+}
+
+void SafeStates::workerEnded(const std::string& reason) { giveUp(reason + " in onSafeState"); }
+
+void SafeStates::couldNotBeTried(const std::string& reason) {
+  giveUp("its safe state could not be tried: " + reason);
+}
+
+void SafeStates::giveUp(const std::string& reason) {
+  for (const std::string& site : std::exchange(wanted_, {})) safety_.isUnsafe(site, reason);
+}
+
+}  // namespace station

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "ConsoleLogFile.h"
+#include "SiteSafety.h"
+#include "link/Messages.h"
+
+namespace station {
+
+/// Keeps which fixtures have still to be brought into their safe state, and what comes of it: a
+/// site where it fails is unsafe. For the station's thread.
+class SafeStates {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  /// `limit` is what a fixture gets for it.
+  SafeStates(SiteSafety& safety, const ConsoleLogFile& diagnostics, std::chrono::seconds limit)
+      : safety_(safety), diagnostics_(diagnostics), limit_(limit) {}
+
+  /// From now on these sites want their safe state.
+  void want(const std::vector<std::string>& sites);
+  /// Asks with `ask`, all at once, the sites that want it; those that are not `isLoaded` are
+  /// unsafe.
+  void ask(const std::function<bool(const std::string&)>& isLoaded,
+           const std::function<void(const SafeState&)>& ask);
+  void answered(const SafeStateDone& answer);
+  /// No site wants it any more.
+  bool areDone() const { return wanted_.empty(); }
+  /// A site that was asked has not answered in time. Why its worker is ended then; absent before.
+  std::optional<std::string> lateness() const;
+  /// The worker ended; who has not answered is unsafe.
+  void workerEnded(const std::string& reason);
+  /// There is no worker that could be asked.
+  void couldNotBeTried(const std::string& reason);
+
+ private:
+  void giveUp(const std::string& reason);
+
+  SiteSafety& safety_;
+  const ConsoleLogFile& diagnostics_;
+  const std::chrono::seconds limit_;
+  std::set<std::string> wanted_;
+  Clock::time_point until_;
+};
+
+}  // namespace station

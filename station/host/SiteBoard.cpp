@@ -1,0 +1,139 @@
+#include "SiteBoard.h"
+
+#include <utility>
+
+#include "Signals.h"
+
+namespace station {
+
+void SiteBoard::loaded(const std::vector<std::string>& sites) {
+  const std::lock_guard lock(mutex_);
+  loaded_ = {sites.begin(), sites.end()};
+  if (!events_.empty()) return;
+  for (const std::string& site : sites) events_[site];
+}
+
+std::vector<std::string> SiteBoard::all() const {
+  const std::lock_guard lock(mutex_);
+  std::vector<std::string> names;
+  for (const auto& site : events_) names.push_back(site.first);
+  return names;
+}
+
+bool SiteBoard::isLoaded(const std::string& site) const {
+  const std::lock_guard lock(mutex_);
+  return loaded_.contains(site);
+}
+
+void SiteBoard::open() {
+  const std::lock_guard lock(mutex_);
+  state_ = State::Open;
+  changed_.notify_all();
+}
+
+void SiteBoard::close() {
+  const std::lock_guard lock(mutex_);
+  if (state_ != State::Ended) state_ = State::Closed;
+}
+
+void SiteBoard::workerEnded(const std::string& reason) {
+  const std::lock_guard lock(mutex_);
+  if (state_ != State::Ended) state_ = State::Closed;
+  overdue_.clear();
+  for (const std::string& site : busy_) {
+    if (orphaned_.insert(site).second) events_.at(site).push(WorkerEnded{reason});
+  }
+}
+
+void SiteBoard::giveUp(const std::string& reason) {
+  const std::lock_guard lock(mutex_);
+  ended_ = reason;
+  state_ = State::Ended;
+  changed_.notify_all();
+}
+
+bool SiteBoard::hasGivenUp() const {
+  const std::lock_guard lock(mutex_);
+  return state_ == State::Ended;
+}
+
+bool SiteBoard::isBlocked() const {
+  const std::lock_guard lock(mutex_);
+  return state_ == State::Draining && overdue_ == testing_;
+}
+
+bool SiteBoard::push(const std::string& site, SiteEvent event) {
+  const std::lock_guard lock(mutex_);
+  const auto found = events_.find(site);
+  if (found == events_.end()) return false;
+  found->second.push(std::move(event));
+  return true;
+}
+
+void SiteBoard::forEachBusy(const std::function<void(const std::string&)>& function) const {
+  const std::lock_guard lock(mutex_);
+  for (const std::string& site : busy_) {
+    if (!orphaned_.contains(site)) function(site);
+  }
+}
+
+bool SiteBoard::awaitOpen() {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return state_ == State::Open || state_ == State::Ended; });
+  return state_ == State::Open;
+}
+
+std::optional<std::string> SiteBoard::reserve(const std::string& site) {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return state_ == State::Open || state_ == State::Ended; });
+  if (state_ == State::Ended) return ended_;
+  if (!loaded_.contains(site)) return "its instruments did not come up again";
+  if (Signals::stopRequested()) return kStoppedOnRequest;
+  if (const auto reason = safety_.reason(site)) return "unsafe: " + *reason;
+  events_.at(site).clear();
+  busy_.insert(site);
+  return std::nullopt;
+}
+
+bool SiteBoard::begin(const std::string& site) {
+  const std::lock_guard lock(mutex_);
+  if (state_ != State::Open || orphaned_.contains(site)) return false;
+  testing_.insert(site);
+  return true;
+}
+
+std::optional<SiteEvent> SiteBoard::next(const std::string& site,
+                                         std::optional<Clock::time_point> until) {
+  SiteEvents* events = nullptr;
+  {
+    const std::lock_guard lock(mutex_);
+    events = &events_.at(site);
+  }
+  return events->next(until);
+}
+
+void SiteBoard::isOverdue(const std::string& site) {
+  const std::lock_guard lock(mutex_);
+  if (orphaned_.contains(site)) return;  // the test has ended with its worker
+  overdue_.insert(site);
+  if (state_ == State::Open) state_ = State::Draining;
+}
+
+void SiteBoard::end(const std::string& site) {
+  const std::lock_guard lock(mutex_);
+  busy_.erase(site);
+  testing_.erase(site);
+  orphaned_.erase(site);
+  overdue_.erase(site);
+  if (state_ == State::Draining && overdue_.empty()) {
+    state_ = State::Open;
+    changed_.notify_all();
+  }
+}
+
+void SiteBoard::withWorkerOf(const std::string& site, const std::function<void()>& function) const {
+  const std::lock_guard lock(mutex_);
+  if (busy_.contains(site) && !orphaned_.contains(site)) function();
+}
+
+}  // namespace station
