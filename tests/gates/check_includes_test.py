@@ -74,6 +74,12 @@ class CheckIncludes(unittest.TestCase):
             ["results/X.cpp:1: results/ includes station/Text.h",
              "results/X.cpp:2: results/ includes framework/platform/QLTValue.h"])
 
+    def test_the_web_server_includes_itself_and_the_base_only(self):
+        self.assertEqual(
+            faults(web__X_cpp='#include "common/Text.h"\n#include "results/Rows.h"\n#include <QLTValue.h>\n'),
+            ["web/X.cpp:2: web/ includes results/Rows.h",
+             "web/X.cpp:3: web/ includes framework/platform/QLTValue.h"])
+
     def test_the_inside_of_the_framework_is_for_the_framework(self):
         for folder in ("station", "simulators", "tests", "examples"):
             with self.subTest(folder):

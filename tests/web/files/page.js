@@ -1,0 +1,1 @@
+export const text = "back\\slash, \"quotes\", umlaut ä, )QUILLON\", ??= ${x}; [[a;b]]";
