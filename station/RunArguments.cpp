@@ -1,8 +1,26 @@
 #include "RunArguments.h"
 
+#include <map>
+#include <string>
+
 #include <CLI/CLI.hpp>
 
+#include "results/Rows.h"
+
 namespace station {
+namespace {
+
+/// What a person may say that devices are tested for, by its word.
+std::map<std::string, results::RunKind> kinds() {
+  using Kind = results::RunKind;
+  std::map<std::string, Kind> byWord;
+  for (const Kind kind : {Kind::Production, Kind::Golden, Kind::Study, Kind::Debug}) {
+    byWord[results::text(kind)] = kind;
+  }
+  return byWord;
+}
+
+}  // namespace
 
 void RunArguments::describeTo(CLI::App& command) {
   command.add_option("BUNDLE", options_.bundle, "The test plug-in, a folder NAME.bundle")
@@ -29,6 +47,17 @@ void RunArguments::describeTo(CLI::App& command) {
       ->type_name("N")
       ->check(CLI::Range(1, 1000000))
       ->capture_default_str();
+  command
+      .add_option("--operator", options_.purpose.operatorName, "Who tests, for the results store")
+      ->type_name("NAME");
+  command
+      .add_option("--kind", options_.purpose.kind,
+                  "What the devices are tested for; only production counts in the yield")
+      ->transform(CLI::CheckedTransformer(kinds(), CLI::ignore_case).description(""))
+      ->type_name("production|golden|study|debug")
+      ->default_str("production");
+  command.add_option("--reason", options_.purpose.reason, "Why, where it is no production")
+      ->type_name("TEXT");
   command
       .add_option("--safe-state-limit", options_.safeStateLimit,
                   "Seconds that a plug-in gets to bring a fixture into its safe state, at most 30")

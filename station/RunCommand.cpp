@@ -5,6 +5,7 @@
 #include "Commands.h"
 #include "RunArguments.h"
 #include "StationRun.h"
+#include "TerminalFace.h"
 
 namespace station {
 
@@ -14,7 +15,14 @@ void addRunCommand(CLI::App& app, Command& chosen) {
       app.add_subcommand("run", "Test devices with a plug-in, at all sites at once");
   arguments->describeTo(*command);
   command->callback([arguments, &chosen] {
-    chosen = [arguments] { return StationRun(arguments->options()).run(); };
+    chosen = [arguments] {
+      const RunOptions options = arguments->options();
+      return StationRun(options,
+                        [&options](const FaceContext& context) {
+                          return std::make_unique<TerminalFace>(options, context);
+                        })
+          .run();
+    };
   });
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "DeviceSource.h"
 #include "SerialNumbers.h"
 
 namespace station {
@@ -18,7 +19,8 @@ struct RunOptions {
   SerialNumbers serialNumbers;
   std::filesystem::path answers;  ///< a file, see `AnswerFile`; empty: none
   std::string logFolder = kDefaultLogFolder;
-  int repeat = 1;                   ///< devices per site
+  int repeat = 1;                   ///< devices per site; 0: without end
+  RunPurpose purpose = {};          ///< of all runs
   int safeStateLimit = 30;          ///< seconds for the safe state of a site
   bool allowUnknownKeys = false;    ///< in the plug-in's configuration
   std::string calibrationOverride;  ///< NAME:REASON; empty: none

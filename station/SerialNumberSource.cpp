@@ -23,11 +23,13 @@ constexpr const char* kEnds = " (Ctrl-D ends.)";
 }  // namespace
 
 SerialNumberSource::SerialNumberSource(SerialNumbers given, std::vector<std::string> sites,
-                                       Screen& screen, std::optional<SerialPattern> pattern)
+                                       Screen& screen, std::optional<SerialPattern> pattern,
+                                       RunPurpose purpose)
     : given_(std::move(given)),
       sites_(std::move(sites)),
       screen_(screen),
-      pattern_(std::move(pattern)),
+      purpose_(std::move(purpose)),
+      rules_(std::move(pattern)),
       prompt_(screen) {
   warnOfEqualOnes();
   checkSites();
@@ -61,7 +63,7 @@ void SerialNumberSource::checkSites() const {
 
 void SerialNumberSource::checkPattern() const {
   for (const auto& [site, serialNumber] : given_) {
-    const std::string complaint = complaintOfPattern(serialNumber);
+    const std::string complaint = rules_.complaintOfPattern(serialNumber);
     if (complaint.empty()) continue;
     std::string option = "--sn ";
     option.append(printable(site)).append("=").append(printable(serialNumber));
@@ -81,12 +83,12 @@ void SerialNumberSource::checkThatOthersCanBeAsked() const {
                       "=SERIAL, or start quillon on a terminal, where it asks.");
 }
 
-std::optional<std::string> SerialNumberSource::next(const std::string& site) {
+std::optional<NextDevice> SerialNumberSource::next(const std::string& site) {
   std::unique_lock lock(mutex_);
   const auto given = given_.find(site);
   if (given != given_.end()) {
-    running_[site] = given->second;
-    return given->second;
+    rules_.take(site, given->second);
+    return NextDevice{given->second, purpose_};
   }
   const std::ptrdiff_t rank = rankOf(site);
   waiting_.insert(rank);
@@ -95,19 +97,20 @@ std::optional<std::string> SerialNumberSource::next(const std::string& site) {
   if (ended_) return std::nullopt;
   asking_ = true;
   lock.unlock();
-  auto answer =
-      prompt_.ask("Serial number of the device at site " + site + ": ",
-                  [&](const std::string& text) { return complaintAbout(text); }, {.hint = kEnds});
+  auto answer = prompt_.ask("Serial number of the device at site " + site + ": ",
+                            [&](const std::string& text) { return rules_.complaintAbout(text); },
+                            {.hint = kEnds});
   lock.lock();
   asking_ = false;
   waiting_.erase(rank);
   if (answer) {
-    running_[site] = *answer;
+    rules_.take(site, *answer);
   } else {
     ended_ = true;
   }
   changed_.notify_all();
-  return answer;
+  if (!answer) return std::nullopt;
+  return NextDevice{*answer, purpose_};
 }
 
 std::optional<std::string> SerialNumberSource::whoMadeSafe(const std::string& site,
@@ -156,10 +159,7 @@ std::optional<std::string> SerialNumberSource::answerTo(
   return answer;
 }
 
-void SerialNumberSource::release(const std::string& site) {
-  const std::lock_guard lock(mutex_);
-  running_.erase(site);
-}
+void SerialNumberSource::release(const std::string& site) { rules_.release(site); }
 
 void SerialNumberSource::leave(const std::string& site) {
   const std::lock_guard lock(mutex_);
@@ -169,26 +169,6 @@ void SerialNumberSource::leave(const std::string& site) {
 
 std::ptrdiff_t SerialNumberSource::rankOf(const std::string& site) const {
   return std::distance(sites_.begin(), std::find(sites_.begin(), sites_.end(), site));
-}
-
-std::string SerialNumberSource::complaintOfPattern(const std::string& serialNumber) const {
-  if (!pattern_ || pattern_->matches(serialNumber)) return "";
-  return printable(serialNumber) + " is no serial number of these devices, which match " +
-         printable(pattern_->text()) + ".";
-}
-
-/// What is wrong with an answer; "" when nothing is.
-std::string SerialNumberSource::complaintAbout(const std::string& serialNumber) const {
-  std::string complaint = complaintAboutSerialNumber(serialNumber);
-  if (complaint.empty()) complaint = complaintOfPattern(serialNumber);
-  if (!complaint.empty()) return complaint;
-  const std::lock_guard lock(mutex_);
-  for (const auto& [site, running] : running_) {
-    if (running != serialNumber) continue;
-    complaint = running;
-    return complaint.append(" is being tested at site ").append(site).append(".");
-  }
-  return "";
 }
 
 }  // namespace station

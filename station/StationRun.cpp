@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
-#include <cstdint>
-#include <ctime>
 #include <deque>
 #include <filesystem>
 #include <memory>
@@ -18,16 +16,11 @@
 #include "CannotRun.h"
 #include "ConfigVerdict.h"
 #include "ConsoleLogFile.h"
-#include "LogFiles.h"
-#include "QuestionDesk.h"
-#include "SerialNumberSource.h"
 #include "StationInfo.h"
 #include "StationWords.h"
 #include "Text.h"
 #include "ThreadName.h"
 #include "host/ResultLog.h"
-#include "results/Queries.h"
-#include "view/RunViews.h"
 
 namespace station {
 namespace {
@@ -59,27 +52,6 @@ results::Plan planOf(const Loaded& loaded) {
   return plan;
 }
 
-/// The devices that this station has tested since midnight, local time. All 0 when the store cannot
-/// tell: they are only shown.
-Counters countersOfToday(const results::Store& store) {
-  const std::time_t now = std::time(nullptr);
-  std::tm day{};
-  localtime_r(&now, &day);
-  day.tm_hour = day.tm_min = day.tm_sec = 0;
-  day.tm_isdst = -1;
-  constexpr std::int64_t kMicroseconds = 1'000'000;
-  try {
-    const results::Counters counters =
-        results::Queries(store.file())
-            .counters(store.stationId(), std::mktime(&day) * kMicroseconds,
-                      (now + 1) * kMicroseconds);
-    return {static_cast<int>(counters.passed), static_cast<int>(counters.failed),
-            static_cast<int>(counters.brokenOff)};
-  } catch (const results::StoreError&) {
-    return {};
-  }
-}
-
 results::Run runOf(const StationWords& words) {
   results::Run run;
   run.part = words.part;
@@ -90,8 +62,9 @@ results::Run runOf(const StationWords& words) {
 
 }  // namespace
 
-StationRun::StationRun(RunOptions options)
+StationRun::StationRun(RunOptions options, FaceMaker makeFace)
     : options_(std::move(options)),
+      makeFace_(std::move(makeFace)),
       screen_(options_.json ? STDERR_FILENO : STDOUT_FILENO, STDERR_FILENO) {}
 
 int StationRun::run() {
@@ -109,25 +82,20 @@ int StationRun::run() {
   Loaded loaded = engine.load({options_.flow, options_.sites, options_.logFolder, files.diagnostics,
                                options_.calibrationOverride});
   if (options_.sites.empty()) sortLike(checked.sites, loaded.sites);
-  const int status = runOn(engine, loaded, files.results, diagnostics, events, store);
+  const int status = runOn(engine, loaded, files, diagnostics, events, store);
   screen_.line("Results:     " + files.results + "\nDiagnostics: " + files.diagnostics);
   return status;
 }
 
-int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& csvPath,
+int StationRun::runOn(Engine& engine, const Loaded& loaded, const LogFiles& files,
                       const ConsoleLogFile& diagnostics, EventLog& events,
                       std::unique_ptr<results::Store>& store) {
   const StationWords words = readStationWords(loaded.stationAttributes);
   tellUnavailable(loaded, diagnostics);
-  SerialNumbers given = options_.serialNumbers;
-  std::erase_if(given, [&](const auto& each) { return loaded.unavailable.contains(each.first); });
-  SerialNumberSource serialNumbers(std::move(given), loaded.sites, screen_, words.serialPattern);
-  QuestionDesk desk(
-      options_.answers.empty() ? nullptr : std::make_unique<AnswerFile>(options_.answers),
-      serialNumbers, screen_);
-  ResultLog results(csvPath, loaded.stationAttributes, screen_);
+  ResultLog results(files.results, loaded.stationAttributes, screen_);
   store = openStore();
   events.keepIn(*store);
+  const std::unique_ptr<Face> face = makeFace_({loaded, words, files, engine, *store, screen_});
   if (recover(*store)) engine.makeSafe();
   engine.openLoggers(results.columns());
   results.open();
@@ -136,13 +104,11 @@ int StationRun::runOn(Engine& engine, const Loaded& loaded, const std::string& c
   for (const std::string& site : loaded.disabledSites) {
     screen_.line("Site " + printable(site) + " is disabled in the station's configuration.");
   }
-  const std::unique_ptr<RunView> view =
-      makeRunView(options_, loaded, screen_, countersOfToday(*store));
-  const Series series = test(loaded.sites, {engine, serialNumbers, results, recording, *view, desk,
-                                            diagnostics, events, options_.repeat, words.timeLimit});
+  const Series series = test(loaded.sites, {engine, *face, results, recording, diagnostics, events,
+                                            options_.repeat, words.timeLimit});
   engine.unload();
-  desk.warnOfUnused();
-  view->runEnded(series.outcomes);
+  face->ended();
+  face->view().runEnded(series.outcomes);
   if (series.storeFailure) {
     screen_.warning("the results store is not complete: " + printable(*series.storeFailure) +
                     "; test the devices that were broken off again");

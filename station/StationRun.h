@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "Face.h"
+#include "LogFiles.h"
 #include "Outcome.h"
 #include "RunOptions.h"
 #include "Screen.h"
@@ -15,12 +17,12 @@
 
 namespace station {
 
-/// One `quillon run`, from starting the worker to the table at the end.
+/// One session of a station, from starting the worker to its end.
 ///
 /// For the main thread; it starts one thread for each site.
 class StationRun {
  public:
-  explicit StationRun(RunOptions options);
+  StationRun(RunOptions options, FaceMaker makeFace);
 
   /// The exit status: 0 when all devices passed, else 1. `CannotRun` when nothing can be tested.
   int run();
@@ -33,7 +35,7 @@ class StationRun {
     std::optional<std::string> storeFailure = {};  ///< of any site
   };
 
-  int runOn(Engine& engine, const Loaded& loaded, const std::string& csvPath,
+  int runOn(Engine& engine, const Loaded& loaded, const LogFiles& files,
             const ConsoleLogFile& diagnostics, EventLog& events,
             std::unique_ptr<results::Store>& store);
   std::unique_ptr<results::Store> openStore() const;
@@ -43,6 +45,7 @@ class StationRun {
   static Series test(const std::vector<std::string>& sites, const SiteSession::Station& station);
 
   const RunOptions options_;
+  const FaceMaker makeFace_;
   Screen screen_;
   const Signals signals_;
 };

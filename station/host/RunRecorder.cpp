@@ -79,11 +79,13 @@ results::Spec specOf(const QLTestResult& record, const results::Plan& plan) {
 
 }  // namespace
 
-RunRecorder::RunRecorder(const Session& session, const std::string& site,
-                         const std::string& serialNumber)
+RunRecorder::RunRecorder(const Session& session, const std::string& site, const NextDevice& device)
     : session_(session), run_(session.run) {
   run_.site = site;
-  run_.serial = serialNumber;
+  run_.serial = device.serialNumber;
+  run_.kind = device.purpose.kind;
+  run_.operatorName = device.purpose.operatorName;
+  run_.reason = device.purpose.reason;
   run_ = session_.store.beginRun(std::move(run_), session_.plan);
   for (const auto& [name, value] : session_.stationAttributes) {
     session_.store.addAttribute({run_.id, 0, name, value.text()});

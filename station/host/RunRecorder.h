@@ -8,6 +8,7 @@
 #include <QLTValue.h>
 #include <QLTestResult.h>
 
+#include "DeviceSource.h"
 #include "Outcome.h"
 #include "link/Messages.h"
 #include "results/Store.h"
@@ -29,7 +30,7 @@ class RunRecorder {
   };
 
   /// Enters the run, on disk when this returns. Throws `results::StoreError`.
-  RunRecorder(const Session& session, const std::string& site, const std::string& serialNumber);
+  RunRecorder(const Session& session, const std::string& site, const NextDevice& device);
 
   const std::string& id() const { return run_.id; }
 

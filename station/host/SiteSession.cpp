@@ -36,6 +36,7 @@ std::string shortSeconds(double seconds) {
 
 struct SiteSession::Device {
   Outcome outcome;
+  RunPurpose purpose;
   std::optional<RunRecorder> run;
   SiteEvents::Clock::time_point started = SiteEvents::Clock::now();
   std::optional<SiteEvents::Clock::time_point> deadline;  // of the test in progress
@@ -53,14 +54,14 @@ SiteSession::SiteSession(std::string site, const Station& station)
     : site_(std::move(site)), station_(station) {}
 
 void SiteSession::run() {
-  for (int round = 1; round <= station_.devices; ++round) {
+  for (int round = 1; station_.devices == 0 || round <= station_.devices; ++round) {
     // Where the results of one device were lost, those of the next would be.
     if (Signals::stopRequested() || !canRecord()) break;
     if (!testNext(round)) break;
     complete_ = round == station_.devices;
   }
-  station_.view.siteIs(site_, SiteState::Ended);
-  station_.serialNumbers.leave(site_);
+  view().siteIs(site_, SiteState::Ended);
+  station_.face.devices().leave(site_);
 }
 
 bool SiteSession::canRecord() const {
@@ -70,11 +71,11 @@ bool SiteSession::canRecord() const {
 /// False when no device can be tested any more, or the fixture may not be safe and nobody says that
 /// it is: the site is not used then.
 bool SiteSession::isSafe() const {
-  station_.view.siteIs(site_, SiteState::Waiting);
+  view().siteIs(site_, SiteState::Waiting);
   if (!station_.engine.awaitWorker()) return false;
   while (const auto reason = station_.engine.safety().reason(site_)) {
-    station_.view.siteIs(site_, SiteState::Unsafe);
-    const auto who = station_.serialNumbers.whoMadeSafe(site_, *reason);
+    view().siteIs(site_, SiteState::Unsafe);
+    const auto who = station_.face.devices().whoMadeSafe(site_, *reason);
     if (!who) return false;
     station_.engine.safety().acknowledge(site_, *who);
   }
@@ -103,30 +104,31 @@ bool SiteSession::reserve() {
 
 bool SiteSession::testNext(int round) {
   if (!isSafe()) return false;
-  station_.view.siteIs(site_, SiteState::Empty);
-  const auto serialNumber = station_.serialNumbers.next(site_);
-  if (!serialNumber) return false;
-  station_.view.siteIs(site_, SiteState::Waiting);
+  view().siteIs(site_, SiteState::Empty);
+  const auto next = station_.face.devices().next(site_);
+  if (!next) return false;
+  view().siteIs(site_, SiteState::Waiting);
   const bool begun = reserve();
   if (begun) {
     Device device;
     device.outcome.site = site_;
-    device.outcome.serialNumber = *serialNumber;
+    device.outcome.serialNumber = next->serialNumber;
+    device.purpose = next->purpose;
     device.outcome.round = round;
-    station_.view.deviceStarted(device.outcome);
+    view().deviceStarted(device.outcome);
     test(device);
     station_.engine.end(site_);
-    station_.view.deviceDone(device.outcome, device.tests);
-    outcomes_.push_back(std::move(device.outcome));
+    view().deviceDone(device.outcome, device.tests);
+    if (station_.devices != 0) outcomes_.push_back(std::move(device.outcome));
   }
-  station_.serialNumbers.release(site_);
+  station_.face.devices().release(site_);
   return begun;
 }
 
 void SiteSession::test(Device& device) {
   Outcome& outcome = device.outcome;
   try {
-    device.run.emplace(station_.store, site_, outcome.serialNumber);
+    device.run.emplace(station_.store, site_, NextDevice{outcome.serialNumber, device.purpose});
   } catch (const results::StoreError& problem) {
     storeFailure_ = problem.what();
     outcome.brokenOff = std::string("not tested, for it cannot be recorded: ") + problem.what();
@@ -177,7 +179,7 @@ void SiteSession::on(Device& device, const TestStarted& event) {
                                        std::chrono::duration<double>(*device.test->timeLimit));
   }
   device.run->testStarted(event);
-  station_.view.testStarted(event);
+  view().testStarted(event);
 }
 
 void SiteSession::on(Device& device, const Reported& event) {
@@ -208,7 +210,7 @@ void SiteSession::on(Device& device, const Tested& event) {
                           .failure = failure.empty() ? lost.value_or("") : failure,
                           .index = event.index,
                           .records = event.records});
-  station_.view.testDone(device.tests.back());
+  view().testDone(device.tests.back());
   tellTest(event);
 }
 
@@ -216,16 +218,16 @@ void SiteSession::on(Device& device, const Asked& event) {
   device.questions.emplace_back([this, event](const std::stop_token& cancelled) {
     threadName() = site_;
     const auto asked = SiteEvents::Clock::now();
-    const Answered answer = station_.desk.answer(event, cancelled);
+    const Answered answer = station_.face.questions().answer(event, cancelled);
     answered(event, answer,
              std::chrono::duration<double>(SiteEvents::Clock::now() - asked).count());
     station_.engine.tell(answer);
   });
 }
 
-void SiteSession::on(Device&, const Shown& event) { station_.desk.show(event); }
+void SiteSession::on(Device&, const Shown& event) { station_.face.questions().show(event); }
 
-void SiteSession::on(Device&, const Progressed& event) { station_.desk.show(event); }
+void SiteSession::on(Device&, const Progressed& event) { station_.face.questions().show(event); }
 
 /// Every question that was answered, or not, passes here.
 void SiteSession::answered(const Asked& question, const Answered& answer, double seconds) const {
@@ -237,7 +239,7 @@ void SiteSession::answered(const Asked& question, const Answered& answer, double
 }
 
 void SiteSession::on(Device& device, const FlowEnded& event) {
-  station_.view.siteIs(site_, SiteState::Saving);
+  view().siteIs(site_, SiteState::Saving);
   Outcome& outcome = device.outcome;
   if (!outcome.brokenOff) outcome.brokenOff = event.brokenOff;
   // No pass with a test that was seen to fail, whatever the plug-in's process says.

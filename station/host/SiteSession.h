@@ -8,11 +8,10 @@
 
 #include "ConsoleLogFile.h"
 #include "Engine.h"
+#include "Face.h"
 #include "Outcome.h"
-#include "QuestionDesk.h"
 #include "ResultLog.h"
 #include "RunRecorder.h"
-#include "SerialNumberSource.h"
 #include "view/RunView.h"
 
 namespace station {
@@ -24,14 +23,12 @@ class SiteSession {
   /// What all sites share.
   struct Station {
     Engine& engine;
-    SerialNumberSource& serialNumbers;
+    Face& face;
     ResultLog& results;
     const RunRecorder::Session& store;
-    RunView& view;
-    QuestionDesk& desk;
     const ConsoleLogFile& diagnostics;
     const EventLog& events;
-    int devices = 1;                  ///< for each site
+    int devices = 1;                  ///< for each site; 0: without end
     std::optional<double> timeLimit;  ///< for tests without one of their own, in seconds
   };
 
@@ -42,6 +39,7 @@ class SiteSession {
 
   // After that.
 
+  /// Without end, none is kept.
   const std::vector<Outcome>& outcomes() const { return outcomes_; }
   bool isComplete() const { return complete_; }  ///< all devices were tested
   /// Why the store lacks something of a device, though it may work again; absent when it does not.
@@ -72,6 +70,7 @@ class SiteSession {
   bool canRecord() const;
   void save(Device& device);
   void finish(Device& device);
+  RunView& view() const { return station_.face.view(); }
   void onTimeLimit(Device& device);
   void tell(const std::string& line) const;
   void tellTest(const Tested& test) const;

@@ -100,6 +100,17 @@ TEST_F(StationStore, keepsARunWithAllThatBelongsToIt) {
   EXPECT_TRUE(has(1, "note", "n"));
 }
 
+TEST_F(StationStore, keepsWhoTestsAndWhatFor) {
+  bundle_.configure(TroubleBundle::test("Volts", ""));
+  StationProcess station(
+      atLeft({"--operator", "Ann", "--kind", "golden", "--reason", "after the repair"}));
+  EXPECT_EQ(station.wait(), 0) << station.errors();
+  const RunContent content = runOf(station);
+  EXPECT_EQ(content.run.kind, results::RunKind::Golden);
+  EXPECT_THAT(content.run.operatorName, Optional(std::string("Ann")));
+  EXPECT_THAT(content.run.reason, Optional(std::string("after the repair")));
+}
+
 TEST_F(StationStore, keepsWhatMeasured) {
   test::writeTesterConfig(
       "meter-7,Instrument,0,assetSerial=A123;calibrationDue=2099-01-31\nsupply-1,Instrument,1,x="

@@ -45,6 +45,7 @@ TEST(RunArguments, everyOptionArrives) {
   EXPECT_THAT(options.serialNumbers, ElementsAre(Pair("left", "A"), Pair("right", "B=C")));
   EXPECT_EQ(options.logFolder, "/tmp/x");
   EXPECT_EQ(options.repeat, 3);
+  EXPECT_EQ(options.purpose.kind, results::RunKind::Production);
   EXPECT_TRUE(options.verbose);
 }
 
@@ -66,6 +67,7 @@ TEST(RunArguments, whatCannotBeMeantIsRefused) {
   EXPECT_THROW(parsed({"board.bundle", "--repeat", "0"}), CLI::ParseError);
   EXPECT_THROW(parsed({"board.bundle", "--repeat", "1000001"}), CLI::ParseError);
   EXPECT_THROW(parsed({"board.bundle", "--repaet", "1"}), CLI::ParseError);
+  EXPECT_THROW(parsed({"board.bundle", "--kind", "retest"}), CLI::ParseError);
   EXPECT_THROW(parsed({"board.bundle", "second.bundle"}), CLI::ParseError);
   EXPECT_THROW(parsed({"board.bundle", "--sn", "left"}), station::CannotRun);
 }

@@ -44,8 +44,8 @@ TEST(SerialNumberSource, givesWhatTheCommandLineGaveForEachDevice) {
   test::CapturedScreen captured;
   SerialNumberSource source({{"left", "A"}, {"right", "B"}}, {"right", "left"}, captured.screen());
   for (int round = 1; round <= 2; ++round) {
-    EXPECT_THAT(source.next("right"), Optional(std::string("B")));
-    EXPECT_THAT(source.next("left"), Optional(std::string("A")));
+    EXPECT_EQ(source.next("right").value().serialNumber, "B");
+    EXPECT_EQ(source.next("left").value().serialNumber, "A");
     source.release("left");
     source.release("right");
   }

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "results/Rows.h"
+
+namespace station {
+
+/// What a run is for, and who does it.
+struct RunPurpose {
+  results::RunKind kind = results::RunKind::Production;
+  std::optional<std::string> operatorName = {};
+  std::optional<std::string> reason = {};  ///< of a run that is no production
+};
+
+/// The device that a site tests next.
+struct NextDevice {
+  std::string serialNumber;
+  RunPurpose purpose = {};
+};
+
+/// Where the sites of a station get their devices from: whoever puts them in. Each site asks from
+/// its own thread.
+class DeviceSource {
+ public:
+  DeviceSource() = default;
+  virtual ~DeviceSource() = default;
+  DeviceSource(const DeviceSource&) = delete;
+  DeviceSource& operator=(const DeviceSource&) = delete;
+
+  /// Waits for the site's next device; absent when the site is to test no more.
+  virtual std::optional<NextDevice> next(const std::string& site) = 0;
+  /// Waits for the name of the person who has made the unsafe fixture of a site safe by hand.
+  /// Absent as with `next`, and when there is nobody to ask.
+  virtual std::optional<std::string> whoMadeSafe(const std::string& site,
+                                                 const std::string& reason) = 0;
+  /// The site's device is done.
+  virtual void release(const std::string& site) = 0;
+  /// The site wants no more devices; others may wait for it until it says so.
+  virtual void leave(const std::string& site) = 0;
+};
+
+}  // namespace station

@@ -1,0 +1,29 @@
+#include "Today.h"
+
+#include <cstdint>
+#include <ctime>
+
+#include "results/Queries.h"
+
+namespace station {
+
+Counters countersOfToday(const results::Store& store) {
+  const std::time_t now = std::time(nullptr);
+  std::tm day{};
+  localtime_r(&now, &day);
+  day.tm_hour = day.tm_min = day.tm_sec = 0;
+  day.tm_isdst = -1;
+  constexpr std::int64_t kMicroseconds = 1'000'000;
+  try {
+    const results::Counters counters =
+        results::Queries(store.file())
+            .counters(store.stationId(), std::mktime(&day) * kMicroseconds,
+                      (now + 1) * kMicroseconds);
+    return {static_cast<int>(counters.passed), static_cast<int>(counters.failed),
+            static_cast<int>(counters.brokenOff)};
+  } catch (const results::StoreError&) {
+    return {};
+  }
+}
+
+}  // namespace station
