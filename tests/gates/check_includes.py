@@ -4,9 +4,9 @@
     check_includes.py ROOT
 
 The floors of framework/ stand in framework/CMakeLists.txt, ground floor first. A floor includes itself and those before
-it, and common/; common/ includes only itself; results/ and web/ each themselves and common/. Whatever is not the framework
-uses its public headers, and common/; the examples, which build against an installed copy, the public headers alone. Each
-fault is one line, FILE:LINE: what; the exit status is 1 when there is any.
+it, and common/; common/ includes only itself; results/, statistics/ and web/ each themselves and common/. Whatever is not the
+framework uses its public headers, and common/; the examples, which build against an installed copy, the public headers
+alone. Each fault is one line, FILE:LINE: what; the exit status is 1 when there is any.
 """
 
 import pathlib
@@ -17,6 +17,8 @@ import sys
 ABOVE = {("framework/model/QLTestSuite.cpp", "framework/configuration/QLTestSiteManager.h")}
 # Tests go through the public interface. This one compiles the file that it tests.
 INSIDE = {("tests/platform/FrameworkVersionTest.cpp", "framework/platform/FrameworkVersion.h")}
+# The libraries below the station application that know nothing of the framework, nor of each other.
+BESIDE = ("results/", "statistics/", "web/")
 # What users copy, and build against an installed Quillon.
 WITHOUT_COMMON = ("examples/", "station/templates/")
 
@@ -49,9 +51,9 @@ class Tree:
         to_floor = self.floor(target)
         if file.startswith("common/"):
             return None if target.startswith("common/") else f"common/ includes {target}"
-        for library in ("results/", "web/"):
-            if file.startswith(library):
-                return None if target.startswith(("common/", library)) else f"{library} includes {target}"
+        for folder in BESIDE:
+            if file.startswith(folder):
+                return None if target.startswith(("common/", folder)) else f"{folder} includes {target}"
         if file.startswith("framework/"):
             if target.startswith("common/"):
                 return None
@@ -72,7 +74,7 @@ class Tree:
         return parts[1] if parts[0] == "framework" and parts[1] in self.floors else None
 
     def faults(self):
-        for folder in ("common", "framework", "results", "web", "station", "simulators", "examples", "tests", "benchmarks"):
+        for folder in ("common", "framework", *BESIDE, "station", "simulators", "examples", "tests", "benchmarks"):
             for path in sorted((self.root / folder).rglob("*")):
                 if path.suffix not in (".h", ".cpp", ".c"):
                     continue

@@ -25,8 +25,10 @@ FILES = {
     "common/Text.h": "#pragma once\n",
     "results/Rows.h": "#pragma once\n",
     "results/Store.h": '#include "common/Text.h"\n#include "results/Rows.h"\n',
+    "statistics/Summary.h": '#include "statistics/Computed.h"\n',
+    "statistics/Computed.h": "#pragma once\n",
     "station/Text.h": '#include <QLTValue.h>\n#include "common/Text.h"\n',
-    "station/Screen.cpp": '#include "Text.h"\n#include "results/Rows.h"\n',
+    "station/Screen.cpp": '#include "Text.h"\n#include "results/Rows.h"\n#include "statistics/Summary.h"\n',
 }
 
 
@@ -73,6 +75,13 @@ class CheckIncludes(unittest.TestCase):
             faults(results__X_cpp='#include "station/Text.h"\n#include <QLTValue.h>\n'),
             ["results/X.cpp:1: results/ includes station/Text.h",
              "results/X.cpp:2: results/ includes framework/platform/QLTValue.h"])
+
+    def test_the_statistics_include_themselves_and_the_base_only(self):
+        self.assertEqual(
+            faults(statistics__X_cpp='#include "common/Text.h"\n#include "results/Rows.h"\n',
+                   results__X_cpp='#include "statistics/Summary.h"\n'),
+            ["results/X.cpp:1: results/ includes statistics/Summary.h",
+             "statistics/X.cpp:2: statistics/ includes results/Rows.h"])
 
     def test_the_web_server_includes_itself_and_the_base_only(self):
         self.assertEqual(
