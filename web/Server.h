@@ -70,6 +70,7 @@ struct Counts {
   std::uint64_t refused = 0;      ///< answered with 400 and more
   std::uint64_t dropped = 0;      ///< streams that did not keep up
   std::uint64_t deltas = 0;       ///< made
+  std::uint64_t failures = 0;     ///< exceptions of the site's state and log, or of the server
 };
 
 /// Serves a site by HTTP/1.1: its files, its state with the changes as server-sent events, what it
