@@ -20,10 +20,10 @@ using std::chrono::milliseconds;
 namespace {
 
 constexpr milliseconds kLinger{1000};
-constexpr std::size_t kLingerBytes = 1024 * 1024;
+constexpr std::size_t kLingerBytes = 1'048'576;
 constexpr std::size_t kBuffers = 16;  // in one write
 
-std::string hostText(asio::ip::address address) {
+std::string hostText(const asio::ip::address& address) {
   if (address.is_v4()) return address.to_string();
   if (address.to_v6().is_v4_mapped()) {
     return asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6()).to_string();
@@ -101,6 +101,7 @@ void Connection::received(const Error& error) {
 /// Answers what is no request, and ends the connection.
 void Connection::refuse(const Error& error) {
   keep_ = false;
+  unread_ = true;
   if (error == asio::error::operation_aborted && timedOut_) {
     answer(Response::refusal(408, "The request took too long."));
   } else if (error == http::error::header_limit || error == http::error::buffer_overflow) {
@@ -163,9 +164,10 @@ void Connection::written(const Error& error) {
   linger();
 }
 
-/// Ends the connection so that the client gets what was written: a socket with unread bytes would
-/// be reset.
+/// Ends the connection so that the client gets what was written: a socket with unread bytes, as
+/// those of a request that was refused before its end, would be reset.
 void Connection::linger() {
+  if (!unread_) return close();
   stage_ = Stage::Lingering;
   Error error;
   socket_.shutdown(Socket::shutdown_send, error);

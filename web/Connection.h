@@ -85,8 +85,9 @@ class Connection : public Client, public std::enable_shared_from_this<Connection
   std::optional<Parser> parser_;
   bool keep_ = true;  ///< for another request
   bool headOnly_ = false;
-  std::string head_;  ///< being written
-  Bytes body_;        ///< likewise
+  bool unread_ = false;  ///< the client may still be sending a request that is refused
+  std::string head_;     ///< being written
+  Bytes body_;           ///< likewise
   std::array<char, 1024> discarded_{};
   std::size_t discardedBytes_ = 0;
   enum class Stage { Idle, Busy, Writing, Lingering, Closed } stage_ = Stage::Idle;

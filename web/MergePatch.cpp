@@ -1,5 +1,7 @@
 #include "MergePatch.h"
 
+#include <utility>
+
 namespace web {
 
 using Json = nlohmann::json;
@@ -27,12 +29,10 @@ Json mergePatch(const Json& from, const Json& to) {
   for (const auto& [name, member] : to.items()) {
     if (member.is_null()) continue;
     const auto before = from.find(name);
-    if (before == from.end()) {
-      patch[name] = withoutNulls(member);
-    } else if (before->is_object() && member.is_object()) {
+    if (before != from.end() && before->is_object() && member.is_object()) {
       Json inner = mergePatch(*before, member);
       if (!inner.empty()) patch[name] = std::move(inner);
-    } else if (*before != member) {
+    } else if (before == from.end() || *before != member) {
       patch[name] = withoutNulls(member);
     }
   }

@@ -25,11 +25,11 @@ struct File {
 struct Limits {
   std::size_t connections = 256;                ///< 503 beyond
   std::size_t streams = 200;                    ///< of events, among the connections; 503 beyond
-  std::size_t headerBytes = 16 * 1024;          ///< of a request; 431 beyond
-  std::size_t bodyBytes = 64 * 1024;            ///< of a request; 413 beyond
-  std::size_t queuedBytes = 1024 * 1024;        ///< what one stream has not taken yet
+  std::size_t headerBytes = 16'384;             ///< of a request; 431 beyond
+  std::size_t bodyBytes = 65'536;               ///< of a request; 413 beyond
+  std::size_t queuedBytes = 1'048'576;          ///< what one stream has not taken yet
   std::size_t keptDeltas = 1000;                ///< for streams that come back
-  std::size_t keptDeltaBytes = 1024 * 1024;     ///< likewise
+  std::size_t keptDeltaBytes = 1'048'576;       ///< likewise
   std::size_t keptAnswers = 1000;               ///< to commands
   std::chrono::milliseconds request{10'000};    ///< for a request from its first byte to its last
   std::chrono::milliseconds idle{60'000};       ///< between two requests of a connection
