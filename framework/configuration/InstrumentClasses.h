@@ -7,10 +7,17 @@
 #include <vector>
 
 #include <QLTError.h>
+#include <QLTInstruments.h>
 #include <QLTObject.h>
 #include <QLTValue.h>
 
 namespace quillon::internal {
+
+/// What becomes of an instrument whose line does not open.
+enum class LostInstruments {
+  Skip,  ///< it is not made
+  Keep   ///< it is made with the line lost, see `QLTReopenable`, and the error is set
+};
 
 /// An instrument class that the framework itself makes.
 struct InstrumentClass {
@@ -19,8 +26,12 @@ struct InstrumentClass {
   /// Makes one from an entry that has the attribute, whose text is given; null with an error when
   /// it cannot be made.
   std::shared_ptr<QLTObject> (*make)(const QLTDictionary& entry, const std::string& attribute,
-                                     QLTError* error);
+                                     LostInstruments lost, QLTError* error);
 };
+
+/// As `QLTInstruments::creaeteInstrument`.
+QLTInstruments::InstrumentOrMarker makeInstrument(const QLTDictionary& entry, LostInstruments lost,
+                                                  QLTError* error);
 
 /// The class that an entry asks for; null when it is none of the framework's.
 const InstrumentClass* instrumentClassOf(const QLTDictionary& entry);

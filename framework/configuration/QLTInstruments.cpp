@@ -45,23 +45,51 @@ bool openPort(QLTSerial& port, const std::string& failure, QLTError* error) {
   return failWith(error, QLTUtil::handleError(openError, failure));
 }
 
-std::shared_ptr<QLTSocket> makeSocket(const QLTDictionary& entry, const std::string& ip,
-                                      QLTError* error) {
-  if (isSimulated(entry)) return QLTSimSocket::init(ip, QLTDavDPEther::kPort);
-  return QLTSocket::init(ip, QLTDavDPEther::kPort, error);
-}
+/// A socket that stays when it cannot be connected.
+class KeptSocket : public QLTSocket {
+ public:
+  explicit KeptSocket(const std::string& ip) : QLTSocket(ip) {}
+  using QLTSocket::connect;
+};
+
+// Units whose lines do not open.
+
+class LostDavDPEther : public QLTDavDPEther {
+ public:
+  explicit LostDavDPEther(std::shared_ptr<QLTSocket> socket) : QLTDavDPEther(std::move(socket)) {}
+};
+
+class LostDavDPSerial : public QLTDavDPSerial {
+ public:
+  explicit LostDavDPSerial(std::shared_ptr<QLTSerial> port) : QLTDavDPSerial(std::move(port)) {}
+};
 
 std::shared_ptr<QLTObject> makeDiags(const QLTDictionary& entry, const std::string& bsdPath,
-                                     QLTError* error) {
+                                     LostInstruments lost, QLTError* error) {
   auto port = makePort(entry, bsdPath);
-  if (!openPort(*port, format("Error opening serial port at %@", bsdPath), error)) return nullptr;
+  if (!openPort(*port, format("Error opening serial port at %@", bsdPath), error) &&
+      lost == LostInstruments::Skip) {
+    return nullptr;
+  }
   return QLTDiags::initWithPort(std::move(port));
 }
 
 std::shared_ptr<QLTObject> makeDavDPEther(const QLTDictionary& entry, const std::string& ip,
-                                          QLTError* error) {
+                                          LostInstruments lost, QLTError* error) {
   QLTError problem;
-  auto socket = makeSocket(entry, ip, &problem);
+  std::shared_ptr<QLTSocket> socket;
+  if (isSimulated(entry)) {
+    socket = QLTSimSocket::init(ip, QLTDavDPEther::kPort);
+  } else {
+    const auto kept = std::make_shared<KeptSocket>(ip);
+    if (kept->connect(QLTDavDPEther::kPort, &problem)) {
+      socket = kept;
+    } else if (lost == LostInstruments::Keep) {
+      fail(error, kQLTErrorInstrumentNotCreated, format("error creating socket at %@", ip),
+           problem);
+      return std::make_shared<LostDavDPEther>(kept);
+    }
+  }
   if (!socket) {
     return fail(error, kQLTErrorInstrumentNotCreated, format("error creating socket at %@", ip),
                 problem);
@@ -75,11 +103,12 @@ std::shared_ptr<QLTObject> makeDavDPEther(const QLTDictionary& entry, const std:
 }
 
 std::shared_ptr<QLTObject> makeDavDPSerial(const QLTDictionary& entry, const std::string& bsdPath,
-                                           QLTError* error) {
+                                           LostInstruments lost, QLTError* error) {
   auto port = makePort(entry, bsdPath);
   QLTDavDPSerial::setUpLine(*port);
   if (!openPort(*port, format("Error opening serial port at %@ for DAVDP", bsdPath), error)) {
-    return nullptr;
+    if (lost == LostInstruments::Skip) return nullptr;
+    return std::make_shared<LostDavDPSerial>(std::move(port));
   }
   auto unit = QLTDavDPSerial::initWithPort(std::move(port));
   if (!unit) {
@@ -116,6 +145,17 @@ std::string missingAttributeText(const InstrumentClass& cls) {
   return format("no %@ attribute config for %@ instrument", cls.attribute, cls.name);
 }
 
+QLTInstruments::InstrumentOrMarker makeInstrument(const QLTDictionary& entry, LostInstruments lost,
+                                                  QLTError* error) {
+  const InstrumentClass* const cls = instrumentClassOf(entry);
+  if (cls == nullptr) return std::string("unknown instrument");
+  const std::string* const attribute = neededAttribute(*cls, entry);
+  if (attribute != nullptr) return cls->make(entry, *attribute, lost, error);
+  const std::shared_ptr<QLTObject> none =
+      fail(error, kQLTErrorInstrumentAttributeMissing, missingAttributeText(*cls));
+  return none;
+}
+
 std::vector<std::string> instrumentClassNames() {
   std::vector<std::string> names;
   names.reserve(std::size(kInstrumentClasses));
@@ -125,19 +165,8 @@ std::vector<std::string> instrumentClassNames() {
 
 }  // namespace quillon::internal
 
-using quillon::internal::fail;
-using quillon::internal::InstrumentClass;
-using quillon::internal::instrumentClassOf;
-using quillon::internal::missingAttributeText;
-using quillon::internal::neededAttribute;
-
 QLTInstruments::InstrumentOrMarker QLTInstruments::creaeteInstrument(const QLTDictionary& entry,
                                                                      QLTError* error) {
-  const InstrumentClass* const cls = instrumentClassOf(entry);
-  if (cls == nullptr) return std::string("unknown instrument");
-  const std::string* const attribute = neededAttribute(*cls, entry);
-  if (attribute != nullptr) return cls->make(entry, *attribute, error);
-  const std::shared_ptr<QLTObject> none =
-      fail(error, kQLTErrorInstrumentAttributeMissing, missingAttributeText(*cls));
-  return none;
+  using quillon::internal::LostInstruments;
+  return quillon::internal::makeInstrument(entry, LostInstruments::Skip, error);
 }

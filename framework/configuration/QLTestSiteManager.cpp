@@ -22,6 +22,7 @@ using quillon::internal::ConfigFindings;
 using quillon::internal::fail;
 using quillon::internal::failWith;
 using quillon::internal::format;
+using quillon::internal::LostInstruments;
 using quillon::internal::PlanReader;
 using quillon::internal::StationBuilder;
 
@@ -147,8 +148,10 @@ bool QLTestSiteManager::loadInstruments(const QLTClass* principalClass, const QL
     return fail(error, kQLTErrorConfigWrong, reader.refusal().text());
   }
   instrumentFailures_.clear();
+  const LostInstruments lost =
+      keepsLostInstruments_ ? LostInstruments::Keep : LostInstruments::Skip;
   return builderOf(bundle_, principalClass, error)
-      .buildInstruments(reader.take(), instruments_, instrumentFailures_);
+      .buildInstruments(reader.take(), lost, instruments_, instrumentFailures_);
 }
 
 bool QLTestSiteManager::loadSites(const QLTClass* principalClass, QLTError* error) {

@@ -63,6 +63,12 @@ class QLT_EXPORT QLTestSiteManager : public QLTObject {
 
   // The stages of `loadConfig`. `principalClass` may be null as far as nothing needs it.
 
+  /// Whether loading keeps instruments whose lines do not open, for a station application that
+  /// loads a station again in the middle of its work: they are made all the same, lost until their
+  /// `reopen` (see `QLTReopenable`) succeeds, and their sites are loaded. An instrument of the
+  /// plug-in's own that cannot be made is skipped then, as others are. False at first.
+  void setKeepsLostInstruments(bool keeps) { keepsLostInstruments_ = keeps; }
+
   /// Replaces the configuration's "Instruments" by what the tester-config file lists. A file that
   /// cannot be read gives the read's error; a malformed line, code -40002 with file, line number
   /// and the line.
@@ -121,6 +127,7 @@ class QLT_EXPORT QLTestSiteManager : public QLTObject {
   std::vector<std::string> disabledSiteNames_;
   std::map<std::string, std::shared_ptr<QLTObject>, std::less<>> instruments_;
   std::map<std::string, QLTError, std::less<>> instrumentFailures_;  // of the last loading
+  bool keepsLostInstruments_ = false;
   QLTDictionary config_;
   const QLTBundle* bundle_ = nullptr;  // for messages, as is the file
   std::string configFile_ = "TestConfig.plist";

@@ -4,7 +4,6 @@
 
 #include <QLTConsoleLog.h>
 #include <QLTErrorCodes.h>
-#include <QLTInstruments.h>
 #include <QLTSubTestInfo.h>
 #include <QLTUtil.h>
 #include <QLTestMethod.h>
@@ -89,26 +88,34 @@ bool StationBuilder::refused(const QLTStationPlan& plan, std::size_t index, std:
 
 // Instruments.
 
-bool StationBuilder::buildInstruments(const QLTStationPlan& plan, InstrumentTable& instruments,
-                                      FailureTable& failures) {
+bool StationBuilder::buildInstruments(const QLTStationPlan& plan, LostInstruments lost,
+                                      InstrumentTable& instruments, FailureTable& failures) {
   if (!makes_) return true;
+  const auto skip = [&](const std::string& name, const QLTError& error) {
+    QLTLog(format("error loading instrument %@:%@", name, error.description()));
+    failures.insert_or_assign(name, error);
+    problem(error, {});
+  };
   for (const auto& [name, instrument] : plan.instruments) {
     if (instrument.refusedBy) return refused(plan, *instrument.refusedBy, kQLTErrorConfigWrong);
     QLTError error;
-    auto made = QLTInstruments::creaeteInstrument(instrument.entry, &error);
+    auto made = makeInstrument(instrument.entry, lost, &error);
     if (auto* known = std::get_if<std::shared_ptr<QLTObject>>(&made)) {
       if (*known) {
+        if (error) QLTLog(format("instrument %@ is lost:%@", name, error.description()));
         instruments.insert_or_assign(name, std::move(*known));
       } else {
-        QLTLog(format("error loading instrument %@:%@", name, error.description()));
-        failures.insert_or_assign(name, error);
-        problem(error, {});
+        skip(name, error);
       }
       continue;
     }
-    auto own = makePluginInstrument(principalClass_, instrument.entry, error);
-    if (!own) return problem(error, {});
-    instruments.insert_or_assign(name, std::move(own));
+    if (auto own = makePluginInstrument(principalClass_, instrument.entry, error)) {
+      instruments.insert_or_assign(name, std::move(own));
+    } else if (lost == LostInstruments::Keep) {
+      skip(name, error);
+    } else {
+      return problem(error, {});
+    }
   }
   return true;
 }

@@ -17,6 +17,8 @@
 #include <QLTValue.h>
 #include <QLTestSuite.h>
 
+#include "configuration/InstrumentClasses.h"
+
 namespace quillon::internal {
 
 using InstrumentTable = std::map<std::string, std::shared_ptr<QLTObject>, std::less<>>;
@@ -51,9 +53,9 @@ class StationBuilder {
   // Each is false when loading ends there. What was made before stays.
 
   /// Enters the plan's instruments into `instruments`, and those that do not come up into
-  /// `failures`.
-  bool buildInstruments(const QLTStationPlan& plan, InstrumentTable& instruments,
-                        FailureTable& failures);
+  /// `failures`. Where lost ones are kept, one of the plug-in's that fails is skipped, too.
+  bool buildInstruments(const QLTStationPlan& plan, LostInstruments lost,
+                        InstrumentTable& instruments, FailureTable& failures);
   /// Hands the suites of the plan's sites to `enter`, each with its resources out of `instruments`
   /// and a copy of what `attributes` holds then. A resource that is missing may be so for one of
   /// the `failures`.

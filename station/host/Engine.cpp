@@ -65,6 +65,9 @@ Loaded Engine::load(const Load& load) {
   worker_.send(messageFrom(load));
   Loaded loaded = await<Loaded>();
   sites_.loaded(loaded.sites);
+  // Those that are there now, whatever is lost by then.
+  if (!load_->again) load_->sites = loaded.sites;
+  load_->again = true;
   return loaded;
 }
 
@@ -223,7 +226,7 @@ void Engine::onEnd(int status) {
   if (!worker_.wasTold() && !wasUnloaded && !refused_) crashes_.push_back(Clock::now());
   if (!(wasUnloaded && status == 0)) events_.add("worker_ended", std::nullopt, reason);
   if (wasUnloaded && status != 0) screen_.warning(reason + ", after it was unloaded");
-  sites_.workerEnded(reason);
+  safeStates_.leftInTest(sites_.workerEnded(reason));
   worker_.drop();
 }
 
@@ -235,7 +238,7 @@ void Engine::restart() {
              "th time within 10 minutes";
   }
   try {
-    makeSafe();
+    runSafeStates();
     if (!enough) openLoggers(*columns_);
   } catch (const std::exception& problem) {
     if (!enough) enough = problem.what();
@@ -244,6 +247,14 @@ void Engine::restart() {
 }
 
 void Engine::makeSafe() {
+  const std::vector<std::string> sites = sites_.all();
+  safeStates_.leftInTest({sites.begin(), sites.end()});
+  runSafeStates();
+}
+
+/// The safe state of all sites, in a worker that has no loggers yet: the present one, else a fresh
+/// one.
+void Engine::runSafeStates() {
   safeStates_.want(sites_.all());
   do {
     if (!worker_.isRunning()) startFresh();
@@ -285,7 +296,7 @@ bool Engine::awaitSafeStates() {
 /// The safe state where nothing more is to be tested.
 void Engine::leaveSafe() {
   try {
-    makeSafe();
+    runSafeStates();
   } catch (const std::exception&) {
     // Told already, with the sites that are unsafe for it.
   }

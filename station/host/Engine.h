@@ -39,10 +39,8 @@ class Engine {
   /// What is wrong with the plug-in's configuration; between `start` and `load`.
   Checked check();
   Loaded load(const Load& load);
-  /// Brings the fixtures of all sites into their safe state, in a worker that is loaded and has no
-  /// loggers yet: the present one, else a fresh one. To be called after `load`, too, when an
-  /// earlier session left them as they were. A site where that fails is unsafe from then on, see
-  /// `safety`.
+  /// After `load`, when an earlier session may have left fixtures in the middle of a test: brings
+  /// them all into their safe state. A site where that fails is unsafe from then on, see `safety`.
   void makeSafe();
   /// The plug-in's loggers are opened; from now on devices can be tested.
   void openLoggers(const OpenLoggers& columns);
@@ -96,6 +94,7 @@ class Engine {
   void handOn(const Message& message);
   void onEnd(int status);
   void restart();
+  void runSafeStates();
   void startFresh();
   bool awaitSafeStates();
   void leaveSafe();

@@ -4,6 +4,10 @@
 
 namespace station {
 
+void SafeStates::leftInTest(const std::set<std::string>& sites) {
+  inTest_.insert(sites.begin(), sites.end());
+}
+
 void SafeStates::want(const std::vector<std::string>& sites) {
   wanted_.insert(sites.begin(), sites.end());
 }
@@ -12,9 +16,11 @@ void SafeStates::ask(const std::function<bool(const std::string&)>& isLoaded,
                      const std::function<void(const SafeState&)>& ask) {
   for (const std::string& site : std::set(wanted_)) {
     if (isLoaded(site)) {
-      ask(SafeState{site});
-    } else {
-      wanted_.erase(site);
+      ask(SafeState{site, inTest_.contains(site)});
+      continue;
+    }
+    wanted_.erase(site);
+    if (inTest_.erase(site) > 0) {
       safety_.isUnsafe(site, "its instruments did not come up again for its safe state");
     }
   }
@@ -23,6 +29,12 @@ void SafeStates::ask(const std::function<bool(const std::string&)>& isLoaded,
 
 void SafeStates::answered(const SafeStateDone& answer) {
   if (wanted_.erase(answer.site) == 0) return;
+  inTest_.erase(answer.site);
+  if (answer.waitsFor) {
+    diagnostics_.write(answer.site,
+                       "left as it is, no device was in progress: " + *answer.waitsFor);
+    return;
+  }
   diagnostics_.write(answer.site, answer.problem ? "no safe state" : "in its safe state");
   if (answer.problem) safety_.isUnsafe(answer.site, *answer.problem);
 }
@@ -32,14 +44,18 @@ std::optional<std::string> SafeStates::lateness() const {
   return "the plug-in was killed after " + std::to_string(limit_.count()) + " s";
 }
 
-void SafeStates::workerEnded(const std::string& reason) { giveUp(reason + " in onSafeState"); }
-
-void SafeStates::couldNotBeTried(const std::string& reason) {
-  giveUp("its safe state could not be tried: " + reason);
+void SafeStates::workerEnded(const std::string& reason) {
+  for (const std::string& site : std::exchange(wanted_, {})) {
+    inTest_.erase(site);
+    safety_.isUnsafe(site, reason + " in onSafeState");
+  }
 }
 
-void SafeStates::giveUp(const std::string& reason) {
-  for (const std::string& site : std::exchange(wanted_, {})) safety_.isUnsafe(site, reason);
+void SafeStates::couldNotBeTried(const std::string& reason) {
+  wanted_.clear();
+  for (const std::string& site : std::exchange(inTest_, {})) {
+    safety_.isUnsafe(site, "its safe state could not be tried: " + reason);
+  }
 }
 
 }  // namespace station

@@ -14,7 +14,8 @@
 namespace station {
 
 /// Keeps which fixtures have still to be brought into their safe state, and what comes of it: a
-/// site where it fails is unsafe. For the station's thread.
+/// site where it fails is unsafe. One where it cannot be tried is so only if its fixture was left
+/// in the middle of a test. For the station's thread.
 class SafeStates {
  public:
   using Clock = std::chrono::steady_clock;
@@ -23,10 +24,11 @@ class SafeStates {
   SafeStates(SiteSafety& safety, const ConsoleLogFile& diagnostics, std::chrono::seconds limit)
       : safety_(safety), diagnostics_(diagnostics), limit_(limit) {}
 
+  /// The fixtures of these sites were left in the middle of a test.
+  void leftInTest(const std::set<std::string>& sites);
   /// From now on these sites want their safe state.
   void want(const std::vector<std::string>& sites);
-  /// Asks with `ask`, all at once, the sites that want it; those that are not `isLoaded` are
-  /// unsafe.
+  /// Asks with `ask`, all at once, the sites that want it and are loaded.
   void ask(const std::function<bool(const std::string&)>& isLoaded,
            const std::function<void(const SafeState&)>& ask);
   void answered(const SafeStateDone& answer);
@@ -40,12 +42,11 @@ class SafeStates {
   void couldNotBeTried(const std::string& reason);
 
  private:
-  void giveUp(const std::string& reason);
-
   SiteSafety& safety_;
   const ConsoleLogFile& diagnostics_;
   const std::chrono::seconds limit_;
   std::set<std::string> wanted_;
+  std::set<std::string> inTest_;  // until its safe state was tried, or could not be
   Clock::time_point until_;
 };
 

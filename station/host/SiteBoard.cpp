@@ -36,13 +36,17 @@ void SiteBoard::close() {
   if (state_ != State::Ended) state_ = State::Closed;
 }
 
-void SiteBoard::workerEnded(const std::string& reason) {
+std::set<std::string> SiteBoard::workerEnded(const std::string& reason) {
   const std::lock_guard lock(mutex_);
   if (state_ != State::Ended) state_ = State::Closed;
   overdue_.clear();
+  std::set<std::string> inTest;
   for (const std::string& site : busy_) {
-    if (orphaned_.insert(site).second) events_.at(site).push(WorkerEnded{reason});
+    if (!orphaned_.insert(site).second) continue;
+    if (testing_.contains(site)) inTest.insert(site);
+    events_.at(site).push(WorkerEnded{reason});
   }
+  return inTest;
 }
 
 void SiteBoard::giveUp(const std::string& reason) {

@@ -37,8 +37,8 @@ class SiteBoard {
   void open();
   /// No device begins any more with the present worker.
   void close();
-  /// The worker is gone: each busy site hears it.
-  void workerEnded(const std::string& reason);
+  /// The worker is gone: each busy site hears it. The sites whose device it was testing.
+  std::set<std::string> workerEnded(const std::string& reason);
   /// No device can be tested any more.
   void giveUp(const std::string& reason);
   bool hasGivenUp() const;

@@ -163,12 +163,14 @@ struct Loaded {
 struct SafeStateDone {
   static constexpr const char* kType = "safeStateDone";
   std::string site = {};
-  std::optional<std::string> problem = {};  ///< why the fixture may not be safe
+  std::optional<std::string> problem = {};   ///< why the fixture may not be safe
+  std::optional<std::string> waitsFor = {};  ///< a lost instrument; nothing was done then
 
   template <typename Part>
   void parts(const Part& part) {
     part("site", site);
     part("problem", problem);
+    part("waitsFor", waitsFor);
   }
 };
 
@@ -396,6 +398,7 @@ struct Load {
   std::string logFolder = {};
   std::string diagnostics = {};          ///< the file, for messages
   std::string calibrationOverride = {};  ///< NAME:REASON; empty: none
+  bool again = false;  ///< as an earlier worker did: instruments that are lost now are waited for
 
   template <typename Part>
   void parts(const Part& part) {
@@ -404,6 +407,7 @@ struct Load {
     part("logFolder", logFolder);
     part("diagnostics", diagnostics);
     part("calibrationOverride", calibrationOverride);
+    part("again", again);
   }
 };
 
@@ -411,10 +415,14 @@ struct Load {
 struct SafeState {
   static constexpr const char* kType = "safeState";
   std::string site = {};
+  /// The fixture may be in the middle of a test. When it is not, a site with a lost instrument is
+  /// left as it is.
+  bool inTest = true;
 
   template <typename Part>
   void parts(const Part& part) {
     part("site", site);
+    part("inTest", inTest);
   }
 };
 

@@ -57,10 +57,11 @@ Plugin::~Plugin() {
   QLTestSiteManager::releaseSharedInstance();
 }
 
-void Plugin::load(const QLTDictionary& stationInfo, const std::string& diagnostics) {
-  const std::string seeLog = "\nThe diagnostics are in " + diagnostics;
+void Plugin::load(const QLTDictionary& stationInfo, const Load& wanted) {
+  const std::string seeLog = "\nThe diagnostics are in " + wanted.diagnostics;
   const std::string problem = "cannot load " + bundle_.path().string() + ":\n";
   QLTError error;
+  QLTestSiteManager::sharedInstance()->setKeepsLostInstruments(wanted.again);
   try {
     loaded_ = principalClass_->operations().onLoad(*principalClass_, stationInfo, &error);
   } catch (const std::exception& exception) {

@@ -10,6 +10,8 @@
 #include <QLTValue.h>
 #include <QLTestSiteManager.h>
 
+#include "link/Messages.h"
+
 namespace station {
 
 /// A test plug-in and the station that it loads. Unloads at the end: the principal class's
@@ -31,8 +33,8 @@ class Plugin {
   Plugin& operator=(const Plugin&) = delete;
 
   /// Loads the station through the principal class; `CannotRun` when that fails. What loaded only
-  /// in part is shown as a warning. `diagnostics` is the log file that tells more.
-  void load(const QLTDictionary& stationInfo, const std::string& diagnostics);
+  /// in part is shown as a warning.
+  void load(const QLTDictionary& stationInfo, const Load& wanted);
 
   QLTestSiteManager& manager() const { return *manager_; }  ///< after `load`
 

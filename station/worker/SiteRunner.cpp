@@ -46,6 +46,14 @@ std::optional<std::string> problemOfHook(QLTestSuite& suite, const std::string& 
   });
 }
 
+/// What is told of a site without one of its instruments; absent when all are there.
+std::optional<std::string> lostInstrument(const QLTestSuite& suite) {
+  std::optional<std::string> lost;
+  auto problem = problemOf("looking for lost instruments", [&] { lost = lostLine(suite); });
+  if (problem) return problem;
+  return lost ? std::optional("instrument lost: " + *lost) : std::nullopt;
+}
+
 constexpr const char* kLogger = "the plug-in's logger";
 
 double secondsSince(std::chrono::steady_clock::time_point start) {
@@ -95,8 +103,12 @@ std::string SiteRunner::nameOf(const QLTestMethod& method, std::int32_t index) {
   return method.displayName().value_or("test " + std::to_string(index));
 }
 
-std::optional<std::string> SiteRunner::problemOfSafeState(QLTestSuite& suite) {
-  return problemOfHook(suite, "onSafeState", &QLTestSuite::onSafeState);
+SafeStateDone SiteRunner::makeSafe(QLTestSuite& suite, const SafeState& wanted) {
+  const auto lost = lostInstrument(suite);
+  if (lost && !wanted.inTest) return {wanted.site, std::nullopt, lost};
+  const auto problem = problemOfHook(suite, "onSafeState", &QLTestSuite::onSafeState);
+  if (!lost) return {wanted.site, problem};
+  return {wanted.site, *lost + (problem ? "; " + *problem : "")};
 }
 
 void SiteRunner::prepare() {
@@ -115,19 +127,12 @@ void SiteRunner::prepare() {
   host_.tell(Prepared{host_.site(), !isStopped});
 }
 
-/// What is told of a device that was tested without an instrument; absent when all are there.
-std::optional<std::string> SiteRunner::lostInstrument() const {
-  std::optional<std::string> lost;
-  auto problem = problemOf("looking for lost instruments", [&] { lost = lostLine(*suite_); });
-  if (problem) return problem;
-  return lost ? std::optional("instrument lost: " + *lost) : std::nullopt;
-}
-
 void SiteRunner::test(const TestDevice& device) {
   FlowEnded ended{.site = host_.site()};
   ended.brokenOff = problemOf("onDUTStart", [&] { start(device); });
   if (ended.brokenOff) {
-    if (const auto lost = lostInstrument()) ended.brokenOff = *lost + "; " + *ended.brokenOff;
+    if (const auto lost = lostInstrument(*suite_))
+      ended.brokenOff = *lost + "; " + *ended.brokenOff;
   }
   host_.tell(DeviceStarted{host_.site(), suite_->currentIndex()});
   if (!ended.brokenOff) {
@@ -194,7 +199,7 @@ bool SiteRunner::runTest(QLTestMethod& method, std::int32_t index) {
   tested.seconds = secondsSince(started);
   host_.tell(tested);
   // No failure of the device.
-  const auto lost = test.passed ? std::nullopt : lostInstrument();
+  const auto lost = test.passed ? std::nullopt : lostInstrument(*suite_);
   if (lost) throw BrokenOff(*lost);
   if (test.exception) throw BrokenOff(*test.exception);
   if (tested.notLogged) throw BrokenOff(*tested.notLogged);

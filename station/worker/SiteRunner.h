@@ -29,15 +29,15 @@ class SiteRunner {
   /// this call. A stop breaks the device off before its next test.
   void test(const TestDevice& device);
 
-  /// Brings the fixture of a suite's site into its safe state; gives what went wrong.
-  static std::optional<std::string> problemOfSafeState(QLTestSuite& suite);
+  /// Brings the fixture of a suite's site into its safe state. One that is in the middle of a test
+  /// is not safe while an instrument is lost, whatever the plug-in says.
+  static SafeStateDone makeSafe(QLTestSuite& suite, const SafeState& wanted);
   /// What a test is called on the screen; `index` is its place in the flow, from 1.
   static std::string nameOf(const QLTestMethod& method, std::int32_t index);
 
  private:
   struct TestRun;
 
-  std::optional<std::string> lostInstrument() const;
   void start(const TestDevice& device);
   Verdict runFlow();
   bool runTest(QLTestMethod& method, std::int32_t index);

@@ -180,7 +180,7 @@ void Worker::work() {
   tell(Opened{bundle.path().string()});
   const auto load = expectLoad();
   if (!load) return;
-  plugin.load(stationInfo(bundle, load->logFolder), load->diagnostics);
+  plugin.load(stationInfo(bundle, load->logFolder), *load);
   Unavailable unavailable = unavailableSites(plugin.manager());
   for (const std::string& text :
        judgeCalibrations(plugin.manager(), load->calibrationOverride, unavailable)) {
@@ -224,13 +224,14 @@ std::optional<OpenLoggers> Worker::prepare(const Suites& suites) {
       threads.clear();
       return take<OpenLoggers>(message);
     }
-    const std::string site = take<SafeState>(message).site;
-    const auto suite = std::find_if(suites.begin(), suites.end(),
-                                    [&](const auto& each) { return each->siteName() == site; });
+    const auto wanted = take<SafeState>(message);
+    const auto suite = std::find_if(suites.begin(), suites.end(), [&](const auto& each) {
+      return each->siteName() == wanted.site;
+    });
     if (suite == suites.end()) endWithHost();
-    threads.emplace_back([this, site, &suite = **suite] {
-      threadName() = site;
-      tell(SafeStateDone{site, SiteRunner::problemOfSafeState(suite)});
+    threads.emplace_back([this, wanted, &suite = **suite] {
+      threadName() = wanted.site;
+      tell(SiteRunner::makeSafe(suite, wanted));
     });
   }
 }

@@ -1,5 +1,6 @@
 #include <QLTDavDPEther.h>
 #include <QLTDiags.h>
+#include <QLTReopenable.h>
 #include <QLTSimSerial.h>
 #include <QLTSimSocket.h>
 #include <QLTestMethod.h>
@@ -10,6 +11,7 @@
 #include "SiteManagerFixture.h"
 #include "support/Plist.h"
 #include "support/PluginBundle.h"
+#include "support/SerialLine.h"
 
 // What the stages of loading make: instruments, sites and flows.
 
@@ -217,6 +219,51 @@ TEST_F(QLTestSiteManagerBuildTest, TellsWhyAResourceIsMissingWhoseInstrumentDidN
   EXPECT_TRUE(load(files, &error));
   EXPECT_EQ(error.code(), -80001);
   EXPECT_FALSE(error.underlyingError());
+}
+
+TEST_F(QLTestSiteManagerBuildTest, KeepsLostInstrumentsWhenAsked) {
+  test::PluggedLine line;
+  line.unplug();
+  setTesterConfig(kHeader + "dut,QLTDiags,0,bsdPath=" + line.path() +
+                  "\nserial,QLTDavDPSerial,0,bsdPath=/no/such/port\n"
+                  "ether,QLTDavDPEther,0,ip=127.7.6.5\n");
+  const PluginBundle files(STATION_PLUGIN);
+  files.setConfig(
+      key("Sites", dict(key("left", dict(key("Resources",
+                                             dict(key("a", text("dut")) + key("b", text("serial")) +
+                                                  key("c", text("ether")))))))) +
+      kEmptyFlows);
+  manager().setKeepsLostInstruments(true);
+  QLTError error;
+  ASSERT_TRUE(load(files, &error));
+  EXPECT_FALSE(error);
+  EXPECT_THAT(manager().instrumentFailures(), IsEmpty());
+  const auto suite = manager().suiteForSite("left");
+  ASSERT_NE(suite, nullptr);
+  const auto lineOf = [&](const char* name) {
+    return dynamic_cast<QLTReopenable*>(suite->resources()->at(name).get());
+  };
+  for (const char* const name : {"a", "b", "c"}) EXPECT_TRUE(lineOf(name)->isLost()) << name;
+  EXPECT_FALSE(lineOf("b")->reopen(&error));
+  EXPECT_FALSE(lineOf("c")->reopen(&error));
+  EXPECT_TRUE(lineOf("c")->isLost());
+  line.plugIn();
+  EXPECT_TRUE(lineOf("a")->reopen(&error));
+  EXPECT_FALSE(lineOf("a")->isLost());
+}
+
+TEST_F(QLTestSiteManagerBuildTest, SkipsAnInstrumentOfThePluginsWhenLostOnesAreKept) {
+  setTesterConfig(kHeader + "dut,Unheard,0,a=b\n");
+  const PluginBundle files(STATION_PLUGIN);
+  files.setConfig(
+      key("Sites", dict(key("left", dict(key("Resources", dict(key("console", text("dut")))))) +
+                        key("right", dict("")))) +
+      kEmptyFlows);
+  EXPECT_FALSE(load(files));
+  manager().setKeepsLostInstruments(true);
+  EXPECT_TRUE(load(files));
+  EXPECT_THAT(manager().siteNames(), ElementsAre("right"));
+  EXPECT_TRUE(manager().instrumentFailures().contains("dut"));
 }
 
 TEST_F(QLTestSiteManagerBuildTest, LooksNoFurtherThanASitesFirstMissingResource) {

@@ -100,8 +100,57 @@ TEST_F(StationLostInstrument, keepsNoWorkerAliveThatATestBlocks) {
   loseTheLine();
   ASSERT_TRUE(station.waitForErrors("left waits for console"));
   std::ofstream(second).close();
+  ASSERT_TRUE(station.waitForOutput("right  BROKEN OFF  device B"));
+  station.send(SIGINT);
   EXPECT_EQ(station.wait(), 1);
   EXPECT_THAT(station.output(), HasSubstr("Hanging exceeded its time limit of 0.1 s\n"));
+}
+
+TEST_F(StationLostInstrument, aSiteThatWaitsGoesOnWaitingWhenAnotherOneCrashes) {
+  const auto atRight = TroubleBundle::text("at", "right");
+  const std::string second = (folder_.path() / "second").string();
+  const std::string once = (folder_.path() / "once").string();
+  configure(TroubleBundle::test("Slow", TroubleBundle::text("await", second) + atRight) +
+            TroubleBundle::test("Dying", TroubleBundle::text("dies", "segfault") + atRight +
+                                             TroubleBundle::text("unless", once)));
+  StationProcess station(
+      {"run", bundle_.path(), "--sn", "left=A", "--sn", "right=B", "--repeat", "2"});
+  loseTheLine();
+  const std::string waits = "left waits for console, " + line_.path();
+  ASSERT_TRUE(station.waitForErrors(waits));
+  std::ofstream(second).close();
+  ASSERT_TRUE(test::eventually([&] {
+    const std::string errors = station.errors();
+    return errors.find(waits) != errors.rfind(waits);
+  }));
+  ASSERT_TRUE(test::eventually(
+      [&] { return station.output().find("right  PASS  device B") != std::string::npos; }));
+  line_.plugIn();
+  const std::jthread device([this] {
+    line_.device().receiveUntil('\n');
+    line_.device().send("\n:-)");
+  });
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.output(), AllOf(HasSubstr("left   PASS  Console"),
+                                      HasSubstr("2 passed, 0 failed, 2 broken off\n")));
+  EXPECT_THAT(station.errors(), Not(HasSubstr("UNSAFE")));
+}
+
+TEST_F(StationLostInstrument, isNoSafeStateForAFixtureInTheMiddleOfATest) {
+  const auto atRight = TroubleBundle::text("at", "right");
+  const std::string second = (folder_.path() / "second").string();
+  bundle_.configure(
+      TroubleBundle::test("Waiting", TroubleBundle::text("await", gate_) + atLeft()) +
+          TroubleBundle::test("Dying", TroubleBundle::text("dies", "after " + second) + atRight),
+      "", "<key>Resources</key><dict><key>console</key><string>console-left</string></dict>");
+  StationProcess station({"run", bundle_.path(), "--sn", "left=A", "--sn", "right=B"});
+  ASSERT_TRUE(test::waitForFile(gate_ + ".left"));
+  line_.unplug();
+  std::ofstream(second).close();
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.errors(), AllOf(HasSubstr("site left is UNSAFE: instrument lost: console, " +
+                                                line_.path() + "\n"),
+                                      Not(HasSubstr("site right is UNSAFE"))));
 }
 
 TEST_F(StationLostInstrument, theWaitingEndsWithAStop) {
