@@ -2,7 +2,8 @@
 
 QUILLON_BUILD_PACKAGES="g++ cmake ninja-build libexpat1-dev libcli11-dev nlohmann-json3-dev \
 libre2-dev libsoci-dev libboost1.81-dev libsqlite3-dev libssl-dev"
-QUILLON_TEST_PACKAGES="clang-format clang-tidy locales libgtest-dev libgmock-dev python3 pkg-config doxygen mandoc dpkg-dev file"
+QUILLON_TEST_PACKAGES="clang-format clang-tidy locales libgtest-dev libgmock-dev python3 pkg-config doxygen mandoc dpkg-dev file \
+chromium chromium-driver python3-selenium"
 
 # need_packages PACKAGE... - installs, as root, the packages that are missing; as somebody else, says the command that
 # does. Anything but a Debian system is left to whoever runs it.
