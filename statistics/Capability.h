@@ -66,7 +66,7 @@ struct Capability {
 };
 
 /// How well values keep within limits. `confidence` is that of the intervals, between 0 and 1. No
-/// index is computed from a deviation of 0, or of limits that exclude every value.
+/// index is computed from a deviation of 0, or when the lower limit is not below the upper one.
 Capability capability(const Summary& summary, const Computed<Spread>& within,
                       const Computed<Normality>& normality, const Limits& limits,
                       double confidence = 0.95);

@@ -13,6 +13,7 @@ struct Interval {
   double upper = 0;
 };
 
+/// Whether all numbers of a value are finite. Types with numbers of their own have one beside them.
 inline bool isFinite(double value) { return std::isfinite(value); }
 inline bool isFinite(const Interval& interval) {
   return std::isfinite(interval.lower) && std::isfinite(interval.upper);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -35,6 +36,10 @@ struct ChartLimits {
   double lower = 0;
   double upper = 0;
 };
+
+inline bool isFinite(const ChartLimits& limits) {
+  return std::isfinite(limits.lower) && std::isfinite(limits.centre) && std::isfinite(limits.upper);
+}
 
 /// A chart of individual values and of their moving ranges.
 struct IndividualsChart {

@@ -11,10 +11,13 @@ namespace statistics::distributions {
 
 namespace {
 
-// Results beyond the range of numbers become infinite, and so absent in the end, instead of thrown.
-using Policy = boost::math::policies::policy<
-    boost::math::policies::overflow_error<boost::math::policies::errno_on_error>,
-    boost::math::policies::evaluation_error<boost::math::policies::errno_on_error>>;
+// What is beyond the range of numbers becomes infinite or NaN, and so absent in the end, instead of
+// thrown.
+namespace policies = boost::math::policies;
+using Policy = policies::policy<policies::domain_error<policies::errno_on_error>,
+                                policies::pole_error<policies::errno_on_error>,
+                                policies::overflow_error<policies::errno_on_error>,
+                                policies::evaluation_error<policies::errno_on_error>>;
 using Normal = boost::math::normal_distribution<double, Policy>;
 using ChiSquare = boost::math::chi_squared_distribution<double, Policy>;
 using Student = boost::math::students_t_distribution<double, Policy>;
@@ -27,6 +30,15 @@ using F = boost::math::fisher_f_distribution<double, Policy>;
 double normalBelow(double z) { return 0.5 * std::erfc(-z / std::numbers::sqrt2); }
 
 double normalAbove(double z) { return normalBelow(-z); }
+
+double logNormalBelow(double z) {
+  if (z > 0) return std::log1p(-normalAbove(z));
+  if (z > -30) return std::log(normalBelow(z));
+  // Further out the probability itself is no number any more: its series.
+  const double square = z * z;
+  return -square / 2 - std::log(-z) - std::log(2 * std::numbers::pi) / 2 +
+         std::log1p(-1 / square + 3 / (square * square));
+}
 
 double normalQuantile(double probability) { return quantile(Normal(), probability); }
 

@@ -7,6 +7,8 @@ namespace statistics::distributions {
 /// The standard normal distribution: the probability below `z`, and above it.
 double normalBelow(double z);
 double normalAbove(double z);
+/// The natural logarithm of the probability below `z`, however small that is.
+double logNormalBelow(double z);
 /// What a standard normal value is below with `probability`, which lies between 0 and 1.
 double normalQuantile(double probability);
 /// What a chi-square value is below with `probability`, which lies between 0 and 1.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -105,6 +107,8 @@ struct GaugeStudy {
   /// and is taken as 0.
   std::vector<std::string> notes;
 };
+
+inline bool isFinite(const GaugeStudy& study) { return std::isfinite(study.total.variance); }
 
 /// Evaluates a crossed study: every part by every appraiser equally often. Absent when it is none
 /// or too small, and the reason says what is missing.

@@ -4,14 +4,13 @@
 #include <numbers>
 #include <unordered_map>
 
+#include "statistics/RangeOfTwo.h"
+
 namespace statistics {
 
 namespace {
 
-/// Of normal values with the deviation 1: the mean of the distance of two, its variance, and the
-/// covariance of two distances that share a value.
-const double kMeanRange = 2 / std::sqrt(std::numbers::pi);
-const double kRangeVariance = 2 - 4 / std::numbers::pi;
+/// Of normal values with the deviation 1: the covariance of two distances that share a value.
 const double kSharedCovariance =
     (4 / std::numbers::pi) * (std::sqrt(0.75) + std::numbers::pi / 12 - 1);
 
@@ -48,12 +47,8 @@ Computed<Spread> movingRangeSpread(std::span<const double> values) {
   }
   if (ranges < 1) return Computed<Spread>::absent("fewer than 2 values");
   const double m = static_cast<double>(ranges);
-  const double variance = (m * kRangeVariance + 2 * (m - 1) * kSharedCovariance) / (m * m);
-  const Spread spread{meanRange / kMeanRange, kMeanRange * kMeanRange / (2 * variance)};
-  if (!std::isfinite(spread.deviation)) {
-    return Computed<Spread>::absent("beyond the range of numbers");
-  }
-  return spread;
+  const double variance = (m * kVarianceOfTwo + 2 * (m - 1) * kSharedCovariance) / (m * m);
+  return Spread{meanRange / kMeanOfTwo, kMeanOfTwo * kMeanOfTwo / (2 * variance)};
 }
 
 Computed<Spread> pooledSpread(std::span<const double> values,
@@ -72,9 +67,7 @@ Computed<Spread> pooledSpread(std::span<const double> values,
     degrees += subgroup.n - 1;
   }
   if (degrees == 0) return Computed<Spread>::absent("no subgroup has 2 values");
-  const double deviation = std::sqrt(squares / static_cast<double>(degrees));
-  if (!std::isfinite(deviation)) return Computed<Spread>::absent("beyond the range of numbers");
-  return Spread{deviation, static_cast<double>(degrees)};
+  return Spread{std::sqrt(squares / static_cast<double>(degrees)), static_cast<double>(degrees)};
 }
 
 }  // namespace statistics

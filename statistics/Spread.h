@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 #include <span>
 
@@ -14,6 +15,8 @@ struct Spread {
   /// normal. No whole number where it is an approximation.
   double degreesOfFreedom = 0;
 };
+
+inline bool isFinite(const Spread& spread) { return std::isfinite(spread.deviation); }
 
 /// The deviation within, of values measured one by one: their mean moving range, divided by d2 of
 /// two values. `values` stand in the order of measuring; those that are not finite are left out,

@@ -9,15 +9,23 @@ namespace {
 
 constexpr const char* kNoValues = "no values";
 
-/// Of values around 0 but for their rounding.
-double meanOf(std::span<const double> sorted) {
+/// A mean, and what rounding has cut off it.
+struct Mean {
+  double rounded = 0;
+  double rest = 0;
+};
+
+Mean meanOf(std::span<const double> sorted) {
   // As distances from the middle, values far from 0 keep their digits. What the first pass leaves
-  // of rounding, the second takes away.
-  double mean = sorted[sorted.size() / 2];
+  // of rounding, the second finds.
+  Mean mean{sorted[sorted.size() / 2], 0};
   for (int pass = 0; pass < 2; ++pass) {
     double sum = 0;
-    for (const double value : sorted) sum += value - mean;
-    mean += sum / static_cast<double>(sorted.size());
+    for (const double value : sorted) sum += value - mean.rounded;
+    const double distance = sum / static_cast<double>(sorted.size());
+    const double before = mean.rounded;
+    mean.rounded += distance;
+    mean.rest = distance - (mean.rounded - before);
   }
   return mean;
 }
@@ -66,12 +74,13 @@ Summary summarize(const SortedValues& sorted) {
   const std::span<const double> values = sorted.values();
   summary.minimum = values.front();
   summary.maximum = values.back();
-  const double mean = summary.allEqual ? values.front() : meanOf(values);
-  summary.mean = mean;
+  const Mean mean = summary.allEqual ? Mean{values.front(), 0} : meanOf(values);
+  summary.mean = mean.rounded;
+  summary.meanRest = mean.rest;
   if (values.size() < 2) {
     summary.standardDeviation = Figure::absent("fewer than 2 values");
   } else {
-    summary.standardDeviation = summary.allEqual ? 0 : deviationOf(values, mean);
+    summary.standardDeviation = summary.allEqual ? 0 : deviationOf(values, mean.rounded);
   }
   return summary;
 }

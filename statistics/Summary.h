@@ -39,6 +39,9 @@ struct Summary {
   bool allEqual = false;
   /// Absent without values, as all below.
   Figure mean;
+  /// What rounding has cut off the mean: a distance to `mean` less this is exact even where the
+  /// digits of a number end just below the spread.
+  double meanRest = 0;
   /// The overall one, of a sample (n - 1). Absent with fewer than two values.
   Figure standardDeviation;
   Figure minimum;

@@ -1,127 +1,232 @@
-#include "statistics/Summary.h"
+// Random data, computed here and by oracle.py.
+
+#ifdef PYTHON
 
 #include <gtest/gtest.h>
 
-#include <limits>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <random>
+#include <sstream>
+#include <string>
 #include <vector>
+
+#include "PublishedStudies.h"
+#include "statistics/Capability.h"
+#include "statistics/Comparison.h"
+#include "statistics/GaugeStudy.h"
+#include "statistics/Proportion.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
 
+using Numbers = std::vector<double>;
 using statistics::SortedValues;
-using statistics::Summary;
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
-constexpr double kLargest = std::numeric_limits<double>::max();
+/// A question to the oracle, with this library's answer.
+struct Question {
+  std::string text;
+  Numbers answer;
+};
 
-Summary summaryOf(const std::vector<double>& values) {
-  return statistics::summarize(SortedValues(values));
-}
-
-/// `first`, and then `low` and `high` in turn, 500 times each.
-std::vector<double> inTurn(double first, double low, double high) {
-  std::vector<double> values{first};
-  for (int i = 0; i < 500; ++i) {
-    values.push_back(low);
-    values.push_back(high);
+std::string hexadecimal(const Numbers& numbers) {
+  std::string text;
+  for (const double number : numbers) {
+    char buffer[64];
+    std::snprintf(buffer, sizeof buffer, " %a", number);
+    text += buffer;
   }
-  return values;
+  return text;
 }
 
-// NIST, Statistical Reference Datasets, univariate summary statistics: the certified values of
-// NumAcc1 to NumAcc4.
-TEST(Summary, GivesTheCertifiedValuesOfTheAccuracyDataSets) {
-  const Summary one = summaryOf({10000001, 10000003, 10000002});
-  EXPECT_DOUBLE_EQ(*one.mean, 10000002);
-  EXPECT_DOUBLE_EQ(*one.standardDeviation, 1);
-  const Summary two = summaryOf(inTurn(1.2, 1.1, 1.3));
-  EXPECT_DOUBLE_EQ(*two.mean, 1.2);
-  EXPECT_NEAR(*two.standardDeviation, 0.1, 1e-15);
-  // The last ones are as near as the values themselves, which are no binary fractions.
-  const Summary three = summaryOf(inTurn(1000000.2, 1000000.1, 1000000.3));
-  EXPECT_DOUBLE_EQ(*three.mean, 1000000.2);
-  EXPECT_NEAR(*three.standardDeviation, 0.1, 2e-10);
-  const Summary four = summaryOf(inTurn(10000000.2, 10000000.1, 10000000.3));
-  EXPECT_DOUBLE_EQ(*four.mean, 10000000.2);
-  EXPECT_NEAR(*four.standardDeviation, 0.1, 2e-9);
-}
-
-// NIST/SEMATECH e-Handbook of Statistical Methods, 7.2.6.2 "Percentiles": the twelve gauge
-// measurements. Type 7 puts the 90th percentile at 0.9 of the way from the 10th to the 11th.
-TEST(Percentile, InterpolatesBetweenTheNearestRanks) {
-  const SortedValues sorted(std::vector<double>{95.1772, 95.1567, 95.1937, 95.1959, 95.1442,
-                                                95.0610, 95.1591, 95.1195, 95.1065, 95.0925,
-                                                95.1990, 95.1682});
-  EXPECT_NEAR(*statistics::percentile(sorted, 90), 95.19568, 1e-9);
-  EXPECT_NEAR(*statistics::percentile(sorted, 50), (95.1567 + 95.1591) / 2, 1e-9);
-  EXPECT_EQ(*statistics::percentile(sorted, 0), 95.0610);
-  EXPECT_EQ(*statistics::percentile(sorted, 100), 95.1990);
-}
-
-TEST(Percentile, IsAbsentForPercentagesThatAreNone) {
-  const SortedValues sorted(std::vector<double>{1, 2});
-  for (const double percent : {-1.0, 100.5, kNaN}) {
-    EXPECT_EQ(statistics::percentile(sorted, percent).reason(),
-              "the percentage is not between 0 and 100");
+/// Data as stations have them: more or less normal, of few or many digits, near 0 or far from it.
+class Data {
+ public:
+  Numbers values(std::size_t count) {
+    const double centre = std::vector{0.0, 5.0, -300.0, 1e6, 1e12}[below(5)];
+    const double spread = std::vector{1.0, 0.01, 40.0}[below(3)] * (centre > 1e9 ? 1000 : 1);
+    const double step = below(2) == 0 ? spread / 4 : 0;
+    Numbers values;
+    for (std::size_t i = 0; i < count; ++i) {
+      double value = spread * normal_(random_);
+      if (step > 0) value = step * std::round(value / step);
+      values.push_back(centre + value);
+    }
+    // Not all the same, whatever the rounding.
+    values.front() += spread;
+    return values;
   }
-}
 
-TEST(Summary, IsAbsentWithoutValues) {
-  const Summary summary = summaryOf({});
-  EXPECT_EQ(summary.n, 0);
-  EXPECT_FALSE(summary.allEqual);
-  for (const statistics::Figure& figure : {summary.mean, summary.standardDeviation, summary.minimum,
-                                           summary.maximum, summary.median}) {
-    EXPECT_FALSE(figure);
-    EXPECT_EQ(figure.reason(), "no values");
+  std::size_t below(std::size_t count) {
+    return std::uniform_int_distribution<std::size_t>(0, count - 1)(random_);
   }
+
+ private:
+  std::mt19937_64 random_{20};
+  std::normal_distribution<double> normal_;
+};
+
+Question proportion(Data& data) {
+  const auto total = static_cast<std::int64_t>(1 + data.below(5000));
+  const auto hits = static_cast<std::int64_t>(data.below(static_cast<std::size_t>(total) + 1));
+  const auto interval = *statistics::proportion(hits, total).interval;
+  return {"proportion" + hexadecimal({static_cast<double>(hits), static_cast<double>(total)}),
+          {interval.lower, interval.upper}};
 }
 
-TEST(Summary, OfOneValueHasNoDeviation) {
-  const Summary summary = summaryOf({7.5});
-  EXPECT_EQ(*summary.mean, 7.5);
-  EXPECT_EQ(*summary.median, 7.5);
-  EXPECT_EQ(*summary.minimum, 7.5);
-  EXPECT_EQ(*summary.maximum, 7.5);
-  EXPECT_EQ(summary.standardDeviation.reason(), "fewer than 2 values");
+Question percentile(Data& data) {
+  const Numbers values = data.values(1 + data.below(60));
+  const double percent = static_cast<double>(data.below(401)) / 4;
+  return {"percentile" + hexadecimal({percent}) + hexadecimal(values),
+          {*statistics::percentile(SortedValues(values), percent)}};
 }
 
-TEST(Summary, LeavesOutAndCountsWhatIsNotFinite) {
-  const Summary summary = summaryOf({kNaN, 1, kInfinity, 3, -kInfinity, kNaN, kNaN});
-  EXPECT_EQ(summary.n, 2);
-  EXPECT_EQ(summary.notNumbers, 3);
-  EXPECT_EQ(summary.infinite, 2);
-  EXPECT_EQ(*summary.mean, 2);
-  EXPECT_EQ(*summary.minimum, 1);
-  EXPECT_EQ(*summary.maximum, 3);
+Question summary(Data& data) {
+  const Numbers values = data.values(2 + data.below(60));
+  const statistics::Summary summary = statistics::summarize(SortedValues(values));
+  const statistics::Spread within = *statistics::movingRangeSpread(values);
+  return {"summary" + hexadecimal(values),
+          {*summary.mean, *summary.standardDeviation, *summary.median, within.deviation,
+           within.degreesOfFreedom}};
 }
 
-TEST(Summary, OfEqualValuesHasNoSpread) {
-  const Summary summary = summaryOf(std::vector<double>(1000, 0.1));
-  EXPECT_TRUE(summary.allEqual);
-  EXPECT_EQ(*summary.mean, 0.1);
-  EXPECT_EQ(*summary.standardDeviation, 0);
+Question pooled(Data& data) {
+  const std::size_t groups = 1 + data.below(6);
+  const std::size_t size = 2 + data.below(5);
+  const Numbers values = data.values(groups * size);
+  std::vector<std::int64_t> subgroups;
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    subgroups.push_back(static_cast<std::int64_t>(i / size));
+  }
+  return {"pooled" + hexadecimal({static_cast<double>(groups), static_cast<double>(size)}) +
+              hexadecimal(values),
+          {statistics::pooledSpread(values, subgroups)->deviation}};
 }
 
-TEST(Summary, KeepsASmallSpreadFarFromZero) {
-  std::vector<double> values;
-  for (int i = 0; i < 1000; ++i) values.push_back(1e12 + (i % 2 == 0 ? 0.25 : -0.25));
-  const Summary summary = summaryOf(values);
-  EXPECT_EQ(*summary.mean, 1e12);
-  EXPECT_NEAR(*summary.standardDeviation, 0.25 * std::sqrt(1000 / 999.0), 1e-12);
+Question normality(Data& data) {
+  const Numbers values = data.values(8 + data.below(60));
+  const SortedValues sorted(values);
+  const auto normality = *statistics::andersonDarling(sorted, statistics::summarize(sorted));
+  return {"normality" + hexadecimal(values),
+          {normality.statistic, normality.adjusted, normality.p}};
 }
 
-TEST(Summary, HoldsAtBothEndsOfTheNumbers) {
-  const Summary small = summaryOf({1e-300, 2e-300, 3e-300});
-  EXPECT_DOUBLE_EQ(*small.mean, 2e-300);
-  EXPECT_DOUBLE_EQ(*small.standardDeviation, 1e-300);
-  const Summary large = summaryOf({1e307, 2e307, 3e307});
-  EXPECT_DOUBLE_EQ(*large.mean, 2e307);
-  EXPECT_DOUBLE_EQ(*large.standardDeviation, 1e307);
-  const Summary beyond = summaryOf({-kLargest, kLargest, kLargest});
-  EXPECT_EQ(*beyond.minimum, -kLargest);
-  EXPECT_FALSE(beyond.standardDeviation);
-  EXPECT_EQ(beyond.standardDeviation.reason(), "beyond the range of numbers");
+Question capability(Data& data) {
+  const Numbers values = data.values(8 + data.below(60));
+  const SortedValues sorted(values);
+  const statistics::Summary summary = statistics::summarize(sorted);
+  const double lower =
+      *summary.mean - (0.5 + static_cast<double>(data.below(5))) * *summary.standardDeviation;
+  const double upper =
+      *summary.mean + (0.5 + static_cast<double>(data.below(5))) * *summary.standardDeviation;
+  const statistics::Capability capability =
+      statistics::capability(summary, statistics::movingRangeSpread(values),
+                             statistics::andersonDarling(sorted, summary), {lower, upper});
+  Question question{"capability" + hexadecimal({lower, upper}) + hexadecimal(values), {}};
+  for (const statistics::Indices* indices : {&capability.overall, &capability.within}) {
+    const auto& [both, nearest] = std::tie(indices->both, indices->nearest);
+    for (const double number :
+         {*both.value, *nearest.value, both.interval->lower, both.interval->upper,
+          nearest.interval->lower, nearest.interval->upper}) {
+      question.answer.push_back(number);
+    }
+  }
+  question.answer.push_back(*capability.overall.ppm.outside);
+  question.answer.push_back(*capability.within.ppm.outside);
+  return question;
+}
+
+Question compare(Data& data) {
+  Numbers first = data.values(16 + data.below(60));
+  const auto middle =
+      first.begin() + static_cast<std::ptrdiff_t>(8 + data.below(first.size() - 15));
+  const Numbers second(middle, first.end());
+  const double count = static_cast<double>(middle - first.begin());
+  const std::string text = "compare" + hexadecimal({count}) + hexadecimal(first);
+  first.erase(middle, first.end());
+  const statistics::Comparison comparison =
+      statistics::compare(SortedValues(first), SortedValues(second));
+  return {text,
+          {comparison.means->statistic, comparison.means->degreesOfFreedom, comparison.means->p,
+           comparison.shiftInterval->lower, comparison.shiftInterval->upper,
+           comparison.spreads->statistic, comparison.spreads->p, comparison.ranks->statistic,
+           comparison.ranks->p}};
+}
+
+Question study(Data& data) {
+  const std::size_t parts = 2 + data.below(5);
+  const std::size_t appraisers = 2 + data.below(3);
+  const std::size_t trials = 2 + data.below(3);
+  Numbers values = data.values(parts * appraisers * trials);
+  const auto readings =
+      test::readingsOf(static_cast<int>(appraisers), static_cast<int>(trials), values);
+  statistics::GaugeOptions options;
+  options.poolAbove = 1;
+  const statistics::GaugeStudy full = *statistics::gaugeStudy(readings, options);
+  options.poolAbove = -1;
+  const statistics::GaugeStudy pooled = *statistics::gaugeStudy(readings, options);
+  Question question{"study" +
+                        hexadecimal({static_cast<double>(parts), static_cast<double>(appraisers),
+                                     static_cast<double>(trials)}) +
+                        hexadecimal(values),
+                    {}};
+  for (const auto& row : full.anova) question.answer.push_back(row.sumOfSquares);
+  for (const auto* row : {&full.anova[0], &full.anova[1], &full.anova[2], &pooled.pooledAnova[0],
+                          &pooled.pooledAnova[1]}) {
+    question.answer.push_back(*row->f);
+    question.answer.push_back(*row->p);
+  }
+  for (const auto* component :
+       {&full.repeatability, &full.interaction, &full.appraiser, &full.partToPart,
+        &pooled.repeatability, &pooled.appraiser, &pooled.partToPart}) {
+    question.answer.push_back(component->variance);
+  }
+  return question;
+}
+
+/// The lines that the oracle answers.
+std::vector<std::string> answersTo(const std::vector<Question>& questions) {
+  const test::TemporaryFolder folder;
+  const std::string file = folder.path() / "questions";
+  std::ofstream stream(file);
+  for (const Question& question : questions) stream << question.text << '\n';
+  stream.close();
+  const std::string command = PYTHON " -B " ORACLE " < " + file;
+  std::vector<std::string> lines;
+  FILE* answers = ::popen(command.c_str(), "r");
+  char* line = nullptr;
+  std::size_t size = 0;
+  while (::getline(&line, &size, answers) > 0) lines.emplace_back(line);
+  ::free(line);
+  EXPECT_EQ(::pclose(answers), 0);
+  return lines;
+}
+
+TEST(Statistics, AgreesWithAnIndependentComputation) {
+  Data data;
+  std::vector<Question> questions;
+  for (const auto& ask :
+       {proportion, percentile, summary, pooled, normality, capability, compare, study}) {
+    for (int i = 0; i < 15; ++i) questions.push_back(ask(data));
+  }
+  const std::vector<std::string> lines = answersTo(questions);
+  ASSERT_EQ(lines.size(), questions.size() + 1);
+  std::printf("%s", lines.front().c_str());
+  for (std::size_t i = 0; i < questions.size(); ++i) {
+    std::istringstream words(lines[i + 1]);
+    std::string word;
+    for (const double answer : questions[i].answer) {
+      ASSERT_TRUE(words >> word) << questions[i].text;
+      const double expected = std::strtod(word.c_str(), nullptr);
+      EXPECT_NEAR(answer, expected, 1e-7 * std::abs(expected) + 1e-12) << questions[i].text;
+    }
+    EXPECT_FALSE(words >> word) << questions[i].text;
+  }
 }
 
 }  // namespace
+
+#endif
