@@ -195,8 +195,7 @@ class Station:
         started = now_us()
         tests = ["Power up", "Idle current", "Voltages"]
         failure = None
-        records = []
-        steps = []
+        last, rows, steps = None, [], []
         for index, name in enumerate(tests, 1):
             with self.lock:
                 if self.epoch != epoch:
@@ -205,14 +204,16 @@ class Station:
                           startedAt=started, usualSeconds=3 * self.test_seconds, attempt=1,
                           test={"index": index, "count": len(tests), "name": name, "startedAt": now_us(),
                                 "usualSeconds": self.test_seconds},
-                          **({"last": records[-1]} if records else {}))
+                          **({"last": last} if last else {}))
             begun = now_us()
             time.sleep(self.test_seconds)
             bad = serial.startswith("BAD") and index == 3
-            record = {"number": f"{index}.1", "name": "VREF", "value": "2.71" if bad else "2.512", "low": "2.4",
+            record = last = {"number": f"{index}.1", "name": "VREF", "value": "2.71" if bad else "2.512", "low": "2.4",
                       "high": "2.6", "unit": "V", "verdict": "FAIL" if bad else "PASS"}
-            records.append(record | {"step": index, "sequence": index, "value": float(record["value"])})
-            steps.append({"step": index, "number": index, "test": name, "startedAt": begun, "endedAt": now_us(),
+            rows.append({"step": index, "attempt": 1, "superseded": False, "sequence": index, "value": float(record["value"]),
+                         "test": name, "subTest": record["name"], "number": record["number"], "low": 2.4, "high": 2.6,
+                         "unit": "V", "verdict": record["verdict"]})
+            steps.append({"step": index, "attempt": 1, "test": name, "startedAt": begun, "endedAt": now_us(),
                           "verdict": record["verdict"]})
             if bad:
                 failure = "Voltages / VREF: 2.71 is above 2.6"
@@ -224,7 +225,9 @@ class Station:
             if self.epoch != epoch:
                 return
             self.run_rows[run] = row | {"flow": "main", "bundle": "com.example.board-test", "steps": steps,
-                                        "measurements": records}
+                                        "measurements": rows}
+            if bad_row := next((each for each in rows if each["verdict"] == "FAIL"), None):
+                self.run_rows[run]["firstFailure"] = bad_row["sequence"]
             self.site(site, state=verdict, since=ended, todo="Take the device out. Scan the next one.",
                       verdict={"verdict": verdict, "serial": serial, "run": run, "seconds": (ended - started) / 1e6,
                                "endedAt": ended} | ({"firstFailure": failure} if failure else {}))

@@ -141,6 +141,7 @@ class PageTest(unittest.TestCase):
         failed = self.text('.rows tr[data-verdict="FAIL"]:not(.step)')
         for part in ["3.1", "VREF", "2.71 V", "2.4 … 2.6", "FAIL"]:
             self.assertIn(part, failed)
+        self.assertIn("Voltages / VREF: 2.71 V", self.text(".run .facts-list"))
         self.assertEqual(len(self.browser.script("return [...document.querySelectorAll('.rows tbody')]")), 3)
 
     def test_label_then_device(self):
@@ -166,6 +167,20 @@ class PageTest(unittest.TestCase):
         self.browser.wait_text("#notices", "The disk is almost full.")
         self.browser.press("#notices button")
         self.browser.wait_text("#panel", "X17 is no serial number")
+
+    def test_station_that_cannot_test(self):
+        self.station.patch({"station": {"state": "broken", "problem": {
+            "text": "The plug-in cannot be loaded.", "advice": "Mend it, then load it again."}}})
+        self.station.refusals["reload"] = "it is being loaded"
+        self.open()
+        self.assertEqual(self.text("#strip-text"), "Scan nothing now.")
+        self.browser.wait_text("#problem", "The plug-in cannot be loaded.")
+        self.assertIn("Mend it, then load it again.", self.text("#problem"))
+        self.browser.press("#problem button")
+        self.browser.wait_text("#problem", "it is being loaded")
+        self.station.patch({"station": {"state": "ready", "problem": None}})
+        self.wait(lambda: self.text("#problem") == "", "the problem goes")
+        self.assertEqual(self.text("#strip-text"), "Scan a device: the next free site takes it.")
 
     def test_reload_in_mid_run(self):
         self.station.test_seconds = 0.8
@@ -522,7 +537,7 @@ for (const tile of tiles) {
     }
   }
   const size = parseFloat(getComputedStyle(tile.querySelector(".word")).fontSize);
-  if (size < 19) out.push(`${tile.dataset.site}: a word of ${size} px`);
+  if (size < (["NOT AVAILABLE", "BROKEN OFF"].includes(tile.dataset.state) ? 15 : 19)) out.push(`${tile.dataset.site}: a word of ${size} px`);
 }
 return out;""", number)
         self.assertEqual(problems, [])

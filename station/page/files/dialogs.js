@@ -8,6 +8,10 @@ import { texts } from "./texts.js";
 
 const kShownWhenGone = 4000;  // ms
 
+function isLimit(value) {
+  return Number.isFinite(value);
+}
+
 class Card {
   constructor(site, question) {
     this.site = site;
@@ -58,9 +62,9 @@ class Card {
   }
 
   #limits({ low, high }) {
-    if (low !== undefined && high !== undefined) return texts.between(low, high);
-    if (low !== undefined) return texts.atLeast(low);
-    return high !== undefined ? texts.atMost(high) : "";
+    if (isLimit(low) && isLimit(high)) return texts.between(low, high);
+    if (isLimit(low)) return texts.atLeast(low);
+    return isLimit(high) ? texts.atMost(high) : "";
   }
 
   #submit() {
@@ -71,7 +75,7 @@ class Card {
       const { low, high } = this.question;
       if (text === "" || !Number.isFinite(number)) return put(this.problem, texts.notANumber);
       if (number < (low ?? -Infinity) || number > (high ?? Infinity)) {
-        return put(this.problem, low !== undefined && high !== undefined ? texts.outside(low, high) : this.#limits(this.question));
+        return put(this.problem, texts.outside(this.#limits(this.question)));
       }
     }
     return this.answer(text);

@@ -78,7 +78,7 @@ export class History {
       cell(timeOfDay(run.startedAt)), cell(run.site),
       element("td", Object.assign(button(run.serial || "–", () => this.open(run.id)), { className: "link" }),
         run.kind && run.kind !== "production" ? element("span.chip", texts.kinds[run.kind] ?? run.kind) : undefined),
-      verdictCell(run.verdict), cell(run.firstFailure ?? run.message))));
+      verdictCell(run.verdict), cell(reasonOf(run)))));
     runs.forEach((run, index) => {
       const link = this.rows.rows[index].querySelector("button");
       link.dataset.run = run.id;
@@ -109,12 +109,29 @@ export class History {
   }
 }
 
+// Why a device did not pass; absent where only its rows tell.
+function reasonOf(run) {
+  return typeof run.firstFailure === "string" ? run.firstFailure : run.message;
+}
+
+// The first failure in words. A run in the store only names its record.
+function firstFailureOf(run) {
+  const record = (run.measurements ?? []).find((each) => each.sequence === run.firstFailure);
+  if (!record) return typeof run.firstFailure === "string" ? run.firstFailure : undefined;
+  const name = [record.test, nameOf(record)].filter(Boolean).join(" / ");
+  return [name, record.message ?? withUnit(record.value ?? record.text, record.unit)].filter(Boolean).join(": ");
+}
+
+function nameOf(record) {
+  return record.subTest ?? record.name ?? "";
+}
+
 function describe(run) {
   const facts = [
     [texts.site, run.site], [texts.started, timeOfDay(run.startedAt)], [texts.ended, timeOfDay(run.endedAt)],
     [texts.operatorWord, run.operator], [texts.kind, texts.kinds[run.kind] ?? run.kind], [texts.reason, run.reason],
     [texts.flowWord, run.flow], [texts.bundle, [run.bundle, run.bundleVersion].filter(Boolean).join(" ")],
-    [texts.first, run.firstFailure], [texts.message, run.message], [texts.run, run.id],
+    [texts.first, firstFailureOf(run)], [texts.message, run.message], [texts.run, run.id],
   ].filter(([, value]) => value);
   const title = element("h3.run-title", { "data-verdict": run.verdict }, symbolOfVerdict(run.verdict),
     element("span", texts.verdicts[run.verdict] ?? String(run.verdict)), element("span.serial", run.serial));
@@ -131,10 +148,10 @@ function rowsOf(run) {
     const own = measurements.filter((record) => record.step === step.step && (record.attempt ?? 1) === (step.attempt ?? 1));
     return element("tbody",
       element("tr.step", { "data-verdict": step.verdict },
-        element("th", { scope: "rowgroup", colspan: "3" }, texts.step(step.number ?? step.step, step.test),
+        element("th", { scope: "rowgroup", colspan: "3" }, texts.step(step.step, step.test),
           step.attempt > 1 ? element("span.chip", texts.attempt(step.attempt)) : undefined),
         cell(duration(seconds)), verdictCell(step.verdict)),
-      step.errorText ? element("tr", element("td"), element("td.refusal", { colspan: "4" }, step.errorText)) : undefined,
+      step.error ? element("tr", element("td"), element("td.refusal", { colspan: "4" }, step.error)) : undefined,
       ...own.map(recordRow));
   });
 }
@@ -142,7 +159,7 @@ function rowsOf(run) {
 function recordRow(record) {
   const value = record.value ?? record.text;
   return element("tr", { "data-verdict": record.verdict, class: record.superseded ? "superseded" : "" },
-    cell(record.number), element("td", record.name ?? "", record.message ? element("div.muted", record.message) : undefined),
+    cell(record.number), element("td", nameOf(record), record.message ? element("div.muted", record.message) : undefined),
     element("td.number", withUnit(value, record.unit), record.superseded ? element("span.chip", texts.superseded) : undefined),
     cell(limits(record)), verdictCell(record.verdict));
 }

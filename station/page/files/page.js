@@ -131,7 +131,9 @@ function showScan(text, accepted) {
 
 function showInstruction() {
   if (scanShown !== undefined || !station?.state) return;
-  const way = station.state.station?.scan === "site" ? texts.scanSite : texts.scanNext;
+  const { state: condition, scan: mode } = station.state.station ?? {};
+  if (condition !== "ready") return put(byId("strip-text"), texts.scanNothing);
+  const way = mode === "site" ? texts.scanSite : texts.scanNext;
   put(byId("strip-text"), waitsForDevice ? texts.scanDevice(waitsForDevice) : way);
 }
 

@@ -94,10 +94,10 @@ export class Technician {
     const word = element("span.site-word");
     const reason = element("span.muted");
     const why = textField(texts.reasonFor);
-    const enable = button(texts.enable, () => this.#do("enable", { site, who: this.who() }));
+    const enable = button(texts.enable, () => this.#do("enable", { site, ...this.#who() }));
     const form = element("form.inline", { submit: async (event) => {
       event.preventDefault();
-      if (await this.#do("disable", { site, reason: why.value.trim(), who: this.who() })) why.value = "";
+      if (await this.#do("disable", { site, reason: why.value.trim(), ...this.#who() })) why.value = "";
     } }, why, element("button", texts.disable));
     const root = element("div.site-row", { "data-site": site }, element("strong", site), mark, word, reason, enable, form);
     return { root, update: (state) => {
@@ -110,9 +110,9 @@ export class Technician {
     } };
   }
 
-  /// Whoever works here, as the station knows.
-  who() {
-    return this.name || "";
+  // Whoever works here, where the station knows.
+  #who() {
+    return this.name ? { who: this.name } : {};
   }
 
   update(state) {

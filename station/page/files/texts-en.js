@@ -58,6 +58,7 @@ export default {
   // Scans
   scanNext: "Scan a device: the next free site takes it.",
   scanSite: "Scan the label of a site, then its device.",
+  scanNothing: "Scan nothing now.",
   scanDevice: (site) => `Site ${site}: now scan its device.`,
   scanTaken: (text, site) => (site ? `${text} → ${site}` : `${text} taken`),
   scanRefused: (text, reason) => `${text} not taken: ${reason}`,
@@ -108,7 +109,7 @@ export default {
   keys: "Keys 1 to 9 answer.",
   keysAfterTab: "Several questions are open: click one, or go there with Tab; then keys 1 to 9 answer it.",
   notANumber: "Please type a number.",
-  outside: (low, high) => `Please type a number from ${low} to ${high}.`,
+  outside: (limits) => `Please type a number ${limits}.`,
   answeredElsewhere: "The question was answered elsewhere, or is over.",
 
   // Notices
