@@ -75,6 +75,7 @@ class Station:
         self.log = ["12:00:00.000 station: ready"]
         self.waits_for_device = None
         self.run_rows = {}
+        self.watchers = []
         self.restart(sites)
 
     def restart(self, sites=None):
@@ -84,7 +85,6 @@ class Station:
             self.epoch = secrets.token_hex(8)
             self.token = secrets.token_hex(16)
             self.sequence = 0
-            self.watchers = []
             self.deltas = []
             self.answers = {}
             self.state = {
@@ -108,6 +108,11 @@ class Station:
         with self.lock:
             patch = {member: None for member in self.state["sites"].get(name, {}) if member not in members}
             self.patch({"sites": {name: patch | members}})
+
+    def tell_all(self):
+        """Tells everybody the whole state."""
+        with self.lock:
+            self._tell("snapshot", self.snapshot(), self.sequence)
 
     def write_log(self, *lines):
         with self.lock:
