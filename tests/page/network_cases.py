@@ -32,6 +32,15 @@ class NetworkCases(PageCase):
         self.wait(lambda: self.word("left") == "RUNNING", "the new token is taken")
         self.assertEqual([scan["text"] for scan in self.given("scan")], ["QB2601-0001", "QB2601-0003"])
 
+    def test_page_of_another_version_comes_by_itself(self):
+        self.open()
+        self.browser.script("window.fromBefore = true")
+        self.station.restart()
+        self.station.state["station"]["version"] = "0.2.0"
+        self.station.tell_all()
+        self.wait(lambda: not self.browser.script("return window.fromBefore"), "a new page")
+        self.browser.wait_text("#connection", "Connected")
+
     def test_station_falls_silent(self):
         self.open()
         self.station.silent = True
@@ -47,7 +56,7 @@ class NetworkCases(PageCase):
         self.wait(lambda: self.word("left") == "DISABLED", "what was missed")
 
     def test_answer_that_is_lost(self):
-        self.station.lost_answers = 2
+        self.station.lost_answers = 5  # The browser itself tries again, too.
         self.station.test_seconds = 0.02
         self.open()
         self.browser.scan("QB2601-0001")

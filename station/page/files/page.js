@@ -89,6 +89,7 @@ function closeConfirmation() {
   show(byId("confirm-stop"), false);
 }
 
+setAttribute(byId("confirm-stop"), "aria-label", texts.stopNow);
 const stopProblem = element("span.refusal", { role: "alert", hidden: true });
 byId("confirm-stop").append(
   element("p", { id: "confirm-stop-text" }, texts.stopNowAsks),
@@ -137,7 +138,14 @@ function showInstruction() {
   put(byId("strip-text"), waitsForDevice ? texts.scanDevice(waitsForDevice) : way);
 }
 
-async function scan(text) {
+// One after the other: a label comes before its device.
+let scans = Promise.resolve();
+
+function scan(text) {
+  scans = scans.then(() => takeScan(text));
+}
+
+async function takeScan(text) {
   // What waits for a station that comes back may meet another device in the fixture.
   if (!station.fresh) {
     showScan(texts.scanRefused(text, texts.scanWithoutStation), false);
