@@ -397,6 +397,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
                 answer = self.station.command(json.loads(body))
                 if self.station.lost_answers > 0:
                     self.station.lost_answers -= 1
+                    # Before its first byte the browser itself would ask again.
+                    self.wfile.write(b"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n{")
                     self.close_connection = True
                     return
                 self._send(answer, status=200 if answer["done"] else 409)

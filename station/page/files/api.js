@@ -61,8 +61,10 @@ export async function command(name, parts = {}) {
 }
 
 async function understood(answer) {
+  if (answer.status === 200 || answer.status === 409) {
+    return { done: answer.status === 200, ...(await answer.json()) };  // Half an answer is none.
+  }
   const body = await answer.json().catch(() => ({}));
-  if (answer.status === 200 || answer.status === 409) return { done: answer.status === 200, ...body };
   // A host that was started anew knows nothing of this command's id, and perhaps did it before it ended: a person decides.
   if (answer.status === 403 && (await refreshToken())) return { done: false, message: texts.restarted };
   return { done: false, message: body.message ?? texts.refused(answer.status) };
