@@ -162,7 +162,8 @@ export class Questions {
   /// A digit answers the question in which the keyboard is, or else the only open one.
   digit(digit) {
     const cards = [...this.#cards.values()];
-    const card = cards.find(({ root }) => root.contains(document.activeElement)) ?? (cards.length === 1 ? cards[0] : undefined);
+    const chosen = cards.find(({ root }) => root.contains(document.activeElement));
+    const card = chosen ?? (cards.length === 1 ? cards[0] : undefined);
     card?.choose(digit);
   }
 }

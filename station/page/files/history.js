@@ -9,7 +9,8 @@ import { texts } from "./texts.js";
 const kMore = 200;
 
 function verdictCell(verdict) {
-  return element("td.verdict", { "data-verdict": verdict }, symbolOfVerdict(verdict), texts.verdicts[verdict] ?? String(verdict));
+  const word = texts.verdicts[verdict] ?? String(verdict);
+  return element("td.verdict", { "data-verdict": verdict }, symbolOfVerdict(verdict), word);
 }
 
 function head(...names) {
@@ -104,7 +105,8 @@ export class History {
       const run = await readRun(id);
       if (this.#open === id) this.run.replaceChildren(back, ...describe(run));
     } catch (problem) {
-      if (this.#open === id) this.run.replaceChildren(back, element("p.refusal", { role: "alert" }, texts.cannotRead(problem.message)));
+      if (this.#open !== id) return;
+      this.run.replaceChildren(back, element("p.refusal", { role: "alert" }, texts.cannotRead(problem.message)));
     }
   }
 }
@@ -135,9 +137,10 @@ function describe(run) {
   ].filter(([, value]) => value);
   const title = element("h3.run-title", { "data-verdict": run.verdict }, symbolOfVerdict(run.verdict),
     element("span", texts.verdicts[run.verdict] ?? String(run.verdict)), element("span.serial", run.serial));
+  const list = element("dl.facts-list", ...facts.flatMap(([name, value]) => [element("dt", name), cell(value, "dd")]));
   const table = element("table.rows", head("", texts.name, texts.value, texts.limits, texts.verdict), ...rowsOf(run));
-  return [title, element("dl.facts-list", ...facts.flatMap(([name, value]) => [element("dt", name), cell(value, "dd")])), table,
-    ...((run.measurements ?? []).length === 0 ? [element("p.muted", texts.noRecords)] : [])];
+  const isEmpty = (run.measurements ?? []).length === 0;
+  return [title, list, table, ...(isEmpty ? [element("p.muted", texts.noRecords)] : [])];
 }
 
 // A body for each step: a row that names it, and its records.
@@ -145,7 +148,7 @@ function rowsOf(run) {
   const measurements = run.measurements ?? [];
   return (run.steps ?? []).map((step) => {
     const seconds = (step.endedAt - step.startedAt) / 1e6;
-    const own = measurements.filter((record) => record.step === step.step && (record.attempt ?? 1) === (step.attempt ?? 1));
+    const own = measurements.filter((record) => record.step === step.step && record.attempt === step.attempt);
     return element("tbody",
       element("tr.step", { "data-verdict": step.verdict },
         element("th", { scope: "rowgroup", colspan: "3" }, texts.step(step.step, step.test),
@@ -160,6 +163,7 @@ function recordRow(record) {
   const value = record.value ?? record.text;
   return element("tr", { "data-verdict": record.verdict, class: record.superseded ? "superseded" : "" },
     cell(record.number), element("td", nameOf(record), record.message ? element("div.muted", record.message) : undefined),
-    element("td.number", withUnit(value, record.unit), record.superseded ? element("span.chip", texts.superseded) : undefined),
+    element("td.number", withUnit(value, record.unit),
+      record.superseded ? element("span.chip", texts.superseded) : undefined),
     cell(limits(record)), verdictCell(record.verdict));
 }

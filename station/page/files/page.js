@@ -73,8 +73,9 @@ const tiles = new Tiles(byId("tiles"), (run) => {
 });
 const questions = new Questions(byId("questions"));
 
-byId("show-history").addEventListener("click", () => openOnly(openPanel === "history" ? undefined : "history"));
-byId("show-technician").addEventListener("click", () => openOnly(openPanel === "technician" ? undefined : "technician"));
+for (const name of ["history", "technician"]) {
+  byId(`show-${name}`).addEventListener("click", () => openOnly(openPanel === name ? undefined : name));
+}
 byId("operator").addEventListener("click", () => openOnly("technician"));
 document.addEventListener("keydown", (event) => {
   if (event.key !== "Escape") return;
@@ -110,7 +111,8 @@ let scanShown;  // the timer of what became of the last scan
 
 function logScan(text, accepted) {
   if (scanList.firstChild?.classList.contains("muted")) scanList.replaceChildren();
-  scanList.prepend(element(accepted ? "li.accepted" : "li.refusal", element("time", timeOfDay(Date.now() * 1000)), " ", text));
+  const at = element("time", timeOfDay(Date.now() * 1000));
+  scanList.prepend(element(accepted ? "li.accepted" : "li.refusal", at, " ", text));
   while (scanList.childElementCount > kMostScans) scanList.lastChild.remove();
 }
 

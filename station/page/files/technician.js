@@ -42,14 +42,15 @@ export class Technician {
 
   #makeKinds() {
     this.wanted = undefined;
-    this.kinds = kKinds.map((kind) => button(texts.kinds[kind], () => this.#want(kind), { "data-kind": kind, "aria-pressed": "false" }));
+    this.kinds = kKinds.map((kind) => button(texts.kinds[kind], () => this.#want(kind), { "data-kind": kind }));
     this.means = element("p.muted");
     this.reason = textField(texts.reasonFor);
     this.kindForm = element("form.inline", { submit: (event) => {
       event.preventDefault();
       this.#setKind();
     } }, this.reason, element("button.primary", texts.apply));
-    return element("div", element("div.segments", { role: "group", "aria-label": texts.kind }, ...this.kinds), this.means, this.kindForm);
+    const choice = element("div.segments", { role: "group", "aria-label": texts.kind }, ...this.kinds);
+    return element("div", choice, this.means, this.kindForm);
   }
 
   #want(kind) {
@@ -151,11 +152,13 @@ export class Technician {
         each.problem ? element("div.refusal", each.problem) : undefined),
       element("td", { "data-calibration": each.calibration }, texts.calibrations[each.calibration] ?? each.calibration ?? "",
         each.due ? element("div.muted", texts.due(each.due)) : undefined))));
-    if (instruments.length === 0) this.instruments.append(element("tr", element("td.muted", { colspan: "4" }, texts.noInstruments)));
+    if (instruments.length > 0) return;
+    this.instruments.append(element("tr", element("td.muted", { colspan: "4" }, texts.noInstruments)));
   }
 
   #drawStation(station) {
-    const facts = [[texts.stationWord, station.name], [texts.bundle, [station.bundle, station.bundleVersion].filter(Boolean).join(" ")],
+    const bundle = [station.bundle, station.bundleVersion].filter(Boolean).join(" ");
+    const facts = [[texts.stationWord, station.name], [texts.bundle, bundle],
       [texts.flowWord, station.flow], [texts.part, station.part], [texts.process, station.process],
       [texts.versionWord, station.version]].filter(([, value]) => value);
     const drawn = JSON.stringify(facts);
