@@ -99,7 +99,9 @@ class Server::Impl : public Hub {
     thread_ = std::thread([this] { run(); });
   }
 
-  ~Impl() override { stop(); }
+  ~Impl() override {
+    guarded([this] { stop(); });
+  }
   Impl(const Impl&) = delete;
   Impl& operator=(const Impl&) = delete;
 
