@@ -7,6 +7,7 @@
 #include <boost/beast/http/error.hpp>
 #include <boost/beast/http/read.hpp>
 #include <cerrno>
+#include <exception>
 #include <utility>
 
 #include "web/Head.h"
@@ -95,7 +96,11 @@ void Connection::received(const Error& error) {
     keep_ = false;
     return answer(Response::refusal(503, "Too many connections."));
   }
-  hub_.handle(request, shared_from_this());
+  try {
+    hub_.handle(request, shared_from_this());
+  } catch (const std::exception& e) {
+    answer(Response::refusal(500, e.what()));
+  }
 }
 
 /// Answers what is no request, and ends the connection.

@@ -27,11 +27,13 @@ Response methodRefusal(const std::string& allowed) {
   return response;
 }
 
-/// The form that asks a browser for the token; `complaint` is plain text.
+/// The form that asks a browser for the token; `complaint` is plain text. Where the referrer is
+/// kept back altogether, as elsewhere here, browsers send a form with "Origin: null".
 Response loginForm(int status, const std::string& complaint) {
   Response form = Response::text(
       "<!doctype html>\n<html lang=\"en\">\n<meta charset=\"utf-8\">\n"
-      "<meta name=\"viewport\" content=\"width=device-width\">\n<title>Quillon</title>\n"
+      "<meta name=\"viewport\" content=\"width=device-width\">\n"
+      "<meta name=\"referrer\" content=\"same-origin\">\n<title>Quillon</title>\n"
       "<h1>Quillon</h1>\n<p role=\"alert\">" +
           complaint +
           "</p>\n<form method=\"post\" action=\"/login\">\n<label>Token of this station "

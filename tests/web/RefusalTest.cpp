@@ -375,6 +375,8 @@ TEST_F(TokenFile, LetsABrowserIn) {
   EXPECT_EQ(form.status, 401);
   EXPECT_THAT(form.body, HasSubstr("<form method=\"post\" action=\"/login\">"));
   EXPECT_THAT(form.body, Not(HasSubstr("quillon-token")));
+  // Without it a browser sends the form with "Origin: null", which is refused.
+  EXPECT_THAT(form.body, HasSubstr("<meta name=\"referrer\" content=\"same-origin\">"));
   EXPECT_EQ(client_.get("/login").status, 200);
 
   const Reply in = client_.post("/login", formType_, TokenFile::form(kToken));
