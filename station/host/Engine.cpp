@@ -64,7 +64,7 @@ Loaded Engine::load(const Load& load) {
   load_ = load;
   worker_.send(messageFrom(load));
   Loaded loaded = await<Loaded>();
-  sites_.loaded(loaded.sites);
+  sites_.loaded(loaded);
   // Those that are there now, whatever is lost by then.
   if (!load_->again) load_->sites = loaded.sites;
   load_->again = true;
@@ -111,6 +111,15 @@ void Engine::unloadWorker() {
   }
   unloading_ = false;
   worker_.drop();
+}
+
+std::optional<std::string> Engine::reserve(const std::string& site) {
+  const auto reason = sites_.reserve(site);
+  if (reason && !sites_.isLoaded(site) && !sites_.hasGivenUp()) {
+    events_.add("site_ended", site, "takes no more devices: " + *reason);
+    screen_.warning("site " + printable(site) + " takes no more devices: " + printable(*reason));
+  }
+  return reason;
 }
 
 void Engine::endOverdue(const std::string& site) {
@@ -231,19 +240,32 @@ void Engine::onEnd(int status) {
 }
 
 void Engine::restart() {
-  std::erase_if(crashes_, [](auto moment) { return Clock::now() - moment > kCrashTime; });
   std::optional<std::string> enough;
-  if (crashes_.size() >= kCrashes) {
-    enough = *worker_.endReason() + "; that was the " + std::to_string(crashes_.size()) +
-             "th time within 10 minutes";
-  }
+  if (hasCrashedTooOften()) enough = withCrashes(*worker_.endReason());
+  const std::size_t crashes = crashes_.size();
   try {
     runSafeStates();
     if (!enough) openLoggers(*columns_);
   } catch (const std::exception& problem) {
-    if (!enough) enough = problem.what();
+    const bool hasCrashed = crashes_.size() > crashes;
+    if (!enough && hasCrashed && !hasCrashedTooOften()) return tellOfAnother(problem.what());
+    if (!enough) enough = hasCrashed ? withCrashes(problem.what()) : problem.what();
   }
   if (enough) giveUp(*enough);
+}
+
+/// So often within so short a time that it is no accident.
+bool Engine::hasCrashedTooOften() {
+  std::erase_if(crashes_, [](auto moment) { return Clock::now() - moment > kCrashTime; });
+  return crashes_.size() >= kCrashes;
+}
+
+std::string Engine::withCrashes(const std::string& reason) const {
+  return reason + "; that was the " + std::to_string(crashes_.size()) + "th time within 10 minutes";
+}
+
+void Engine::tellOfAnother(const std::string& problem) const {
+  screen_.warning(printable(problem) + "; it is loaded once more");
 }
 
 void Engine::makeSafe() {
@@ -264,18 +286,25 @@ void Engine::runSafeStates() {
   safeStateDue_ = false;
 }
 
-/// Starts and loads a worker for the safe states that are due.
+/// Starts and loads a worker for the safe states that are due. One that crashes meanwhile is
+/// replaced, unless that happens too often.
 void Engine::startFresh() {
   const bool stopIsKnown = stoppedAtOnce_;
+  const std::size_t crashes = crashes_.size();
   try {
     start();
     load(*load_);
   } catch (const std::exception& problem) {
+    const bool hasCrashed = crashes_.size() > crashes;
     // Whoever stops everything at once wants the safe state all the more.
-    if (stoppedAtOnce_ && !stopIsKnown) return startFresh();
-    safeStateDue_ = false;
-    safeStates_.couldNotBeTried(problem.what());
-    throw;
+    const bool isWantedAllTheMore = stoppedAtOnce_ && !stopIsKnown;
+    if (!isWantedAllTheMore && (!hasCrashed || hasCrashedTooOften())) {
+      safeStateDue_ = false;
+      safeStates_.couldNotBeTried(problem.what());
+      throw;
+    }
+    if (hasCrashed) tellOfAnother(problem.what());
+    startFresh();
   }
 }
 

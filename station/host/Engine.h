@@ -61,9 +61,10 @@ class Engine {
 
   /// Waits until a device can be tested; false when none can any more.
   bool awaitWorker() { return sites_.awaitOpen(); }
-  /// Waits until a device can be tested. When none can be tested any more, the reason. The worker
+  /// Waits until a device can be tested. When none can be tested any more, the reason; the operator
+  /// is told of one that is the site's own. The worker
   /// can then be told; if it ends meanwhile, that is the site's next event.
-  std::optional<std::string> reserve(const std::string& site) { return sites_.reserve(site); }
+  std::optional<std::string> reserve(const std::string& site);
   /// The site's device begins now. False when it cannot with this worker, which ends or has ended.
   bool begin(const std::string& site) { return sites_.begin(site); }
   /// The site's next event; absent when none has come by then.
@@ -94,6 +95,9 @@ class Engine {
   void handOn(const Message& message);
   void onEnd(int status);
   void restart();
+  bool hasCrashedTooOften();
+  std::string withCrashes(const std::string& reason) const;
+  void tellOfAnother(const std::string& problem) const;
   void runSafeStates();
   void startFresh();
   bool awaitSafeStates();

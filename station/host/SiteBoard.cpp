@@ -6,11 +6,12 @@
 
 namespace station {
 
-void SiteBoard::loaded(const std::vector<std::string>& sites) {
+void SiteBoard::loaded(const Loaded& loaded) {
   const std::lock_guard lock(mutex_);
-  loaded_ = {sites.begin(), sites.end()};
+  loaded_ = {loaded.sites.begin(), loaded.sites.end()};
+  unavailable_ = loaded.unavailable;
   if (!events_.empty()) return;
-  for (const std::string& site : sites) events_[site];
+  for (const std::string& site : loaded.sites) events_[site];
 }
 
 std::vector<std::string> SiteBoard::all() const {
@@ -91,9 +92,13 @@ std::optional<std::string> SiteBoard::reserve(const std::string& site) {
   std::unique_lock lock(mutex_);
   changed_.wait(lock, [&] { return state_ == State::Open || state_ == State::Ended; });
   if (state_ == State::Ended) return ended_;
-  if (!loaded_.contains(site)) return "its instruments did not come up again";
-  if (Signals::stopRequested()) return kStoppedOnRequest;
   if (const auto reason = safety_.reason(site)) return "unsafe: " + *reason;
+  if (!loaded_.contains(site)) {
+    std::string reason = "its instruments did not come up again";
+    for (const std::string& cause : unavailable_[site]) reason += "; " + cause;
+    return reason;
+  }
+  if (Signals::stopRequested()) return kStoppedOnRequest;
   events_.at(site).clear();
   busy_.insert(site);
   return std::nullopt;

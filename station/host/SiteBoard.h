@@ -28,8 +28,8 @@ class SiteBoard {
 
   // The station's thread.
 
-  /// A worker has loaded these sites; the first worker all that there will be.
-  void loaded(const std::vector<std::string>& sites);
+  /// A worker has loaded its sites; the first worker all that there will be.
+  void loaded(const Loaded& loaded);
   std::vector<std::string> all() const;  ///< of the first worker
   /// Whether the present worker has loaded the site.
   bool isLoaded(const std::string& site) const;
@@ -77,6 +77,7 @@ class SiteBoard {
   std::string ended_;                         // why no device can be tested any more
   std::map<std::string, SiteEvents> events_;  // of all sites; never shrinks
   std::set<std::string> loaded_;              // sites of the present worker
+  std::map<std::string, std::vector<std::string>> unavailable_;  // why others are not
   std::set<std::string> busy_;
   std::set<std::string> testing_;   // busy ones whose device has begun
   std::set<std::string> orphaned_;  // busy ones whose worker has ended

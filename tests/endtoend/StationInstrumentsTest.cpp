@@ -136,6 +136,35 @@ TEST_F(StationLostInstrument, aSiteThatWaitsGoesOnWaitingWhenAnotherOneCrashes) 
   EXPECT_THAT(station.errors(), Not(HasSubstr("UNSAFE")));
 }
 
+TEST_F(StationLostInstrument, aSiteThatIsNotLoadedAgainSaysWhy) {
+  const auto atRight = TroubleBundle::text("at", "right");
+  const std::string second = (folder_.path() / "second").string();
+  const std::string once = (folder_.path() / "once").string();
+  test::writeTesterConfig("console-left,QLTDiags,0,bsdPath=" + line_.path() +
+                          "\nmeter,Instrument,0,absentAfter=" + once + "\n");
+  bundle_.configure(
+      TroubleBundle::test("Waiting", TroubleBundle::text("await", gate_) + atLeft()) +
+          TroubleBundle::test("Console", TroubleBundle::text("asks", "console") + atLeft()) +
+          TroubleBundle::test("Slow", TroubleBundle::text("await", second) + atRight) +
+          TroubleBundle::test("Dying", TroubleBundle::text("dies", "segfault") + atRight +
+                                           TroubleBundle::text("unless", once)),
+      "",
+      "<key>Resources</key><dict><key>console</key><string>console-left</string><key>m</key>"
+      "<string>meter</string></dict>");
+  StationProcess station(
+      {"run", bundle_.path(), "--sn", "left=A", "--sn", "right=B", "--repeat", "2"});
+  loseTheLine();
+  ASSERT_TRUE(station.waitForErrors("left waits for console"));
+  std::ofstream(second).close();
+  EXPECT_EQ(station.wait(), 1);
+  const std::string told =
+      "takes no more devices: its instruments did not come up again; instrument meter: no such "
+      "meter\n";
+  EXPECT_THAT(station.errors(), HasSubstr("Warning: site left " + told));
+  EXPECT_THAT(station.diagnostics(), HasSubstr("[left] " + told));
+  EXPECT_THAT(station.output(), HasSubstr("1 passed, 0 failed, 2 broken off\n"));
+}
+
 TEST_F(StationLostInstrument, isNoSafeStateForAFixtureInTheMiddleOfATest) {
   const auto atRight = TroubleBundle::text("at", "right");
   const std::string second = (folder_.path() / "second").string();

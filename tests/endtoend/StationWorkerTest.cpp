@@ -226,6 +226,34 @@ TEST_F(StationWorker, aCrashWhileLoadingIsTold) {
   }
 }
 
+TEST_F(StationWorker, aFreshOneThatCrashesWhileLoadingIsReplaced) {
+  const std::string once = (folder_.path() / "once").string();
+  test::writeTesterConfig("meter,Instrument,0,diesAfter=" + once + ";times=2\n");
+  bundle_.configure(dying("segfault", TroubleBundle::text("unless", once)));
+  StationProcess station(atLeft({"--repeat", "2"}));
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.errors(),
+              AllOf(HasSubstr("Warning: the plug-in crashed: killed, while it was "
+                              "loaded; it is loaded once more\n"),
+                    Not(HasSubstr("UNSAFE"))));
+  EXPECT_THAT(station.output(), HasSubstr("1 passed, 0 failed, 1 broken off\n"));
+}
+
+TEST_F(StationWorker, freshOnesThatCrashWhileLoadingEndTheSeries) {
+  const std::string once = (folder_.path() / "once").string();
+  test::writeTesterConfig("meter,Instrument,0,diesAfter=" + once + ";times=9\n");
+  bundle_.configure(dying("segfault", TroubleBundle::text("unless", once)));
+  StationProcess station(atLeft({"--repeat", "2"}));
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(
+      station.errors(),
+      AllOf(HasSubstr("no device can be tested any more: the plug-in crashed: killed, while "
+                      "it was loaded; that was the 4th time within 10 minutes\n"),
+            HasSubstr("site left is UNSAFE: its safe state could not be tried: the plug-in "
+                      "crashed: killed, while it was loaded\n")));
+  EXPECT_EQ(test::contentOf(once + ".deaths"), "x\nx\nx\n");
+}
+
 TEST_F(StationWorker, aCrashWhileTheConfigurationIsCheckedIsTold) {
   for (const auto& [attribute, told] :
        {std::pair{"crashes", "the plug-in ended the program, by a signal: Killed\n"},

@@ -146,8 +146,20 @@ class TroubleSuite : public QLTestSuite {
     }
     return attribute(attributes, "fails") != "onUnload";
   }
-  static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary& entry, QLTError*) {
+  /// "dies" ends the process. When there is a file "diesAfter", the first "times" that are made
+  /// from then on end it; with a file "absentAfter" none is made.
+  static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary& entry, QLTError* error) {
     if (attribute(entry, "class") != "Instrument") return nullptr;
+    if (std::filesystem::exists(attribute(entry, "absentAfter"))) {
+      *error = QLTError::withDescription("test", 6, "no such meter");
+      return nullptr;
+    }
+    const std::string after = attribute(entry, "diesAfter");
+    if (std::filesystem::exists(after)) {
+      append(after + ".deaths", "x");
+      const auto deaths = std::filesystem::file_size(after + ".deaths") / 2;
+      if (deaths <= std::stoul(attribute(entry, "times"))) std::raise(SIGKILL);
+    }
     if (attribute(entry, "dies") == "kill") std::raise(SIGKILL);
     if (attribute(entry, "dies") == "exit") std::exit(0);
     return std::make_shared<Instrument>(entry);
