@@ -191,6 +191,8 @@ void Engine::dispatch(const Message& message) {
     screen_.warning(printable(text));
   } else if (type == Prepared::kType) {
     handOn<Prepared>(message);
+  } else if (type == HookStarted::kType) {
+    handOn<HookStarted>(message);
   } else if (type == DeviceStarted::kType) {
     handOn<DeviceStarted>(message);
   } else if (type == TestStarted::kType) {
@@ -342,7 +344,7 @@ void Engine::giveUp(const std::string& reason) {
 void Engine::endWorkerWhenDue() {
   worker_.killWhenDue();
   if (!worker_.isRunning() || worker_.endReason() || !sites_.isBlocked()) return;
-  endWorker("the plug-in was ended, for a test exceeded its time limit");
+  endWorker("the plug-in was ended, for it exceeded a time limit");
 }
 
 void Engine::endWorker(const std::string& reason) {

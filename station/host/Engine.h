@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ConsoleLogFile.h"
@@ -72,13 +73,15 @@ class Engine {
                                 std::optional<SiteEvents::Clock::time_point> until) {
     return sites_.next(site, until);
   }
+  /// Adds an event to those of the site's device. Any thread.
+  void add(const std::string& site, SiteEvent event) { sites_.push(site, std::move(event)); }
   /// Tells the worker that has the site's device. One that came after it knows nothing of that
   /// device, and is not told.
   template <typename T>
   void tell(const T& told) {
     sites_.withWorkerOf(told.site, [&] { worker_.send(messageFrom(told)); });
   }
-  /// The device's test has exceeded its time limit: the worker is ended as soon as no other site
+  /// The device has exceeded a time limit: the worker is ended as soon as no other site
   /// has a device in progress; one that waits for its instruments has none.
   void endOverdue(const std::string& site);
   /// The device is done, or was not begun.

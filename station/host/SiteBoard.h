@@ -42,7 +42,7 @@ class SiteBoard {
   /// No device can be tested any more.
   void giveUp(const std::string& reason);
   bool hasGivenUp() const;
-  /// A test has exceeded its time limit, and no other site has a device in progress.
+  /// A device has exceeded a time limit, and no other site has a device in progress.
   bool isBlocked() const;
   /// Hands an event on. False when there is no such site.
   bool push(const std::string& site, SiteEvent event);
@@ -60,7 +60,7 @@ class SiteBoard {
   bool begin(const std::string& site);
   /// The site's next event; absent when none has come by then.
   std::optional<SiteEvent> next(const std::string& site, std::optional<Clock::time_point> until);
-  /// The device's test has exceeded its time limit: no device begins until it is done or its worker
+  /// The device has exceeded a time limit: no device begins until it is done or its worker
   /// has ended.
   void isOverdue(const std::string& site);
   void end(const std::string& site);

@@ -18,9 +18,13 @@ struct WorkerEnded {
   std::string reason;
 };
 
+/// A question of the device was answered, or is asked no more.
+struct QuestionEnded {};
+
 /// What a site hears while its device is tested.
-using SiteEvent = std::variant<Prepared, DeviceStarted, TestStarted, Reported, Tested, Asked, Shown,
-                               Progressed, FlowEnded, HookEnded, WorkerEnded>;
+using SiteEvent =
+    std::variant<Prepared, HookStarted, DeviceStarted, TestStarted, Reported, Tested, Asked,
+                 QuestionEnded, Shown, Progressed, FlowEnded, HookEnded, WorkerEnded>;
 
 /// The events of one site, from the thread that reads to the one that acts on them.
 class SiteEvents {

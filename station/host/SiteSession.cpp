@@ -11,7 +11,7 @@
 #include "Signals.h"
 #include "Text.h"
 #include "ThreadName.h"
-#include "common/Format.h"
+#include "TimeLimit.h"
 #include "view/ResultText.h"
 
 namespace station {
@@ -27,9 +27,8 @@ std::string firstFailure(const QLTestResults& records) {
   return failed == records.end() ? "" : failureText(**failed);
 }
 
-/// "5 s", "0.25 s"
-std::string shortSeconds(double seconds) {
-  return shortNumber(quillon::internal::sixDecimals(seconds)) + " s";
+std::string nameOf(const TestStarted& test) {
+  return "test " + std::to_string(test.index) + " " + test.name;
 }
 
 }  // namespace
@@ -39,13 +38,14 @@ struct SiteSession::Device {
   RunPurpose purpose;
   std::optional<RunRecorder> run;
   SiteEvents::Clock::time_point started = SiteEvents::Clock::now();
-  std::optional<SiteEvents::Clock::time_point> deadline;  // of the test in progress
+  TimeLimit limit;  // of the test or hook in progress
   int runIndex = 0;
   std::optional<TestStarted> test;  // in progress
   QLTestResults reported;           // of it
   QLTestResults recorded;           // failures
   std::vector<FinishedTest> tests;
   std::vector<std::jthread> questions;  // each waits for an answer
+  std::optional<std::string> hook;      // in progress
   bool confirmed = false;
   bool done = false;
 };
@@ -138,7 +138,7 @@ void SiteSession::test(Device& device) {
   tell("testing " + outcome.serialNumber + ", run " + device.run->id());
   station_.engine.tell(TestDevice{site_, outcome.serialNumber, outcome.round});
   while (!device.done) {
-    const auto event = station_.engine.next(site_, device.deadline);
+    const auto event = station_.engine.next(site_, device.limit.deadline());
     if (!event) {
       onTimeLimit(device);
       continue;
@@ -158,13 +158,24 @@ void SiteSession::test(Device& device) {
 }
 
 void SiteSession::onTimeLimit(Device& device) {
-  device.deadline.reset();
-  breakOff(device, "test " + std::to_string(device.test->index) + " " + device.test->name +
-                       " exceeded its time limit of " + shortSeconds(*device.test->timeLimit));
+  const std::string reason = device.limit.excess();
+  device.limit.stop();
+  if (device.confirmed) {
+    hookFailed(device, reason);
+  } else {
+    breakOff(device, reason);
+  }
   station_.engine.endOverdue(site_);
 }
 
+void SiteSession::on(Device& device, const HookStarted& event) const {
+  device.hook = event.name;
+  device.limit.start(event.name, station_.timeLimit);
+}
+
 void SiteSession::on(Device& device, const DeviceStarted& event) {
+  device.hook.reset();
+  device.limit.stop();
   device.runIndex = event.runIndex;
   device.run->deviceStarted(event.runIndex);
 }
@@ -172,12 +183,7 @@ void SiteSession::on(Device& device, const DeviceStarted& event) {
 void SiteSession::on(Device& device, const TestStarted& event) {
   device.test = event;
   device.reported.clear();
-  if (!device.test->timeLimit) device.test->timeLimit = station_.timeLimit;
-  if (device.test->timeLimit) {
-    device.deadline =
-        SiteEvents::Clock::now() + std::chrono::duration_cast<SiteEvents::Clock::duration>(
-                                       std::chrono::duration<double>(*device.test->timeLimit));
-  }
+  device.limit.start(nameOf(event), event.timeLimit ? event.timeLimit : station_.timeLimit);
   device.run->testStarted(event);
   view().testStarted(event);
 }
@@ -188,7 +194,7 @@ void SiteSession::on(Device& device, const Reported& event) {
 
 void SiteSession::on(Device& device, const Tested& event) {
   device.test.reset();
-  device.deadline.reset();
+  device.limit.stop();
   device.run->tested(event);
   const std::string failure = firstFailure(event.records);
   std::copy_if(event.records.begin(), event.records.end(), std::back_inserter(device.recorded),
@@ -215,6 +221,7 @@ void SiteSession::on(Device& device, const Tested& event) {
 }
 
 void SiteSession::on(Device& device, const Asked& event) {
+  device.limit.pause();
   device.questions.emplace_back([this, event](const std::stop_token& cancelled) {
     threadName() = site_;
     const auto asked = SiteEvents::Clock::now();
@@ -222,8 +229,11 @@ void SiteSession::on(Device& device, const Asked& event) {
     answered(event, answer,
              std::chrono::duration<double>(SiteEvents::Clock::now() - asked).count());
     station_.engine.tell(answer);
+    station_.engine.add(site_, QuestionEnded{});
   });
 }
+
+void SiteSession::on(Device& device, const QuestionEnded&) { device.limit.resume(); }
 
 void SiteSession::on(Device&, const Shown& event) { station_.face.questions().show(event); }
 
@@ -253,17 +263,18 @@ void SiteSession::on(Device& device, const FlowEnded& event) {
 
 void SiteSession::on(Device& device, const HookEnded& event) {
   device.done = true;
-  if (!event.problem) return;
+  if (event.problem) hookFailed(device, *event.problem);
+}
+
+/// What went wrong in a hook at the end. A failed device stays failed.
+void SiteSession::hookFailed(Device& device, const std::string& problem) {
   Outcome& outcome = device.outcome;
-  if (outcome.verdict == Verdict::Fail) {
-    outcome.hookProblem = event.problem;
-  } else if (outcome.brokenOff) {
-    *outcome.brokenOff += "; " + *event.problem;
-  } else {
-    outcome.verdict = Verdict::BrokenOff;
-    outcome.brokenOff = event.problem;
-    recordBreakOff(device);
-  }
+  std::optional<std::string>& told =
+      outcome.verdict == Verdict::Fail ? outcome.hookProblem : outcome.brokenOff;
+  told = told ? *told + "; " + problem : problem;
+  if (outcome.verdict != Verdict::Pass) return;
+  outcome.verdict = Verdict::BrokenOff;
+  recordBreakOff(device);
 }
 
 void SiteSession::on(Device& device, const WorkerEnded& event) {
@@ -271,12 +282,12 @@ void SiteSession::on(Device& device, const WorkerEnded& event) {
   Outcome& outcome = device.outcome;
   std::string reason = event.reason;
   if (device.test) {
-    reason += " in test " + std::to_string(device.test->index) + " " + device.test->name;
-  } else if (device.confirmed) {
-    reason += " in the hook at the end";
+    reason += " in " + nameOf(*device.test);
+  } else if (device.hook) {
+    reason += " in " + *device.hook;
   }
   if (device.confirmed && outcome.verdict == Verdict::Fail) {
-    outcome.hookProblem = reason;
+    if (!outcome.hookProblem) outcome.hookProblem = reason;
     return;
   }
   outcome.verdict = Verdict::BrokenOff;

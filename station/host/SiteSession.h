@@ -29,7 +29,7 @@ class SiteSession {
     const ConsoleLogFile& diagnostics;
     const EventLog& events;
     int devices = 1;                  ///< for each site; 0: without end
-    std::optional<double> timeLimit;  ///< for tests without one of their own, in seconds
+    std::optional<double> timeLimit;  ///< for hooks, and tests without one of their own, seconds
   };
 
   SiteSession(std::string site, const Station& station);
@@ -54,11 +54,13 @@ class SiteSession {
   bool isSafe() const;
   bool reserve();
   static void on(Device&, const Prepared&) {}  // comes before a device only
+  void on(Device& device, const HookStarted& event) const;
   void on(Device& device, const DeviceStarted& event);
   void on(Device& device, const TestStarted& event);
   void on(Device& device, const Reported& event);
   void on(Device& device, const Tested& event);
   void on(Device& device, const Asked& event);
+  static void on(Device& device, const QuestionEnded& event);
   void on(Device& device, const Shown& event);
   void on(Device& device, const Progressed& event);
   void on(Device& device, const FlowEnded& event);
@@ -72,6 +74,7 @@ class SiteSession {
   void finish(Device& device);
   RunView& view() const { return station_.face.view(); }
   void onTimeLimit(Device& device);
+  void hookFailed(Device& device, const std::string& problem);
   void tell(const std::string& line) const;
   void tellTest(const Tested& test) const;
 

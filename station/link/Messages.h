@@ -208,6 +208,19 @@ struct Prepared {
   }
 };
 
+/// A hook of a device begins: its `name` is that of the suite's operation.
+struct HookStarted {
+  static constexpr const char* kType = "hookStarted";
+  std::string site = {};
+  std::string name = {};
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("site", site);
+    part("name", name);
+  }
+};
+
 /// A site's `onDUTStart` is done.
 struct DeviceStarted {
   static constexpr const char* kType = "deviceStarted";

@@ -144,6 +144,7 @@ void SiteRunner::test(const TestDevice& device) {
 }
 
 void SiteRunner::start(const TestDevice& device) {
+  host_.tell(HookStarted{host_.site(), "onDUTStart"});
   suite_->setCurrentSN(device.serialNumber);
   const auto problem = problemOf(kLogger, [&] { loggers_.startDevice(*suite_); });
   if (problem) throw BrokenOff(*problem);
@@ -271,15 +272,17 @@ void SiteRunner::takeRecords(QLTestMethod& method, std::int32_t index, TestRun& 
 
 /// Calls the hook for a verdict that the host knows; gives what went wrong.
 std::optional<std::string> SiteRunner::end(Verdict verdict) {
-  if (verdict == Verdict::Fail) {
-    return problemOfHook(*suite_, "onDUTFail", &QLTestSuite::onDUTFail);
-  }
+  const auto call = [&](const std::string& name, bool (QLTestSuite::*hook)(QLTError*)) {
+    host_.tell(HookStarted{host_.site(), name});
+    return problemOfHook(*suite_, name, hook);
+  };
+  if (verdict == Verdict::Fail) return call("onDUTFail", &QLTestSuite::onDUTFail);
   std::optional<std::string> problem;
   if (verdict == Verdict::Pass) {
-    problem = problemOfHook(*suite_, "onDUTFinished", &QLTestSuite::onDUTFinished);
+    problem = call("onDUTFinished", &QLTestSuite::onDUTFinished);
     if (!problem) return std::nullopt;
   }
-  const auto another = problemOfHook(*suite_, "onException", &QLTestSuite::onException);
+  const auto another = call("onException", &QLTestSuite::onException);
   if (!another) return problem;
   return problem ? *problem + "; " + *another : another;
 }

@@ -1,4 +1,6 @@
+#include <chrono>
 #include <csignal>
+#include <thread>
 
 #include "StationProcess.h"
 #include "TroubleBundle.h"
@@ -115,11 +117,38 @@ TEST_F(StationQuestion, isCancelledWhenTheRunIsStopped) {
 }
 
 TEST_F(StationQuestion, endsWithTheWorker) {
-  bundle_.configure(TroubleBundle::test("Question", TroubleBundle::text("ask", "confirm"),
-                                        "<key>timeLimit</key><real>0.2</real>"));
-  StationProcess station(atLeft(), StationProcess::Input::Terminal);
+  const std::string gate = (folder_.path() / "gate").string();
+  bundle_.configure(TroubleBundle::test("Question", TroubleBundle::text("ask", "confirm") +
+                                                        TroubleBundle::text("at", "left")) +
+                    TroubleBundle::test("Dying", TroubleBundle::text("dies", "after " + gate) +
+                                                     TroubleBundle::text("at", "right")));
+  StationProcess station(atBoth(), StationProcess::Input::Terminal);
+  ASSERT_TRUE(station.waitForOutput("[Enter when done] "));
+  folder_.write("gate", "");
   EXPECT_EQ(station.wait(), 1);
-  EXPECT_THAT(station.results(), HasSubstr("exceeded its time limit of 0.2 s"));
+  EXPECT_THAT(station.results(), HasSubstr(",A,left,Question,runtime error,1.0,,run time error,F,"
+                                           "\"the plug-in crashed: segmentation fault in test 1"));
+}
+
+TEST_F(StationQuestion, stopsTheClockOfItsTest) {
+  bundle_.configure(TroubleBundle::test("Question", TroubleBundle::text("ask", "confirm"),
+                                        "<key>timeLimit</key><real>0.3</real>"));
+  StationProcess station(atLeft(), StationProcess::Input::Terminal);
+  ASSERT_TRUE(station.waitForOutput("[Enter when done] "));
+  std::this_thread::sleep_for(std::chrono::milliseconds(400));  // past the limit
+  station.type("\n");
+  EXPECT_EQ(station.wait(), 0);
+}
+
+TEST_F(StationQuestion, theClockOfItsTestGoesOnAfterwards) {
+  bundle_.configure(TroubleBundle::test(
+      "Question", TroubleBundle::text("ask", "confirm") + TroubleBundle::flag("thenHangs"),
+      "<key>timeLimit</key><real>0.3</real>"));
+  StationProcess station(atLeft(), StationProcess::Input::Terminal);
+  ASSERT_TRUE(station.waitForOutput("[Enter when done] "));
+  station.type("\n");
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.results(), HasSubstr("test 1 Question exceeded its time limit of 0.3 s"));
 }
 
 TEST_F(StationQuestion, withoutATerminalThereIsNobodyToAsk) {

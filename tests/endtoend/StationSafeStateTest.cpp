@@ -139,9 +139,8 @@ TEST_F(StationSafeState, followsAStopAtOnceInAHook) {
   std::this_thread::sleep_for(std::chrono::milliseconds(60));  // no twin of the first one
   station.send(SIGINT);
   EXPECT_EQ(station.wait(), 1);
-  EXPECT_THAT(station.output(),
-              AllOf(HasSubstr("stopped at once on request in the hook at the end"),
-                    HasSubstr("0 passed, 0 failed, 1 broken off\n")));
+  EXPECT_THAT(station.output(), AllOf(HasSubstr("stopped at once on request in onDUTFinished"),
+                                      HasSubstr("0 passed, 0 failed, 1 broken off\n")));
   EXPECT_THAT(calls(), HasSubstr("left onSafeState\n"));
 }
 

@@ -2,6 +2,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <thread>
 
@@ -178,6 +179,30 @@ TEST_F(StationWorker, aFloodOfOutputKeepsNoTimeLimitFromEndingIt) {
   StationProcess station(atLeft());
   EXPECT_EQ(station.wait(), 1);
   EXPECT_THAT(station.output(), HasSubstr("exceeded its time limit of 0.1 s"));
+}
+
+TEST_F(StationWorker, aHookHasTheTimeLimitOfTheStation) {
+  const std::string never = (folder_.path() / "never").string();
+  const std::string limit = "<key>timeLimit</key><real>0.1</real>";
+  const auto station = [&](const std::string& hook, const std::string& value) {
+    bundle_.configure(TroubleBundle::test("Voltages", TroubleBundle::text("value", value)),
+                      limit + TroubleBundle::text("waits", hook + " " + never));
+    return std::make_unique<StationProcess>(atLeft());
+  };
+  const auto starting = station("onDUTStart", "1.5");
+  EXPECT_EQ(starting->wait(), 1);
+  EXPECT_THAT(starting->output(), AllOf(HasSubstr("onDUTStart exceeded its time limit of 0.1 s\n"),
+                                        HasSubstr("0 passed, 0 failed, 1 broken off\n")));
+  const auto finishing = station("onDUTFinished", "1.5");
+  EXPECT_EQ(finishing->wait(), 1);
+  EXPECT_THAT(finishing->output(),
+              AllOf(HasSubstr("onDUTFinished exceeded its time limit of 0.1 s\n"),
+                    HasSubstr("0 passed, 0 failed, 1 broken off\n")));
+  EXPECT_THAT(finishing->results(), HasSubstr("onDUTFinished exceeded its time limit of 0.1 s"));
+  const auto failing = station("onDUTFail", "9");
+  EXPECT_EQ(failing->wait(), 1);
+  EXPECT_THAT(failing->output(), AllOf(HasSubstr("onDUTFail exceeded its time limit of 0.1 s"),
+                                       HasSubstr("0 passed, 1 failed, 0 broken off\n")));
 }
 
 TEST_F(StationWorker, oneThatClosesItsOutputCostsNoTime) {
