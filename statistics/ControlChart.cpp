@@ -4,9 +4,9 @@
 #include <cmath>
 #include <deque>
 
+#include "statistics/Mean.h"
 #include "statistics/RangeOfTwo.h"
 #include "statistics/Spread.h"
-#include "statistics/Summary.h"
 
 namespace statistics {
 
@@ -88,20 +88,23 @@ std::vector<Signal> signals(std::span<const double> values, double centre, doubl
 
 IndividualsChart individualsChart(std::span<const double> values) {
   IndividualsChart chart;
-  // The mean is what remains of the summary of values in order.
-  const Summary summary = summarize(SortedValues(values));
-  chart.n = summary.n;
-  chart.notNumbers = summary.notNumbers;
-  chart.infinite = summary.infinite;
+  double near = 0;
+  for (const double value : values) {
+    if (std::isfinite(value)) {
+      ++chart.n;
+      near = value;
+    } else {
+      ++(std::isnan(value) ? chart.notNumbers : chart.infinite);
+    }
+  }
   const Computed<Spread> spread = movingRangeSpread(values);
-  if (!spread || !summary.mean) {
-    const std::string& reason = spread ? summary.mean.reason() : spread.reason();
-    chart.deviation = Figure::absent(reason);
-    chart.values = chart.ranges = Computed<ChartLimits>::absent(reason);
+  if (!spread) {
+    chart.deviation = Figure::absent(spread.reason());
+    chart.values = chart.ranges = Computed<ChartLimits>::absent(spread.reason());
     return chart;
   }
   const double deviation = spread->deviation;
-  const double mean = *summary.mean;
+  const double mean = meanOf(values, near).rounded;
   const double meanRange = deviation * kMeanOfTwo;
   const double highestRange = meanRange + 3 * deviation * std::sqrt(kVarianceOfTwo);
   chart.deviation = deviation;

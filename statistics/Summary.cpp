@@ -3,32 +3,13 @@
 #include <algorithm>
 #include <cmath>
 
+#include "statistics/Mean.h"
+
 namespace statistics {
 
 namespace {
 
 constexpr const char* kNoValues = "no values";
-
-/// A mean, and what rounding has cut off it.
-struct Mean {
-  double rounded = 0;
-  double rest = 0;
-};
-
-Mean meanOf(std::span<const double> sorted) {
-  // As distances from the middle, values far from 0 keep their digits. What the first pass leaves
-  // of rounding, the second finds.
-  Mean mean{sorted[sorted.size() / 2], 0};
-  for (int pass = 0; pass < 2; ++pass) {
-    double sum = 0;
-    for (const double value : sorted) sum += value - mean.rounded;
-    const double distance = sum / static_cast<double>(sorted.size());
-    const double before = mean.rounded;
-    mean.rounded += distance;
-    mean.rest = distance - (mean.rounded - before);
-  }
-  return mean;
-}
 
 double deviationOf(std::span<const double> sorted, double mean) {
   // Squares of very small or large distances leave the range of numbers, those of their shares of
@@ -74,7 +55,7 @@ Summary summarize(const SortedValues& sorted) {
   const std::span<const double> values = sorted.values();
   summary.minimum = values.front();
   summary.maximum = values.back();
-  const Mean mean = summary.allEqual ? Mean{values.front(), 0} : meanOf(values);
+  const Mean mean = meanOf(values, values[values.size() / 2]);
   summary.mean = mean.rounded;
   summary.meanRest = mean.rest;
   if (values.size() < 2) {

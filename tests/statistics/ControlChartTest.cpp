@@ -121,6 +121,7 @@ TEST(IndividualsChart, HasThePublishedLimitsOfTheFlowRate) {
   EXPECT_NEAR(chart.ranges->centre, 1.8778, 5e-5);
   EXPECT_NEAR(chart.values->upper, 55.8041, 2e-3);
   EXPECT_NEAR(chart.values->lower, 45.8159, 2e-3);
+  EXPECT_NEAR(chart.ranges->upper, 3.267 * 1.8778, 2e-3);
 }
 
 TEST(IndividualsChart, IsAbsentWithFewerThanTwoValues) {

@@ -301,6 +301,7 @@ TEST(GuardBand, IsTheQuantileOfTheGaugesDeviation) {
   // 1.645 and 2.326: the normal quantiles in every table.
   EXPECT_NEAR(*statistics::guardBand(2), 2 * 1.645, 1e-3);
   EXPECT_NEAR(*statistics::guardBand(1, 0.99), 2.326, 5e-4);
+  EXPECT_NEAR(*statistics::guardBand(studyOf(test::aiagStudy()).gauge.deviation), 0.497, 5e-4);
   EXPECT_EQ(*statistics::guardBand(0), 0);
 }
 

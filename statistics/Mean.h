@@ -1,0 +1,21 @@
+#pragma once
+
+// Internal to statistics/.
+
+#include <cstdint>
+#include <span>
+
+namespace statistics {
+
+/// The mean of those values that are finite.
+struct Mean {
+  std::int64_t n = 0;
+  double rounded = 0;
+  /// What rounding has cut off.
+  double rest = 0;
+};
+
+/// `near` is one of them, better none of the extreme ones.
+Mean meanOf(std::span<const double> values, double near);
+
+}  // namespace statistics
