@@ -2,14 +2,12 @@
 
 // Internal to statistics/.
 
-#include <cstdint>
 #include <span>
 
 namespace statistics {
 
 /// The mean of those values that are finite.
 struct Mean {
-  std::int64_t n = 0;
   double rounded = 0;
   /// What rounding has cut off.
   double rest = 0;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cmath>
+
 #include "statistics/Computed.h"
 #include "statistics/Summary.h"
 
@@ -16,6 +18,8 @@ struct Normality {
   /// against it. Below 4e-24 that bound.
   double p = 0;
 };
+
+inline bool isFinite(const Normality& normality) { return std::isfinite(normality.statistic); }
 
 /// A hint, no proof: few values hide what many show, and of very many the rounding alone is found.
 /// Absent with fewer than eight values, or when all are equal.

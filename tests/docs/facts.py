@@ -3,7 +3,7 @@
 import re
 import subprocess
 
-FOLDERS = "benchmarks|cmake|common|docs|examples|framework|packaging|scripts|simulators|station|tests|web"
+FOLDERS = "benchmarks|cmake|common|docs|examples|framework|packaging|results|scripts|simulators|station|statistics|tests|web"
 PATH = re.compile(rf"(?<![\w./-])(?:{FOLDERS})/[\w./*-]*")
 NAME = re.compile(r"(?<!\w)(k?QLT\w+|kScpi\w+|aa_\w+)(\.\.\.|\*)?")
 OPTION = re.compile(r"(?<![\w-])--[a-z][a-z-]*")

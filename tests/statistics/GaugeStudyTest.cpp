@@ -252,14 +252,14 @@ TEST(GaugeStudy, OfEqualValuesHasNoShares) {
   }
 }
 
-// Three parts, each read the same by everybody each time, though the means of 0.1 are not exact.
+// Parts that are each read the same by everybody each time, though their means are not exact.
 TEST(GaugeStudy, OfAPerfectGaugeIsAllParts) {
   for (const GaugeMethod method : {GaugeMethod::Anova, GaugeMethod::AverageAndRange}) {
     statistics::GaugeOptions options;
     options.method = method;
     std::vector<double> values;
-    for (const double part : {0.1, 0.7, 1.3}) values.insert(values.end(), 9, part);
-    const GaugeStudy study = studyOf(readingsOf(3, 3, values), options);
+    for (const double part : {0.1, 0.35, 0.7, 0.9, 1.3}) values.insert(values.end(), 21, part);
+    const GaugeStudy study = studyOf(readingsOf(3, 7, values), options);
     EXPECT_EQ(study.gauge.variance, 0);
     EXPECT_EQ(*study.partToPart.contribution, 100);
     EXPECT_EQ(study.distinctCategories.reason(), "the gauge shows no variation");

@@ -70,7 +70,7 @@ TEST(Proportion, HasNoIntervalOfAConfidenceThatIsNone) {
 }
 
 TEST(Proportion, IsExactAtNoneAndAll) {
-  for (const std::int64_t total : {1LL, 3LL, 1'000'003LL}) {
+  for (const std::int64_t total : {1LL, 3LL, 10LL, 13LL, 1'000'003LL}) {
     EXPECT_EQ(statistics::proportion(0, total).interval->lower, 0);
     EXPECT_EQ(statistics::proportion(total, total).interval->upper, 1);
   }

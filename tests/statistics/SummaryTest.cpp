@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
 #include <vector>
 
@@ -109,6 +110,13 @@ TEST(Summary, KeepsASmallSpreadFarFromZero) {
   const Summary summary = summaryOf(values);
   EXPECT_EQ(*summary.mean, 1e12);
   EXPECT_NEAR(*summary.standardDeviation, 0.25 * std::sqrt(1000 / 999.0), 1e-12);
+}
+
+// The mean of these lies between two neighbours among the numbers.
+TEST(Summary, KnowsTheSpreadWhereTheMeanIsNoNumber) {
+  const Summary summary = summaryOf({1e15, 1e15 + 0.125});
+  EXPECT_DOUBLE_EQ(*summary.standardDeviation, 0.125 / std::sqrt(2.0));
+  EXPECT_EQ(*summary.mean - 1e15 + summary.meanRest, 0.0625);
 }
 
 TEST(Summary, HoldsAtBothEndsOfTheNumbers) {
