@@ -34,12 +34,19 @@ export function timeOfDay(microseconds) {
   return `${at.getFullYear()}-${two(at.getMonth() + 1)}-${two(at.getDate())} ${time}`;
 }
 
+/// A number without the last digits, which only its binary form has: 1.872 for 1.8719999999999999.
+export function shortNumber(value) {
+  return typeof value === "number" ? String(Number(value.toPrecision(12))) : String(value);
+}
+
 /// What a record was compared with: "2.4 … 2.6", "at least 5", "OK"; empty when with nothing.
 export function limits(record) {
   const has = (value) => value !== undefined && value !== null && value !== "";
-  if (has(record.low) && has(record.high)) return `${record.low} … ${record.high}`;
-  if (has(record.low)) return texts.atLeast(record.low);
-  if (has(record.high)) return texts.atMost(record.high);
+  const low = has(record.low) ? shortNumber(record.low) : undefined;
+  const high = has(record.high) ? shortNumber(record.high) : undefined;
+  if (low !== undefined && high !== undefined) return `${low} … ${high}`;
+  if (low !== undefined) return texts.atLeast(low);
+  if (high !== undefined) return texts.atMost(high);
   return has(record.expected) ? texts.expects(record.expected) : "";
 }
 

@@ -1,7 +1,7 @@
 // The last devices, and one of them with all its rows.
 
 import { button, element, put, show } from "./dom.js";
-import { duration, limits, timeOfDay, withUnit } from "./format.js";
+import { duration, limits, shortNumber, timeOfDay, withUnit } from "./format.js";
 import { readRun, readRuns } from "./state.js";
 import { symbolOfVerdict } from "./symbols.js";
 import { texts } from "./texts.js";
@@ -121,7 +121,11 @@ function firstFailureOf(run) {
   const record = (run.measurements ?? []).find((each) => each.sequence === run.firstFailure);
   if (!record) return typeof run.firstFailure === "string" ? run.firstFailure : undefined;
   const name = [record.test, nameOf(record)].filter(Boolean).join(" / ");
-  return [name, record.message ?? withUnit(record.value ?? record.text, record.unit)].filter(Boolean).join(": ");
+  return [name, record.message ?? valueOf(record)].filter(Boolean).join(": ");
+}
+
+function valueOf(record) {
+  return record.value === undefined ? record.text ?? "" : withUnit(shortNumber(record.value), record.unit);
 }
 
 function nameOf(record) {
@@ -160,10 +164,9 @@ function rowsOf(run) {
 }
 
 function recordRow(record) {
-  const value = record.value ?? record.text;
   return element("tr", { "data-verdict": record.verdict, class: record.superseded ? "superseded" : "" },
     cell(record.number), element("td", nameOf(record), record.message ? element("div.muted", record.message) : undefined),
-    element("td.number", withUnit(value, record.unit),
+    element("td.value", valueOf(record),
       record.superseded ? element("span.chip", texts.superseded) : undefined),
     cell(limits(record)), verdictCell(record.verdict));
 }

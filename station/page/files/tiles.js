@@ -273,7 +273,7 @@ export class Tiles {
     for (let columns = 1; columns <= number; ++columns) {
       const rows = Math.ceil(number / columns);
       const size = Math.min(width / columns / 1.7, height / rows);
-      const value = size * (number / (columns * rows));
+      const value = size * (number / (columns * rows)) ** 1.5;  // An empty corner is lost room.
       if (value > largest) [best, largest] = [columns, value];
     }
     this.#root.style.gridTemplateColumns = `repeat(${best}, minmax(0, 1fr))`;
