@@ -56,6 +56,14 @@ std::string upperCase(std::string_view text) {
   return upper;
 }
 
+std::string lowerCase(std::string_view text) {
+  std::string lower(text);
+  std::transform(lower.begin(), lower.end(), lower.begin(), [](char letter) {
+    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+  });
+  return lower;
+}
+
 void appendHex(std::string& text, unsigned char byte) {
   constexpr std::string_view digits = "0123456789abcdef";
   text += digits[byte >> 4U];

@@ -25,6 +25,8 @@ std::string trimmed(std::string_view text, std::string_view characters = kWhiteS
 
 /// The letters a to z in capitals, all else as it is.
 std::string upperCase(std::string_view text);
+/// The letters A to Z small, all else as it is.
+std::string lowerCase(std::string_view text);
 
 /// Appends the two hexadecimal digits of a byte.
 void appendHex(std::string& text, unsigned char byte);

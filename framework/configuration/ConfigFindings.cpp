@@ -1,55 +1,19 @@
 #include "ConfigFindings.h"
 
 #include <algorithm>
-#include <numeric>
 
 #include <QLTUtil.h>
 
 #include "common/Format.h"
+#include "common/Nearest.h"
+#include "common/Text.h"
 #include "platform/Place.h"
 
 namespace quillon::internal {
-namespace {
-
-/// How many letters must be changed, entered or left out to make one text of the other.
-std::size_t distance(std::string_view a, std::string_view b) {
-  std::vector<std::size_t> row(b.size() + 1);
-  std::iota(row.begin(), row.end(), 0);
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    std::size_t diagonal = std::exchange(row[0], i + 1);
-    for (std::size_t j = 0; j < b.size(); ++j) {
-      const std::size_t changed = diagonal + (a[i] == b[j] ? 0 : 1);
-      diagonal = row[j + 1];
-      row[j + 1] = std::min({changed, diagonal + 1, row[j] + 1});
-    }
-  }
-  return row.back();
-}
-
-std::string lowerCase(std::string_view text) {
-  std::string result(text);
-  for (char& c : result) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return result;
-}
-
-}  // namespace
 
 std::string didYouMean(std::string_view name, const std::vector<std::string>& candidates) {
-  constexpr std::size_t longest = 100;  // beyond, nobody mistyped a name
-  if (name.size() > longest) return {};
-  const std::string* nearest = nullptr;
-  std::size_t best = std::max<std::size_t>(2, name.size() / 3) + 1;
-  for (const std::string& candidate : candidates) {
-    if (candidate.size() > longest) continue;
-    const std::size_t d = distance(lowerCase(name), lowerCase(candidate));
-    if (d < best && d < candidate.size()) {
-      best = d;
-      nearest = &candidate;
-    }
-  }
-  return nearest == nullptr ? std::string() : format("did you mean \"%@\"?", *nearest);
+  const auto nearest = nearestName(name, candidates);
+  return nearest ? format("did you mean \"%@\"?", *nearest) : std::string();
 }
 
 std::string cannotBeRead(const QLTError& error, const std::string& file) {

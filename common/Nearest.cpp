@@ -1,0 +1,47 @@
+#include "Nearest.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <numeric>
+#include <utility>
+
+#include "common/Text.h"
+
+namespace quillon::internal {
+namespace {
+
+/// How many letters must be changed, entered or left out to make one text of the other.
+std::size_t distance(std::string_view a, std::string_view b) {
+  std::vector<std::size_t> row(b.size() + 1);
+  std::iota(row.begin(), row.end(), 0);
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    std::size_t diagonal = std::exchange(row[0], i + 1);
+    for (std::size_t j = 0; j < b.size(); ++j) {
+      const std::size_t changed = diagonal + (a[i] == b[j] ? 0 : 1);
+      diagonal = row[j + 1];
+      row[j + 1] = std::min({changed, diagonal + 1, row[j] + 1});
+    }
+  }
+  return row.back();
+}
+
+}  // namespace
+
+std::optional<std::string> nearestName(std::string_view name,
+                                       const std::vector<std::string>& candidates) {
+  constexpr std::size_t longest = 100;  // beyond, nobody mistyped a name
+  if (name.size() > longest) return std::nullopt;
+  const std::string* nearest = nullptr;
+  std::size_t best = std::max<std::size_t>(2, name.size() / 3) + 1;
+  for (const std::string& candidate : candidates) {
+    if (candidate.size() > longest) continue;
+    const std::size_t d = distance(lowerCase(name), lowerCase(candidate));
+    if (d < best && d < candidate.size()) {
+      best = d;
+      nearest = &candidate;
+    }
+  }
+  return nearest == nullptr ? std::nullopt : std::optional(*nearest);
+}
+
+}  // namespace quillon::internal

@@ -1,0 +1,17 @@
+#pragma once
+
+// Internal: not installed.
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quillon::internal {
+
+/// The candidate that a mistyped `name` is most like, whatever the case of letters; absent when
+/// none is close.
+std::optional<std::string> nearestName(std::string_view name,
+                                       const std::vector<std::string>& candidates);
+
+}  // namespace quillon::internal
