@@ -201,6 +201,30 @@ void Connection::transaction(const std::function<void(soci::session&)>& work) {
   });
 }
 
+std::vector<std::string> Connection::damages() {
+  std::vector<std::string> damages;
+  attempt([&](soci::session& session) {
+    std::string text;
+    soci::statement whole = (session.prepare << "PRAGMA integrity_check", soci::into(text));
+    whole.execute();
+    while (whole.fetch()) {
+      if (text != "ok") damages.push_back("the file is damaged: " + text);
+    }
+    std::string table;
+    std::string parent;
+    long long row = 0;
+    soci::indicator rowState = soci::i_ok;
+    soci::statement orphans = (session.prepare << "PRAGMA foreign_key_check", soci::into(table),
+                               soci::into(row, rowState), soci::into(parent));
+    orphans.execute();
+    while (orphans.fetch()) {
+      damages.push_back("row " + std::to_string(row) + " of " + table + " refers to a missing " +
+                        parent);
+    }
+  });
+  return damages;
+}
+
 std::string Connection::reasonOf(int code, const std::string& message) const {
   const int systemError = sqlite_api::sqlite3_system_errno(handleOf(*session_));
   switch (code) {

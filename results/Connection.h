@@ -43,6 +43,8 @@ class Connection {
   /// Does `work` in a transaction that is on disk when this returns; nothing of it is when it
   /// throws, unless the disk failed while it was asked to keep it.
   void transaction(const std::function<void(soci::session&)>& work);
+  /// What is wrong with the file, and with rows that name missing ones, in words. Reads all of it.
+  std::vector<std::string> damages();
 
  private:
   void open(Access access, std::chrono::milliseconds patience);

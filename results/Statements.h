@@ -158,7 +158,7 @@ class Select {
       : statement_(prepared(session, condition)) {}
 
   std::vector<Row> operator()(const Parameters&... parameters) {
-    auto parameter = parameters_.begin();
+    [[maybe_unused]] auto parameter = parameters_.begin();
     ((parameter++)->put(parameters), ...);
     statement_.execute();
     std::vector<Row> rows;

@@ -1,0 +1,134 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "results/Filter.h"
+#include "results/Rows.h"
+#include "results/StoreError.h"
+
+namespace results {
+
+class Connection;
+
+/// A run as reports look at it.
+struct RunLine {
+  std::string id;
+  std::int64_t startedUs = 0;
+  std::optional<std::int64_t> endedUs;
+  std::string station;  ///< its name
+  std::string site;
+  std::string serial;
+  std::optional<std::string> part;
+  std::optional<std::string> process;
+  std::optional<std::string> operatorName;
+  std::string flow;
+  std::optional<std::string> version;  ///< of the plug-in
+  RunKind kind = RunKind::Production;
+  Verdict verdict = Verdict::Running;
+  std::int64_t records = 0;
+};
+
+/// A run among those of its unit.
+struct UnitRun {
+  RunLine run;
+  /// Whether the unit came to an end at this process before all runs of the filter: before their
+  /// time, at another site, and so on.
+  bool isKnown = false;
+  bool hasRepeats = false;  ///< a test was tried again within the run
+};
+
+/// Failures of one sub-test at one site.
+struct FailureCount {
+  std::optional<std::string> test;  ///< absent: the run failed without a failed record
+  std::string subTest;
+  std::string station;
+  std::string site;
+  std::int64_t first = 0;       ///< runs that failed here first
+  std::int64_t all = 0;         ///< records that failed, and count
+  std::int64_t superseded = 0;  ///< records that failed, and a later attempt counts
+};
+
+/// A number that was measured.
+struct MeasuredValue {
+  std::int64_t startedUs = 0;
+  std::int64_t sequence = 0;
+  double value = 0;  ///< NaN: it was not finite
+  std::string runId;
+  std::string serial;
+  std::string station;
+  std::string site;
+  std::optional<std::string> operatorName;
+  std::string specId;
+  std::optional<std::string> version;  ///< of the plug-in
+  Mark verdict = Mark::NotApplicable;
+};
+
+/// A number of a sub-test; NaN where it was not finite.
+struct SpecNumber {
+  std::string specId;
+  double value = 0;
+};
+
+struct UsedInstrument {
+  std::string runId;
+  std::string name;  ///< by which the plug-in knows it
+  std::string id;
+  std::optional<std::string> model;
+  std::optional<std::string> serial;
+};
+
+/// How long one attempt at a test, or a whole run, took.
+struct Duration {
+  std::string test;  ///< "": the whole run
+  std::int64_t microseconds = 0;
+};
+
+/// What reports ask a results store, on a connection of its own that only reads. Rows are handed
+/// out one by one, as they are read. For one thread at a time. Every operation throws `StoreError`
+/// when it cannot read.
+class ReportQueries {
+ public:
+  /// Opens a store that exists and has the present version of the schema.
+  explicit ReportQueries(const std::filesystem::path& file,
+                         std::chrono::milliseconds patience = std::chrono::seconds(10));
+  ~ReportQueries();
+  ReportQueries(const ReportQueries&) = delete;
+  ReportQueries& operator=(const ReportQueries&) = delete;
+
+  template <typename Row>
+  using Each = std::function<void(const Row&)>;
+
+  std::int64_t countRuns(const Filter& filter);
+  /// The last runs, at most so many, the latest first.
+  void lastRuns(const Filter& filter, std::size_t most, const Each<RunLine>& each);
+  /// All runs, by process and serial number, those of a unit in the order of their starts.
+  void runsByUnit(const Filter& filter, const Each<UnitRun>& each);
+  /// What failed, in runs that came to an end.
+  void failures(const Filter& filter, const Each<FailureCount>& each);
+  /// The sub-tests of a filter that may have numbers, in the order of their own numbers.
+  std::vector<Spec> numericSpecs(const Filter& filter);
+  /// The numbers that count of all sub-tests of a filter, in the order of measuring.
+  void numbers(const Filter& filter, const Each<SpecNumber>& each);
+  /// The same with what belongs to them.
+  void values(const Filter& filter, const Each<MeasuredValue>& each);
+  /// What measured, run by run in the order of their starts.
+  void instruments(const Filter& filter, const Each<UsedInstrument>& each);
+  /// Durations of passing runs and of their tests.
+  void durations(const Filter& filter, const Each<Duration>& each);
+
+  /// All names that a filter could have: "part", "process", "station", "site", "flow", "operator",
+  /// "version", "serial", "test", "sub_test".
+  std::vector<std::string> names(const std::string& what);
+
+ private:
+  std::unique_ptr<Connection> connection_;
+};
+
+}  // namespace results
