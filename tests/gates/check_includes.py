@@ -4,7 +4,7 @@
     check_includes.py ROOT
 
 The floors of framework/ stand in framework/CMakeLists.txt, ground floor first. A floor includes itself and those before
-it, and common/; common/ includes only itself; results/, statistics/ and web/ each themselves and common/. Whatever is not the
+it, and common/; common/ includes only itself; results/, statistics/ and web/ each themselves and common/; reports/ the first two as well. Whatever is not the
 framework uses its public headers, and common/; the examples, which build against an installed copy, the public headers
 alone. Each fault is one line, FILE:LINE: what; the exit status is 1 when there is any.
 """
@@ -19,6 +19,8 @@ ABOVE = {("framework/model/QLTestSuite.cpp", "framework/configuration/QLTestSite
 INSIDE = {("tests/platform/FrameworkVersionTest.cpp", "framework/platform/FrameworkVersion.h")}
 # The libraries below the station application that know nothing of the framework, nor of each other.
 BESIDE = ("results/", "statistics/", "web/")
+REPORTS = "reports/"
+OVER = ("results/", "statistics/")
 # What users copy, and build against an installed Quillon.
 WITHOUT_COMMON = ("examples/", "station/templates/")
 
@@ -54,6 +56,9 @@ class Tree:
         for folder in BESIDE:
             if file.startswith(folder):
                 return None if target.startswith(("common/", folder)) else f"{folder} includes {target}"
+        if file.startswith(REPORTS):
+            below = ("common/", REPORTS, *OVER)
+            return None if target.startswith(below) else f"{REPORTS} includes {target}"
         if file.startswith("framework/"):
             if target.startswith("common/"):
                 return None
@@ -74,7 +79,7 @@ class Tree:
         return parts[1] if parts[0] == "framework" and parts[1] in self.floors else None
 
     def faults(self):
-        for folder in ("common", "framework", *BESIDE, "station", "simulators", "examples", "tests", "benchmarks"):
+        for folder in ("common", "framework", *BESIDE, REPORTS, "station", "simulators", "examples", "tests", "benchmarks"):
             for path in sorted((self.root / folder).rglob("*")):
                 if path.suffix not in (".h", ".cpp", ".c"):
                     continue

@@ -25,6 +25,8 @@ FILES = {
     "common/Text.h": "#pragma once\n",
     "results/Rows.h": "#pragma once\n",
     "results/Store.h": '#include "common/Text.h"\n#include "results/Rows.h"\n',
+    "reports/Report.cpp": '#include "Report.h"\n#include "results/Rows.h"\n#include "statistics/Summary.h"\n',
+    "reports/Report.h": "#pragma once\n",
     "statistics/Summary.h": '#include "statistics/Computed.h"\n',
     "statistics/Computed.h": "#pragma once\n",
     "station/Text.h": '#include <QLTValue.h>\n#include "common/Text.h"\n',
@@ -75,6 +77,12 @@ class CheckIncludes(unittest.TestCase):
             faults(results__X_cpp='#include "station/Text.h"\n#include <QLTValue.h>\n'),
             ["results/X.cpp:1: results/ includes station/Text.h",
              "results/X.cpp:2: results/ includes framework/platform/QLTValue.h"])
+
+    def test_the_reports_include_what_they_stand_on(self):
+        self.assertEqual(
+            faults(reports__X_cpp='#include "station/Text.h"\n', results__X_cpp='#include "reports/Report.h"\n'),
+            ["results/X.cpp:1: results/ includes reports/Report.h",
+             "reports/X.cpp:1: reports/ includes station/Text.h"])
 
     def test_the_statistics_include_themselves_and_the_base_only(self):
         self.assertEqual(
