@@ -37,6 +37,8 @@ int runCommandLine(int argc, const char* const* argv) {
   addCheckCommand(app, chosen);
   addListCommand(app, chosen);
   addNewCommand(app, chosen);
+  addReportCommand(app, chosen);
+  addResultsCommand(app, chosen);
   addWorkerCommand(app, chosen);
   try {
     app.parse(argc, argv);

@@ -17,6 +17,8 @@ using Command = std::function<int()>;
 void addCheckCommand(CLI::App& app, Command& chosen);
 void addListCommand(CLI::App& app, Command& chosen);
 void addNewCommand(CLI::App& app, Command& chosen);
+void addReportCommand(CLI::App& app, Command& chosen);
+void addResultsCommand(CLI::App& app, Command& chosen);
 void addRunCommand(CLI::App& app, Command& chosen);
 void addWorkerCommand(CLI::App& app, Command& chosen);
 

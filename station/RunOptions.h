@@ -10,6 +10,8 @@
 namespace station {
 
 inline constexpr const char* kDefaultLogFolder = "logs";
+/// The results store, in the log folder.
+inline constexpr const char* kStoreName = "results.db";
 
 /// What `quillon run` was asked to do.
 struct RunOptions {

@@ -153,7 +153,7 @@ bool StationRun::recover(results::Store& store) {
 std::unique_ptr<results::Store> StationRun::openStore() const {
   try {
     results::StoreOptions options;
-    options.file = std::filesystem::path(options_.logFolder) / "results.db";
+    options.file = std::filesystem::path(options_.logFolder) / kStoreName;
     options.stationName = hostName();
     return std::make_unique<results::Store>(options);
   } catch (const results::StoreError& problem) {

@@ -45,9 +45,8 @@ class Program:
     def __init__(self, file):
         self.name = file.name
         overview = self._help(file)
-        commands = re.search(r"^Subcommands:\n((?:  .*\n)+)", overview, re.M)[1]
-        self.commands = re.findall(r"^  ([a-z]+)\b", commands, re.M)
-        self.options = {command: self._options(self._help(file, command)) for command in self.commands}
+        self.commands = self._subcommands(overview)
+        self.options = {command: self._options_of(file, command) for command in self.commands}
         self.options[""] = self._options(overview)
         self.all_options = set().union(*self.options.values())
 
@@ -55,6 +54,17 @@ class Program:
     def _help(file, *command):
         return subprocess.run([file, *command, "--help"], text=True, stdout=subprocess.PIPE,
                               check=True).stdout
+
+    @staticmethod
+    def _subcommands(text):
+        commands = re.search(r"^Subcommands:\n((?:  .*\n)+)", text, re.M)
+        return re.findall(r"^  ([a-z]+)\b", commands[1], re.M) if commands else []
+
+    def _options_of(self, file, *command):
+        """The options of a command and of those below it."""
+        text = self._help(file, *command)
+        below = (self._options_of(file, *command, each) for each in self._subcommands(text))
+        return self._options(text).union(*below)
 
     @staticmethod
     def _options(text):
