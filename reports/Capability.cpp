@@ -71,15 +71,15 @@ Table valuesTable() {
   Table table{"values", "What was measured", specColumns(), {}};
   const std::vector<Column> more{{"n", "n", Kind::Count},
                                  {"mean", "Mean", Kind::Number},
-                                 {"deviation_overall", "Deviation", Kind::Number},
-                                 {"deviation_within", "within", Kind::Number},
+                                 {"deviation_overall", "Deviation", Kind::Rough},
+                                 {"deviation_within", "within", Kind::Rough},
                                  {"minimum", "Minimum", Kind::Number},
                                  {"median", "Median", Kind::Number},
                                  {"maximum", "Maximum", Kind::Number},
                                  {"below", "Below", Kind::Count},
                                  {"above", "Above", Kind::Count},
                                  {"not_finite", "Not finite", Kind::Count},
-                                 {"normality_p", "Normality p", Kind::Chance},
+                                 {"normality_p", "Normality p", Kind::Rough},
                                  {"spec", "Limits"}};
   table.columns.insert(table.columns.end(), more.begin(), more.end());
   return table;
@@ -92,9 +92,9 @@ Table indicesTable() {
   addIndexColumns(table.columns, "cpk", "Cpk");
   addIndexColumns(table.columns, "pp", "Pp");
   addIndexColumns(table.columns, "ppk", "Ppk");
-  table.columns.push_back({"expected_ppm", "Expected ppm outside", Kind::Chance});
+  table.columns.push_back({"expected_ppm", "Expected ppm outside", Kind::Rough});
   table.columns.push_back({"warnings", "Warnings"});
-  table.columns.push_back({"guard_band", "Guard band", Kind::Number});
+  table.columns.push_back({"guard_band", "Guard band", Kind::Rough});
   return table;
 }
 
@@ -114,7 +114,7 @@ Series normalCurve(const statistics::Summary& summary, double perCount, double f
 }
 
 Series limitLine(const std::string& name, double x, double height) {
-  return {name, Series::Limit, {0.0, height}, {x, x}};
+  return {name, Series::Bound, {0.0, height}, {x, x}};
 }
 
 std::optional<Chart> histogramChart(const Spec& spec, const statistics::SortedValues& sorted,
@@ -122,9 +122,9 @@ std::optional<Chart> histogramChart(const Spec& spec, const statistics::SortedVa
   const auto histogram = statistics::histogram(sorted);
   if (!histogram || histogram->width <= 0) return std::nullopt;
   Chart chart{spec.test + " / " + spec.subTest, spec.unit.value_or(""), "Values", {}, {}};
-  Series bins{"Values", Series::Steps, {}};
-  double highest = 0;
   double edge = histogram->lower;
+  Series bins{"Values", Series::Steps, {0.0}, {edge}};
+  double highest = 0;
   for (const std::int64_t count : histogram->counts) {
     bins.x.push_back(edge);
     bins.y.emplace_back(static_cast<double>(count));
@@ -194,13 +194,21 @@ class CapabilityTables {
     row.push_back(band == bands_.end() ? Cell() : band->second);
     indices_.rows.push_back(std::move(row));
 
-    if (charts_.size() < kCharts) {
-      if (auto chart = histogramChart(spec, sorted, summary)) charts_.push_back(std::move(*chart));
+    if (auto chart = histogramChart(spec, sorted, summary)) {
+      if (charts_.size() < kCharts) {
+        charts_.push_back(std::move(*chart));
+      } else {
+        hasMore_ = true;
+      }
     }
     return true;
   }
 
   void addTo(Report& report) {
+    if (hasMore_) {
+      report.notes.push_back("Pictures of the first " + grouped(kCharts) +
+                             " sub-tests; --sub-test chooses others.");
+    }
     report.tables.push_back(std::move(indices_));
     report.tables.push_back(std::move(values_));
     report.charts = std::move(charts_);
@@ -211,6 +219,7 @@ class CapabilityTables {
   Table values_ = valuesTable();
   Table indices_ = indicesTable();
   std::vector<Chart> charts_;
+  bool hasMore_ = false;  // sub-tests than pictures
 };
 
 }  // namespace
@@ -247,10 +256,6 @@ Report capabilityReport(results::ReportQueries& queries, const Request& request)
                            " of limits: each has a line of its own, none is mixed.");
   }
   tables.addTo(report);
-  if (report.charts.size() == kCharts) {
-    report.notes.push_back("Pictures of the first " + grouped(kCharts) +
-                           " sub-tests; --sub-test chooses others.");
-  }
   report.definitions = {
       isDefault
           ? "Counted are runs of the kind production that ended PASS or FAIL; retests are "

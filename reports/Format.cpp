@@ -68,7 +68,7 @@ std::string shownText(const Cell& cell, Kind kind) {
   const double number = *cell.number();
   if (kind == Kind::Share) return shareText(number);
   if (kind == Kind::Index) return quillon::internal::fixedText(number, 2);
-  if (kind == Kind::Chance) return charsOf(number, std::chars_format::general, 3);
+  if (kind == Kind::Rough) return charsOf(number, std::chars_format::general, 3);
   if (kind == Kind::Seconds) return roundedText(std::round(number * 1e3) / 1e3);
   return roundedText(number);
 }

@@ -94,7 +94,7 @@ Table anovaOf(const std::string& key, const std::string& title,
                {"ss", "Sum of squares", Kind::Number},
                {"ms", "Mean square", Kind::Number},
                {"f", "F", Kind::Number},
-               {"p", "p", Kind::Chance}},
+               {"p", "p", Kind::Rough}},
               {}};
   const auto plain = [](const statistics::Figure& figure) {
     return figure ? Cell(*figure) : Cell();  // what is not tested needs no reason
@@ -258,7 +258,7 @@ Report grrReport(results::ReportQueries& queries, const Request& request,
                 "What it is good for",
                 {{"categories", "Distinct categories (ndc)", Kind::Count},
                  {"tolerance", "Tolerance", Kind::Number, subTest.unit()},
-                 {"guard_band", "Guard band at 95 %", Kind::Number, subTest.unit()}},
+                 {"guard_band", "Guard band at 95 %", Kind::Rough, subTest.unit()}},
                 {}};
   summary.rows.push_back({cellOf(study->distinctCategories),
                           gauge.tolerance ? Cell(*gauge.tolerance)
@@ -282,9 +282,9 @@ Report grrReport(results::ReportQueries& queries, const Request& request,
   report.charts.push_back(readingsChart(values, options.appraiser, subTest.unit()));
   report.definitions = {
       "Counted are the runs of the kind study that ended PASS or FAIL. A unit is a serial number, "
-      "an "
-      "appraiser a " +
-          wordOf(options.appraiser) + ", a trial one run.",
+      "a "
+      "trial one run; appraisers are told apart by " +
+          wordOf(options.appraiser) + ".",
       "Contribution: of the total variance. Of study variation, of tolerance: six deviations, of "
       "the "
       "total's six and of the limits' distance; these do not add up to 100 %.",

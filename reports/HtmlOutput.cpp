@@ -74,7 +74,8 @@ std::string tableOf(const Table& table) {
 }
 
 const char* styleOf(Series::Style style) {
-  constexpr std::array kStyles{"line", "bars", "points", "steps", "limit", "marks"};
+  constexpr std::array kStyles{"line",  "bars",  "points", "steps",
+                               "limit", "bound", "marks",  "changes"};
   return kStyles.at(static_cast<std::size_t>(style));
 }
 
@@ -114,7 +115,8 @@ std::string chartsOf(const Report& report) {
   if (report.charts.empty()) return {};
   std::string html = "<div class=\"charts\">\n";
   for (const Chart& chart : report.charts) {
-    html += "<figure><figcaption>" + escaped(chart.title) +
+    html += std::string(chart.isWide ? "<figure class=\"whole\">" : "<figure>") + "<figcaption>" +
+            escaped(chart.title) +
             "</figcaption><div class=\"canvas\"><canvas></canvas></div></figure>\n";
   }
   return html + "</div>\n";

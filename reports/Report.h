@@ -18,7 +18,7 @@ enum class Kind {
   Count,    ///< an integer
   Number,   ///< in the column's unit
   Index,    ///< a ratio; people read two decimals
-  Chance,   ///< a probability or the like; people read three digits
+  Rough,    ///< an estimate or a probability; people read three digits
   Share,    ///< 0 to 1; people read per cent
   Time,     ///< microseconds since 1970, UTC; people read local time
   Seconds,  ///< a duration
@@ -73,7 +73,16 @@ struct Table {
 
 /// A line, bars or points of a chart.
 struct Series {
-  enum Style { Line, Bars, Points, Steps, Limit, Marks };
+  enum Style {
+    Line,
+    Bars,
+    Points,
+    Steps,    ///< of a histogram: each from its x to the next one
+    Limit,    ///< what the values themselves have as limits, or bounds
+    Bound,    ///< what they must keep
+    Marks,    ///< points that stand out
+    Changes,  ///< points at which something changed
+  };
   std::string name;
   Style style = Line;
   /// One a label of the chart; or, without labels, one an x. Absent: a gap.
@@ -88,6 +97,7 @@ struct Chart {
   std::string yTitle;
   std::vector<std::string> labels;  ///< of the x axis; empty: x is a number
   std::vector<Series> series;
+  bool isWide = false;
 };
 
 struct Report {

@@ -179,14 +179,14 @@ Chart valuesChart(const IndividualsChart& control, const std::vector<MeasuredVal
                   const std::vector<Change>& changes, const SubTest& subTest) {
   const std::size_t from = values.size() > kCharted ? values.size() - kCharted : 0;
   const std::size_t n = values.size() - from;
-  Chart chart{"Run chart", "", subTest.unit(), {}, {}};
+  Chart chart{"Run chart", "", subTest.unit(), {}, {}, true};
   Series line{"Values", Series::Line, {}};
   Series signals{"Signals", Series::Marks, std::vector<std::optional<double>>(n)};
-  Series marks{"Changes", Series::Points, std::vector<std::optional<double>>(n)};
+  Series marks{"Changes", Series::Changes, std::vector<std::optional<double>>(n)};
   std::map<std::string, const results::Spec*> specs;
   for (const results::Spec& spec : subTest.specs) specs[spec.id] = &spec;
-  Series low{"Low limit", Series::Line, std::vector<std::optional<double>>(n)};
-  Series high{"High limit", Series::Line, std::vector<std::optional<double>>(n)};
+  Series low{"Low limit", Series::Bound, std::vector<std::optional<double>>(n)};
+  Series high{"High limit", Series::Bound, std::vector<std::optional<double>>(n)};
   for (std::size_t i = from; i < values.size(); ++i) {
     const MeasuredValue& value = values[i];
     chart.labels.push_back(localTime(value.startedUs));
@@ -222,7 +222,7 @@ Chart valuesChart(const IndividualsChart& control, const std::vector<MeasuredVal
 
 Chart rangesChart(const IndividualsChart& control, const std::vector<MeasuredValue>& values,
                   const std::string& unit) {
-  Chart chart{"Moving ranges", "", unit, {}, {}};
+  Chart chart{"Moving ranges", "", unit, {}, {}, true};
   Series line{"Distance to the value before", Series::Line, {}};
   std::optional<double> before;
   for (const MeasuredValue& value : values) {

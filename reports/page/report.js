@@ -4,7 +4,8 @@ const colours = ["#1f5fa8", "#c25b00", "#2d7d46", "#7a3e9d", "#8c6d1f", "#00798c
 const percent = value => (Math.round(value * 10000) / 100).toLocaleString("en-GB") + " %";
 
 function dataset(series, index, numeric) {
-  const colour = series.style === "limit" ? "#b3261e" : series.style === "marks" ? "#b3261e" : colours[index % colours.length];
+  const fixed = {limit: "#b3261e", marks: "#b3261e", bound: "#3c4650", changes: "#111111"};
+  const colour = fixed[series.style] || colours[index % colours.length];
   const set = {
     type: series.style === "bars" ? "bar" : "line",
     label: series.name,
@@ -12,7 +13,7 @@ function dataset(series, index, numeric) {
     borderColor: colour,
     backgroundColor: colour,
     borderWidth: 2,
-    pointRadius: numeric ? 0 : series.y.length > 100 ? 1 : 3,
+    pointRadius: numeric ? 0 : series.y.length > 100 ? 0 : 3,
     order: series.style === "bars" || series.style === "steps" ? 2 : 1,
     yAxisID: series.isShare ? "share" : "y",
     spanGaps: false,
@@ -21,6 +22,8 @@ function dataset(series, index, numeric) {
   if (series.style === "bars") Object.assign(set, {backgroundColor: colour + "b0", borderWidth: 1});
   if (series.style === "steps") Object.assign(set, {stepped: true, fill: "origin", backgroundColor: colour + "40", borderWidth: 1});
   if (series.style === "limit") Object.assign(set, {borderDash: [6, 4], borderWidth: 1.5, pointRadius: 0});
+  if (series.style === "bound") Object.assign(set, {borderWidth: 2, pointRadius: 0, stepped: !numeric});
+  if (series.style === "changes") Object.assign(set, {showLine: false, pointRadius: 7, pointStyle: "triangle", order: 0});
   if (series.style === "points") Object.assign(set, {showLine: false, pointRadius: 3});
   if (series.style === "marks") Object.assign(set, {showLine: false, pointRadius: 5, pointStyle: "rectRot", order: 0});
   return set;
@@ -47,7 +50,9 @@ function draw(canvas, chart) {
     data: {labels: numeric ? undefined : chart.labels,
            datasets: chart.series.map((series, index) => dataset(series, index, numeric))},
     options: {animation: false, maintainAspectRatio: false, responsive: true, devicePixelRatio: 2, scales: scales,
-              plugins: {legend: {position: "bottom", labels: {boxWidth: 24, boxHeight: 2}}}}
+              plugins: {legend: {position: "bottom", labels: {
+                boxWidth: 24, boxHeight: 2, filter: item => item.text !== "",
+                sort: (a, b) => a.datasetIndex - b.datasetIndex}}}}
   });
 }
 
