@@ -15,6 +15,7 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -24,6 +25,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Comparison.h"
+#include "web/MergePatch.h"
 #include "web/Server.h"
 
 namespace {
@@ -219,7 +221,10 @@ void deltaToPages(benchmark::State& state) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   const ServerThread thread;
-  const std::string bytes(2300, 'x');  // as a delta has
+  // What a stream gets of a delta: the patch, with its number, its time and the event's frame.
+  const nlohmann::json earlier = site.state();
+  site.step();
+  const std::string bytes(web::mergePatch(earlier, site.state()).dump().size() + 100, 'x');
 
   bench::Comparison comparison;
   for (auto _ : state) {
