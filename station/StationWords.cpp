@@ -7,7 +7,6 @@
 #include <QLTStationPlan.h>
 
 #include "CannotRun.h"
-#include "ColumnKeys.h"
 #include "Text.h"
 
 namespace station {
@@ -36,8 +35,13 @@ std::optional<Fault> readText(const QLTValue& value, StationWords& words) {
 
 template <auto kMember>
 std::optional<Fault> readTexts(const QLTValue& value, StationWords& words) {
-  if (const QLTValue* const wrong = notTexts(value)) return Fault{wrong, ""};
-  for (const QLTValue& element : *value.array()) (words.*kMember).push_back(*element.string());
+  if (value.array() == nullptr) return Fault{&value, ""};
+  std::vector<std::string> texts;
+  for (const QLTValue& element : *value.array()) {
+    if (element.string() == nullptr) return Fault{&element, ""};
+    texts.push_back(*element.string());
+  }
+  words.*kMember = std::move(texts);
   return std::nullopt;
 }
 
@@ -78,13 +82,14 @@ constexpr std::array kWords{
     Word{"serialPattern", "a regular expression", "what a whole serial number must match",
          readPattern},
     Word{"timeLimit", "a number of seconds, above 0 and at most 1000000000",
-         "how long each test may take that has no timeLimit of its own", readTimeLimit},
+         "how long each hook may take, and each test that has no timeLimit of its own",
+         readTimeLimit},
     Word{"ownKeys", kTexts, "keys that the plug-in reads itself, which are not misspelt",
          readTexts<&StationWords::ownKeys>},
-    Word{kAttributeColumns, kTexts,
+    Word{"csvAttributeKeys", kTexts,
          "station attributes that become columns in front of each line of the result log",
          readTexts<&StationWords::csvAttributeKeys>},
-    Word{kExtraColumns, kTexts,
+    Word{"csvExtraKeys", kTexts,
          "extras of the sub-tests that become columns at the end of each line of the result log",
          readTexts<&StationWords::csvExtraKeys>}};
 

@@ -1,27 +1,17 @@
 #include "ResultLog.h"
 
-#include <vector>
-
 #include <QLTError.h>
 
-#include "CannotRun.h"
-#include "ColumnKeys.h"
 #include "Logging.h"
+#include "StationWords.h"
 #include "Text.h"
 
 namespace station {
 namespace {
 
-std::vector<std::string> keysOf(const QLTDictionary& stationAttributes, const char* name) {
-  std::vector<std::string> keys;
-  const QLTValue* const value = stationAttributes.find(name);
-  if (value == nullptr) return keys;
-  if (notTexts(*value) != nullptr) {
-    throw CannotRun(std::string("stationAttributes/") + name + " must be an array of texts",
-                    "Correct the plug-in's TestConfig.plist.");
-  }
-  for (const QLTValue& key : *value->array()) keys.push_back(*key.string());
-  return keys;
+OpenLoggers columnsOf(const QLTDictionary& stationAttributes) {
+  const StationWords words = readStationWords(stationAttributes);
+  return {words.csvAttributeKeys, words.csvExtraKeys};
 }
 
 }  // namespace
@@ -29,8 +19,7 @@ std::vector<std::string> keysOf(const QLTDictionary& stationAttributes, const ch
 ResultLog::ResultLog(const std::string& path, const QLTDictionary& stationAttributes,
                      Screen& screen)
     : screen_(screen),
-      columns_{keysOf(stationAttributes, kAttributeColumns),
-               keysOf(stationAttributes, kExtraColumns)},
+      columns_(columnsOf(stationAttributes)),
       name_("the result log " + path),
       stationAttributes_(stationAttributes),
       csv_(path) {}
