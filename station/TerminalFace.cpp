@@ -24,6 +24,7 @@ TerminalFace::TerminalFace(const RunOptions& options, const FaceContext& context
     : serialNumbers_(numbersFor(context.loaded, options.serialNumbers), context.loaded.sites,
                      context.screen, context.words.serialPattern, options.purpose),
       desk_(answersOf(options), serialNumbers_, context.screen),
-      view_(makeRunView(options, context.loaded, context.screen, countersOfToday(context.store))) {}
+      view_(makeRunView(options, context.loaded, context.screen, countersOfToday(context.store),
+                        usualTimes(context.store, context.loaded))) {}
 
 }  // namespace station

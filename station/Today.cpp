@@ -6,6 +6,11 @@
 #include "results/Queries.h"
 
 namespace station {
+namespace {
+
+constexpr std::int64_t kMicroseconds = 1'000'000;
+
+}  // namespace
 
 Counters countersOfToday(const results::Store& store) {
   const std::time_t now = std::time(nullptr);
@@ -13,7 +18,6 @@ Counters countersOfToday(const results::Store& store) {
   localtime_r(&now, &day);
   day.tm_hour = day.tm_min = day.tm_sec = 0;
   day.tm_isdst = -1;
-  constexpr std::int64_t kMicroseconds = 1'000'000;
   try {
     const results::Counters counters =
         results::Queries(store.file())
@@ -24,6 +28,19 @@ Counters countersOfToday(const results::Store& store) {
   } catch (const results::StoreError&) {
     return {};
   }
+}
+
+UsualTimes usualTimes(const results::Store& store, const Loaded& loaded) {
+  UsualTimes times;
+  try {
+    for (const auto& [test, duration] :
+         results::Queries(store.file()).usualDurations(loaded.bundle, loaded.flow)) {
+      times[test] = static_cast<double>(duration) / kMicroseconds;
+    }
+  } catch (const results::StoreError&) {
+    times.clear();
+  }
+  return times;
 }
 
 }  // namespace station

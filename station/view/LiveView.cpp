@@ -1,6 +1,7 @@
 #include "LiveView.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <unistd.h>
 
@@ -66,11 +67,12 @@ bool LiveView::isPossible(const Screen& screen) {
 }
 
 LiveView::LiveView(Screen& screen, const std::vector<std::string>& sites, Report::Detail detail,
-                   const Counters& earlierToday)
+                   const Counters& earlierToday, UsualTimes usual)
     : screen_(screen),
       names_(sites),
       detail_(detail),
       earlierToday_(earlierToday),
+      usual_(std::move(usual)),
       table_(screen, sites, {}) {
   for (const std::string& name : names_) {
     sites_[name];
@@ -178,6 +180,7 @@ std::string LiveView::lineOf(const std::string& name, const Site& site, std::siz
 
   std::string text;
   std::string time;
+  std::string usual;
   if (site.isTesting) {
     const std::string count = std::to_string(site.count);
     const std::string index = std::to_string(site.index);
@@ -185,6 +188,8 @@ std::string LiveView::lineOf(const std::string& name, const Site& site, std::siz
       text = atRight(index, count.size()) + "/" + count + "  " + printable(site.test);
     }
     time = secondsText(std::chrono::duration<double>(Clock::now() - site.since).count());
+    const auto known = usual_.find(site.test);
+    if (known != usual_.end()) usual = " of usually " + secondsText(known->second);
   } else if (isOver) {
     text = printable(reasonText(*site.lastVerdict));
     time = secondsText(site.lastVerdict->seconds);
@@ -194,6 +199,7 @@ std::string LiveView::lineOf(const std::string& name, const Site& site, std::siz
   std::string end;
   if (!time.empty() && room >= kTimeWidth + 2 + kLeastText) {
     end = "  " + atRight(time, kTimeWidth);
+    if (room >= widthOf(end) + widthOf(usual) + kWidestSerial + 4 + kLeastText) end += usual;
     room -= widthOf(end);
   }
   std::string serial = cut(printable(site.serialNumber), kWidestSerial);

@@ -24,9 +24,9 @@ class LiveView : public RunView {
   static bool isPossible(const Screen& screen);
 
   /// With `Report::Detail::Verdicts` the sites have no lines. `earlierToday` are the devices of the
-  /// day before this run.
+  /// day before this run; what a test usually takes is shown beside its time.
   LiveView(Screen& screen, const std::vector<std::string>& sites, Report::Detail detail,
-           const Counters& earlierToday = {});
+           const Counters& earlierToday = {}, UsualTimes usual = {});
   ~LiveView() override;
 
   void siteIs(const std::string& site, SiteState state) override;
@@ -57,6 +57,7 @@ class LiveView : public RunView {
   const std::vector<std::string> names_;
   const Report::Detail detail_;
   const Counters earlierToday_;
+  const UsualTimes usual_;
   Report table_;
   std::size_t siteWidth_ = 0;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,9 @@ struct Counters {
   int failed = 0;
   int brokenOff = 0;
 };
+
+/// How long tests usually take, in seconds, by their names.
+using UsualTimes = std::map<std::string, double>;
 
 /// One finished test of one site.
 struct FinishedTest {

@@ -39,11 +39,12 @@ Report::Detail detailOf(const RunOptions& options) {
 }
 
 std::unique_ptr<RunView> viewForPeople(const RunOptions& options, const Loaded& loaded,
-                                       Screen& screen, const Counters& earlierToday) {
+                                       Screen& screen, const Counters& earlierToday,
+                                       const UsualTimes& usual) {
   // The diagnostics, or a debugger, would write into lines that are drawn in place.
   const bool isAlone = !options.verbose && options.wrap.empty();
   if (isAlone && LiveView::isPossible(screen)) {
-    return std::make_unique<LiveView>(screen, loaded.sites, detailOf(options), earlierToday);
+    return std::make_unique<LiveView>(screen, loaded.sites, detailOf(options), earlierToday, usual);
   }
   return std::make_unique<Report>(screen, loaded.sites, loaded.tests, detailOf(options));
 }
@@ -51,8 +52,9 @@ std::unique_ptr<RunView> viewForPeople(const RunOptions& options, const Loaded& 
 }  // namespace
 
 std::unique_ptr<RunView> makeRunView(const RunOptions& options, const Loaded& loaded,
-                                     Screen& screen, const Counters& earlierToday) {
-  auto people = viewForPeople(options, loaded, screen, earlierToday);
+                                     Screen& screen, const Counters& earlierToday,
+                                     const UsualTimes& usual) {
+  auto people = viewForPeople(options, loaded, screen, earlierToday, usual);
   if (!options.json) return people;
   return std::make_unique<WithJson>(std::move(people));
 }

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 
 #include "StationProcess.h"
@@ -316,6 +317,23 @@ TEST_F(StationTerminal, theDevicesOfTheDayAreCounted) {
   StationProcess station(arguments, StationProcess::Input::Terminal);
   EXPECT_TRUE(station.waitForOutput(
       "This run: 0 passed, 0 failed, 0 broken off.  Today: 1 passed, 0 failed, 0 broken off"));
+  std::ofstream(gate).close();
+  EXPECT_EQ(station.wait(), 0);
+}
+
+TEST_F(StationTerminal, tellsWhatATestUsuallyTakes) {
+  const std::string gate = (folder_.path() / "gate").string();
+  bundle_.configure(TroubleBundle::test("Volts", TroubleBundle::text("await", gate)));
+  const std::vector<std::string> arguments{
+      "run",  bundle_.path(), "--site",    "left",
+      "--sn", "left=A",       "--log-dir", (folder_.path() / "logs").string()};
+  std::ofstream(gate).close();
+  EXPECT_EQ(StationProcess(arguments).wait(), 0);
+  std::filesystem::remove(gate);
+  StationProcess station(arguments, StationProcess::Input::Terminal);
+  EXPECT_TRUE(station.waitForScreen([](const test::TerminalModel& screen) {
+    return screen.text().find(" s of usually 0.") != std::string::npos;
+  }));
   std::ofstream(gate).close();
   EXPECT_EQ(station.wait(), 0);
 }
