@@ -3,6 +3,8 @@
 #include <exception>
 #include <utility>
 
+#include <sys/wait.h>
+
 #include "CannotRun.h"
 #include "Signals.h"
 #include "Text.h"
@@ -66,16 +68,31 @@ Loaded Engine::load(const Load& load) {
   Loaded loaded = await<Loaded>();
   sites_.loaded(loaded);
   // Those that are there now, whatever is lost by then.
-  if (!load_->again) load_->sites = loaded.sites;
+  if (!load_->again) {
+    load_->sites = loaded.sites;
+    overridden_ = loaded.overridden;
+  }
   load_->again = true;
   return loaded;
 }
 
 void Engine::openLoggers(const OpenLoggers& columns) {
+  if (!columns_) tellOfOverrides();
   columns_ = columns;
   worker_.send(messageFrom(columns));
   await<Ready>();
   sites_.open();
+}
+
+/// Who wanted to test with instruments whose calibration is overdue.
+void Engine::tellOfOverrides() const {
+  const std::string& override = load_->calibrationOverride;
+  const std::size_t colon = override.find(':');
+  const std::string reason = colon == std::string::npos ? "" : ": " + override.substr(colon + 1);
+  for (const std::string& what : overridden_) {
+    events_.add("calibration_override", std::nullopt, what + "; tested all the same" + reason,
+                override.substr(0, colon));
+  }
 }
 
 void Engine::serve(const std::function<bool()>& isDone) {
@@ -233,11 +250,15 @@ void Engine::handOn(const Message& message) {
 void Engine::onEnd(int status) {
   const bool wasUnloaded = unloaded_;
   const std::string reason = *worker_.endReason();
+  const bool isCrash = WIFSIGNALED(status) && !worker_.wasTold();
+  const auto culprit = isCrash ? sites_.loadedSite(worker_.crashedSite()) : std::nullopt;
+  const std::string elsewhere = culprit ? endText(status, "site " + *culprit) : reason;
   if (!wasUnloaded) safeStateDue_ = columns_.has_value();
   if (!worker_.wasTold() && !wasUnloaded && !refused_) crashes_.push_back(Clock::now());
-  if (!(wasUnloaded && status == 0)) events_.add("worker_ended", std::nullopt, reason);
+  if (!(wasUnloaded && status == 0)) events_.add("worker_ended", culprit, elsewhere);
   if (wasUnloaded && status != 0) screen_.warning(reason + ", after it was unloaded");
-  safeStates_.leftInTest(sites_.workerEnded(reason));
+  safeStates_.leftInTest(culprit ? sites_.workerCrashed(*culprit, {reason}, {elsewhere, true})
+                                 : sites_.workerEnded({reason}));
   worker_.drop();
 }
 

@@ -97,6 +97,7 @@ class Engine {
   template <typename T>
   void handOn(const Message& message);
   void onEnd(int status);
+  void tellOfOverrides() const;
   void restart();
   bool hasCrashedTooOften();
   std::string withCrashes(const std::string& reason) const;
@@ -122,8 +123,9 @@ class Engine {
   WorkerLink worker_;
   std::map<std::string, Message> arrived_;  // answers that `await` waits for, by type
   std::optional<Refused> refused_;
-  std::optional<Load> load_;            // to be repeated with each worker
-  std::optional<OpenLoggers> columns_;  // likewise
+  std::optional<Load> load_;             // to be repeated with each worker
+  std::optional<OpenLoggers> columns_;   // likewise
+  std::vector<std::string> overridden_;  // see `Loaded`
   std::vector<Clock::time_point> crashes_;
   bool stopTold_ = false;
   bool stoppedAtOnce_ = false;

@@ -1,5 +1,6 @@
 #include "SiteBoard.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "Signals.h"
@@ -8,7 +9,7 @@ namespace station {
 
 void SiteBoard::loaded(const Loaded& loaded) {
   const std::lock_guard lock(mutex_);
-  loaded_ = {loaded.sites.begin(), loaded.sites.end()};
+  loaded_ = loaded.sites;
   unavailable_ = loaded.unavailable;
   if (!events_.empty()) return;
   for (const std::string& site : loaded.sites) events_[site];
@@ -23,7 +24,11 @@ std::vector<std::string> SiteBoard::all() const {
 
 bool SiteBoard::isLoaded(const std::string& site) const {
   const std::lock_guard lock(mutex_);
-  return loaded_.contains(site);
+  return isAmongLoaded(site);
+}
+
+bool SiteBoard::isAmongLoaded(const std::string& site) const {
+  return std::find(loaded_.begin(), loaded_.end(), site) != loaded_.end();
 }
 
 void SiteBoard::open() {
@@ -37,7 +42,18 @@ void SiteBoard::close() {
   if (state_ != State::Ended) state_ = State::Closed;
 }
 
-std::set<std::string> SiteBoard::workerEnded(const std::string& reason) {
+std::set<std::string> SiteBoard::workerEnded(const WorkerEnded& here) {
+  return orphan([&](const std::string&) { return here; });
+}
+
+std::set<std::string> SiteBoard::workerCrashed(const std::string& site, const WorkerEnded& there,
+                                               const WorkerEnded& elsewhere) {
+  return orphan([&](const std::string& busy) { return busy == site ? there : elsewhere; });
+}
+
+/// Tells each busy site what its worker came to.
+std::set<std::string> SiteBoard::orphan(
+    const std::function<WorkerEnded(const std::string&)>& news) {
   const std::lock_guard lock(mutex_);
   if (state_ != State::Ended) state_ = State::Closed;
   overdue_.clear();
@@ -45,9 +61,15 @@ std::set<std::string> SiteBoard::workerEnded(const std::string& reason) {
   for (const std::string& site : busy_) {
     if (!orphaned_.insert(site).second) continue;
     if (testing_.contains(site)) inTest.insert(site);
-    events_.at(site).push(WorkerEnded{reason});
+    events_.at(site).push(news(site));
   }
   return inTest;
+}
+
+std::optional<std::string> SiteBoard::loadedSite(int number) const {
+  const std::lock_guard lock(mutex_);
+  if (number < 1 || number > std::ssize(loaded_)) return std::nullopt;
+  return loaded_[static_cast<std::size_t>(number) - 1];
 }
 
 void SiteBoard::giveUp(const std::string& reason) {
@@ -93,7 +115,7 @@ std::optional<std::string> SiteBoard::reserve(const std::string& site) {
   changed_.wait(lock, [&] { return state_ == State::Open || state_ == State::Ended; });
   if (state_ == State::Ended) return ended_;
   if (const auto reason = safety_.reason(site)) return "unsafe: " + *reason;
-  if (!loaded_.contains(site)) {
+  if (!isAmongLoaded(site)) {
     std::string reason = "its instruments did not come up again";
     for (const std::string& cause : unavailable_[site]) reason += "; " + cause;
     return reason;

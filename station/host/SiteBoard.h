@@ -38,7 +38,13 @@ class SiteBoard {
   /// No device begins any more with the present worker.
   void close();
   /// The worker is gone: each busy site hears it. The sites whose device it was testing.
-  std::set<std::string> workerEnded(const std::string& reason);
+  std::set<std::string> workerEnded(const WorkerEnded& here);
+  /// Likewise, for a crash at one site: the others hear of it otherwise.
+  std::set<std::string> workerCrashed(const std::string& site, const WorkerEnded& there,
+                                      const WorkerEnded& elsewhere);
+  /// The site with this number among those of the present worker, from 1; absent when there is
+  /// none.
+  std::optional<std::string> loadedSite(int number) const;
   /// No device can be tested any more.
   void giveUp(const std::string& reason);
   bool hasGivenUp() const;
@@ -68,6 +74,9 @@ class SiteBoard {
   void withWorkerOf(const std::string& site, const std::function<void()>& function) const;
 
  private:
+  bool isAmongLoaded(const std::string& site) const;
+  std::set<std::string> orphan(const std::function<WorkerEnded(const std::string&)>& news);
+
   enum class State { Closed, Open, Draining, Ended };
 
   const SiteSafety& safety_;
@@ -76,7 +85,7 @@ class SiteBoard {
   State state_ = State::Closed;
   std::string ended_;                         // why no device can be tested any more
   std::map<std::string, SiteEvents> events_;  // of all sites; never shrinks
-  std::set<std::string> loaded_;              // sites of the present worker
+  std::vector<std::string> loaded_;           // sites of the present worker
   std::map<std::string, std::vector<std::string>> unavailable_;  // why others are not
   std::set<std::string> busy_;
   std::set<std::string> testing_;   // busy ones whose device has begun

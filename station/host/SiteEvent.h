@@ -16,6 +16,7 @@ namespace station {
 /// The worker is gone, and the device in progress with it.
 struct WorkerEnded {
   std::string reason;
+  bool isElsewhere = false;  ///< another site's device has ended it
 };
 
 /// A question of the device was answered, or is asked no more.

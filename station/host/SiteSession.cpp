@@ -281,10 +281,11 @@ void SiteSession::on(Device& device, const WorkerEnded& event) {
   device.done = true;
   Outcome& outcome = device.outcome;
   std::string reason = event.reason;
+  const std::string in = event.isElsewhere ? "; this device was in " : " in ";
   if (device.test) {
-    reason += " in " + nameOf(*device.test);
+    reason += in + nameOf(*device.test);
   } else if (device.hook) {
-    reason += " in " + *device.hook;
+    reason += in + *device.hook;
   }
   if (device.confirmed && outcome.verdict == Verdict::Fail) {
     if (!outcome.hookProblem) outcome.hookProblem = reason;

@@ -30,6 +30,8 @@ class WorkerLink {
   void start();
   bool isRunning() const { return process_ != nullptr; }
   void send(const Message& message);  ///< nothing happens when none runs
+  /// The number of the site whose thread crashed, from 1; 0 when none has said so.
+  int crashedSite() const { return process_ != nullptr ? process_->crashedSite() : 0; }
   /// Waits until the worker has said or printed something or ended, `wake` was called or one of
   /// `others` is readable, and takes what has come. How the worker ended, as `waitpid` tells, if it
   /// has; all that it said was taken then.

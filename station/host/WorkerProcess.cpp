@@ -27,6 +27,7 @@ namespace {
 
 constexpr const char* kThisProgram = "/proc/self/exe";
 constexpr int kSecondsForAMessage = 10;  // those to a worker are short
+constexpr int kFirstFree = 10;           // above the descriptors that a worker is handed
 
 [[noreturn]] void fail(const char* what) {
   throw std::system_error(errno, std::generic_category(), what);
@@ -38,21 +39,42 @@ std::vector<std::string> commandLine(const std::filesystem::path& bundle, const 
   return {"sh", "-c", "exec " + wrap + " \"$@\"", "sh", program, "worker", bundle.string()};
 }
 
+/// As `descriptor`, where no descriptor of a new worker is in its way.
+Descriptor outOfTheWay(const Descriptor& descriptor) {
+  Descriptor copy(fcntl(descriptor.get(), F_DUPFD_CLOEXEC, kFirstFree));
+  if (!copy) fail("dup");
+  return copy;
+}
+
+/// Keeps all signals from this thread, and from what it forks.
+class NoSignals {
+ public:
+  NoSignals() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &earlier_);
+  }
+  ~NoSignals() { pthread_sigmask(SIG_SETMASK, &earlier_, nullptr); }
+  NoSignals(const NoSignals&) = delete;
+  NoSignals& operator=(const NoSignals&) = delete;
+
+ private:
+  sigset_t earlier_{};
+};
+
 /// What a new process does until it is another program: only calls that are allowed between fork
 /// and exec in a program with threads.
 struct Start {
   std::vector<char*> arguments = {};  // ends with a null pointer
   int socket = -1;
+  int crashMemory = -1;
   int input = -1;
   int output = -1;
   pid_t host = -1;
   bool wrapped = false;
 
+  /// Begins with all signals blocked.
   [[noreturn]] void run() const {
-    // Not before: the host's own signals are not the worker's.
-    sigset_t none;
-    sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != host) _exit(kNotStarted);  // it died before
     if (!wrapped) {
@@ -61,37 +83,56 @@ struct Start {
       dup2(output, STDOUT_FILENO);
       dup2(output, STDERR_FILENO);
     }
-    if (socket == kWorkerSocket) {
-      fcntl(socket, F_SETFD, 0);
-    } else {
-      dup2(socket, kWorkerSocket);
-    }
+    dup2(socket, kWorkerSocket);
+    dup2(crashMemory, kWorkerCrashPage);
+    takeSignals();
     execv(wrapped ? "/bin/sh" : kThisProgram, arguments.data());
     _exit(kNotStarted);
+  }
+
+  /// What was sent to the host's process group until now was meant for the host, whose handlers are
+  /// not to act here.
+  static void takeSignals() {
+    struct sigaction action {};
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+      action.sa_handler = SIG_IGN;  // which drops those that wait
+      sigaction(signal, &action, nullptr);
+      action.sa_handler = SIG_DFL;
+      sigaction(signal, &action, nullptr);
+    }
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
   }
 };
 
 }  // namespace
 
 WorkerProcess::WorkerProcess(const std::filesystem::path& bundle, const std::string& wrap)
-    : WorkerProcess(Channel::makePair(), bundle, wrap) {}
+    : WorkerProcess(Channel::makePair(), CrashPage::make(), bundle, wrap) {}
 
-WorkerProcess::WorkerProcess(Channel::Pair sockets, const std::filesystem::path& bundle,
-                             const std::string& wrap)
-    : channel_(std::move(sockets.first)), ownGroup_(wrap.empty()) {
+WorkerProcess::WorkerProcess(Channel::Pair sockets, Descriptor crashMemory,
+                             const std::filesystem::path& bundle, const std::string& wrap)
+    : channel_(std::move(sockets.first)), crashPage_(crashMemory.get()), ownGroup_(wrap.empty()) {
   channel_.limitSending(kSecondsForAMessage);
   Pipe pipe = Pipe::make();
   const Descriptor nothing = openFile("/dev/null", O_RDONLY);
+  sockets.second = outOfTheWay(sockets.second);
+  crashMemory = outOfTheWay(crashMemory);
   std::vector<std::string> words = commandLine(bundle, wrap);
   Start start{.socket = sockets.second.get(),
+              .crashMemory = crashMemory.get(),
               .input = nothing.get(),
               .output = pipe.writing.get(),
               .host = getpid(),
               .wrapped = !ownGroup_};
   for (std::string& word : words) start.arguments.push_back(word.data());
   start.arguments.push_back(nullptr);
-  process_ = fork();
-  if (process_ == 0) start.run();
+  {
+    const NoSignals noSignals;
+    process_ = fork();
+    if (process_ == 0) start.run();
+  }
   if (process_ < 0) fail("fork");
   if (ownGroup_) {
     setpgid(process_, process_);  // whoever comes first
@@ -100,11 +141,18 @@ WorkerProcess::WorkerProcess(Channel::Pair sockets, const std::filesystem::path&
   }
   // Not by the C library, whose header leaves C++ out.
   ended_.reset(static_cast<int>(syscall(SYS_pidfd_open, process_, 0)));
-  if (!ended_) fail("pidfd_open");
+  if (ended_) return;
+  const int reason = errno;
+  killAndReap();
+  errno = reason;
+  fail("pidfd_open");
 }
 
 WorkerProcess::~WorkerProcess() {
-  if (process_ < 0 || status()) return;
+  if (process_ >= 0 && !status()) killAndReap();
+}
+
+void WorkerProcess::killAndReap() const {
   kill();
   int status = 0;
   retried([&] { return waitpid(process_, &status, 0); });
@@ -133,7 +181,7 @@ std::optional<int> WorkerProcess::status() {
   return status_;
 }
 
-std::string endText(int status) {
+std::string endText(int status, const std::string& place) {
   if (WIFEXITED(status)) {
     const int code = WEXITSTATUS(status);
     if (code == kConnectionLost) return "the plug-in closed the station's connection";
@@ -142,7 +190,7 @@ std::string endText(int status) {
   }
   std::string how = strsignal(WTERMSIG(status));
   how.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(how.front())));
-  return "the plug-in crashed: " + how;
+  return "the plug-in crashed" + (place.empty() ? "" : " at " + place) + ": " + how;
 }
 
 }  // namespace station

@@ -8,11 +8,14 @@
 
 #include "common/Descriptor.h"
 #include "link/Channel.h"
+#include "link/CrashPage.h"
 
 namespace station {
 
-/// Where a worker finds its end of the connection.
+// Where a worker finds what its host hands it: its end of the connection, and the memory of the
+// `CrashPage`.
 inline constexpr int kWorkerSocket = 3;
+inline constexpr int kWorkerCrashPage = 4;
 
 /// The process that holds a plug-in: this program, started anew with the command `worker`. It has a
 /// process group of its own, so that what the plug-in starts ends with it, and it does not outlive
@@ -40,13 +43,17 @@ class WorkerProcess {
   void kill() const;       ///< ends both
   /// How it ended, as `waitpid` tells; absent while it runs. What it has started is killed then.
   std::optional<int> status();
+  /// The number of the site whose thread crashed, from 1; 0 when none has said so.
+  int crashedSite() const { return crashPage_.told(); }
 
  private:
-  WorkerProcess(Channel::Pair sockets, const std::filesystem::path& bundle,
-                const std::string& wrap);
+  WorkerProcess(Channel::Pair sockets, quillon::internal::Descriptor crashMemory,
+                const std::filesystem::path& bundle, const std::string& wrap);
   void signal(int signal) const;
+  void killAndReap() const;
 
   Channel channel_;
+  CrashPage crashPage_;
   quillon::internal::Descriptor ended_;
   quillon::internal::Descriptor output_;
   pid_t process_ = -1;
@@ -54,7 +61,8 @@ class WorkerProcess {
   std::optional<int> status_;
 };
 
-/// How a worker ended, in words: "the plug-in crashed: segmentation fault".
-std::string endText(int status);
+/// How a worker ended, in words: "the plug-in crashed: segmentation fault". With `place`, it tells
+/// where it crashed: "the plug-in crashed at site left: segmentation fault".
+std::string endText(int status, const std::string& place = "");
 
 }  // namespace station

@@ -134,8 +134,9 @@ struct Loaded {
   std::vector<std::string> disabledSites = {};
   /// Why sites cannot be tested at, by their names.
   std::map<std::string, std::vector<std::string>> unavailable = {};
-  std::vector<std::string> tests = {};  ///< the names of the flow's tests, at the first site
-  std::string bundle = {};              ///< its identifier, else its name
+  std::vector<std::string> overridden = {};  ///< what `Load::calibrationOverride` was needed for
+  std::vector<std::string> tests = {};       ///< the names of the flow's tests, at the first site
+  std::string bundle = {};                   ///< its identifier, else its name
   std::optional<std::string> bundleVersion = {};
   std::string flow = {};  ///< by its own name, where "default" was asked for
   std::string frameworkVersion = {};
@@ -148,6 +149,7 @@ struct Loaded {
     part("sites", sites);
     part("disabledSites", disabledSites);
     part("unavailable", unavailable);
+    part("overridden", overridden);
     part("tests", tests);
     part("bundle", bundle);
     part("bundleVersion", bundleVersion);

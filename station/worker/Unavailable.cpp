@@ -94,12 +94,13 @@ Unavailable unavailableSites(QLTestSiteManager& manager) {
   return sites;
 }
 
-std::vector<std::string> judgeCalibrations(QLTestSiteManager& manager, const std::string& override,
-                                           Unavailable& unavailable) {
+CalibrationNotes judgeCalibrations(QLTestSiteManager& manager, const std::string& override,
+                                   Unavailable& unavailable) {
   using State = Calibration::State;
   const auto today = std::chrono::floor<std::chrono::days>(std::chrono::system_clock::now());
   const QLTDictionary& config = manager.config();
   std::set<std::string> notes;
+  std::set<std::string> overridden;
   for (const std::string& site : manager.siteNames()) {
     for (const std::string& name : instrumentsOf(config, site)) {
       const Calibration calibration =
@@ -114,12 +115,13 @@ std::vector<std::string> judgeCalibrations(QLTestSiteManager& manager, const std
         if (override.empty()) {
           unavailable[site].push_back(text);
         } else {
+          overridden.insert(text);
           notes.insert(text.append("; tested all the same, as ").append(override + " wants it"));
         }
       }
     }
   }
-  return {notes.begin(), notes.end()};
+  return {{notes.begin(), notes.end()}, {overridden.begin(), overridden.end()}};
 }
 
 std::vector<std::string> unusedFailures(QLTestSiteManager& manager) {

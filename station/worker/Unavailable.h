@@ -16,10 +16,16 @@ using Unavailable = std::map<std::string, std::vector<std::string>>;
 /// path or address, the system's reason and, for a busy port, the process that has it.
 Unavailable unavailableSites(QLTestSiteManager& manager);
 
+/// What the operator should know of calibrations although sites can be tested at.
+struct CalibrationNotes {
+  std::vector<std::string> texts;
+  std::vector<std::string> overridden;  ///< of them, what was overdue and is used all the same
+};
+
 /// Adds the sites that have an instrument whose calibration is overdue, unless `override` (a name
-/// and a reason) allows it; gives what the operator should know of calibrations all the same.
-std::vector<std::string> judgeCalibrations(QLTestSiteManager& manager, const std::string& override,
-                                           Unavailable& unavailable);
+/// and a reason) allows it.
+CalibrationNotes judgeCalibrations(QLTestSiteManager& manager, const std::string& override,
+                                   Unavailable& unavailable);
 
 /// What each site tests with: by site and by the name that its tests use, the entry of the
 /// tester-config file.

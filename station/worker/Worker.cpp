@@ -20,6 +20,7 @@
 #include <QLTestSiteManager.h>
 
 #include "CannotRun.h"
+#include "CrashWitness.h"
 #include "HoldWatch.h"
 #include "OwnLoggers.h"
 #include "Plugin.h"
@@ -102,9 +103,11 @@ std::shared_ptr<RemoteOperator> personFor(QLTestSuite& suite, Channel& channel) 
 
 /// One site at work: its thread tests devices until it is told to unload.
 struct Site {
-  Site(const std::shared_ptr<QLTestSuite>& suite, const std::string& flow, OwnLoggers& loggers,
-       Channel& channel)
-      : link(channel, suite->siteName()),
+  /// `number` is its place among the loaded ones, from 1.
+  Site(const std::shared_ptr<QLTestSuite>& suite, int number, const std::string& flow,
+       OwnLoggers& loggers, Channel& channel)
+      : number(number),
+        link(channel, suite->siteName()),
         person(personFor(*suite, channel)),
         runner(suite, flow, loggers, link) {
     suite->setResultObserver([this](const QLTestMethod&, const auto& record) {
@@ -118,6 +121,7 @@ struct Site {
 
   void work() {
     threadName() = link.site();
+    const CrashWitness witness(number);
     while (true) {
       const Message message = link.wait();
       if (typeOf(message) == Unload::kType) return;
@@ -137,6 +141,7 @@ struct Site {
     }
   }
 
+  const int number;
   SiteLink link;
   std::shared_ptr<RemoteOperator> person;
   SiteRunner runner;
@@ -182,8 +187,9 @@ void Worker::work() {
   if (!load) return;
   plugin.load(stationInfo(bundle, load->logFolder), *load);
   Unavailable unavailable = unavailableSites(plugin.manager());
-  for (const std::string& text :
-       judgeCalibrations(plugin.manager(), load->calibrationOverride, unavailable)) {
+  const CalibrationNotes calibrations =
+      judgeCalibrations(plugin.manager(), load->calibrationOverride, unavailable);
+  for (const std::string& text : calibrations.texts) {
     QLTLog(text);
     warn(printable(text));
   }
@@ -196,6 +202,7 @@ void Worker::work() {
   loaded.sites = siteNames(suites);
   loaded.disabledSites = plugin.manager().disabledSiteNames();
   loaded.unavailable = unavailable;
+  loaded.overridden = calibrations.overridden;
   loaded.tests = testNames(*suites.front()->flowForName(load->flow));
   loaded.bundle = bundle.identifier().empty() ? bundle.path().stem().string() : bundle.identifier();
   loaded.bundleVersion = bundle.version();
@@ -229,8 +236,10 @@ std::optional<OpenLoggers> Worker::prepare(const Suites& suites) {
       return each->siteName() == wanted.site;
     });
     if (suite == suites.end()) endWithHost();
-    threads.emplace_back([this, wanted, &suite = **suite] {
+    const auto number = static_cast<int>(suite - suites.begin()) + 1;
+    threads.emplace_back([this, wanted, number, &suite = **suite] {
       threadName() = wanted.site;
+      const CrashWitness witness(number);
       tell(SiteRunner::makeSafe(suite, wanted));
     });
   }
@@ -255,7 +264,8 @@ void Worker::serve(const Suites& suites, const std::string& flow, OwnLoggers& lo
   });
   std::vector<std::jthread> threads;  // end before the sites
   for (const auto& suite : suites) {
-    Site& site = sites.emplace_back(suite, flow, loggers, channel_);
+    Site& site =
+        sites.emplace_back(suite, static_cast<int>(sites.size()) + 1, flow, loggers, channel_);
     siteOf[site.link.site()] = &site;
     threads.emplace_back([&site] { site.work(); });
   }

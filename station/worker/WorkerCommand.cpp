@@ -5,11 +5,13 @@
 #include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
 #include "CannotRun.h"
 #include "Commands.h"
+#include "CrashWitness.h"
 #include "Worker.h"
 #include "common/Descriptor.h"
 #include "host/WorkerProcess.h"
@@ -27,6 +29,8 @@ int work(const std::filesystem::path& bundle) {
   prctl(PR_SET_NAME, "quillon-worker");
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
   static_cast<void>(std::signal(SIGINT, SIG_IGN));  // the host's to decide on
+  witnessCrashes(std::make_unique<CrashPage>(kWorkerCrashPage));
+  close(kWorkerCrashPage);
   Channel channel{quillon::internal::Descriptor(kWorkerSocket)};
   return Worker(channel, bundle).run();
 }

@@ -8,6 +8,7 @@
 #include "StationProcess.h"
 #include "TroubleBundle.h"
 #include "results/Queries.h"
+#include "support/Eventually.h"
 
 // Host and worker are killed at random moments: no PASS without its rows, no device lost, never two
 // workers at once. A few times here; QUILLON_STATION_KILLS says how often.
@@ -135,10 +136,7 @@ TEST_F(StationKill, aHostThatIsKilledLosesNothingThatItHasShown) {
     station.send(SIGKILL);
     EXPECT_EQ(station.wait(), -SIGKILL);
     take(station.output());
-    for (int wait = 0; wait < 2000 && worker != 0 && kill(worker, 0) == 0; ++wait) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    EXPECT_TRUE(worker == 0 || kill(worker, 0) != 0);
+    EXPECT_TRUE(worker == 0 || test::eventually([&] { return test::hasEnded(worker); }));
   }
   EXPECT_GT(passed_, 0U);
   StationProcess last(arguments(1));  // what the others left becomes INCOMPLETE

@@ -167,6 +167,11 @@ std::string StationProcess::steadyOutput() {
   return std::regex_replace(std::regex_replace(output(), time, "0.0 s"), stamp, "_STAMP.");
 }
 
+bool hasEnded(pid_t process) {
+  const std::string stat = contentOf("/proc/" + std::to_string(process) + "/stat");
+  return stat.empty() || stat.find(") Z ") != std::string::npos;
+}
+
 bool waitForFile(const std::filesystem::path& path) {
   return waitFor([&] { return std::filesystem::exists(path); });
 }

@@ -36,6 +36,7 @@ class StationProcess {
   };
   explicit StationProcess(Program program)
       : StationProcess(std::move(program), Input::None, FileLimit{}) {}
+  static Program theStation(const std::vector<std::string>& arguments);
   ~StationProcess();  ///< kills it if it still runs
   StationProcess(const StationProcess&) = delete;
   StationProcess& operator=(const StationProcess&) = delete;
@@ -64,7 +65,6 @@ class StationProcess {
 
  private:
   StationProcess(Program program, Input input, FileLimit limit);
-  static Program theStation(const std::vector<std::string>& arguments);
   std::string contentOfOnly(const std::string& extension) const;
   void readTerminal();
 
@@ -73,6 +73,9 @@ class StationProcess {
   int terminal_ = -1;
   std::string typedOutput_;
 };
+
+/// True when a process runs no more; its parent may not have taken note yet.
+bool hasEnded(pid_t process);
 
 /// Waits until a file is there; false after a long while.
 bool waitForFile(const std::filesystem::path& path);

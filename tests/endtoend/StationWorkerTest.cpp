@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -115,11 +116,48 @@ TEST_F(StationWorker, theDevicesOfTheOtherSitesAreBrokenOffAsWell) {
                     dying("after " + gate + ".right", TroubleBundle::text("at", "left")));
   StationProcess station({"run", bundle_.path(), "--sn", "left=A", "--sn", "right=B"});
   EXPECT_EQ(station.wait(), 1);
+  const std::string elsewhere = test::kIsSanitized
+                                    ? ": segmentation fault in "
+                                    : " at site left: segmentation fault; this device was in ";
   EXPECT_THAT(station.steadyOutput(),
               AllOf(HasSubstr("left   A              BROKEN OFF  0.0 s  the plug-in crashed: "
                               "segmentation fault in test 2 Voltages\n"),
-                    HasSubstr("right  B              BROKEN OFF  0.0 s  the plug-in crashed: "
-                              "segmentation fault in test 1 Waiting\n")));
+                    HasSubstr("right  B              BROKEN OFF  0.0 s  the plug-in crashed" +
+                              elsewhere + "test 1 Waiting\n")));
+  EXPECT_THAT(station.diagnostics(),
+              HasSubstr(test::kIsSanitized ? "[station] the plug-in crashed: segmentation fault\n"
+                                           : "[left] the plug-in crashed at site left: "
+                                             "segmentation fault\n"));
+}
+
+// Sanitizers have handlers of their own.
+TEST_F(StationWorker, aCrashIsToldToItsSiteWhateverItIs) {
+  if (test::kIsSanitized) GTEST_SKIP();
+  for (const auto& [how, told] :
+       {std::pair{"fault", "segmentation fault"}, std::pair{"stack", "segmentation fault"},
+        std::pair{"abort", "aborted"}}) {
+    const std::string gate = (folder_.path() / how).string();
+    bundle_.configure(TroubleBundle::test("Waiting", TroubleBundle::text("await", gate) +
+                                                         TroubleBundle::text("at", "left")) +
+                      TroubleBundle::test("Follows", TroubleBundle::text("await", gate + ".left") +
+                                                         TroubleBundle::text("at", "right")) +
+                      dying(how, TroubleBundle::text("at", "right")));
+    StationProcess station({"run", bundle_.path(), "--sn", "left=A", "--sn", "right=B"});
+    EXPECT_EQ(station.wait(), 1);
+    EXPECT_THAT(
+        station.output(),
+        AllOf(HasSubstr("the plug-in crashed: " + std::string(told) + " in test 3 Voltages\n"),
+              HasSubstr("the plug-in crashed at site right: " + std::string(told) +
+                        "; this device was in test 1 Waiting\n")));
+  }
+}
+
+TEST_F(StationWorker, aHandlerOfThePluginsOwnIsItsOwn) {
+  bundle_.configure(dying("handled fault"));
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.output(),
+              HasSubstr("the plug-in ended its process, with exit status 7 in test 1 Voltages\n"));
 }
 
 TEST_F(StationWorker, severalCrashesInAShortTimeEndTheSeries) {
@@ -302,10 +340,20 @@ TEST_F(StationWorker, endsWithItsHost) {
   ASSERT_EQ(kill(worker, 0), 0);
   station.send(SIGKILL);
   EXPECT_EQ(station.wait(), -SIGKILL);
-  for (int i = 0; i < 1000 && kill(worker, 0) == 0; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_TRUE(test::eventually([&] { return test::hasEnded(worker); }));
+}
+
+TEST_F(StationWorker, worksWithoutStandardStreams) {
+  bundle_.configure(passing());
+  StationProcess::Program program{{"/bin/sh", "-c", "exec \"$@\" <&- >&- 2>&-", "sh"}};
+  for (const std::string& word : StationProcess::theStation(atLeft()).arguments) {
+    program.arguments.push_back(word);
   }
-  EXPECT_NE(kill(worker, 0), 0);
+  StationProcess station(program);
+  EXPECT_EQ(station.wait(), 0);
+  const std::string results = station.results();
+  EXPECT_EQ(std::count(results.begin(), results.end(), '\n'), 2) << results;
+  EXPECT_THAT(results, HasSubstr("1,A,left,Supply,volts,1.1,"));
 }
 
 TEST_F(StationWorker, canBeWrapped) {

@@ -3,6 +3,7 @@
 #include <thread>
 
 #include <poll.h>
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "station/Signals.h"
+#include "station/host/WorkerProcess.h"
 #include "support/FreshProcess.h"
 
 namespace {
@@ -105,4 +107,19 @@ TEST(Signals, whatStoodBeforeStandsAgain) {
   sigaction(SIGINT, nullptr, &after);
   EXPECT_EQ(after.sa_handler, before.sa_handler);
   EXPECT_EQ(Signals::descriptor(), -1);
+}
+
+TEST(Signals, oneThatComesToANewWorkerBeforeItIsAnotherProgramIsNoRequest) {
+  const Signals signals;
+  static bool comes = false;
+  pthread_atfork(nullptr, nullptr, [] {
+    if (comes) std::raise(SIGTERM);
+  });
+  comes = true;
+  station::WorkerProcess worker("/no/such.bundle", "true");  // which takes its place
+  comes = false;
+  pollfd ended{worker.ended(), POLLIN, 0};
+  ASSERT_EQ(poll(&ended, 1, 10000), 1);
+  EXPECT_EQ(worker.status(), 0);
+  EXPECT_FALSE(isReadable(Signals::descriptor()));
 }

@@ -1,5 +1,6 @@
 // A plug-in that misbehaves as its configuration says, and tells what was called.
 
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -40,10 +41,28 @@ void waitForFile(const std::string& path) {
   }
 }
 
-/// Not for a sanitizer to end it otherwise.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kIsSanitized = true;
+#else
+constexpr bool kIsSanitized = false;
+#endif
+
 void crash() {
-  std::signal(SIGSEGV, SIG_DFL);
+  if (kIsSanitized) std::signal(SIGSEGV, SIG_DFL);  // else it would end otherwise
   std::raise(SIGSEGV);
+}
+
+/// Writes where nothing is.
+[[gnu::noinline]] void fault() {
+  volatile int* volatile nowhere = nullptr;
+  *nowhere = 1;
+}
+
+/// Needs more and more of the stack.
+[[gnu::noinline]] int exhaustStack(int depth) {
+  std::array<volatile char, 4096> room{};
+  room[0] = static_cast<char>(depth);
+  return depth < 0 ? 0 : exhaustStack(depth + 1) + room[0];
 }
 
 std::string attribute(const QLTDictionary& attributes, const char* key) {
@@ -336,6 +355,12 @@ class TroubleTest : public QLTestMethod {
       crash();
     }
     if (how == "segfault") crash();
+    if (how == "fault") fault();
+    if (how == "stack") exhaustStack(1);
+    if (how == "handled fault") {
+      std::signal(SIGSEGV, [](int) { _exit(7); });
+      fault();
+    }
     if (how == "abort") std::abort();
     if (how == "kill") std::raise(SIGKILL);
     if (how == "exit") std::exit(3);
