@@ -43,7 +43,7 @@ TEST(StationApi, NamesEachStatusOfWhatIsRefused) {
   test::TestSite site;
   web::Options options = test::testOptions();
   options.limits.streams = 0;
-  options.limits.request = milliseconds(30);
+  options.limits.request = milliseconds(300);
   const web::Server server(options, site);
   options.token = "0123456789abcdef";
   const web::Server closed(options, site);
