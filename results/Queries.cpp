@@ -35,7 +35,8 @@ Counters Queries::counters(const std::string& stationId, std::int64_t fromUs,
     long long count = 0;
     soci::statement statement =
         (session.prepare << "SELECT verdict, count(*) FROM run WHERE station_id = :station "
-                            "AND started_us >= :from AND started_us < :until GROUP BY verdict",
+                            "AND started_us >= :from AND started_us < :until "
+                            "AND kind IN ('production', 'retest') GROUP BY verdict",
          soci::use(stationId), soci::use(from), soci::use(until), soci::into(word),
          soci::into(count));
     statement.execute();

@@ -38,7 +38,7 @@ class Queries {
   Queries(const Queries&) = delete;
   Queries& operator=(const Queries&) = delete;
 
-  /// The runs of a station that started at or after `fromUs` and before `untilUs`.
+  /// The runs of production of a station that started at or after `fromUs` and before `untilUs`.
   Counters counters(const std::string& stationId, std::int64_t fromUs, std::int64_t untilUs);
   /// How long each test of a flow usually takes, by its name, in microseconds: the median of its
   /// last attempts in up to the last hundred passing runs.

@@ -34,6 +34,7 @@ int runCommandLine(int argc, const char* const* argv) {
   app.footer("'quillon COMMAND --help' explains a command.");
   Command chosen;
   addRunCommand(app, chosen);
+  addServeCommand(app, chosen);
   addCheckCommand(app, chosen);
   addListCommand(app, chosen);
   addNewCommand(app, chosen);

@@ -20,6 +20,7 @@ void addNewCommand(CLI::App& app, Command& chosen);
 void addReportCommand(CLI::App& app, Command& chosen);
 void addResultsCommand(CLI::App& app, Command& chosen);
 void addRunCommand(CLI::App& app, Command& chosen);
+void addServeCommand(CLI::App& app, Command& chosen);
 void addWorkerCommand(CLI::App& app, Command& chosen);
 
 }  // namespace station

@@ -1,11 +1,24 @@
 #pragma once
 
+#include <array>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "results/Rows.h"
 
 namespace station {
+
+/// What a person may say that devices are tested for.
+inline constexpr std::array kPurposes{results::RunKind::Production, results::RunKind::Golden,
+                                      results::RunKind::Study, results::RunKind::Debug};
+/// The one of them with this word, as the results store has it; absent when none has.
+inline std::optional<results::RunKind> purposeOf(std::string_view word) {
+  for (const results::RunKind kind : kPurposes) {
+    if (results::text(kind) == word) return kind;
+  }
+  return std::nullopt;
+}
 
 /// What a run is for, and who does it.
 struct RunPurpose {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 
@@ -9,6 +10,7 @@
 #include "Screen.h"
 #include "StationWords.h"
 #include "host/Engine.h"
+#include "host/EventLog.h"
 #include "results/Store.h"
 #include "view/RunView.h"
 
@@ -31,11 +33,13 @@ class Face {
 
 /// What a face shows and acts on. All of it outlives the face.
 struct FaceContext {
+  const std::filesystem::path& bundle;
   const Loaded& loaded;
   const StationWords& words;
   const LogFiles& files;
   Engine& engine;
   const results::Store& store;
+  const EventLog& events;
   Screen& screen;
 };
 

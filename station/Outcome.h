@@ -3,6 +3,8 @@
 #include <optional>
 #include <string>
 
+#include "DeviceSource.h"
+
 namespace station {
 
 enum class Verdict { Pass, Fail, BrokenOff };
@@ -17,6 +19,8 @@ struct Outcome {
   std::optional<std::string> brokenOff;     ///< why the run was broken off
   std::optional<std::string> hookProblem;   ///< what went wrong after a failure, which stays one
   double seconds = 0;
+  RunPurpose purpose = {};
+  std::string run = {};  ///< its id in the results store; empty when it could not be entered
 };
 
 }  // namespace station

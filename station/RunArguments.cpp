@@ -10,19 +10,15 @@
 namespace station {
 namespace {
 
-/// What a person may say that devices are tested for, by its word.
-std::map<std::string, results::RunKind> kinds() {
-  using Kind = results::RunKind;
-  std::map<std::string, Kind> byWord;
-  for (const Kind kind : {Kind::Production, Kind::Golden, Kind::Study, Kind::Debug}) {
-    byWord[results::text(kind)] = kind;
-  }
+std::map<std::string, results::RunKind> purposesByWord() {
+  std::map<std::string, results::RunKind> byWord;
+  for (const results::RunKind kind : kPurposes) byWord[results::text(kind)] = kind;
   return byWord;
 }
 
 }  // namespace
 
-void RunArguments::describeTo(CLI::App& command) {
+void RunArguments::describeStationTo(CLI::App& command) {
   command.add_option("BUNDLE", options_.bundle, "The test plug-in, a folder NAME.bundle")
       ->required();
   command.add_option("--flow", options_.flow, "The flow to run")
@@ -33,41 +29,18 @@ void RunArguments::describeTo(CLI::App& command) {
       .add_option("--site", options_.sites, "Test at this site; repeatable (default: all sites)")
       ->type_name("NAME")
       ->allow_extra_args(false);
-  command
-      .add_option("--sn", serialNumbers_,
-                  "The serial number of the device at a site; repeatable. Sites without one are "
-                  "asked for on the terminal")
-      ->type_name("SITE=SERIAL")
-      ->allow_extra_args(false);
   command.add_option("--log-dir", options_.logFolder, "The folder for result and diagnostics logs")
       ->type_name("DIR")
       ->capture_default_str();
   command
-      .add_option("--repeat", options_.repeat, "Devices to test at each site, one after the other")
-      ->type_name("N")
-      ->check(CLI::Range(1, 1000000))
-      ->capture_default_str();
-  command
       .add_option("--operator", options_.purpose.operatorName, "Who tests, for the results store")
       ->type_name("NAME");
-  command
-      .add_option("--kind", options_.purpose.kind,
-                  "What the devices are tested for; only production counts in the yield")
-      ->transform(CLI::CheckedTransformer(kinds(), CLI::ignore_case).description(""))
-      ->type_name("production|golden|study|debug")
-      ->default_str("production");
-  command.add_option("--reason", options_.purpose.reason, "Why, where it is no production")
-      ->type_name("TEXT");
   command
       .add_option("--safe-state-limit", options_.safeStateLimit,
                   "Seconds that a plug-in gets to bring a fixture into its safe state, at most 30")
       ->type_name("SECONDS")
       ->check(CLI::Range(1, 30))
       ->capture_default_str();
-  command
-      .add_option("--answers", options_.answers,
-                  "Answer the questions of tests from this file instead of the terminal")
-      ->type_name("FILE");
   command.add_flag("--allow-unknown-keys", options_.allowUnknownKeys,
                    "Test although the plug-in's configuration has keys that nothing reads");
   command
@@ -80,6 +53,38 @@ void RunArguments::describeTo(CLI::App& command) {
         return std::string(isWhole ? "" : "a name and a reason are needed, NAME:REASON");
       });
   command.add_flag("--verbose", options_.verbose, "Show the diagnostics on standard error as well");
+  command
+      .add_option("--wrap", options_.wrap,
+                  "Run the process that holds the plug-in below this command, 'valgrind' for "
+                  "example")
+      ->type_name("COMMAND");
+}
+
+void RunArguments::describeTo(CLI::App& command) {
+  describeStationTo(command);
+  command
+      .add_option("--sn", serialNumbers_,
+                  "The serial number of the device at a site; repeatable. Sites without one are "
+                  "asked for on the terminal")
+      ->type_name("SITE=SERIAL")
+      ->allow_extra_args(false);
+  command
+      .add_option("--repeat", options_.repeat, "Devices to test at each site, one after the other")
+      ->type_name("N")
+      ->check(CLI::Range(1, 1000000))
+      ->capture_default_str();
+  command
+      .add_option("--kind", options_.purpose.kind,
+                  "What the devices are tested for; only production counts in the yield")
+      ->transform(CLI::CheckedTransformer(purposesByWord(), CLI::ignore_case).description(""))
+      ->type_name("production|golden|study|debug")
+      ->default_str("production");
+  command.add_option("--reason", options_.purpose.reason, "Why, where it is no production")
+      ->type_name("TEXT");
+  command
+      .add_option("--answers", options_.answers,
+                  "Answer the questions of tests from this file instead of the terminal")
+      ->type_name("FILE");
   CLI::Option* const quiet =
       command.add_flag("--quiet", options_.quiet, "Show verdicts and the table only");
   CLI::Option* const json = command.add_flag(
@@ -91,11 +96,6 @@ void RunArguments::describeTo(CLI::App& command) {
                 "Show all values of each device, with limits and margins")
       ->excludes(quiet)
       ->excludes(json);
-  command
-      .add_option("--wrap", options_.wrap,
-                  "Run the process that holds the plug-in below this command, 'valgrind' for "
-                  "example")
-      ->type_name("COMMAND");
   command.footer(
       "Exit status: 0 all devices passed; 1 a device failed, was broken off, or the run was\n"
       "interrupted; 2 the tests could not run.");

@@ -1,9 +1,13 @@
 #include <memory>
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 
 #include "Commands.h"
 #include "RunArguments.h"
+#include "Screen.h"
+#include "Signals.h"
 #include "StationRun.h"
 #include "TerminalFace.h"
 
@@ -17,11 +21,12 @@ void addRunCommand(CLI::App& app, Command& chosen) {
   command->callback([arguments, &chosen] {
     chosen = [arguments] {
       const RunOptions options = arguments->options();
-      return StationRun(options,
-                        [&options](const FaceContext& context) {
-                          return std::make_unique<TerminalFace>(options, context);
-                        })
-          .run();
+      const Signals signals;
+      Screen screen(options.json ? STDERR_FILENO : STDOUT_FILENO, STDERR_FILENO);
+      const FaceMaker makeFace = [&options](const FaceContext& context) {
+        return std::make_unique<TerminalFace>(options, context);
+      };
+      return StationRun(options, makeFace, screen).run();
     };
   });
 }

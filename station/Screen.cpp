@@ -61,6 +61,7 @@ void Screen::line(std::string_view text) { write(output_, std::string(text) + "\
 void Screen::warning(const std::string& text) {
   write(errors_,
         inColour("Warning:", colourErrors_ ? Colour::Yellow : Colour::Plain) + " " + text + "\n");
+  if (observer_) observer_({false, text, ""});
 }
 
 void Screen::problem(const std::string& problem, const std::string& advice) {
@@ -68,6 +69,7 @@ void Screen::problem(const std::string& problem, const std::string& advice) {
       inColour("quillon:", colourErrors_ ? Colour::Red : Colour::Plain) + " " + problem + "\n";
   if (!advice.empty()) text += advice + "\n";
   write(errors_, text);
+  if (observer_) observer_({true, problem, advice});
 }
 
 void Screen::prompt(std::string_view text) { write(errors_, text); }

@@ -1,17 +1,26 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "view/LiveArea.h"
 
 namespace station {
 
 enum class Colour { Plain, Green, Red, Yellow };
+
+/// A warning or a problem, as it is shown.
+struct Notice {
+  bool isProblem = false;
+  std::string text;
+  std::string advice;  ///< may be empty
+};
 
 /// What the operator sees: results and progress on standard output, problems on standard error.
 /// Each call writes whole lines in one go, so lines of several sites never mix. Colours appear
@@ -27,6 +36,9 @@ class Screen {
   void warning(const std::string& text);
   /// "quillon: ..." on standard error, with the advice, if any, on the lines below.
   void problem(const std::string& problem, const std::string& advice);
+  /// Has `observer` called with each warning and problem, in the thread that it comes from. To be
+  /// called before there are several threads.
+  void observe(std::function<void(const Notice&)> observer) { observer_ = std::move(observer); }
   /// A question on standard error, without a line end: standard output may go elsewhere.
   void prompt(std::string_view text);
 
@@ -52,6 +64,7 @@ class Screen {
  private:
   void write(int descriptor, std::string_view text);
 
+  std::function<void(const Notice&)> observer_;
   mutable std::mutex mutex_;  // keeps lines whole, and guards `live_`
   std::unique_ptr<LiveArea> live_;
   const int output_;

@@ -9,8 +9,6 @@
 #include <thread>
 #include <utility>
 
-#include <unistd.h>
-
 #include <QLTCSVLogger.h>
 
 #include "CannotRun.h"
@@ -62,10 +60,8 @@ results::Run runOf(const StationWords& words) {
 
 }  // namespace
 
-StationRun::StationRun(RunOptions options, FaceMaker makeFace)
-    : options_(std::move(options)),
-      makeFace_(std::move(makeFace)),
-      screen_(options_.json ? STDERR_FILENO : STDOUT_FILENO, STDERR_FILENO) {}
+StationRun::StationRun(RunOptions options, FaceMaker makeFace, Screen& screen)
+    : options_(std::move(options)), makeFace_(std::move(makeFace)), screen_(screen) {}
 
 int StationRun::run() {
   ConsoleLogFile diagnostics(options_.verbose);
@@ -82,20 +78,21 @@ int StationRun::run() {
   Loaded loaded = engine.load({options_.flow, options_.sites, options_.logFolder, files.diagnostics,
                                options_.calibrationOverride});
   if (options_.sites.empty()) sortLike(checked.sites, loaded.sites);
-  const int status = runOn(engine, loaded, files, diagnostics, events, store);
+  const int status = runOn(engine, bundle, loaded, files, diagnostics, events, store);
   screen_.line("Results:     " + files.results + "\nDiagnostics: " + files.diagnostics);
   return status;
 }
 
-int StationRun::runOn(Engine& engine, const Loaded& loaded, const LogFiles& files,
-                      const ConsoleLogFile& diagnostics, EventLog& events,
+int StationRun::runOn(Engine& engine, const std::filesystem::path& bundle, const Loaded& loaded,
+                      const LogFiles& files, const ConsoleLogFile& diagnostics, EventLog& events,
                       std::unique_ptr<results::Store>& store) {
   const StationWords words = readStationWords(loaded.stationAttributes);
   tellUnavailable(loaded, diagnostics);
   ResultLog results(files.results, loaded.stationAttributes, screen_);
   store = openStore();
   events.keepIn(*store);
-  const std::unique_ptr<Face> face = makeFace_({loaded, words, files, engine, *store, screen_});
+  const std::unique_ptr<Face> face =
+      makeFace_({bundle, loaded, words, files, engine, *store, events, screen_});
   if (recover(*store)) engine.makeSafe();
   engine.openLoggers(results.columns());
   results.open();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,7 +11,6 @@
 #include "Outcome.h"
 #include "RunOptions.h"
 #include "Screen.h"
-#include "Signals.h"
 #include "host/Engine.h"
 #include "host/SiteSession.h"
 #include "results/Store.h"
@@ -22,7 +22,8 @@ namespace station {
 /// For the main thread; it starts one thread for each site.
 class StationRun {
  public:
-  StationRun(RunOptions options, FaceMaker makeFace);
+  /// There are `Signals` as long as it runs.
+  StationRun(RunOptions options, FaceMaker makeFace, Screen& screen);
 
   /// The exit status: 0 when all devices passed, else 1. `CannotRun` when nothing can be tested.
   int run();
@@ -35,8 +36,8 @@ class StationRun {
     std::optional<std::string> storeFailure = {};  ///< of any site
   };
 
-  int runOn(Engine& engine, const Loaded& loaded, const LogFiles& files,
-            const ConsoleLogFile& diagnostics, EventLog& events,
+  int runOn(Engine& engine, const std::filesystem::path& bundle, const Loaded& loaded,
+            const LogFiles& files, const ConsoleLogFile& diagnostics, EventLog& events,
             std::unique_ptr<results::Store>& store);
   std::unique_ptr<results::Store> openStore() const;
   bool recover(results::Store& store);
@@ -46,8 +47,7 @@ class StationRun {
 
   const RunOptions options_;
   const FaceMaker makeFace_;
-  Screen screen_;
-  const Signals signals_;
+  Screen& screen_;
 };
 
 }  // namespace station

@@ -61,6 +61,24 @@ std::optional<Fault> readTimeLimit(const QLTValue& value, StationWords& words) {
   return Fault{&value, ""};
 }
 
+std::optional<Fault> readScan(const QLTValue& value, StationWords& words) {
+  const std::string* const text = value.string();
+  if (text != nullptr && *text == "next") {
+    words.scan = ScanMode::Next;
+  } else if (text != nullptr && *text == "site") {
+    words.scan = ScanMode::Site;
+  } else {
+    return Fault{&value, ""};
+  }
+  return std::nullopt;
+}
+
+std::optional<Fault> readStartOnScan(const QLTValue& value, StationWords& words) {
+  if (value.type() != QLTValue::Type::Boolean) return Fault{&value, ""};
+  words.startOnScan = value.boolValue();
+  return std::nullopt;
+}
+
 struct Word {
   const char* name;
   const char* type;
@@ -84,6 +102,12 @@ constexpr std::array kWords{
     Word{"timeLimit", "a number of seconds, above 0 and at most 1000000000",
          "how long each hook may take, and each test that has no timeLimit of its own",
          readTimeLimit},
+    Word{"scan", "\"next\" or \"site\"",
+         "whether the next free site takes a scanned device, or the one whose label is scanned "
+         "first",
+         readScan},
+    Word{"startOnScan", "true or false",
+         "whether a scanned device is tested without a press on Start", readStartOnScan},
     Word{"ownKeys", kTexts, "keys that the plug-in reads itself, which are not misspelt",
          readTexts<&StationWords::ownKeys>},
     Word{"csvAttributeKeys", kTexts,

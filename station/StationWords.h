@@ -10,6 +10,12 @@
 
 namespace station {
 
+/// How a scan finds its site.
+enum class ScanMode {
+  Next,  ///< the next free one takes the device
+  Site   ///< the site's label, its name, is scanned before the device
+};
+
 /// What a plug-in's station attributes say to this application. An attribute that is not there is
 /// absent or an empty list; the others are the plug-in's own.
 struct StationWords {
@@ -18,6 +24,8 @@ struct StationWords {
   std::optional<std::string> process;
   std::optional<SerialPattern> serialPattern;
   std::optional<double> timeLimit;  ///< in seconds; see `QLTStationPlan::timeLimitOf`
+  ScanMode scan = ScanMode::Next;   ///< at the page
+  bool startOnScan = true;          ///< at the page: a device is tested as soon as it is scanned
   std::vector<std::string> ownKeys;
   std::vector<std::string> csvAttributeKeys;
   std::vector<std::string> csvExtraKeys;

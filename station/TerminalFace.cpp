@@ -15,7 +15,8 @@ SerialNumbers numbersFor(const Loaded& loaded, SerialNumbers given) {
 }
 
 std::unique_ptr<AnswerFile> answersOf(const RunOptions& options) {
-  return options.answers.empty() ? nullptr : std::make_unique<AnswerFile>(options.answers);
+  if (options.answers.empty()) return {};
+  return std::make_unique<AnswerFile>(options.answers);
 }
 
 }  // namespace

@@ -195,6 +195,7 @@ void Engine::dispatch(const Message& message) {
     const auto noted = take<Noted>(message);
     diagnostics_.write(noted.site, noted.text);
     screen_.line(printable(noted.text));
+    if (tellWait_) tellWait_(noted.site, noted.text);
   } else if (type == Warned::kType) {
     screen_.warning(take<Warned>(message).text);
   } else if (type == Refused::kType) {
@@ -206,6 +207,7 @@ void Engine::dispatch(const Message& message) {
     const std::string text = waiting.site + " waits for " + waiting.what;
     diagnostics_.write(waiting.site, text);
     screen_.warning(printable(text));
+    if (tellWait_) tellWait_(waiting.site, waiting.what);
   } else if (type == Prepared::kType) {
     handOn<Prepared>(message);
   } else if (type == HookStarted::kType) {
@@ -385,6 +387,14 @@ void Engine::stopWhenAsked() {
     stoppedAtOnce_ = true;
     endWorker(kStoppedAtOnce);
   }
+  if (endNow_.exchange(false) && worker_.isRunning() && !worker_.endReason()) {
+    endWorker(kStoppedAtOnce);
+  }
+}
+
+void Engine::endNow() {
+  endNow_ = true;
+  wake();
 }
 
 }  // namespace station

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <map>
@@ -58,6 +59,20 @@ class Engine {
 
   SiteSafety& safety() { return safety_; }
 
+  /// Tells the worker that has the site's device. One that came after it knows nothing of that
+  /// device, and is not told.
+  template <typename T>
+  void tell(const T& told) {
+    sites_.withWorkerOf(told.site, [&] { worker_.send(messageFrom(told)); });
+  }
+  /// Ends the worker with all devices in progress; a fresh one makes the fixtures safe.
+  void endNow();
+  /// Has `tell` called with what a site waits for, in words, whenever it begins to wait. To be
+  /// called before there are several threads.
+  void onWait(std::function<void(const std::string& site, const std::string& what)> tell) {
+    tellWait_ = std::move(tell);
+  }
+
   // The site's thread.
 
   /// Waits until a device can be tested; false when none can any more.
@@ -75,12 +90,6 @@ class Engine {
   }
   /// Adds an event to those of the site's device. Any thread.
   void add(const std::string& site, SiteEvent event) { sites_.push(site, std::move(event)); }
-  /// Tells the worker that has the site's device. One that came after it knows nothing of that
-  /// device, and is not told.
-  template <typename T>
-  void tell(const T& told) {
-    sites_.withWorkerOf(told.site, [&] { worker_.send(messageFrom(told)); });
-  }
   /// The device has exceeded a time limit: the worker is ended as soon as no other site
   /// has a device in progress; one that waits for its instruments has none.
   void endOverdue(const std::string& site);
@@ -117,6 +126,7 @@ class Engine {
   const EventLog& events_;
   SiteSafety safety_;
   SiteBoard sites_;
+  std::atomic<bool> endNow_ = false;  // what `endNow` asks for
 
   // The station's thread only.
   SafeStates safeStates_;
@@ -127,6 +137,7 @@ class Engine {
   std::optional<OpenLoggers> columns_;   // likewise
   std::vector<std::string> overridden_;  // see `Loaded`
   std::vector<Clock::time_point> crashes_;
+  std::function<void(const std::string&, const std::string&)> tellWait_;
   bool stopTold_ = false;
   bool stoppedAtOnce_ = false;
   bool unloading_ = false;

@@ -1,12 +1,15 @@
 #include "SiteSession.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <stop_token>
 #include <thread>
 #include <utility>
 #include <variant>
+
+#include <QLTErrorCodes.h>
 
 #include "Signals.h"
 #include "Text.h"
@@ -35,7 +38,6 @@ std::string nameOf(const TestStarted& test) {
 
 struct SiteSession::Device {
   Outcome outcome;
-  RunPurpose purpose;
   std::optional<RunRecorder> run;
   SiteEvents::Clock::time_point started = SiteEvents::Clock::now();
   TimeLimit limit;  // of the test or hook in progress
@@ -46,6 +48,7 @@ struct SiteSession::Device {
   std::vector<FinishedTest> tests;
   std::vector<std::jthread> questions;  // each waits for an answer
   std::optional<std::string> hook;      // in progress
+  std::atomic<bool> isStopped = false;  // while a question was open
   bool confirmed = false;
   bool done = false;
 };
@@ -57,7 +60,8 @@ void SiteSession::run() {
   for (int round = 1; station_.devices == 0 || round <= station_.devices; ++round) {
     // Where the results of one device were lost, those of the next would be.
     if (Signals::stopRequested() || !canRecord()) break;
-    if (!testNext(round)) break;
+    putBack_ = false;
+    if (!testNext(round) && !putBack_) break;
     complete_ = round == station_.devices;
   }
   view().siteIs(site_, SiteState::Ended);
@@ -97,7 +101,10 @@ bool SiteSession::reserve() {
     const bool isReady = prepared != nullptr && prepared->isReady;
     if (isReady && station_.engine.begin(site_)) return true;
     station_.engine.end(site_);
-    if (prepared != nullptr && !isReady) return false;
+    if (prepared != nullptr && !isReady) {
+      putBack_ = !Signals::stopRequested();
+      return false;
+    }
   }
   return false;
 }
@@ -113,7 +120,7 @@ bool SiteSession::testNext(int round) {
     Device device;
     device.outcome.site = site_;
     device.outcome.serialNumber = next->serialNumber;
-    device.purpose = next->purpose;
+    device.outcome.purpose = next->purpose;
     device.outcome.round = round;
     view().deviceStarted(device.outcome);
     test(device);
@@ -128,13 +135,14 @@ bool SiteSession::testNext(int round) {
 void SiteSession::test(Device& device) {
   Outcome& outcome = device.outcome;
   try {
-    device.run.emplace(station_.store, site_, NextDevice{outcome.serialNumber, device.purpose});
+    device.run.emplace(station_.store, site_, NextDevice{outcome.serialNumber, outcome.purpose});
   } catch (const results::StoreError& problem) {
     storeFailure_ = problem.what();
     outcome.brokenOff = std::string("not tested, for it cannot be recorded: ") + problem.what();
     recordBreakOff(device);
     return;
   }
+  outcome.run = device.run->id();
   tell("testing " + outcome.serialNumber + ", run " + device.run->id());
   station_.engine.tell(TestDevice{site_, outcome.serialNumber, outcome.round});
   while (!device.done) {
@@ -190,6 +198,7 @@ void SiteSession::on(Device& device, const TestStarted& event) {
 
 void SiteSession::on(Device& device, const Reported& event) {
   device.reported.insert(device.reported.end(), event.records.begin(), event.records.end());
+  view().reported(event);
 }
 
 void SiteSession::on(Device& device, const Tested& event) {
@@ -222,12 +231,13 @@ void SiteSession::on(Device& device, const Tested& event) {
 
 void SiteSession::on(Device& device, const Asked& event) {
   device.limit.pause();
-  device.questions.emplace_back([this, event](const std::stop_token& cancelled) {
+  device.questions.emplace_back([this, event, &device](const std::stop_token& cancelled) {
     threadName() = site_;
     const auto asked = SiteEvents::Clock::now();
     const Answered answer = station_.face.questions().answer(event, cancelled);
     answered(event, answer,
              std::chrono::duration<double>(SiteEvents::Clock::now() - asked).count());
+    if (answer.code == kQLTErrorOperatorCancelled) device.isStopped = true;
     station_.engine.tell(answer);
     station_.engine.add(site_, QuestionEnded{});
   });
@@ -252,6 +262,8 @@ void SiteSession::on(Device& device, const FlowEnded& event) {
   view().siteIs(site_, SiteState::Saving);
   Outcome& outcome = device.outcome;
   if (!outcome.brokenOff) outcome.brokenOff = event.brokenOff;
+  // A test that was not answered, since somebody stopped it, tells nothing of the device.
+  if (!outcome.brokenOff && device.isStopped) outcome.brokenOff = kStoppedOnRequest;
   // No pass with a test that was seen to fail, whatever the plug-in's process says.
   const Verdict verdict = outcome.firstFailure ? Verdict::Fail : event.verdict;
   outcome.verdict = outcome.brokenOff ? Verdict::BrokenOff : verdict;

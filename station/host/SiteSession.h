@@ -82,6 +82,7 @@ class SiteSession {
   const Station station_;
   std::vector<Outcome> outcomes_;
   bool complete_ = false;
+  bool putBack_ = false;  // the last device was, before its test began
   std::optional<std::string> storeFailure_;
 };
 

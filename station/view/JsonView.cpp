@@ -86,6 +86,7 @@ void JsonView::deviceDone(const Outcome& outcome, const std::vector<FinishedTest
               {"site", outcome.site},
               {"serialNumber", outcome.serialNumber},
               {"round", outcome.round},
+              {"run", outcome.run.empty() ? Json(nullptr) : Json(outcome.run)},
               {"verdict", verdictIn(outcome.verdict)},
               {"firstFailure", orNull(outcome.firstFailure)},
               {"brokenOff", orNull(outcome.brokenOff)},

@@ -57,6 +57,8 @@ class RunView {
   /// `device` has its site, serial number and round.
   virtual void deviceStarted(const Outcome& device) = 0;
   virtual void testStarted(const TestStarted& test) = 0;
+  /// Records of the test in progress, as soon as they are reported.
+  virtual void reported(const Reported&) {}
   virtual void testDone(const FinishedTest& test) = 0;
   /// `tests` are those of the device, in their order.
   virtual void deviceDone(const Outcome& outcome, const std::vector<FinishedTest>& tests) = 0;

@@ -20,6 +20,7 @@ class WithJson : public RunView {
   void siteIs(const std::string& site, SiteState state) override { people_->siteIs(site, state); }
   void deviceStarted(const Outcome& device) override { people_->deviceStarted(device); }
   void testStarted(const TestStarted& test) override { people_->testStarted(test); }
+  void reported(const Reported& records) override { people_->reported(records); }
   void testDone(const FinishedTest& test) override { people_->testDone(test); }
   void deviceDone(const Outcome& outcome, const std::vector<FinishedTest>& tests) override {
     json_.deviceDone(outcome, tests);

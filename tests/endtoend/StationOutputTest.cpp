@@ -70,6 +70,7 @@ TEST_F(StationOutput, jsonGivesProgramsOneObjectForEachDevice) {
     devices.insert(device["serialNumber"].get<std::string>() + " " +
                    std::to_string(device["round"].get<int>()) + " " +
                    device["verdict"].get<std::string>());
+    EXPECT_EQ(device["run"].get<std::string>().size(), 36U);
     ASSERT_EQ(device["tests"].size(), 2U);
     const json& record = device["tests"][0]["records"][0];
     EXPECT_EQ(record["value"].get<double>(), device["site"] == "left" ? 1.5 : 2.7);

@@ -113,7 +113,9 @@ TEST_F(StationQuestion, isCancelledWhenTheRunIsStopped) {
   ASSERT_TRUE(station.waitForOutput("[Enter when done] "));
   station.send(SIGTERM);
   EXPECT_EQ(station.wait(), 1);
-  EXPECT_THAT(station.results(), HasSubstr("the run was stopped before an answer came"));
+  EXPECT_THAT(station.results(), AllOf(HasSubstr("the run was stopped before an answer came"),
+                                       HasSubstr(",device,runtime error,")));
+  EXPECT_THAT(station.output(), HasSubstr("BROKEN OFF"));
 }
 
 TEST_F(StationQuestion, endsWithTheWorker) {

@@ -1,0 +1,96 @@
+#include "Serve.h"
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "CannotRun.h"
+#include "PageFace.h"
+#include "PageFiles.h"
+#include "PageSite.h"
+#include "PageState.h"
+#include "Screen.h"
+#include "Signals.h"
+#include "StationInfo.h"
+#include "StationRun.h"
+#include "Text.h"
+#include "common/Files.h"
+#include "web/Server.h"
+
+namespace station {
+namespace {
+
+std::optional<std::string> tokenOf(const std::filesystem::path& file) {
+  if (file.empty()) return std::nullopt;
+  auto token = quillon::internal::readWhole(file.string());
+  if (!token) {
+    throw CannotRun("cannot read the token file " + printable(file.string()),
+                    "It holds the one line that pages have to show.");
+  }
+  while (!token->empty() && (token->back() == '\n' || token->back() == '\r')) token->pop_back();
+  return token;
+}
+
+web::Options webOptions(const ServeOptions& options) {
+  web::Options web;
+  web.address = options.listen;
+  web.files = pageFiles();
+  web.token = tokenOf(options.tokenFile);
+  web.allowedHosts = options.allowedHosts;
+  return web;
+}
+
+std::unique_ptr<web::Server> listen(const ServeOptions& options, PageSite& site) {
+  try {
+    return std::make_unique<web::Server>(webOptions(options), site);
+  } catch (const web::CannotListen& problem) {
+    throw CannotRun(std::string("cannot serve the page: ") + problem.what(), "");
+  }
+}
+
+}  // namespace
+
+int serve(const ServeOptions& options) {
+  // How long until a station that had to end is tried again by itself.
+  constexpr std::chrono::seconds kAgain{30};
+  const Signals signals;
+  Screen screen;
+  PageState state(hostName(), applicationVersion());
+  PageSite site(state);
+  const std::unique_ptr<web::Server> server = listen(options, site);
+  site.setCounts([&server] { return server->counts(); });
+  std::optional<Notice> lastProblem;
+  screen.observe([&](const Notice& notice) {
+    state.noticed(notice);
+    if (notice.isProblem) lastProblem = notice;
+  });
+  screen.line("The page is at http://" + server->address() + "/");
+  RunPurpose purpose = options.run.purpose;
+  state.purposeIs(purpose);
+  const FaceMaker makeFace = [&](const FaceContext& context) {
+    return std::make_unique<PageFace>(context, options.run.logFolder, purpose, state, site);
+  };
+  while (!Signals::stopRequested()) {
+    state.loading();
+    lastProblem.reset();
+    bool couldRun = true;
+    try {
+      StationRun(options.run, makeFace, screen).run();
+    } catch (const CannotRun& reason) {
+      couldRun = false;
+      screen.problem(reason.what(), reason.advice());
+    }
+    if (Signals::stopRequested()) break;
+    const Notice why = lastProblem.value_or(
+        Notice{true, "no device can be tested any more", "See the warnings, then start anew."});
+    state.broken(why.text, why.advice);
+    // What could begin once may do so again when the disk, say, has room.
+    do {
+    } while (!site.awaitReload(kAgain) && !Signals::stopRequested() && !couldRun);
+  }
+  server->stop();
+  return 0;
+}
+
+}  // namespace station
