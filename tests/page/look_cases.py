@@ -48,6 +48,11 @@ class LookCases(PageCase):
         self.assertGreater(len(loaded), 5)
         self.assertEqual([name for name in loaded if not name.startswith(self.station.address)], [])
 
+    def test_language_that_is_missing(self):
+        self.browser.open(self.station.address + "?lang=zz")
+        self.browser.wait_text("#connection", "Connected")
+        self.assertEqual(self.browser.script("return document.documentElement.lang"), "en")
+
     # What it looks like
 
     def test_sixteen_sites_fit(self):
