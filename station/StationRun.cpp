@@ -91,9 +91,11 @@ int StationRun::runOn(Engine& engine, const std::filesystem::path& bundle, const
   ResultLog results(files.results, loaded.stationAttributes, screen_);
   store = openStore();
   events.keepIn(*store);
+  // Before a face shows the last devices: one that was left has no verdict until then.
+  const bool isUnclean = recover(*store);
   const std::unique_ptr<Face> face =
       makeFace_({bundle, loaded, words, files, engine, *store, events, screen_});
-  if (recover(*store)) engine.makeSafe();
+  if (isUnclean) engine.makeSafe();
   engine.openLoggers(results.columns());
   results.open();
   const RunRecorder::Session recording{*store, planOf(loaded), runOf(words),
