@@ -322,7 +322,9 @@ Report compareReport(results::ReportQueries& queries, const Request& request,
          "interval of the shift tells how large it may be."});
   }
   report.definitions.emplace_back(
-      "Times are those of runs that passed, and of all attempts at a test in them.");
+      "Times are those of runs that passed, and of all attempts at a test in them. Runs and times "
+      "are "
+      "those of whole devices, whatever sub-test is chosen.");
   return report;
 }
 

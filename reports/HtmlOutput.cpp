@@ -91,6 +91,7 @@ Json jsonOf(const Chart& chart) {
                     {"isShare", series.isShare}});
   }
   return {{"labels", chart.labels},
+          {"isWide", chart.isWide},
           {"xTitle", chart.xTitle},
           {"yTitle", chart.yTitle},
           {"series", std::move(list)}};

@@ -171,6 +171,15 @@ Table valuesTable(const std::vector<MeasuredValue>& values, const std::string& u
   return table;
 }
 
+/// "11-21 08:00"; the axis tells the year.
+std::string shortTime(std::int64_t microseconds) { return localTime(microseconds).substr(5, 11); }
+
+std::string daysOf(const std::vector<MeasuredValue>& values, std::size_t from) {
+  const std::string first = localDay(values.at(from).startedUs);
+  const std::string last = localDay(values.back().startedUs);
+  return first == last ? first : first + " to " + last;
+}
+
 Series constant(const std::string& name, double y, std::size_t n) {
   return {name, Series::Limit, std::vector<std::optional<double>>(n, y)};
 }
@@ -179,7 +188,7 @@ Chart valuesChart(const IndividualsChart& control, const std::vector<MeasuredVal
                   const std::vector<Change>& changes, const SubTest& subTest) {
   const std::size_t from = values.size() > kCharted ? values.size() - kCharted : 0;
   const std::size_t n = values.size() - from;
-  Chart chart{"Run chart", "", subTest.unit(), {}, {}, true};
+  Chart chart{"Run chart", daysOf(values, from), subTest.unit(), {}, {}, true};
   Series line{"Values", Series::Line, {}};
   Series signals{"Signals", Series::Marks, std::vector<std::optional<double>>(n)};
   Series marks{"Changes", Series::Changes, std::vector<std::optional<double>>(n)};
@@ -189,7 +198,7 @@ Chart valuesChart(const IndividualsChart& control, const std::vector<MeasuredVal
   Series high{"High limit", Series::Bound, std::vector<std::optional<double>>(n)};
   for (std::size_t i = from; i < values.size(); ++i) {
     const MeasuredValue& value = values[i];
-    chart.labels.push_back(localTime(value.startedUs));
+    chart.labels.push_back(shortTime(value.startedUs));
     line.y.push_back(std::isfinite(value.value) ? std::optional(value.value) : std::nullopt);
     const auto spec = specs.find(value.specId);
     if (spec == specs.end()) continue;
@@ -222,22 +231,19 @@ Chart valuesChart(const IndividualsChart& control, const std::vector<MeasuredVal
 
 Chart rangesChart(const IndividualsChart& control, const std::vector<MeasuredValue>& values,
                   const std::string& unit) {
-  Chart chart{"Moving ranges", "", unit, {}, {}, true};
+  const std::size_t from = values.size() > kCharted ? values.size() - kCharted : 0;
+  Chart chart{"Moving ranges", daysOf(values, from), unit, {}, {}, true};
   Series line{"Distance to the value before", Series::Line, {}};
   std::optional<double> before;
-  for (const MeasuredValue& value : values) {
+  for (std::size_t i = 0; i < values.size(); ++i) {
     std::optional<double> range;
-    if (std::isfinite(value.value)) {
-      if (before) range = std::abs(value.value - *before);
-      before = value.value;
+    if (std::isfinite(values[i].value)) {
+      if (before) range = std::abs(values[i].value - *before);
+      before = values[i].value;
     }
-    chart.labels.push_back(localTime(value.startedUs));
+    if (i < from) continue;
+    chart.labels.push_back(shortTime(values[i].startedUs));
     line.y.push_back(range);
-  }
-  if (values.size() > kCharted) {
-    const auto extra = static_cast<std::ptrdiff_t>(values.size() - kCharted);
-    chart.labels.erase(chart.labels.begin(), chart.labels.begin() + extra);
-    line.y.erase(line.y.begin(), line.y.begin() + extra);
   }
   const std::size_t n = chart.labels.size();
   chart.series.push_back(std::move(line));

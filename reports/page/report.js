@@ -37,7 +37,7 @@ function draw(canvas, chart) {
   const title = text => ({display: text !== "", text: text});
   const scales = {
     x: {type: numeric ? "linear" : "category", title: title(chart.xTitle), grid: {display: false},
-        ticks: {maxRotation: 50, autoSkipPadding: 8}}
+        ticks: {maxRotation: chart.isWide ? 0 : 50, autoSkipPadding: 16}}
   };
   if (others) scales.y = {beginAtZero: fromZero, title: title(chart.yTitle), position: "left"};
   if (shares) {

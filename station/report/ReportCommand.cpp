@@ -83,12 +83,17 @@ struct Subcommand {
   std::shared_ptr<ReportArguments> arguments;
 };
 
+/// What a report is about: whole runs, which no filter of sub-tests would change, or what was
+/// measured in them.
+enum class About { Runs, Measurements };
+
 Subcommand addReport(CLI::App& report, Command& chosen, const std::string& name,
-                     const std::string& what, Make make) {
+                     const std::string& what, About about, Make make) {
   auto arguments = std::make_shared<ReportArguments>();
   CLI::App* const command = report.add_subcommand(name, what);
   arguments->describeStoreTo(*command);
   arguments->describeFilterTo(*command);
+  if (about == About::Measurements) arguments->describeSubTestsTo(*command);
   CLI::Option* const json =
       command->add_flag("--json", arguments->json, "Write JSON, with all digits, for tools");
   CLI::Option* const csv =
@@ -183,7 +188,7 @@ void addReportCommand(CLI::App& app, Command& chosen) {
       "when the command line is wrong.");
 
   describeBreakdowns(
-      addReport(*report, chosen, "yield", "How many units pass, at first and at last",
+      addReport(*report, chosen, "yield", "How many units pass, at first and at last", About::Runs,
                 [](results::ReportQueries& queries, const reports::Request& request,
                    const ReportArguments& arguments) {
                   using reports::By;
@@ -193,27 +198,32 @@ void addReportCommand(CLI::App& app, Command& chosen) {
                                                   : arguments.breakdowns);
                 }));
   addReport(*report, chosen, "pareto", "What fails most, by sub-test, station and site",
+            About::Measurements,
             [](results::ReportQueries& queries, const reports::Request& request,
                const ReportArguments&) { return reports::paretoReport(queries, request); });
   addReport(*report, chosen, "capability", "How well each sub-test keeps within its limits",
+            About::Measurements,
             [](results::ReportQueries& queries, const reports::Request& request,
                const ReportArguments&) { return reports::capabilityReport(queries, request); });
   addReport(*report, chosen, "trend", "One sub-test over time, with control limits",
+            About::Measurements,
             [](results::ReportQueries& queries, const reports::Request& request,
                const ReportArguments&) { return reports::trendReport(queries, request); });
   describeGrr(addReport(*report, chosen, "grr",
                         "A gauge study of one sub-test, from runs of the kind study",
+                        About::Measurements,
                         [](results::ReportQueries& queries, const reports::Request& request,
                            const ReportArguments& arguments) {
                           return reports::grrReport(queries, request, arguments.grr);
                         }));
   describeCompare(addReport(*report, chosen, "compare", "Two sides by side, and test times",
+                            About::Measurements,
                             [](results::ReportQueries& queries, const reports::Request& request,
                                const ReportArguments& arguments) {
                               return reports::compareReport(queries, request, arguments.compare);
                             }));
   const Subcommand runs =
-      addReport(*report, chosen, "runs", "The runs, the latest first",
+      addReport(*report, chosen, "runs", "The runs, the latest first", About::Runs,
                 [](results::ReportQueries& queries, const reports::Request& request,
                    const ReportArguments& arguments) {
                   return reports::runsReport(queries, request, arguments.most);

@@ -67,8 +67,6 @@ void StoreArguments::describeFilterTo(CLI::App& command) {
                 "Only runs of this version of a plug-in");
   describeNames(command, "--operator", filter_.operators, "Only runs of this operator");
   describeNames(command, "--serial", filter_.serials, "Only runs of this serial number");
-  describeNames(command, "--test", filter_.tests, "Only this test");
-  describeNames(command, "--sub-test", filter_.subTests, "Only this sub-test");
   command
       .add_option_function<std::vector<std::string>>(
           "--kind",
@@ -85,6 +83,11 @@ void StoreArguments::describeFilterTo(CLI::App& command) {
           "Only runs of this kind: production, retest, golden, study, debug")
       ->type_name("KIND")
       ->allow_extra_args(false);
+}
+
+void StoreArguments::describeSubTestsTo(CLI::App& command) {
+  describeNames(command, "--test", filter_.tests, "Only this test");
+  describeNames(command, "--sub-test", filter_.subTests, "Only this sub-test");
 }
 
 }  // namespace station

@@ -18,8 +18,10 @@ class StoreArguments {
   /// Tells `command` of `--store`. What is given is put in here when it is parsed, so this must
   /// live until then.
   void describeStoreTo(CLI::App& command);
-  /// Likewise of the filters.
+  /// Likewise of the filters for runs.
   void describeFilterTo(CLI::App& command);
+  /// Likewise of those for measurements.
+  void describeSubTestsTo(CLI::App& command);
 
   const std::filesystem::path& store() const { return store_; }
   const results::Filter& filter() const { return filter_; }
