@@ -23,7 +23,6 @@ namespace {
 
 using results::Spec;
 using results::SpecNumber;
-using statistics::Computed;
 using statistics::Index;
 
 constexpr std::size_t kCharts = 12;  // a page with more nobody reads; --sub-test chooses
@@ -258,23 +257,23 @@ Report capabilityReport(results::ReportQueries& queries, const Request& request)
   tables.addTo(report);
   report.definitions = {
       isDefault
-          ? "Counted are runs of the kind production that ended PASS or FAIL; retests are "
-            "left out (--kind retest adds them), and so are attempts that a later one "
-            "replaced."
+          ? "Counted are runs of the kind production that ended PASS or FAIL; retests are left "
+            "out (--kind retest adds them), and so are attempts that a later one replaced."
           : "Counted are the runs of the kinds in the filter that ended PASS or FAIL, without "
             "attempts that a later one replaced.",
-      "Deviation: the standard deviation of all values (overall). Within: the mean moving range of "
-      "values one after the other, divided by 1.128.",
-      "Cp, Cpk: the tolerance, and the distance of the mean to the nearer limit, in deviations "
-      "within. Pp, Ppk: the same in overall deviations. With one limit there is no Cp and no Pp.",
+      ("Deviation: the standard deviation of all values (overall). Within: the mean moving "
+       "range of values one after the other, divided by 1.128."),
+      ("Cp, Cpk: the tolerance, and the distance of the mean to the nearer limit, in deviations "
+       "within. Pp, Ppk: the same in overall deviations. With one limit there is no Cp and no "
+       "Pp."),
       "In brackets: the interval at 95 % confidence, true for values that are normal.",
-      "Normality p: the test of Anderson and Darling; below 0.05 the values are hardly normal, and "
-      "indices and intervals say little.",
-      "Expected ppm: how many of a million would miss the limits if values were normal, by the "
-      "overall deviation.",
-      "Guard band: how far to draw in each limit, so that a value within it is within the limit at "
-      "95 % probability, whatever the gauge errs; from the store's gauge study of the sub-test, "
-      "where there is one."};
+      ("Normality p: the test of Anderson and Darling; below 0.05 the values are hardly normal, "
+       "and indices and intervals say little."),
+      ("Expected ppm: how many of a million would miss the limits if values were normal, by the "
+       "overall deviation."),
+      ("Guard band: how far to draw in each limit, so that a value within it is within the "
+       "limit at 95 % probability, whatever the gauge errs; from the store's gauge study of the "
+       "sub-test, where there is one.")};
   return report;
 }
 

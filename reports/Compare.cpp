@@ -311,20 +311,19 @@ Report compareReport(results::ReportQueries& queries, const Request& request,
           : "Counted are the runs of the kinds in the filter that ended PASS or FAIL, without "
             "attempts that a later one replaced."};
   if (sides.size() == 2) {
-    report.definitions.insert(
-        report.definitions.end(),
-        {"Shift: the mean of the second side less that of the first, with its interval at 95 % "
-         "confidence. p (means): Welch's t. Ratio: the deviation of the second side over that of "
-         "the first. p (spreads): Brown and Forsythe. p (ranks): Mann and Whitney, for values that "
-         "are not normal.",
-         "Differs: what is significant at 5 % after the correction of Holm for all means and "
-         "spreads of the table together. No difference found is no proof that there is none: the "
-         "interval of the shift tells how large it may be."});
+    report.definitions.emplace_back(
+        "Shift: the mean of the second side less that of the first, with its interval at 95 % "
+        "confidence. p (means): Welch's t. Ratio: the deviation of the second side over that "
+        "of the first. p (spreads): Brown and Forsythe. p (ranks): Mann and Whitney, for "
+        "values that are not normal.");
+    report.definitions.emplace_back(
+        "Differs: what is significant at 5 % after the correction of Holm for all means and "
+        "spreads of the table together. No difference found is no proof that there is none: "
+        "the interval of the shift tells how large it may be.");
   }
   report.definitions.emplace_back(
-      "Times are those of runs that passed, and of all attempts at a test in them. Runs and times "
-      "are "
-      "those of whole devices, whatever sub-test is chosen.");
+      "Times are those of runs that passed, and of all attempts at a test in them. Runs and "
+      "times are those of whole devices, whatever sub-test is chosen.");
   return report;
 }
 

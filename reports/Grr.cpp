@@ -281,17 +281,15 @@ Report grrReport(results::ReportQueries& queries, const Request& request,
       cellsChart(*study, "Ranges by unit and appraiser", subTest.unit(), &statistics::Cell::range));
   report.charts.push_back(readingsChart(values, options.appraiser, subTest.unit()));
   report.definitions = {
-      "Counted are the runs of the kind study that ended PASS or FAIL. A unit is a serial number, "
-      "a "
-      "trial one run; appraisers are told apart by " +
+      "Counted are the runs of the kind study that ended PASS or FAIL. A unit is a serial "
+      "number, a trial one run; appraisers are told apart by " +
           wordOf(options.appraiser) + ".",
-      "Contribution: of the total variance. Of study variation, of tolerance: six deviations, of "
-      "the "
-      "total's six and of the limits' distance; these do not add up to 100 %.",
-      "Distinct categories: how many classes of units the gauge tells apart; fewer than 5 are too "
-      "few.",
-      "Guard band: how far to draw in each limit, so that a value within it is within the limit at "
-      "95 % probability, whatever the gauge errs."};
+      ("Contribution: of the total variance. Of study variation, of tolerance: six deviations, "
+       "of the total's six and of the limits' distance; these do not add up to 100 %."),
+      ("Distinct categories: how many classes of units the gauge tells apart; fewer than 5 are "
+       "too few."),
+      ("Guard band: how far to draw in each limit, so that a value within it is within the "
+       "limit at 95 % probability, whatever the gauge errs.")};
   return report;
 }
 

@@ -314,10 +314,10 @@ Report trendReport(results::ReportQueries& queries, const Request& request) {
             "that a later one replaced."
           : "Counted are the runs of the kinds in the filter that ended PASS or FAIL, without "
             "attempts that a later one replaced.",
-      "Control limits: the mean, and three deviations to both sides; the deviation is the mean "
-      "moving range divided by 1.128. They tell what the process does, not what it should do.",
-      "Signals are the rules of Western Electric: one point beyond three deviations, two of three "
-      "beyond two, four of five beyond one, eight in a row on one side of the centre."};
+      ("Control limits: the mean, and three deviations to both sides; the deviation is the mean "
+       "moving range divided by 1.128. They tell what the process does, not what it should do."),
+      ("Signals are the rules of Western Electric: one point beyond three deviations, two of "
+       "three beyond two, four of five beyond one, eight in a row on one side of the centre.")};
   return report;
 }
 

@@ -293,15 +293,15 @@ Report yieldReport(results::ReportQueries& queries, const Request& request,
       countsAllKinds
           ? "Counted are the runs of the kinds in the filter that ended PASS or FAIL."
           : "Counted are the runs of the kinds production and retest that ended PASS or FAIL.",
-      "Unit: a serial number at a process. New: its first counted run, of all in the store, is in "
-      "the row.",
-      "First-pass yield: of the new units, those that passed in their first run. A test that was "
-      "repeated within the run and then passed has passed.",
+      ("Unit: a serial number at a process. New: its first counted run, of all in the store, is "
+       "in the row."),
+      ("First-pass yield: of the new units, those that passed in their first run. A test that "
+       "was repeated within the run and then passed has passed."),
       "Final yield: of the units, those whose last run in the row passed.",
       "Report yield: of the runs, those that passed.",
-      "Rolled throughput yield: the product of the first-pass yields of the processes. Its bounds "
-      "are the products of their bounds, each at the confidence that makes the product's at least "
-      "95 %.",
+      ("Rolled throughput yield: the product of the first-pass yields of the processes. Its "
+       "bounds are the products of their bounds, each at the confidence that makes the "
+       "product's at least 95 %."),
       "In brackets: Wilson's interval at 95 % confidence.",
       "Days are those of this computer's local time."};
   return report;
