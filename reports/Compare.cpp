@@ -240,6 +240,7 @@ Table timesTable(results::ReportQueries& queries, const Sides& sides) {
       if (!duration.test.empty()) all += seconds;
     });
     std::vector<std::string> tests;
+    tests.reserve(durations.size());
     for (const auto& [test, times] : durations) tests.push_back(test);
     std::sort(tests.begin(), tests.end(), [&](const std::string& a, const std::string& b) {
       return std::tuple(!a.empty(), -sums[a], a) < std::tuple(!b.empty(), -sums[b], b);
@@ -280,6 +281,7 @@ Report compareReport(results::ReportQueries& queries, const Request& request,
     counted.kinds = {results::RunKind::Production, results::RunKind::Retest};
   }
   Sides sides;
+  sides.reserve(2);
   for (const std::string& name : options.sides) {
     sides.emplace_back(name, sideOf(options, name, counted));
     requireRuns(queries, sides.back().second);

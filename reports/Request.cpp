@@ -19,6 +19,7 @@ std::string listOf(const std::vector<std::string>& names) {
 
 std::vector<std::string> wordsOf(const std::vector<results::RunKind>& kinds) {
   std::vector<std::string> words;
+  words.reserve(kinds.size());
   for (const results::RunKind kind : kinds) words.emplace_back(results::text(kind));
   return words;
 }

@@ -42,6 +42,7 @@ std::string fieldText(const Table& table, const std::vector<Cell>& row, std::siz
 ShownTable shown(const Table& table) {
   ShownTable shown;
   std::vector<std::size_t> used;
+  used.reserve(table.columns.size());
   for (std::size_t i = 0; i < table.columns.size(); ++i) {
     if (!isUsed(table, i)) continue;
     const Column& column = table.columns[i];

@@ -125,6 +125,7 @@ Table signalsTable(const IndividualsChart& chart, const std::vector<MeasuredValu
   table.columns.push_back({"value", "Value", Kind::Number, unit});
   table.columns.push_back({"rule", "What is unlikely"});
   std::vector<std::pair<std::size_t, std::string>> found;
+  found.reserve(chart.signals.size() + chart.rangesAbove.size());
   for (const Signal& signal : chart.signals) {
     found.emplace_back(signal.at, std::string(statistics::words(signal.rule)));
   }

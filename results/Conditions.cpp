@@ -39,6 +39,7 @@ void Conditions::runs(const Filter& filter) {
   oneOf("r.operator", filter.operators);
   oneOf("r.serial", filter.serials);
   std::vector<std::string> kinds;
+  kinds.reserve(filter.kinds.size());
   for (const RunKind kind : filter.kinds) kinds.emplace_back(results::text(kind));
   oneOf("r.kind", kinds);
   const auto inTable = [&](const std::string& column, const std::string& table,

@@ -44,6 +44,7 @@ std::string csvOf(const reports::Report& report, const std::string& key) {
   if (key.empty()) return reports::csvOf(report.tables.at(0));
   if (const reports::Table* const table = report.table(key)) return reports::csvOf(*table);
   std::vector<std::string> keys;
+  keys.reserve(report.tables.size());
   for (const reports::Table& table : report.tables) keys.push_back(table.key);
   throw reports::NoReport("the report " + report.name + " has no table " + printable(key),
                           "Its tables are " + listOf(keys) + ".");

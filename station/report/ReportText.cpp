@@ -20,6 +20,7 @@ std::string shortened(const std::string& text) { return cut(printable(text), kLo
 std::string tableText(const Table& table) {
   const reports::ShownTable shown = reports::shown(table);
   std::vector<std::size_t> widths;
+  widths.reserve(shown.titles.size());
   for (std::size_t i = 0; i < shown.titles.size(); ++i) {
     std::size_t width = widthOf(shown.titles[i]);
     for (const auto& row : shown.rows) width = std::max(width, widthOf(shortened(row.at(i))));
