@@ -14,7 +14,10 @@ std::string listOf(const std::set<std::pair<std::string, std::string>>& names) {
   std::string text;
   std::size_t count = 0;
   for (const auto& [test, subTest] : names) {
-    if (count++ == kMost) return text + "\n  and " + std::to_string(names.size() - kMost) + " more";
+    if (count++ == kMost) {
+      text += "\n  and " + std::to_string(names.size() - kMost) + " more";
+      break;
+    }
     text += "\n  " + quillon::internal::printable(test + " / " + subTest);
   }
   return text;
