@@ -42,6 +42,10 @@ std::string textOf(soci::session& session, const std::string& query) {
   return result;
 }
 
+std::string orphanText(long long row, const std::string& table, const std::string& parent) {
+  return "row " + std::to_string(row) + " of " + table + " refers to a missing " + parent;
+}
+
 }  // namespace
 
 Connection::Connection(std::string file, Access access, std::chrono::milliseconds patience,
@@ -218,8 +222,7 @@ std::vector<std::string> Connection::damages() {
                                soci::into(row, rowState), soci::into(parent));
     orphans.execute();
     while (orphans.fetch()) {
-      damages.push_back("row " + std::to_string(row) + " of " + table + " refers to a missing " +
-                        parent);
+      damages.push_back(orphanText(row, table, parent));
     }
   });
   return damages;
