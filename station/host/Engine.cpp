@@ -88,10 +88,10 @@ void Engine::openLoggers(const OpenLoggers& columns) {
 void Engine::tellOfOverrides() const {
   const std::string& override = load_->calibrationOverride;
   const std::size_t colon = override.find(':');
-  const std::string reason = colon == std::string::npos ? "" : ": " + override.substr(colon + 1);
+  std::string sequel = "; tested all the same";
+  if (colon != std::string::npos) sequel.append(": ").append(override, colon + 1);
   for (const std::string& what : overridden_) {
-    events_.add("calibration_override", std::nullopt, what + "; tested all the same" + reason,
-                override.substr(0, colon));
+    events_.add("calibration_override", std::nullopt, what + sequel, override.substr(0, colon));
   }
 }
 
@@ -131,7 +131,7 @@ void Engine::unloadWorker() {
 }
 
 std::optional<std::string> Engine::reserve(const std::string& site) {
-  const auto reason = sites_.reserve(site);
+  auto reason = sites_.reserve(site);
   if (reason && !sites_.isLoaded(site) && !sites_.hasGivenUp()) {
     events_.add("site_ended", site, "takes no more devices: " + *reason);
     screen_.warning("site " + printable(site) + " takes no more devices: " + printable(*reason));
