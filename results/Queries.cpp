@@ -116,6 +116,21 @@ std::vector<Run> Queries::runsOf(const std::string& serial) {
   return runs;
 }
 
+std::optional<FailedRecord> Queries::firstFailure(const Run& run) {
+  if (!run.firstFailure) return std::nullopt;
+  std::optional<FailedRecord> failed;
+  connection_->attempt([&](soci::session& session) {
+    failed.reset();
+    const auto sequence = static_cast<long long>(*run.firstFailure);
+    const auto records =
+        select<Measurement>(session, "run_id = :run AND sequence = :sequence", run.id, sequence);
+    if (records.empty()) return;
+    const auto specs = select<Spec>(session, "id = :id", records.front().specId);
+    if (!specs.empty()) failed = FailedRecord{records.front(), specs.front()};
+  });
+  return failed;
+}
+
 std::optional<RunContent> Queries::run(const std::string& runId) {
   std::optional<RunContent> content;
   connection_->attempt([&](soci::session& session) { content = readContent(session, runId); });

@@ -26,6 +26,12 @@ struct Counters {
   std::int64_t incomplete = 0;
 };
 
+/// A record that failed, with its limits.
+struct FailedRecord {
+  Measurement record;
+  Spec spec;
+};
+
 /// What a station and its page ask a results store, on a connection of its own that only reads: it
 /// sees what is on disk, and keeps nobody from writing. For one thread at a time. Every operation
 /// throws `StoreError` when it cannot read.
@@ -50,6 +56,8 @@ class Queries {
   std::vector<Run> unfinishedRuns(const std::string& stationId);
   /// All runs of a serial number, the earliest first.
   std::vector<Run> runsOf(const std::string& serial);
+  /// The record that a run failed at first; absent when it names none.
+  std::optional<FailedRecord> firstFailure(const Run& run);
   /// A run with everything that belongs to it; absent when there is none of that id.
   std::optional<RunContent> run(const std::string& runId);
   /// The last events of a station, the latest first.

@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "RunJson.h"
 #include "Signals.h"
 #include "StationInfo.h"
 #include "Text.h"
@@ -211,19 +212,20 @@ Response PageSite::runs(const web::Request& request) const {
                                           : queries.runsOf(serial->second);
     if (serial != request.query.end()) std::reverse(found.begin(), found.end());
     if (found.size() > most) found.resize(most);
-    for (const results::Run& run : found) list.push_back(jsonOf(run));
+    for (const results::Run& run : found) list.push_back(jsonOf(run, queries));
   }
   return Response::json(200, {{"runs", std::move(list)}});
 }
 
 Response PageSite::run(const std::string& id) const {
   const Session now = session();
-  std::optional<results::RunContent> content;
-  if (!now.store.empty()) content = results::Queries(now.store).run(id);
+  std::optional<results::Queries> queries;
+  if (!now.store.empty()) queries.emplace(now.store);
+  const auto content = queries ? queries->run(id) : std::nullopt;
   if (!content) return Response::refusal(404, "there is no run " + id);
   std::map<std::string, const results::Spec*> specs;
   for (const results::Spec& spec : content->specs) specs[spec.id] = &spec;
-  Object json = jsonOf(content->run);
+  Object json = jsonOf(content->run, *queries);
   json["bundle"] = content->plan.bundle;
   if (content->plan.bundleVersion) json["bundleVersion"] = *content->plan.bundleVersion;
   json["flow"] = content->plan.flow;

@@ -8,6 +8,7 @@
 #include <QLTQuestion.h>
 
 #include "Calibration.h"
+#include "RunJson.h"
 #include "Text.h"
 #include "Today.h"
 #include "results/Queries.h"
@@ -137,21 +138,6 @@ std::int64_t microsecondsNow() {
   return std::chrono::duration_cast<std::chrono::microseconds>(
              std::chrono::system_clock::now().time_since_epoch())
       .count();
-}
-
-nlohmann::json jsonOf(const results::Run& run) {
-  Object json{{"id", run.id},
-              {"site", run.site},
-              {"serial", run.serial},
-              {"kind", results::text(run.kind)},
-              {"startedAt", run.startedUs},
-              {"verdict", results::text(run.verdict)}};
-  put(json, "operator", run.operatorName);
-  put(json, "reason", run.reason);
-  put(json, "endedAt", run.endedUs);
-  put(json, "message", run.message);
-  put(json, "firstFailure", run.firstFailure);
-  return json;
 }
 
 PageState::PageState(std::string name, std::string version)
@@ -318,11 +304,13 @@ void PageState::loading() {
 }
 
 void PageState::loaded(const FaceContext& context) {
-  std::vector<results::Run> runs;
+  std::deque<nlohmann::json> runs;
   std::map<std::string, std::int64_t> usual;
   try {
     results::Queries queries(context.store.file());
-    runs = queries.lastRuns(context.store.stationId(), kMostRecent);
+    for (const results::Run& run : queries.lastRuns(context.store.stationId(), kMostRecent)) {
+      runs.push_back(station::jsonOf(run, queries));
+    }
     usual = queries.usualDurations(context.loaded.bundle, context.loaded.flow);
   } catch (const results::StoreError&) {
     // They are only shown.
@@ -339,8 +327,7 @@ void PageState::loaded(const FaceContext& context) {
   scan_ = context.words.scan;
   startOnScan_ = context.words.startOnScan;
   today_ = today;
-  recent_.clear();
-  for (const results::Run& run : runs) recent_.push_back(station::jsonOf(run));
+  recent_ = std::move(runs);
   usualSeconds_.clear();
   for (const std::string& test : context.loaded.tests) {
     const auto time = usual.find(test);

@@ -146,9 +146,6 @@ class PageState : public RunView {
   nlohmann::json instruments_ = nlohmann::json::array();
 };
 
-/// A run as the page has it.
-nlohmann::json jsonOf(const results::Run& run);
-
 std::int64_t microsecondsNow();
 
 }  // namespace station

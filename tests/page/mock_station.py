@@ -231,8 +231,6 @@ class Station:
                 return
             self.run_rows[run] = row | {"flow": "main", "bundle": "com.example.board-test", "steps": steps,
                                         "measurements": rows}
-            if bad_row := next((each for each in rows if each["verdict"] == "FAIL"), None):
-                self.run_rows[run]["firstFailure"] = bad_row["sequence"]
             self.site(site, state=verdict, since=ended, todo="Take the device out. Scan the next one.",
                       verdict={"verdict": verdict, "serial": serial, "run": run, "seconds": (ended - started) / 1e6,
                                "endedAt": ended} | ({"firstFailure": failure} if failure else {}))

@@ -41,7 +41,7 @@ class OperatorCases(PageCase):
         failed = self.text('.rows tr[data-verdict="FAIL"]:not(.step)')
         for part in ["3.1", "VREF", "2.71 V", "2.4 … 2.6", "FAIL"]:
             self.assertIn(part, failed)
-        self.assertIn("Voltages / VREF: 2.71 V", self.text(".run .facts-list"))
+        self.assertIn("Voltages / VREF: 2.71 is above 2.6", self.text(".run .facts-list"))
         self.assertEqual(len(self.browser.script("return [...document.querySelectorAll('.rows tbody')]")), 3)
 
     def test_label_then_device(self):

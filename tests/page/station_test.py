@@ -169,6 +169,7 @@ class StationTest(unittest.TestCase):
         self.browser.wait(lambda: self.browser.text("#old") == "", "right again")
         self.browser.press("#show-history")
         self.browser.wait_text(".runs", "INCOMPLETE")
+        self.browser.wait_text('.runs tr[data-verdict="FAIL"]', "Looks / status LED: is the LED the right way round?")
         self.browser.wait_text("#notices", "QB2601-0003")
         self.browser.scan("QB2601-0004")
         self.browser.wait_text(".tile .ask", "power LED", 20)

@@ -97,6 +97,18 @@ TEST_F(QueriesTest, RunsComeInTheirOrder) {
   EXPECT_FALSE(queries.run("none"));
 }
 
+TEST_F(QueriesTest, TheRecordThatFailedFirstIsNamedByItsRun) {
+  const std::string id = tested(1, Verdict::Running);
+  store.addMeasurement(test::sampleMeasurement(id, 1, 5.5), test::sampleSpec("1.1"));
+  store.addMeasurement(test::sampleMeasurement(id, 2, 5.6), test::sampleSpec("1.2"));
+  store.finishRun(id, {Verdict::Fail, 2, {}, 9});
+  const auto failed = queries.firstFailure(queries.run(id)->run);
+  ASSERT_TRUE(failed);
+  EXPECT_EQ(failed->record.value, 5.6);
+  EXPECT_EQ(failed->spec.number, "1.2");
+  EXPECT_FALSE(queries.firstFailure(queries.run(tested(2, Verdict::Pass))->run));
+}
+
 TEST_F(QueriesTest, AStoreThatIsNotThereOrOfAnotherKindIsRefused) {
   const auto missing = folder.folder.path() / "none.db";
   EXPECT_EQ(errorOf([&] { const Queries none(missing); }), missing.string() + ": does not exist");

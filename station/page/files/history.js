@@ -79,7 +79,7 @@ export class History {
       cell(timeOfDay(run.startedAt)), cell(run.site),
       element("td", Object.assign(button(run.serial || "–", () => this.open(run.id)), { className: "link" }),
         run.kind && run.kind !== "production" ? element("span.chip", texts.kinds[run.kind] ?? run.kind) : undefined),
-      verdictCell(run.verdict), cell(reasonOf(run)))));
+      verdictCell(run.verdict), cell(run.firstFailure ?? run.message))));
     runs.forEach((run, index) => {
       const link = this.rows.rows[index].querySelector("button");
       link.dataset.run = run.id;
@@ -111,19 +111,6 @@ export class History {
   }
 }
 
-// Why a device did not pass; absent where only its rows tell.
-function reasonOf(run) {
-  return typeof run.firstFailure === "string" ? run.firstFailure : run.message;
-}
-
-// The first failure in words. A run in the store only names its record.
-function firstFailureOf(run) {
-  const record = (run.measurements ?? []).find((each) => each.sequence === run.firstFailure);
-  if (!record) return typeof run.firstFailure === "string" ? run.firstFailure : undefined;
-  const name = [record.test, nameOf(record)].filter(Boolean).join(" / ");
-  return [name, record.message ?? valueOf(record)].filter(Boolean).join(": ");
-}
-
 function valueOf(record) {
   return record.value === undefined ? record.text ?? "" : withUnit(shortNumber(record.value), record.unit);
 }
@@ -137,7 +124,7 @@ function describe(run) {
     [texts.site, run.site], [texts.started, timeOfDay(run.startedAt)], [texts.ended, timeOfDay(run.endedAt)],
     [texts.operatorWord, run.operator], [texts.kind, texts.kinds[run.kind] ?? run.kind], [texts.reason, run.reason],
     [texts.flowWord, run.flow], [texts.bundle, [run.bundle, run.bundleVersion].filter(Boolean).join(" ")],
-    [texts.first, firstFailureOf(run)], [texts.message, run.message], [texts.run, run.id],
+    [texts.first, run.firstFailure], [texts.message, run.message], [texts.run, run.id],
   ].filter(([, value]) => value);
   const title = element("h3.run-title", { "data-verdict": run.verdict }, symbolOfVerdict(run.verdict),
     element("span", texts.verdicts[run.verdict] ?? String(run.verdict)), element("span.serial", run.serial));
