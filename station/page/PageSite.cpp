@@ -30,9 +30,9 @@ constexpr std::size_t kRuns = 20;
 constexpr std::size_t kMostRuns = 500;
 constexpr std::size_t kLines = 200;
 constexpr std::size_t kMostLines = 5000;
-constexpr std::uintmax_t kMostLogBytes = 1024 * 1024;
-constexpr std::uintmax_t kMostNewLogBytes = 64 * 1024;
-constexpr std::uintmax_t kMostImageBytes = 16 * 1024 * 1024;
+constexpr std::uintmax_t kMostLogBytes = 1024UL * 1024;
+constexpr std::uintmax_t kMostNewLogBytes = 64UL * 1024;
+constexpr std::uintmax_t kMostImageBytes = 16UL * 1024 * 1024;
 
 /// A command that lacks a part.
 class Lacking : public std::runtime_error {
