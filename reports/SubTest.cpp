@@ -30,10 +30,17 @@ std::string SubTest::name() const { return specs.front().test + " / " + specs.fr
 std::string SubTest::unit() const { return specs.front().unit.value_or(""); }
 
 SubTest requireSubTest(results::ReportQueries& queries, const results::Filter& filter) {
-  SubTest subTest{queries.numericSpecs(filter)};
+  const std::set<std::string> measured = queries.measuredSpecs(filter);
+  SubTest subTest;
+  for (results::Spec& spec : queries.numericSpecs(filter)) {
+    if (measured.contains(spec.id)) subTest.specs.push_back(std::move(spec));
+  }
   std::set<std::pair<std::string, std::string>> names;
   for (const results::Spec& spec : subTest.specs) names.emplace(spec.test, spec.subTest);
-  if (names.empty()) throw NoReport("the store has no numbers of that sub-test");
+  if (names.empty()) {
+    throw NoReport("no numbers were measured in the runs of the filter",
+                   filter.kinds.empty() ? "" : "--kind chooses runs of other kinds.");
+  }
   if (names.size() > 1) {
     throw NoReport("this report is about one sub-test, and these fit:" + listOf(names),
                    "Choose one with --sub-test NAME, and --test NAME where several tests have it.");

@@ -15,8 +15,8 @@ struct SubTest {
   std::string unit() const;  ///< "" when there is none
 };
 
-/// The one sub-test that a filter names; throws `NoReport` when there is none, or several, with
-/// their names.
+/// The one sub-test that a filter names, with numbers in its runs; throws `NoReport` when there is
+/// none, or several, with their names.
 SubTest requireSubTest(results::ReportQueries& queries, const results::Filter& filter);
 
 }  // namespace reports

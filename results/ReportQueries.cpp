@@ -187,6 +187,24 @@ std::vector<Spec> ReportQueries::numericSpecs(const Filter& filter) {
   return specs;
 }
 
+std::set<std::string> ReportQueries::measuredSpecs(const Filter& filter) {
+  Conditions conditions;
+  conditions.specs(filter);
+  conditions.runs(filter);
+  conditions.add(kCounted);
+  conditions.add("m.superseded = 0");
+  conditions.add(kIsNumber);
+  std::set<std::string> ids;
+  connection_->attempt([&](soci::session& session) {
+    forEachRow<Text>(session,
+                     "SELECT DISTINCT s.id FROM spec s JOIN measurement m ON m.spec_id = s.id "
+                     "JOIN run r ON r.id = m.run_id" +
+                         conditions.text(),
+                     conditions, [&](Text id) { ids.insert(std::move(id)); });
+  });
+  return ids;
+}
+
 void ReportQueries::numbers(const Filter& filter, const Each<SpecNumber>& each) {
   Conditions conditions;
   conditions.specs(filter);

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -114,6 +115,8 @@ class ReportQueries {
   void failures(const Filter& filter, const Each<FailureCount>& each);
   /// The sub-tests of a filter that may have numbers, in the order of their own numbers.
   std::vector<Spec> numericSpecs(const Filter& filter);
+  /// Which of them have numbers in the runs of the filter, by their ids.
+  std::set<std::string> measuredSpecs(const Filter& filter);
   /// The numbers that count of all sub-tests of a filter, in the order of measuring.
   void numbers(const Filter& filter, const Each<SpecNumber>& each);
   /// The same with what belongs to them.

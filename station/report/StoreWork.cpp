@@ -21,7 +21,8 @@ int withStore(const std::function<int()>& work) {
   } catch (const reports::NoReport& reason) {
     Screen().problem(reason.what(), reason.advice());
   } catch (const results::StoreError& problem) {
-    Screen().problem("cannot use the results store " + printable(problem.what()), "");
+    Screen().problem("cannot use the results store " + printable(problem.what()),
+                     "--store FILE names another one.");
   }
   return kProblem;
 }

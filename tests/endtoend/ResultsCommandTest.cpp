@@ -115,7 +115,8 @@ TEST_F(ResultsCommand, saysWhatTheStoreDoesNotHave) {
 
 TEST_F(ResultsCommand, aStoreThatIsMissingOrOfAnotherVersionIsRefused) {
   EXPECT_EQ(results({"list"}, path("none.db")).errors,
-            "quillon: cannot use the results store " + path("none.db") + ": does not exist\n");
+            "quillon: cannot use the results store " + path("none.db") +
+                ": does not exist\n--store FILE names another one.\n");
   changeStore(store_, "INSERT INTO schema_version VALUES (99, 1)");
   const Said said = results({"check"});
   EXPECT_EQ(said.status, 1);

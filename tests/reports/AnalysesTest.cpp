@@ -182,7 +182,12 @@ TEST_F(Analyses, trendWantsOneSubTest) {
                 reports::trendReport(queries, {"results.db", {}});
               }),
               HasSubstr("these fit:\n  Voltages / V1\n  Voltages / V2|Choose one"));
-  EXPECT_THAT(refusal([&] { trend("V3"); }), HasSubstr("has no sub-test V3|Did you mean V1?"));
+  SampleRun study{"B"};
+  study.kind = RunKind::Study;
+  study.values = {5, 5, 5};
+  store.add(study);
+  EXPECT_THAT(refusal([&] { trend("V3"); }), HasSubstr("no numbers were measured in the runs"));
+  EXPECT_THAT(refusal([&] { trend("V4"); }), HasSubstr("has no sub-test V4|Did you mean V1?"));
 }
 
 /// A study of units by operators, several times.
@@ -237,6 +242,14 @@ TEST_F(Study, aStudyThatLacksATrialIsRefusedWithIt) {
   const std::string reason = refusal([&] { grr(); });
   EXPECT_THAT(reason, HasSubstr("this is no gauge study: "));
   EXPECT_THAT(reason, HasSubstr("  unit U0, operator Bob, trial 3: missing"));
+}
+
+TEST_F(Study, onlyWhatWasStudiedIsMeant) {
+  study();
+  SampleRun run{"A"};
+  run.values = {5, 5, 5};  // V2 and V3 are of production alone
+  store.add(run);
+  EXPECT_EQ(grr().title, "Gauge R&R of Voltages / V1");
 }
 
 TEST_F(Study, withoutStudyRunsThereIsNone) {
