@@ -9,6 +9,10 @@
 namespace reports {
 namespace {
 
+std::string nameOf(const std::string& test, const std::string& subTest) {
+  return test + " / " + subTest;
+}
+
 std::string listOf(const std::set<std::pair<std::string, std::string>>& names) {
   constexpr std::size_t kMost = 12;
   std::string text;
@@ -18,14 +22,14 @@ std::string listOf(const std::set<std::pair<std::string, std::string>>& names) {
       text += "\n  and " + std::to_string(names.size() - kMost) + " more";
       break;
     }
-    text += "\n  " + quillon::internal::printable(test + " / " + subTest);
+    text += "\n  " + quillon::internal::printable(nameOf(test, subTest));
   }
   return text;
 }
 
 }  // namespace
 
-std::string SubTest::name() const { return specs.front().test + " / " + specs.front().subTest; }
+std::string SubTest::name() const { return nameOf(specs.front().test, specs.front().subTest); }
 
 std::string SubTest::unit() const { return specs.front().unit.value_or(""); }
 
