@@ -25,12 +25,16 @@ struct RunPurpose {
   results::RunKind kind = results::RunKind::Production;
   std::optional<std::string> operatorName = {};
   std::optional<std::string> reason = {};  ///< of a run that is no production
+
+  friend bool operator==(const RunPurpose& a, const RunPurpose& b) = default;
 };
 
 /// The device that a site tests next.
 struct NextDevice {
   std::string serialNumber;
   RunPurpose purpose = {};
+
+  friend bool operator==(const NextDevice& a, const NextDevice& b) = default;
 };
 
 /// Where the sites of a station get their devices from: whoever puts them in. Each site asks from

@@ -1,12 +1,29 @@
+#include <chrono>
 #include <memory>
+#include <optional>
+#include <string>
 
 #include <CLI/CLI.hpp>
 
 #include "Commands.h"
 #include "RunArguments.h"
+#include "common/Text.h"
 #include "page/Serve.h"
 
 namespace station {
+namespace {
+
+/// "03:00" in minutes after midnight; absent for what is no time of the day.
+std::optional<std::chrono::minutes> minutesIn(const std::string& text) {
+  const std::size_t colon = text.find(':');
+  if (colon == std::string::npos) return std::nullopt;
+  const auto hours = quillon::internal::numberIn<unsigned>(text.substr(0, colon));
+  const auto minutes = quillon::internal::numberIn<unsigned>(text.substr(colon + 1));
+  if (!hours || !minutes || *hours > 23 || *minutes > 59) return std::nullopt;
+  return std::chrono::hours(*hours) + std::chrono::minutes(*minutes);
+}
+
+}  // namespace
 
 void addServeCommand(CLI::App& app, Command& chosen) {
   const auto arguments = std::make_shared<RunArguments>();
@@ -28,11 +45,23 @@ void addServeCommand(CLI::App& app, Command& chosen) {
                    "A further name of this computer that browsers may use; repeatable")
       ->type_name("NAME")
       ->allow_extra_args(false);
+  const auto freshAt = std::make_shared<std::string>("03:00");
+  command
+      ->add_option(
+          "--fresh-at", *freshAt,
+          "The time of each day after which the plug-in is loaded anew, with new log files, as "
+          "soon as no device is tested")
+      ->type_name("HH:MM")
+      ->check([](const std::string& text) {
+        return minutesIn(text) ? std::string() : "a time of the day is needed, 03:00 for example";
+      })
+      ->capture_default_str();
   command->footer(
       "Runs until it is stopped: the first SIGTERM or Ctrl-C lets the running tests end, the\n"
       "second ends them at once. Exit status: 0 stopped; 2 there can be no page.");
-  command->callback([arguments, options, &chosen] {
-    chosen = [arguments, options] {
+  command->callback([arguments, options, freshAt, &chosen] {
+    chosen = [arguments, options, freshAt] {
+      options->freshAt = *minutesIn(*freshAt);
       options->run = arguments->options();
       options->run.repeat = 0;
       return serve(*options);

@@ -57,7 +57,7 @@ std::string PageDesk::give(const std::string& site, const std::string& question,
   if (open == open_.end() || open->second.id != question || open->second.answer) {
     return "The question is not open any more.";
   }
-  const std::string complaint = complaintAbout(open->second.asked, answer);
+  std::string complaint = complaintAbout(open->second.asked, answer);
   if (!complaint.empty()) return complaint;
   open->second.answer = answer;
   changed_.notify_all();

@@ -41,10 +41,11 @@ std::optional<NextDevice> PageDevices::next(const std::string& name) {
   Site& site = sites_[name];
   site.isWaiting = true;
   while (!(site.serial && site.isStarted)) {
-    if (Signals::stopRequested()) return std::nullopt;
+    if (Signals::stopRequested() || isOver()) return std::nullopt;
     changed_.wait_for(lock, kLook);
   }
   site.isWaiting = false;
+  site.isBusy = true;
   site.isStarted = false;
   NextDevice device{*std::exchange(site.serial, std::nullopt), purpose_};
   state_.isReady(name, std::nullopt);
@@ -66,7 +67,28 @@ std::optional<std::string> PageDevices::whoMadeSafe(const std::string& name,
   return std::exchange(site.who, std::nullopt);
 }
 
-void PageDevices::release(const std::string& site) { rules_.release(site); }
+void PageDevices::release(const std::string& site) {
+  rules_.release(site);
+  const std::lock_guard lock(mutex_);
+  sites_[site].isBusy = false;
+}
+
+/// Whether the session ends: its time is over, and no site has a device.
+bool PageDevices::isOver() {
+  if (hasEnded_ || !options_.endAfter || std::chrono::system_clock::now() < *options_.endAfter) {
+    return hasEnded_;
+  }
+  hasEnded_ = std::none_of(sites_.begin(), sites_.end(), [](const auto& each) {
+    return each.second.isBusy || each.second.isUnsafe || each.second.serial;
+  });
+  if (hasEnded_) changed_.notify_all();
+  return hasEnded_;
+}
+
+bool PageDevices::hasEnded() const {
+  const std::lock_guard lock(mutex_);
+  return hasEnded_;
+}
 
 void PageDevices::leave(const std::string& site) {
   const std::lock_guard lock(mutex_);
@@ -83,7 +105,8 @@ std::string PageDevices::complaintOfSite(const std::string& name) {
   const Site* const site = find(name);
   const std::string word = state_.word(name);
   if (site == nullptr && word.empty()) return "There is no site " + printable(name) + ".";
-  if (site != nullptr && site->isWaiting && !site->disabled && !site->serial) return "";
+  if (site != nullptr && site->isWaiting && !site->disabled && !site->serial && !hasEnded_)
+    return "";
   if (site != nullptr && site->serial) {
     return "Site " + printable(name) + " has " + printable(*site->serial) + " already.";
   }

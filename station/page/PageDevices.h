@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <filesystem>
 #include <map>
@@ -29,6 +30,8 @@ class PageDevices : public DeviceSource {
     ScanMode mode = ScanMode::Next;
     bool startOnScan = true;
     std::filesystem::path disabledFile;  ///< remembers which sites are out of use
+    /// From then on the session ends as soon as no site has a device: `next` gives none.
+    std::optional<std::chrono::system_clock::time_point> endAfter = {};
   };
 
   PageDevices(Options options, PageState& state, const EventLog& events);
@@ -40,6 +43,9 @@ class PageDevices : public DeviceSource {
                                          const std::string& reason) override;
   void release(const std::string& site) override;
   void leave(const std::string& site) override;
+
+  /// The session was ended by `Options::endAfter`.
+  bool hasEnded() const;
 
   // The page's commands.
 
@@ -63,6 +69,7 @@ class PageDevices : public DeviceSource {
  private:
   struct Site {
     bool isWaiting = false;  // for a device
+    bool isBusy = false;     // with one
     bool isUnsafe = false;
     std::optional<std::string> serial;
     bool isStarted = false;
@@ -73,6 +80,7 @@ class PageDevices : public DeviceSource {
   Site* find(const std::string& name);
   std::string complaintOfSite(const std::string& name);
   std::string take(const std::string& name, const std::string& serialNumber);
+  bool isOver();
   void readDisabled();
   void writeDisabled();
 
@@ -85,6 +93,7 @@ class PageDevices : public DeviceSource {
   std::map<std::string, Site> sites_;
   std::optional<std::string> labelled_;  // the site whose label was scanned last
   RunPurpose purpose_;
+  bool hasEnded_ = false;
 };
 
 }  // namespace station

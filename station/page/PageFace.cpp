@@ -15,14 +15,16 @@ PageState& loadedState(PageState& state, const FaceContext& context) {
 
 }  // namespace
 
-PageFace::PageFace(const FaceContext& context, const std::string& logFolder, RunPurpose& purpose,
+PageFace::PageFace(const FaceContext& context, const std::string& logFolder,
+                   std::chrono::system_clock::time_point endAfter, RunPurpose& purpose,
                    PageState& state, PageSite& site)
     : purpose_(purpose),
       state_(loadedState(state, context)),
       site_(site),
-      devices_({context.loaded.sites, context.words.serialPattern, context.words.scan,
-                context.words.startOnScan, std::filesystem::path(logFolder) / kDisabledFile},
-               state, context.events),
+      devices_(
+          {context.loaded.sites, context.words.serialPattern, context.words.scan,
+           context.words.startOnScan, std::filesystem::path(logFolder) / kDisabledFile, endAfter},
+          state, context.events),
       desk_(state) {
   devices_.setPurpose(purpose);
   context.engine.onWait(
@@ -35,6 +37,7 @@ PageFace::PageFace(const FaceContext& context, const std::string& logFolder, Run
 PageFace::~PageFace() {
   site_.leave();
   purpose_ = devices_.purpose();
+  if (devices_.hasEnded()) site_.reload();
 }
 
 }  // namespace station

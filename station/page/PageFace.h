@@ -1,5 +1,8 @@
 #pragma once
 
+#include <chrono>
+#include <string>
+
 #include "Face.h"
 #include "PageDesk.h"
 #include "PageDevices.h"
@@ -12,8 +15,11 @@ namespace station {
 class PageFace : public Face {
  public:
   /// What is given outlives it. `purpose` is what devices are tested for, as people left it.
-  PageFace(const FaceContext& context, const std::string& logFolder, RunPurpose& purpose,
-           PageState& state, PageSite& site);
+  /// After `endAfter` the session ends as soon as no site has a device, and `site` is told to
+  /// begin another one.
+  PageFace(const FaceContext& context, const std::string& logFolder,
+           std::chrono::system_clock::time_point endAfter, RunPurpose& purpose, PageState& state,
+           PageSite& site);
   ~PageFace() override;
 
   DeviceSource& devices() override { return devices_; }

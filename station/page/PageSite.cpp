@@ -150,6 +150,12 @@ void PageSite::setCounts(std::function<web::Counts()> counts) {
   counts_ = std::move(counts);
 }
 
+void PageSite::reload() {
+  const std::lock_guard lock(mutex_);
+  isReloadDue_ = true;
+  changed_.notify_all();
+}
+
 bool PageSite::awaitReload(std::chrono::milliseconds atMost) {
   constexpr std::chrono::milliseconds kLook{200};
   const auto until = std::chrono::steady_clock::now() + atMost;
@@ -329,9 +335,7 @@ Response PageSite::command(const nlohmann::json& command) {
     const std::string name = part(command, "command");
     if (name == "reload") {
       if (!state_.isBroken()) return refused("The plug-in is loaded.");
-      const std::lock_guard lock(mutex_);
-      isReloadDue_ = true;
-      changed_.notify_all();
+      reload();
       return done("");
     }
     if (now.devices == nullptr) return refused("The station is not ready.");

@@ -44,6 +44,8 @@ class PageSite : public web::Site {
   void leave();
   /// How the server fares, for those who watch it.
   void setCounts(std::function<web::Counts()> counts);
+  /// The plug-in is to be loaded again.
+  void reload();
   /// Waits until the plug-in is to be loaded again, or the station to end, at most so long. True
   /// when it is to be loaded.
   bool awaitReload(std::chrono::milliseconds atMost);

@@ -1,6 +1,7 @@
 #include "Serve.h"
 
 #include <chrono>
+#include <ctime>
 #include <memory>
 #include <optional>
 #include <string>
@@ -45,8 +46,29 @@ std::unique_ptr<web::Server> listen(const ServeOptions& options, PageSite& site)
   try {
     return std::make_unique<web::Server>(webOptions(options), site);
   } catch (const web::CannotListen& problem) {
-    throw CannotRun(std::string("cannot serve the page: ") + problem.what(), "");
+    throw CannotRun(std::string("cannot serve the page: ") + problem.what(),
+                    options.tokenFile.empty()
+                        ? "Other addresses than this computer's own need --token-file FILE."
+                        : "");
   }
+}
+
+/// The next time of the day that is so many minutes after midnight, local time.
+std::chrono::system_clock::time_point next(std::chrono::minutes timeOfDay) {
+  constexpr int kMinutes = 60;
+  const std::time_t now = std::time(nullptr);
+  std::tm day{};
+  localtime_r(&now, &day);
+  const auto at = [&day, timeOfDay](int days) {
+    std::tm moment = day;
+    moment.tm_mday += days;
+    moment.tm_hour = static_cast<int>(timeOfDay.count()) / kMinutes;
+    moment.tm_min = static_cast<int>(timeOfDay.count()) % kMinutes;
+    moment.tm_sec = 0;
+    moment.tm_isdst = -1;
+    return std::mktime(&moment);
+  };
+  return std::chrono::system_clock::from_time_t(at(0) > now ? at(0) : at(1));
 }
 
 }  // namespace
@@ -69,7 +91,8 @@ int serve(const ServeOptions& options) {
   RunPurpose purpose = options.run.purpose;
   state.purposeIs(purpose);
   const FaceMaker makeFace = [&](const FaceContext& context) {
-    return std::make_unique<PageFace>(context, options.run.logFolder, purpose, state, site);
+    return std::make_unique<PageFace>(context, options.run.logFolder, next(options.freshAt),
+                                      purpose, state, site);
   };
   while (!Signals::stopRequested()) {
     state.loading();
@@ -82,6 +105,7 @@ int serve(const ServeOptions& options) {
       screen.problem(reason.what(), reason.advice());
     }
     if (Signals::stopRequested()) break;
+    if (site.awaitReload({})) continue;  // a new day
     const Notice why = lastProblem.value_or(
         Notice{true, "no device can be tested any more", "See the warnings, then start anew."});
     state.broken(why.text, why.advice);
