@@ -144,10 +144,14 @@ PageDevices::Scanned PageDevices::scan(const std::string& text) {
   // A wrong number is wrong at any site.
   const std::string complaint = rules_.complaintAbout(read);
   if (!complaint.empty()) return {complaint};
-  const auto site =
-      std::find_if(options_.sites.begin(), options_.sites.end(),
-                   [this](const std::string& name) { return complaintOfSite(name).empty(); });
-  if (site == options_.sites.end()) return {"No site is free for " + printable(read) + "."};
+  // A site whose last device may still be in it comes after one that is empty.
+  const auto& sites = options_.sites;
+  const auto isFree = [this](const std::string& name) { return complaintOfSite(name).empty(); };
+  auto site = std::find_if(sites.begin(), sites.end(), [&](const std::string& name) {
+    return isFree(name) && state_.word(name) == "EMPTY";
+  });
+  if (site == sites.end()) site = std::find_if(sites.begin(), sites.end(), isFree);
+  if (site == sites.end()) return {"No site is free for " + printable(read) + "."};
   return {take(*site, read), *site};
 }
 

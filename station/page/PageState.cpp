@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <ctime>
 #include <utility>
 
@@ -236,8 +237,8 @@ nlohmann::json PageState::jsonOf(const std::string& name, const Site& site) cons
     if (asked.image) question["image"] = image;
     if (!asked.choices.empty()) question["choices"] = asked.choices;
     if (static_cast<QLTQuestion::Kind>(asked.kind) == QLTQuestion::Kind::EnterNumber) {
-      question["low"] = asked.low;
-      question["high"] = asked.high;
+      if (std::isfinite(asked.low)) question["low"] = asked.low;
+      if (std::isfinite(asked.high)) question["high"] = asked.high;
     }
   }
   if (!site.verdict.is_null() && !site.isTesting) json["verdict"] = site.verdict;
