@@ -13,7 +13,8 @@ namespace {
 constexpr std::string_view kAlways =
     "X-Content-Type-Options: nosniff\r\n"
     "Referrer-Policy: no-referrer\r\n"
-    "Cross-Origin-Resource-Policy: same-origin\r\n"
+    "Cross-Origin-Resource-Policy: same-origin\r\n";
+constexpr std::string_view kOwnContent =
     "Content-Security-Policy: default-src 'self'; img-src 'self' data:; frame-ancestors 'none'; "
     "base-uri 'none'; form-action 'self'\r\n";
 
@@ -82,11 +83,14 @@ std::string beginningOf(int status) {
 std::string headOf(const Response& response, std::size_t length, bool keep) {
   std::string head = beginningOf(response.status);
   bool caching = false;
+  bool guarded = false;
   for (const auto& [name, value] : response.headers) {
     caching = caching || name == "Cache-Control";
+    guarded = guarded || name == "Content-Security-Policy";
     head.append(name).append(": ").append(value).append("\r\n");
   }
   if (!caching) head += "Cache-Control: no-store\r\n";
+  if (!guarded) head += kOwnContent;
   if (!response.type.empty()) head.append("Content-Type: ").append(response.type).append("\r\n");
   if (response.status != 304) head += "Content-Length: " + std::to_string(length) + "\r\n";
   return head + (keep ? "Connection: keep-alive\r\n\r\n" : "Connection: close\r\n\r\n");
@@ -94,7 +98,7 @@ std::string headOf(const Response& response, std::size_t length, bool keep) {
 
 std::string streamHead() {
   // Whoever loses the connection comes back after a second.
-  return beginningOf(200) +
+  return beginningOf(200).append(kOwnContent) +
          "Cache-Control: no-store\r\nContent-Type: text/event-stream\r\nConnection: close\r\n\r\n"
          "retry: 1000\n\n";
 }

@@ -26,7 +26,8 @@ struct Response {
   int status = 200;
   std::string type;  ///< the Content-Type
   std::string body;
-  /// Further header fields. Without a Cache-Control of its own an answer is never stored.
+  /// Further header fields. Without a Cache-Control of its own an answer is never stored, and
+  /// without a Content-Security-Policy it may use what is served here, and nothing else.
   std::vector<std::pair<std::string, std::string>> headers = {};
 };
 

@@ -5,17 +5,13 @@
 
 #include "Calibration.h"
 #include "common/Text.h"
+#include "results/Clock.h"
 
 using quillon::internal::numberIn;
+using results::microsecondsNow;
 
 namespace station {
 namespace {
-
-std::int64_t microsecondsNow() {
-  return std::chrono::duration_cast<std::chrono::microseconds>(
-             std::chrono::system_clock::now().time_since_epoch())
-      .count();
-}
 
 results::Mark markOf(const QLTestResult& record) {
   switch (record.result()) {

@@ -8,6 +8,7 @@
 #include "Questions.h"
 #include "Signals.h"
 #include "Text.h"
+#include "results/Clock.h"
 
 namespace station {
 namespace {
@@ -33,7 +34,7 @@ Answered PageDesk::answer(const Asked& asked, const std::stop_token& cancelled) 
   const std::string id = asked.site + "-" + std::to_string(++last_);
   Open& open = open_[asked.site];
   open = {id, asked, std::nullopt, false};
-  PageState::Question question{id, asked, microsecondsNow()};
+  PageState::Question question{id, asked, results::microsecondsNow()};
   if (asked.timeOut) {
     question.untilUs = question.askedUs + std::llround(std::min(*asked.timeOut, 1e9) * 1e6);
   }

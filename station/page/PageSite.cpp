@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "PageReports.h"
 #include "RunJson.h"
 #include "Signals.h"
 #include "StationInfo.h"
@@ -198,6 +199,11 @@ Response PageSite::get(const web::Request& request) {
   try {
     if (path == "/api/1/runs") return runs(request);
     if (path.starts_with(kRunPath)) return run(path.substr(kRunPath.size()));
+    if (path.starts_with(kReportPath)) {
+      const std::filesystem::path store = session().store;
+      if (store.empty()) return Response::refusal(503, "the station is not ready");
+      return reportPage(request, store);
+    }
   } catch (const results::StoreError& problem) {
     return Response::refusal(503, problem.what());
   }

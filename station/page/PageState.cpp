@@ -12,6 +12,7 @@
 #include "RunJson.h"
 #include "Text.h"
 #include "Today.h"
+#include "results/Clock.h"
 #include "results/Queries.h"
 #include "view/ResultText.h"
 #include "view/VerdictWords.h"
@@ -19,6 +20,7 @@
 namespace station {
 namespace {
 
+using results::microsecondsNow;
 using Object = nlohmann::json;
 
 constexpr std::size_t kMostRecent = 20;
@@ -134,12 +136,6 @@ Object instrumentsOf(const Loaded& loaded) {
 }
 
 }  // namespace
-
-std::int64_t microsecondsNow() {
-  return std::chrono::duration_cast<std::chrono::microseconds>(
-             std::chrono::system_clock::now().time_since_epoch())
-      .count();
-}
 
 PageState::PageState(std::string name, std::string version)
     : name_(std::move(name)), version_(std::move(version)), day_(dayOfYear()) {}

@@ -146,6 +146,4 @@ class PageState : public RunView {
   nlohmann::json instruments_ = nlohmann::json::array();
 };
 
-std::int64_t microsecondsNow();
-
 }  // namespace station

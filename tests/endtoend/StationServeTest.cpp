@@ -138,6 +138,14 @@ TEST_F(StationServe, testsADeviceFromScanToVerdict) {
                     HasSubstr("quillon_site_state{site=\"right\",state=\"EMPTY\"} 1\n")));
   EXPECT_THAT(HttpClient(address_).get("/api/1/log?lines=2").body, HasSubstr("A: FAIL in"));
 
+  const Reply report = HttpClient(address_).get("/reports/yield?since=7d");
+  EXPECT_EQ(report.status, 200);
+  EXPECT_THAT(report.body, AllOf(HasSubstr("<title>"), HasSubstr("Yield")));
+  EXPECT_THAT(report.field("CONTENT-SECURITY-POLICY"), HasSubstr("script-src 'unsafe-inline'"));
+  EXPECT_EQ(HttpClient(address_).get("/reports/horoscope").status, 404);
+  EXPECT_EQ(HttpClient(address_).get("/reports/yield?since=soon").status, 400);
+  EXPECT_EQ(HttpClient(address_).get("/reports/yield?site=middle").status, 404);
+
   EXPECT_EQ(scan("B"), "");  // the site that has had no device comes first
   EXPECT_TRUE(becomes("right", "FAIL"));
   EXPECT_EQ(scan("C"), "");
@@ -330,6 +338,28 @@ TEST_F(StationServe, showsPicturesOfThePluginAndNothingElse) {
   std::filesystem::remove(resources / "j4.png");
   std::filesystem::create_symlink("/etc/hostname", resources / "j4.png");
   EXPECT_EQ(HttpClient(address_).get(image).status, 404);
+}
+
+TEST_F(StationServe, knowsEachCommandOfItsDocument) {
+  bundle_.configure(TroubleBundle::test("Volts", ""));
+  serveReady();
+  std::ifstream document(STATION_API);
+  std::string line;
+  while (std::getline(document, line) && !line.starts_with("| command | parts")) {
+  }
+  std::getline(document, line);
+  int known = 0;
+  while (std::getline(document, line) && line.starts_with("| `")) {
+    const std::string names = line.substr(0, line.find('|', 2));
+    for (std::size_t start = 0; (start = names.find('`', start)) != std::string::npos;) {
+      const std::size_t end = names.find('`', start + 1);
+      const std::string name = names.substr(start + 1, end - start - 1);
+      EXPECT_THAT(reply({{"command", name}}).body, Not(HasSubstr("there is no command"))) << name;
+      ++known;
+      start = end + 1;
+    }
+  }
+  EXPECT_EQ(known, 13);
 }
 
 TEST_F(StationServe, refusesAnAddressThatIsTaken) {

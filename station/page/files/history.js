@@ -32,6 +32,9 @@ export class History {
       placeholder: texts.search });
     this.problem = element("p.refusal", { role: "alert", hidden: true });
     this.rows = element("tbody");
+    // Whole pages of their own, for print as well.
+    this.reports = element("p.reports", texts.reports, ...["yield", "pareto", "capability", "runs"].map((name) =>
+      element("a", { href: `/reports/${name}?since=7d`, target: "_blank" }, texts.reportNames[name])));
     this.none = element("p.muted", { hidden: true }, texts.noRuns);
     this.list = element("div",
       element("form.inline", { submit: (event) => {
@@ -40,7 +43,7 @@ export class History {
       } }, this.serial, element("button", texts.find), button(texts.more, () => this.#search(""))),
       element("table.runs", head(texts.time, texts.site, texts.serial, texts.verdict, texts.why), this.rows), this.none);
     this.run = element("div.run", { hidden: true });
-    root.append(this.problem, this.list, this.run);
+    root.append(this.problem, this.list, this.run, this.reports);
   }
 
   /// Takes the station's last runs. Those that were searched for stay.

@@ -38,6 +38,8 @@ export default {
   connected: "Connected",
   disconnected: "No connection",
   history: "History",
+  reports: "Reports on the last seven days:",
+  reportNames: { yield: "Yield", pareto: "Failures", capability: "Capability", runs: "Runs" },
   technician: "Technician",
   stopNow: "Stop now",
   stopNowAsks: "Stop now ends the tests of ALL sites at once. Every device in progress must be tested again. Fixtures "
