@@ -214,7 +214,7 @@ class CapabilityTables {
   }
 
  private:
-  std::map<std::string, Cell> bands_;  // by the id of the spec
+  std::map<std::string, Cell> bands_;  // by `Spec::id`
   Table values_ = valuesTable();
   Table indices_ = indicesTable();
   std::vector<Chart> charts_;

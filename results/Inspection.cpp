@@ -25,7 +25,7 @@ template <typename Row>
 void checkIds(soci::session& session, Inspected& result) {
   for (const Row& row : select<Row>(session, "1 = 1 ORDER BY id")) {
     if (idOf(row) != row.id) {
-      result.findings.push_back({"", std::string("the ") + Table<Row>::kName + " " + row.id +
+      result.findings.push_back({"", "the row " + row.id + " of " + Table<Row>::kName +
                                          " is not what its id says: it was changed"});
     }
   }

@@ -224,7 +224,8 @@ TEST_F(ResultsCommand, checkFindsWhatWasChanged) {
                           "' AND sequence = 2; UPDATE spec SET low = 4 WHERE sub_test = 'VBUS'; "
                           "DELETE FROM instrument");
   said = results({"check"});
-  EXPECT_THAT(said.output, HasSubstr("the spec 6b0bdfbea5067bd11ac8d44efa7b021a is not what its"));
+  EXPECT_THAT(said.output,
+              HasSubstr("the row 6b0bdfbea5067bd11ac8d44efa7b021a of spec is not what its"));
   EXPECT_THAT(said.output, HasSubstr("of run_instrument refers to a missing instrument\n"));
   EXPECT_THAT(said.output,
               HasSubstr(changed + "Run " + kFirst + " has 2 measurements instead of 3"));
