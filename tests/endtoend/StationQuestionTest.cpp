@@ -128,8 +128,10 @@ TEST_F(StationQuestion, endsWithTheWorker) {
   ASSERT_TRUE(station.waitForOutput("[Enter when done] "));
   folder_.write("gate", "");
   EXPECT_EQ(station.wait(), 1);
-  EXPECT_THAT(station.results(), HasSubstr(",A,left,Question,runtime error,1.0,,run time error,F,"
-                                           "\"the plug-in crashed: segmentation fault in test 1"));
+  // The device of the site that waits says where the crash was, as far as that can be told.
+  EXPECT_THAT(station.results(),
+              testing::ContainsRegex(",A,left,Question,runtime error,1\\.0,,run time error,F,"
+                                     "\"the plug-in crashed.*segmentation fault.* in test 1 "));
 }
 
 TEST_F(StationQuestion, stopsTheClockOfItsTest) {

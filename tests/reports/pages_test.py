@@ -5,8 +5,6 @@ Opens the page of every report in a real browser: its pictures are drawn, nothin
 folder (docs/pictures) it takes the pictures that the documents show. Exit status 77: there is no browser.
 """
 
-import importlib.util
-import shutil
 import subprocess
 import sys
 import tempfile
@@ -15,6 +13,8 @@ from pathlib import Path
 import sample_store
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "page"))
+
+from page_case import SKIPPED, missing_tools  # by an interpreter that can drive a browser
 
 LARGEST = 100_000  # bytes
 REPORTS = {
@@ -51,9 +51,9 @@ def problems_of(browser, page):
 
 
 def main():
-    if not (shutil.which("chromium") and shutil.which("chromedriver") and importlib.util.find_spec("selenium")):
-        print("There is no browser here, or nothing to drive it with.")
-        return 77
+    if missing := missing_tools():
+        print(missing)
+        return SKIPPED
     from browser import Browser  # needs its driver
     from small_png import smaller
 
