@@ -26,6 +26,8 @@ using Object = nlohmann::json;
 constexpr std::size_t kMostRecent = 20;
 constexpr std::size_t kMostNotices = 20;
 constexpr double kMicroseconds = 1e6;
+constexpr const char* kUp = "up";
+constexpr const char* kLost = "lost";
 constexpr const char* kReady = "ready";
 constexpr const char* kBroken = "broken";
 
@@ -118,7 +120,7 @@ Object instrumentsOf(const Loaded& loaded) {
       const bool isSimulated = calibration.state == Calibration::State::Simulated;
       Object instrument{{"site", site},
                         {"name", name},
-                        {"state", isSimulated ? "simulated" : "up"},
+                        {"state", isSimulated ? "simulated" : kUp},
                         {"calibration", wordOf(calibration.state)}};
       if (entry->contains("class")) instrument["class"] = entry->text("class");
       for (const char* const key : {"address", "ip", "bsdPath", "path"}) {
@@ -391,7 +393,25 @@ void PageState::isUnsafe(const std::string& site, const std::optional<std::strin
 }
 
 void PageState::waitsFor(const std::string& site, const std::string& what) {
-  change(site, [&](Site& tile) { tile.waitsFor = what; });
+  change(site, [&](Site& tile) {
+    tile.waitsFor = what;
+    for (Object& instrument : instruments_) {
+      const std::string address = instrument.value("address", "");
+      if (instrument["site"] != site || address.empty()) continue;
+      if (what.find(address) == std::string::npos) continue;
+      instrument["state"] = kLost;
+      instrument["problem"] = what;
+    }
+  });
+}
+
+/// A device of the site is tested, so its instruments are there.
+void PageState::instrumentsAreBack(const std::string& site) {
+  for (Object& instrument : instruments_) {
+    if (instrument["site"] != site || instrument["state"] != kLost) continue;
+    instrument["state"] = kUp;
+    instrument.erase("problem");
+  }
 }
 
 void PageState::isStopping(const std::string& site) {
@@ -463,6 +483,7 @@ void PageState::siteIs(const std::string& site, SiteState state) {
 
 void PageState::deviceStarted(const Outcome& device) {
   change(device.site, [&](Site& tile) {
+    instrumentsAreBack(device.site);
     tile.isTesting = true;
     tile.isStopping = false;
     tile.serial = device.serialNumber;

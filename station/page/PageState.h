@@ -118,6 +118,7 @@ class PageState : public RunView {
   nlohmann::json jsonOf(const std::string& name, const Site& site) const;
   void change(const std::string& name, const std::function<void(Site&)>& change);
   void touch(Site& site);
+  void instrumentsAreBack(const std::string& site);
   void countDay();
 
   const std::string name_;

@@ -6,8 +6,10 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -338,6 +340,45 @@ TEST_F(StationServe, showsPicturesOfThePluginAndNothingElse) {
   std::filesystem::remove(resources / "j4.png");
   std::filesystem::create_symlink("/etc/hostname", resources / "j4.png");
   EXPECT_EQ(HttpClient(address_).get(image).status, 404);
+}
+
+namespace {
+
+/// The names of all members, however deep.
+void gatherNames(const json& value, std::set<std::string>& names) {
+  for (const auto& [name, member] : value.items()) {
+    if (value.is_object()) names.insert(name);
+    if (member.is_structured()) gatherNames(member, names);
+  }
+}
+
+}  // namespace
+
+TEST_F(StationServe, itsDocumentNamesEachMemberOfTheState) {
+  bundle_.configure(TroubleBundle::test("Volts", "") +
+                        TroubleBundle::test("Question", TroubleBundle::text("ask", "choose") +
+                                                            TroubleBundle::text("timeOut", "60")) +
+                        TroubleBundle::test("Amps", TroubleBundle::text("value", "2.7")),
+                    TroubleBundle::text("part", "P7") + TroubleBundle::text("process", "final"));
+  serveReady({"--operator", "Ann"});
+  EXPECT_EQ(scan("A"), "");
+  ASSERT_TRUE(becomes("left", "ASKING"));
+  std::set<std::string> names;
+  gatherNames(state(), names);
+  EXPECT_EQ(order({{"command", "answer"},
+                   {"site", "left"},
+                   {"question", site("left")["question"]["id"]},
+                   {"answer", "red"}}),
+            "");
+  ASSERT_TRUE(becomes("left", "FAIL"));
+  gatherNames(state(), names);
+  names.erase("left");
+  names.erase("right");
+  names.erase("spare");
+  EXPECT_THAT(names, testing::IsSupersetOf({"question", "verdict", "last", "operator", "today"}));
+  std::ifstream file(STATION_API);
+  const std::string document{std::istreambuf_iterator<char>(file), {}};
+  for (const std::string& name : names) EXPECT_THAT(document, HasSubstr("`" + name + "`"));
 }
 
 TEST_F(StationServe, knowsEachCommandOfItsDocument) {
