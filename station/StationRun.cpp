@@ -108,6 +108,7 @@ int StationRun::runOn(Engine& engine, const std::filesystem::path& bundle, const
   engine.unload();
   face->ended();
   face->view().runEnded(series.outcomes);
+  couldRecord_ = !series.storeFailure && !results.failed();
   if (series.storeFailure) {
     screen_.warning("the results store is not complete: " + printable(*series.storeFailure) +
                     "; test the devices that were broken off again");

@@ -120,6 +120,11 @@ Object measurementOf(const results::Measurement& measurement,
   return json;
 }
 
+/// Whether a site in this state has a device that can be stopped.
+bool isInProgress(const std::string& word) {
+  return word == "RUNNING" || word == "ASKING" || word == "WAITING" || word == "STOPPING";
+}
+
 /// A label's value as the text format of metrics wants it.
 std::string quoted(const std::string& text) {
   std::string escaped = "\"";
@@ -400,7 +405,7 @@ Response PageSite::command(const nlohmann::json& command) {
 std::string PageSite::stop(const std::string& site) {
   const Session now = session();
   const std::string word = state_.word(site);
-  if (word != "RUNNING" && word != "ASKING" && word != "WAITING" && word != "STOPPING") {
+  if (!isInProgress(word)) {
     return word.empty() ? "There is no site " + printable(site) + "."
                         : "Site " + printable(site) +
                               " has no device that could be stopped: it is " + word + ".";
@@ -414,9 +419,13 @@ std::string PageSite::stop(const std::string& site) {
 
 std::string PageSite::stopNow() {
   const Session now = session();
+  const auto words = state_.words();
+  const bool isTesting = std::any_of(words.begin(), words.end(),
+                                     [](const auto& site) { return isInProgress(site.second); });
+  if (!isTesting) return "No device is in progress.";
   now.events->add("stopped", std::nullopt, "all sites at once",
                   now.devices->purpose().operatorName);
-  for (const auto& [site, word] : state_.words()) {
+  for (const auto& [site, word] : words) {
     state_.isStopping(site);
     now.desk->cancel(site);
   }

@@ -29,6 +29,7 @@ constexpr double kMicroseconds = 1e6;
 constexpr const char* kUp = "up";
 constexpr const char* kLost = "lost";
 constexpr const char* kReady = "ready";
+constexpr const char* kStopping = "stopping";
 constexpr const char* kBroken = "broken";
 
 template <typename T>
@@ -351,8 +352,9 @@ void PageState::loaded(const FaceContext& context) {
 
 void PageState::stopping() {
   const std::lock_guard lock(mutex_);
+  if (phase_ == kStopping) return;
   ++generation_;
-  phase_ = "stopping";
+  phase_ = kStopping;
 }
 
 void PageState::broken(const std::string& problem, const std::string& advice) {

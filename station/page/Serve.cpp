@@ -74,7 +74,7 @@ std::chrono::system_clock::time_point next(std::chrono::minutes timeOfDay) {
 }  // namespace
 
 int serve(const ServeOptions& options) {
-  // How long until a station that had to end is tried again by itself.
+  // How long until a station that could not record is tried again by itself.
   constexpr std::chrono::seconds kAgain{30};
   const Signals signals;
   Screen screen;
@@ -97,11 +97,10 @@ int serve(const ServeOptions& options) {
   while (!Signals::stopRequested()) {
     state.loading();
     lastProblem.reset();
-    bool couldRun = true;
+    StationRun run(options.run, makeFace, screen);
     try {
-      StationRun(options.run, makeFace, screen).run();
+      run.run();
     } catch (const CannotRun& reason) {
-      couldRun = false;
       screen.problem(reason.what(), reason.advice());
     }
     if (Signals::stopRequested()) break;
@@ -109,9 +108,8 @@ int serve(const ServeOptions& options) {
     const Notice why = lastProblem.value_or(
         Notice{true, "no device can be tested any more", "See the warnings, then start anew."});
     state.broken(why.text, why.advice);
-    // What could begin once may do so again when the disk, say, has room.
-    do {
-    } while (!site.awaitReload(kAgain) && !Signals::stopRequested() && !couldRun);
+    while (!site.awaitReload(kAgain) && run.couldRecord() && !Signals::stopRequested()) {
+    }
   }
   server->stop();
   return 0;

@@ -235,6 +235,7 @@ TEST_F(StationServe, stopEndsADeviceAndTheSiteGoesOn) {
 TEST_F(StationServe, stopNowEndsAllSitesAndAFreshWorkerGoesOn) {
   bundle_.configure(slow());
   serveReady();
+  EXPECT_EQ(order({{"command", "stopNow"}}), "No device is in progress.");
   EXPECT_EQ(scan("A"), "");
   EXPECT_EQ(scan("B"), "");
   ASSERT_TRUE(becomes("left", "RUNNING"));
