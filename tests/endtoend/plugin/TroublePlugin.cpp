@@ -359,7 +359,7 @@ class TroubleTest : public QLTestMethod {
     if (how == "stack") exhaustStack(1);
     if (how == "handled fault") {
       std::signal(SIGSEGV, [](int) { _exit(7); });
-      fault();
+      std::raise(SIGSEGV);  // not by a store, which sanitizers end in their own way
     }
     if (how == "abort") std::abort();
     if (how == "kill") std::raise(SIGKILL);
