@@ -1,9 +1,11 @@
 // The plug-in of the station's benchmark: tests that report as fast as they can, and one that takes
 // its process along.
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include <QLTestMethod.h>
 #include <QLTestSuite.h>
@@ -15,13 +17,16 @@ class BenchSuite : public QLTestSuite {
   using QLTestSuite::QLTestSuite;
 };
 
-/// Reports every sub-test with a value within its limits.
+/// Reports every sub-test with a value within its limits, after "pause" milliseconds each.
 class ReportTest : public QLTestMethod {
  public:
   using QLTestMethod::QLTestMethod;
 
   bool run(std::int32_t, QLTError*) override {
+    const QLTValue* const pause = param("pause");
     for (std::size_t i = 1; i <= subTests().size(); ++i) {
+      if (pause != nullptr)
+        std::this_thread::sleep_for(std::chrono::milliseconds(pause->intValue()));
       addResultAndCompare(static_cast<std::int32_t>(i), 1.0 + static_cast<double>(i) * 1e-6);
     }
     return true;
