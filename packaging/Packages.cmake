@@ -35,6 +35,27 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libquillon-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "cmake, g++, quillon-doc, quillon-station")
 
+if(TARGET quillon-bench)
+  list(APPEND CPACK_COMPONENTS_ALL bench benchdevelopment)
+  set(CPACK_COMPONENT_BENCH_DESCRIPTION [[
+This package holds the library of instruments of a real bench that test
+plug-ins use: devices over TCP, serial lines and buses, and their drivers.]])
+  set(CPACK_COMPONENT_BENCH_DEPENDS runtime)
+  set(CPACK_DEBIAN_BENCH_PACKAGE_NAME "libquillon-bench${soversion}")
+  set(CPACK_DEBIAN_BENCH_PACKAGE_SECTION libs)
+  set(CPACK_DEBIAN_BENCH_PACKAGE_SHLIBDEPS ON)
+  file(CONFIGURE OUTPUT bench/shlibs
+      CONTENT "libquillon-bench ${soversion} libquillon-bench${soversion} (>= ${PROJECT_VERSION})\n")
+  set(CPACK_DEBIAN_BENCH_PACKAGE_CONTROL_EXTRA
+      "${CMAKE_CURRENT_BINARY_DIR}/bench/shlibs;${CMAKE_CURRENT_BINARY_DIR}/triggers")
+  set(CPACK_COMPONENT_BENCHDEVELOPMENT_DESCRIPTION [[
+This package holds headers and the CMake package of the library of bench
+instruments, for those who write test plug-ins.]])
+  set(CPACK_COMPONENT_BENCHDEVELOPMENT_DEPENDS bench development)
+  set(CPACK_DEBIAN_BENCHDEVELOPMENT_PACKAGE_NAME libquillon-bench-dev)
+  set(CPACK_DEBIAN_BENCHDEVELOPMENT_PACKAGE_SECTION libdevel)
+endif()
+
 set(CPACK_COMPONENT_DOCUMENTS_DESCRIPTION [[
 This package holds the guides for operators, technicians and test engineers,
 and example plug-ins to copy from.]])
@@ -52,8 +73,9 @@ station, and stand-ins for instruments that are not there.]])
   set(CPACK_DEBIAN_STATION_PACKAGE_SECTION electronics)
   set(CPACK_DEBIAN_STATION_PACKAGE_RECOMMENDS quillon-doc)
   set(CPACK_DEBIAN_STATION_PACKAGE_SHLIBDEPS ON)
-  # Where dpkg-shlibdeps finds the library, which is in no installed package.
-  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
 endif()
+
+# Where dpkg-shlibdeps finds the framework's library, which is in no installed package.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
 
 include(CPack)

@@ -6,7 +6,7 @@
 The floors of framework/ stand in framework/CMakeLists.txt, ground floor first. A floor includes itself and those before
 it, and common/; common/ includes only itself; results/, statistics/ and web/ each themselves and common/; reports/ the first two as well. Whatever is not the
 framework uses its public headers, and common/; the examples, which build against an installed copy, the public headers
-alone. Each fault is one line, FILE:LINE: what; the exit status is 1 when there is any.
+alone. What is in bench/ is public by bench/CMakeLists.txt: outside of it only that is included. Each fault is one line, FILE:LINE: what; the exit status is 1 when there is any.
 """
 
 import pathlib
@@ -32,8 +32,16 @@ class Tree:
         self.root = root
         cmake = (root / "framework/CMakeLists.txt").read_text()
         self.floors = re.search(r"set\(floors ([^)]*)\)", cmake)[1].split()
+        self.public = self.headers("framework", cmake)
+        bench = root / "bench/CMakeLists.txt"
+        if bench.is_file():
+            self.public |= self.headers("bench", bench.read_text())
+
+    @staticmethod
+    def headers(folder, cmake):
+        """The public headers that a library's CMakeLists.txt names, by the names that they are included by."""
         headers = re.search(r"FILE_SET HEADERS[^)]*?FILES([^)]*)\)", cmake)[1].split()
-        self.public = {pathlib.PurePath(header).name: f"framework/{header}" for header in headers}
+        return {pathlib.PurePath(header).name: f"{folder}/{header}" for header in headers}
 
     def target(self, file, bracket, name):
         """The file that an #include means, relative to the root; None for those of others."""
@@ -68,7 +76,8 @@ class Tree:
             if self.floors.index(to_floor) > self.floors.index(floor):
                 return f"the floor {floor} includes {target}, of a floor above it"
             return None
-        if to_floor is not None and target not in self.public.values():
+        is_inside = to_floor is not None or (target.startswith("bench/") and not file.startswith("bench/"))
+        if is_inside and target not in self.public.values():
             return f"{target} is not a public header"
         if target.startswith("common/") and file.startswith(WITHOUT_COMMON):
             return f"{target} is not installed"
@@ -79,7 +88,7 @@ class Tree:
         return parts[1] if parts[0] == "framework" and parts[1] in self.floors else None
 
     def faults(self):
-        for folder in ("common", "framework", *BESIDE, REPORTS, "station", "simulators", "examples", "tests", "benchmarks"):
+        for folder in ("common", "framework", "bench", *BESIDE, REPORTS, "station", "simulators", "examples", "tests", "benchmarks"):
             for path in sorted((self.root / folder).rglob("*")):
                 if path.suffix not in (".h", ".cpp", ".c"):
                     continue

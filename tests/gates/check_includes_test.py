@@ -15,7 +15,14 @@ target_sources(quillon PUBLIC FILE_SET HEADERS BASE_DIRS ${floors} FILES
     model/QLTestSuite.h
     configuration/QLTestSiteManager.h)
 """
+BENCH = """target_sources(quillon-bench PUBLIC FILE_SET HEADERS FILES
+    QLTBench.h)
+"""
 FILES = {
+    "bench/CMakeLists.txt": BENCH,
+    "bench/QLTBench.h": "#include <QLTValue.h>\n",
+    "bench/QLTBench.cpp": '#include "QLTBench.h"\n#include "bench/Table.h"\n#include "common/Text.h"\n',
+    "bench/Table.h": "#pragma once\n",
     "framework/CMakeLists.txt": CMAKE,
     "framework/platform/QLTValue.h": "#pragma once\n",
     "framework/platform/TextFile.h": "#pragma once\n",
@@ -53,6 +60,15 @@ def faults(**more):
 class CheckIncludes(unittest.TestCase):
     def test_a_tree_in_order_has_no_faults(self):
         self.assertEqual(faults(), [])
+
+    def test_of_bench_others_include_the_public_headers(self):
+        self.assertEqual(faults(tests__Meter_cpp="#include <QLTBench.h>\n"), [])
+        self.assertEqual(faults(tests__Meter_cpp='#include "bench/Table.h"\n'),
+                         ["tests/Meter.cpp:1: bench/Table.h is not a public header"])
+        self.assertEqual(faults(bench__Table_h='#include "platform/TextFile.h"\n'),
+                         ["bench/Table.h:1: framework/platform/TextFile.h is not a public header"])
+        self.assertEqual(faults(framework__model__QLTestSuite_h="#include <QLTBench.h>\n"),
+                         ["framework/model/QLTestSuite.h:1: the framework includes bench/QLTBench.h"])
 
     def test_a_floor_above_is_a_fault(self):
         self.assertEqual(

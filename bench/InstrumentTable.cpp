@@ -1,0 +1,29 @@
+#include "InstrumentTable.h"
+
+#include <algorithm>
+
+namespace quillon::bench {
+
+const std::vector<InstrumentClass>& instrumentTable() {
+  static const std::vector<InstrumentClass> table = [] {
+    std::vector<InstrumentClass> classes{
+        // One entry for each class: the function beside the class that describes and makes it.
+    };
+    std::sort(classes.begin(), classes.end(), [](const auto& a, const auto& b) {
+      return a.description.className < b.description.className;
+    });
+    return classes;
+  }();
+  return table;
+}
+
+bool isSimulated(const QLTDictionary& entry) {
+  const QLTValue* const sim = entry.find("sim");
+  return sim != nullptr && sim->intValue() == 1;
+}
+
+bool isYes(const QLTDictionary& entry, const char* attribute) {
+  return entry.text(attribute) == "yes";
+}
+
+}  // namespace quillon::bench
