@@ -1,0 +1,246 @@
+#include "Server.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include <libpq-fe.h>
+#include <poll.h>
+
+namespace results {
+namespace {
+
+using Result = std::unique_ptr<PGresult, void (*)(PGresult*)>;
+
+/// The first line of what the library says, which is several where it tried several addresses.
+std::string lineOf(const char* message) {
+  std::string text = message == nullptr ? "" : message;
+  while (!text.empty() && text.back() == '\n') text.pop_back();
+  for (char& character : text) {
+    if (character == '\n' || character == '\t') character = ' ';
+  }
+  return text.empty() ? "the connection is broken" : text;
+}
+
+[[noreturn]] void fail(PGconn* connection) {
+  throw ServerError(lineOf(PQerrorMessage(connection)), "");
+}
+
+[[noreturn]] void fail(const PGresult* result, PGconn* connection) {
+  const char* const state = PQresultErrorField(result, PG_DIAG_SQLSTATE);
+  if (state == nullptr || PQstatus(connection) == CONNECTION_BAD) {
+    const char* const words = PQresultErrorField(result, PG_DIAG_MESSAGE_PRIMARY);
+    throw ServerError(words != nullptr ? words : lineOf(PQerrorMessage(connection)),
+                      state == nullptr ? "" : state);
+  }
+  std::string text = PQresultErrorField(result, PG_DIAG_MESSAGE_PRIMARY);
+  for (const int part : {int{PG_DIAG_MESSAGE_DETAIL}, int{PG_DIAG_MESSAGE_HINT}}) {
+    const char* const words = PQresultErrorField(result, part);
+    if (words != nullptr) text += std::string(" (") + words + ")";
+  }
+  throw ServerError(text, state);
+}
+
+}  // namespace
+
+bool ServerError::isOfData() const {
+  // Values that no column takes, rows that contradict others, and what is too large for a row.
+  return state_.starts_with("22") || state_.starts_with("23") || state_.starts_with("54");
+}
+
+/// The connection, with waiting that ends.
+class Server::Line {
+ public:
+  Line(const ServerAddress& address, const Limits& limits)
+      : limits_(limits), connection_(start(address), PQfinish) {
+    if (!connection_) throw ServerError("no memory for a connection", "");
+    PQsetNoticeProcessor(
+        connection_.get(), [](void*, const char*) {}, nullptr);
+    finishConnecting();
+    if (PQsetnonblocking(connection_.get(), 1) != 0) fail(connection_.get());
+  }
+
+  PGconn* get() const { return connection_.get(); }
+
+  /// Sends what is queued, and takes what comes meanwhile.
+  void flush() {
+    while (true) {
+      const int left = PQflush(get());
+      if (left < 0) fail(get());
+      if (left == 0) return;
+      if ((wait(POLLIN | POLLOUT) & POLLIN) != 0 && PQconsumeInput(get()) == 0) fail(get());
+    }
+  }
+
+  /// The next result of what was sent; null when there is no more.
+  Result next() {
+    flush();
+    while (PQisBusy(get()) != 0) {
+      wait(POLLIN);
+      if (PQconsumeInput(get()) == 0) fail(get());
+    }
+    return {PQgetResult(get()), PQclear};
+  }
+
+  /// All results of what was sent; the last one, or the error.
+  Result finish() {
+    Result last = next();
+    if (!last) fail(get());
+    if (isCopy(last)) return last;
+    while (true) {
+      Result further = next();
+      if (!further) break;
+      if (!isError(last)) last = std::move(further);
+      if (isCopy(last)) return last;
+    }
+    if (isError(last)) fail(last.get(), get());
+    return last;
+  }
+
+ private:
+  static bool isCopy(const Result& result) { return PQresultStatus(result.get()) == PGRES_COPY_IN; }
+  static bool isError(const Result& result) {
+    const ExecStatusType status = PQresultStatus(result.get());
+    return status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK && status != PGRES_EMPTY_QUERY &&
+           status != PGRES_COPY_IN;
+  }
+
+  static PGconn* start(const ServerAddress& address) {
+    std::map<std::string, std::string> settings = address.settings();
+    const auto choose = [&](const char* name, const char* value) {
+      settings.try_emplace(name, value);
+    };
+    choose("application_name", "quillon");
+    choose("client_encoding", "UTF8");
+    // A cable that is out is noticed by these, where packets have no answer.
+    choose("keepalives_idle", "20");
+    choose("keepalives_interval", "10");
+    choose("keepalives_count", "3");
+    choose("tcp_user_timeout", "60000");
+    std::vector<const char*> names;
+    std::vector<const char*> values;
+    for (const auto& [name, value] : settings) {
+      names.push_back(name.c_str());
+      values.push_back(value.c_str());
+    }
+    names.push_back(nullptr);
+    values.push_back(nullptr);
+    return PQconnectStartParams(names.data(), values.data(), 0);
+  }
+
+  void finishConnecting() {
+    if (PQstatus(get()) == CONNECTION_BAD) fail(get());
+    auto state = PGRES_POLLING_WRITING;
+    while (state != PGRES_POLLING_OK) {
+      wait(state == PGRES_POLLING_READING ? POLLIN : POLLOUT);
+      state = PQconnectPoll(get());
+      if (state == PGRES_POLLING_FAILED) fail(get());
+    }
+  }
+
+  /// Waits until the socket is ready, and tells for what.
+  short wait(int events) {
+    constexpr std::chrono::milliseconds kSlice{100};  // until a stop is noticed
+    const auto end = std::chrono::steady_clock::now() + limits_.silence;
+    while (true) {
+      if (limits_.stop.stop_requested()) throw ServerError("it was stopped", "");
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+          end - std::chrono::steady_clock::now());
+      if (left.count() <= 0) {
+        throw ServerError(
+            "no answer for " +
+                std::to_string(
+                    std::chrono::duration_cast<std::chrono::seconds>(limits_.silence).count()) +
+                " s",
+            "");
+      }
+      pollfd waited{PQsocket(get()), static_cast<short>(events), 0};
+      const int ready = poll(&waited, 1, static_cast<int>(std::min(left, kSlice).count()));
+      if (ready > 0) return waited.revents;
+      if (ready < 0 && errno != EINTR) throw ServerError("the connection is broken", "");
+    }
+  }
+
+  const Limits limits_;
+  std::unique_ptr<PGconn, void (*)(PGconn*)> connection_;
+};
+
+Server::Server(const ServerAddress& address, const Limits& limits)
+    : line_(std::make_unique<Line>(address, limits)) {
+  // A commit that was told must be on disk. What this connection holds is given up when it hangs.
+  ask("SELECT set_config('synchronous_commit', 'on', false) "
+      "WHERE current_setting('synchronous_commit') = 'off'");
+  ask("SELECT set_config('lock_timeout', $1, false), "
+      "set_config('idle_in_transaction_session_timeout', $2, false)",
+      {std::to_string(limits.lock.count()), std::to_string(2 * limits.silence.count())});
+}
+
+Server::~Server() = default;
+
+std::vector<Server::Row> Server::ask(const std::string& statement,
+                                     const std::vector<Field>& parameters) {
+  std::vector<const char*> values;
+  values.reserve(parameters.size());
+  for (const Field& parameter : parameters) {
+    values.push_back(parameter ? parameter->c_str() : nullptr);
+  }
+  if (PQsendQueryParams(line_->get(), statement.c_str(), static_cast<int>(values.size()), nullptr,
+                        values.data(), nullptr, nullptr, 0) == 0) {
+    fail(line_->get());
+  }
+  const Result result = line_->finish();
+  std::vector<Row> rows(static_cast<std::size_t>(PQntuples(result.get())));
+  for (std::size_t row = 0; row < rows.size(); ++row) {
+    for (int column = 0; column < PQnfields(result.get()); ++column) {
+      const auto at = static_cast<int>(row);
+      Field& field = rows[row].emplace_back();
+      if (PQgetisnull(result.get(), at, column) == 0) {
+        field.emplace(PQgetvalue(result.get(), at, column),
+                      static_cast<std::size_t>(PQgetlength(result.get(), at, column)));
+      }
+    }
+  }
+  return rows;
+}
+
+void Server::run(const std::string& statements) {
+  if (PQsendQuery(line_->get(), statements.c_str()) == 0) fail(line_->get());
+  line_->finish();
+}
+
+void Server::transaction(const std::function<void()>& work) {
+  run("BEGIN");
+  try {
+    work();
+  } catch (...) {
+    try {
+      if (PQtransactionStatus(line_->get()) == PQTRANS_INTRANS ||
+          PQtransactionStatus(line_->get()) == PQTRANS_INERROR) {
+        run("ROLLBACK");
+      }
+    } catch (const ServerError&) {
+      // The first error counts; the server gives up what a lost connection had begun.
+    }
+    throw;
+  }
+  run("COMMIT");
+}
+
+Server::Copy::Copy(Server& server, const std::string& into) : server_(server) {
+  server.run("COPY " + into + " FROM STDIN");
+}
+
+void Server::Copy::add(std::string_view lines) {
+  PGconn* const connection = server_.line_->get();
+  if (PQputCopyData(connection, lines.data(), static_cast<int>(lines.size())) < 0) {
+    fail(connection);
+  }
+  server_.line_->flush();
+}
+
+void Server::Copy::end() {
+  PGconn* const connection = server_.line_->get();
+  if (PQputCopyEnd(connection, nullptr) < 0) fail(connection);
+  server_.line_->finish();
+}
+
+}  // namespace results
