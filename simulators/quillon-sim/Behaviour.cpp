@@ -26,6 +26,15 @@ std::vector<std::size_t> positionsIn(std::string_view text) {
   return positions;
 }
 
+Behaviour::QueuedError errorIn(const std::string& text) {
+  const std::size_t comma = text.find(',');
+  const auto number = quillon::internal::numberIn<int>(text.substr(0, comma));
+  if (!number || *number == 0 || comma == text.npos || comma + 1 == text.size()) {
+    throw Problem("'" + text + "' is not NUMBER,TEXT");
+  }
+  return {*number, text.substr(comma + 1)};
+}
+
 }  // namespace
 
 const std::vector<Fault>& faults() {
@@ -47,6 +56,8 @@ const std::vector<Fault>& faults() {
       {"no-end", "", "Leave out the line end (and the prompt)",
        [](Behaviour& b, const std::string&) { b.withoutEnd = true; }},
       {"silent", "", "Send nothing", [](Behaviour& b, const std::string&) { b.silent = true; }},
+      {"error", "NUMBER,TEXT", "Put an error into the queue (SCPI devices)",
+       [](Behaviour& b, const std::string& value) { b.error = errorIn(value); }},
       {"hang-up", "N", "Hang up after the first N bytes of what is sent",
        [](Behaviour& b, const std::string& value) { b.hangUpAfter = numberIn(value, kMostBytes); }},
       {"away", "MS|forever", "Hang up, and cannot be reached for so long; then as switched on",

@@ -11,8 +11,15 @@
 
 namespace sim {
 
-/// How a reply is sent. Without any of its faults: at once and whole.
+/// How a reply is sent, and what goes wrong beside it. Without any of its faults: at once and
+/// whole.
 struct Behaviour {
+  /// An entry of an instrument's error queue.
+  struct QueuedError {
+    int number;
+    std::string text;
+  };
+
   static constexpr std::uint64_t kEndless = std::numeric_limits<std::uint64_t>::max();
 
   std::chrono::milliseconds delay{0};             ///< before the reply
@@ -23,6 +30,7 @@ struct Behaviour {
   std::uint64_t flood = 0;                        ///< bytes of 'x' before all that
   bool withoutEnd = false;                        ///< leaves out the line end and the prompt
   bool silent = false;                            ///< sends nothing
+  std::optional<QueuedError> error;               ///< is in a SCPI device's queue afterwards
   std::optional<std::size_t> hangUpAfter;         ///< hangs up after so many bytes
   std::optional<std::chrono::milliseconds> away;  ///< then cannot be reached for so long
 

@@ -13,6 +13,8 @@ namespace sim {
 namespace {
 
 constexpr int kUsageError = 2;
+constexpr std::uint64_t kMostOutputs = 8;
+constexpr std::uint64_t kMostRelays = 9999;
 
 constexpr const char* kOverview =
     "Stands in for a device over a real pseudo terminal or TCP port.\n"
@@ -63,13 +65,34 @@ void setTcp(CommandLine& line, const std::string& text) {
                                                      std::numeric_limits<std::uint16_t>::max()));
 }
 
+std::optional<double> realIn(const std::string& text) {
+  char* end = nullptr;
+  const double value = std::strtod(text.c_str(), &end);
+  if (text.empty() || *end != '\0') return std::nullopt;
+  return value;
+}
+
 void setReading(CommandLine& line, const std::string& text) {
   const std::size_t sign = text.find('=');
-  char* end = nullptr;
-  const std::string number = sign == text.npos ? "" : text.substr(sign + 1);
-  const double value = std::strtod(number.c_str(), &end);
-  if (number.empty() || *end != '\0') throw Problem("'" + text + "' is not FUNCTION=NUMBER");
-  line.readings[text.substr(0, sign)] = value;
+  const auto value = realIn(sign == text.npos ? "" : text.substr(sign + 1));
+  if (!value) throw Problem("'" + text + "' is not FUNCTION=NUMBER");
+  line.readings[text.substr(0, sign)] = *value;
+}
+
+void setResistance(CommandLine& line, const std::string& text) {
+  const std::size_t sign = text.find('=');
+  const auto ohms = realIn(sign == text.npos ? "" : text.substr(sign + 1));
+  if (!ohms || *ohms < 0) throw Problem("'" + text + "' is not OUTPUT=OHMS");
+  line.resistances[numberIn(std::string_view(text).substr(0, sign), kMostOutputs)] = *ohms;
+}
+
+void setSource(CommandLine& line, const std::string& text) {
+  const std::size_t comma = text.find(',');
+  const auto volts = realIn(text.substr(0, comma));
+  const auto ohms = realIn(comma == text.npos ? "" : text.substr(comma + 1));
+  if (!volts || !ohms) throw Problem("'" + text + "' is not VOLTS,OHMS");
+  line.sourceVolts = *volts;
+  line.sourceOhms = *ohms;
 }
 
 void addTransport(CLI::App& app, CommandLine& line) {
@@ -98,12 +121,16 @@ void addTransport(CLI::App& app, CommandLine& line) {
   });
 }
 
-void addFaults(CLI::App& app, CommandLine& line) {
+bool hasErrorQueue(CommandLine::Kind kind) {
+  return kind != CommandLine::Kind::Console && kind != CommandLine::Kind::DavDP;
+}
+
+void addFaults(CLI::App& app, CommandLine& line, CommandLine::Kind kind) {
   const char* const group = "Faults of every reply (a reply file has them for single ones)";
   for (const Fault& fault : faults()) {
     const std::string name = "--" + std::string(fault.name);
     const std::string help(fault.help);
-    if (fault.name == "normal") continue;
+    if (fault.name == "normal" || (fault.name == "error" && !hasErrorQueue(kind))) continue;
     if (fault.value.empty()) {
       const auto apply = [&line, &fault](std::int64_t) { fault.apply(line.behaviour, ""); };
       app.add_flag_function(name, apply, help)->group(group);
@@ -129,7 +156,7 @@ CLI::App& addDevice(CLI::App& app, CommandLine& line, CommandLine::Kind kind, co
           std::string("crlf, lf or cr after each line it sends (") + lineEnd + ")", "NAME",
           [&line](const std::string& text) { line.lineEnd = lineEndNamed(text); });
   addTransport(device, line);
-  addFaults(device, line);
+  addFaults(device, line, kind);
   const char* const group = "How it ends (and on SIGINT and SIGTERM)";
   constexpr std::uint64_t most = std::numeric_limits<std::uint64_t>::max();
   addText(device, "--exchanges", "After N command lines", "N", [&line](const std::string& text) {
@@ -161,14 +188,65 @@ void addDavDP(CLI::App& app, CommandLine& line) {
       "--awake", [&line] { line.sleeps = false; }, "It does not");
 }
 
-void addScpi(CLI::App& app, CommandLine& line) {
-  CLI::App& scpi = addDevice(app, line, CommandLine::Kind::Scpi, "scpi", "lf",
-                             "A bench multimeter that speaks SCPI");
-  line.identity = "QUILLON,SIM-DMM,0,1.0";
-  scpi.add_option("--identity", line.identity, "The answer to *IDN? (" + line.identity + ")")
-      ->type_name("TEXT");
-  addText(scpi, "--reading", "What it measures, such as VOLT:DC=3.3; may be repeated",
+CLI::App& addScpi(CLI::App& app, CommandLine& line, CommandLine::Kind kind, const char* name,
+                  const char* model, const std::string& help) {
+  CLI::App& scpi = addDevice(app, line, kind, name, "lf", help);
+  const std::string identity = "QUILLON," + std::string(model) + ",0,1.0";
+  scpi.preparse_callback([&line, kind, identity](std::size_t) {
+    line.kind = kind;
+    line.lineEnd = lineEndNamed("lf");
+    line.identity = identity;
+  });
+  addText(scpi, "--identity", "The answer to *IDN? (" + identity + ")", "TEXT",
+          [&line](const std::string& text) { line.identity = text; });
+  return scpi;
+}
+
+void addMeter(CLI::App& app, CommandLine& line) {
+  CLI::App& meter = addScpi(app, line, CommandLine::Kind::Scpi, "scpi", "SIM-DMM",
+                            "A bench multimeter that speaks SCPI");
+  addText(meter, "--reading", "What it measures, such as VOLT:DC=3.3; may be repeated",
           "FUNCTION=NUMBER", [&line](const std::string& text) { setReading(line, text); });
+}
+
+void addStuck(CLI::App& device, CommandLine& line, std::uint64_t most, const std::string& what) {
+  addText(device, "--stuck", what + " N stays as it is, whatever it is told; may be repeated", "N",
+          [&line, most](const std::string& text) { line.stuck.push_back(numberIn(text, most)); });
+}
+
+void addSupply(CLI::App& app, CommandLine& line) {
+  CLI::App& supply = addScpi(app, line, CommandLine::Kind::Supply, "supply", "SIM-PSU",
+                             "A power supply that speaks SCPI");
+  addText(supply, "--outputs", "How many outputs it has (1)", "N",
+          [&line](const std::string& text) {
+            line.outputs = numberIn(text, kMostOutputs);
+            if (line.outputs == 0) throw Problem("a supply has an output");
+          });
+  addText(supply, "--resistance", "What hangs at an output (nothing); may be repeated",
+          "OUTPUT=OHMS", [&line](const std::string& text) { setResistance(line, text); });
+  addStuck(supply, line, kMostOutputs, "Output");
+}
+
+void addLoad(CLI::App& app, CommandLine& line) {
+  CLI::App& load = addScpi(app, line, CommandLine::Kind::Load, "load", "SIM-LOAD",
+                           "An electronic load that speaks SCPI");
+  addText(load, "--source", "What it hangs at (12,0.1)", "VOLTS,OHMS",
+          [&line](const std::string& text) { setSource(line, text); });
+}
+
+void addScope(CLI::App& app, CommandLine& line) {
+  CLI::App& scope = addScpi(app, line, CommandLine::Kind::Scope, "scope", "SIM-SCOPE",
+                            "An oscilloscope that speaks SCPI, as far as it measures numbers");
+  addText(scope, "--reading", "What it measures at channel 1, such as VPP=3.3; may be repeated",
+          "NAME=NUMBER", [&line](const std::string& text) { setReading(line, text); });
+}
+
+void addMatrix(CLI::App& app, CommandLine& line) {
+  CLI::App& matrix = addScpi(app, line, CommandLine::Kind::Matrix, "matrix", "SIM-MATRIX",
+                             "A switch matrix that speaks SCPI");
+  addText(matrix, "--closed", "Relay N is closed at first; may be repeated", "N",
+          [&line](const std::string& text) { line.closed.push_back(numberIn(text, kMostRelays)); });
+  addStuck(matrix, line, kMostRelays, "Relay");
 }
 
 }  // namespace
@@ -181,7 +259,11 @@ std::optional<CommandLine> readCommandLine(int argc, char** argv, int& status) {
   app.require_subcommand(1);
   addConsole(app, line);
   addDavDP(app, line);
-  addScpi(app, line);
+  addMeter(app, line);
+  addSupply(app, line);
+  addLoad(app, line);
+  addScope(app, line);
+  addMatrix(app, line);
   try {
     app.parse(argc, argv);
     return line;

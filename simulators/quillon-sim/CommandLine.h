@@ -1,11 +1,13 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Behaviour.h"
 #include "Simulation.h"
@@ -14,7 +16,7 @@ namespace sim {
 
 /// What the command line asks for.
 struct CommandLine {
-  enum class Kind { Console, DavDP, Scpi };
+  enum class Kind { Console, DavDP, Scpi, Supply, Load, Scope, Matrix };
 
   Kind kind = Kind::Console;
   std::filesystem::path replies;  ///< empty: none
@@ -23,9 +25,15 @@ struct CommandLine {
 
   std::string prompt;  // of the console
   bool echo = false;
-  std::optional<bool> sleeps;  // of the DAVDP unit; it depends on the line otherwise
-  std::string identity;        // of the multimeter
-  std::map<std::string, double> readings;
+  std::optional<bool> sleeps;                 // of the DAVDP unit; it depends on the line otherwise
+  std::string identity;                       // of the instruments that speak SCPI
+  std::map<std::string, double> readings;     // of the multimeter and the oscilloscope
+  std::size_t outputs = 1;                    // of the supply
+  std::map<std::size_t, double> resistances;  // at its outputs
+  std::vector<std::size_t> stuck;             // outputs of the supply, relays of the matrix
+  std::vector<std::size_t> closed;            // relays
+  double sourceVolts = 12;                    // what the load hangs at
+  double sourceOhms = 0.1;
 
   bool pty = false;  ///< else TCP
   std::filesystem::path link;

@@ -26,6 +26,7 @@ std::optional<Reply> Device::answer(const std::string& line) {
   const Behaviour& behaviour = answer != nullptr ? answer->behaviour : replies_.behaviour();
   const std::optional<Lines> lines =
       answer != nullptr && answer->lines ? answer->lines : ownReply(*command);
+  fail(behaviour);
   if (lines) return Reply{joined(*lines, lineEnd_), endOf(*lines), behaviour};
   // A fault that was asked for takes place, also where there is nothing to say.
   if (answer != nullptr) return Reply{"", "", behaviour};

@@ -35,6 +35,8 @@ class Device {
   virtual std::optional<std::string> commandIn(const std::string& line) = 0;
   /// What the device itself says; absent for nothing.
   virtual std::optional<Lines> ownReply(const std::string& command) = 0;
+  /// What goes wrong in the device itself, after it has done what a command asked for.
+  virtual void fail(const Behaviour&) {}
   /// What stands behind a reply of these lines.
   virtual std::string endOf(const Lines&) const { return lineEnd_; }
 

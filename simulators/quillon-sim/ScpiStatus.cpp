@@ -6,7 +6,7 @@
 namespace sim {
 namespace {
 
-constexpr ScpiError kQueueOverflow{-350};
+constexpr int kQueueOverflow = -350;
 
 ScpiStatus::Event eventOf(const ScpiError& error) {
   switch (error.number / -100) {
@@ -29,9 +29,10 @@ std::string ScpiError::text() const {
       {-108, "Parameter not allowed"}, {-109, "Missing parameter"},
       {-113, "Undefined header"},      {-131, "Invalid suffix"},
       {-222, "Data out of range"},     {-224, "Illegal parameter value"},
+      {-211, "Trigger ignored"},       {-221, "Settings conflict"},
       {-230, "Data corrupt or stale"}, {-350, "Queue overflow"},
   };
-  return texts.at(number);
+  return ownText.empty() ? texts.at(number) : ownText;
 }
 
 void ScpiStatus::report(const ScpiError& error) {
@@ -39,8 +40,8 @@ void ScpiStatus::report(const ScpiError& error) {
   if (errors_.size() < kQueueLength) {
     errors_.push_back(error);
   } else {
-    errors_.back() = kQueueOverflow;
-    set(eventOf(kQueueOverflow));
+    errors_.back() = ScpiError{kQueueOverflow};
+    set(eventOf(errors_.back()));
   }
 }
 

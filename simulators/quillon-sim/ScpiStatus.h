@@ -10,6 +10,7 @@ namespace sim {
 /// An error that an instrument reports; thrown by whatever finds a command wrong.
 struct ScpiError {
   int number;
+  std::string ownText = {};  ///< instead of the standard's text for the number
 
   /// Part of a message that cannot be understood, so that the rest of the message is not either.
   bool isCommandError() const { return number <= -100 && number > -200; }

@@ -85,12 +85,17 @@ std::vector<std::string_view> splitUnquoted(std::string_view text, char separato
   std::vector<std::string_view> pieces;
   std::size_t start = 0;
   char quote = '\0';
+  std::size_t depth = 0;
   for (std::size_t i = 0; i < text.size(); ++i) {
     if (quote != '\0') {
       if (text[i] == quote) quote = '\0';
     } else if (text[i] == '"' || text[i] == '\'') {
       quote = text[i];
-    } else if (text[i] == separator) {
+    } else if (text[i] == '(') {
+      ++depth;
+    } else if (text[i] == ')') {
+      depth -= depth > 0 ? 1 : 0;
+    } else if (text[i] == separator && depth == 0) {
       pieces.push_back(text.substr(start, i - start));
       start = i + 1;
     }

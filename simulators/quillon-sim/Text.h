@@ -17,8 +17,8 @@ std::string quoted(std::string_view bytes);
 /// A whole number of at most `most`. Throws `Problem` when the text is none.
 std::uint64_t numberIn(std::string_view text, std::uint64_t most);
 
-/// The pieces of `text` between the separators that stand outside '...' and "..."; always at least
-/// one.
+/// The pieces of `text` between the separators that stand outside '...', "..." and (...); always at
+/// least one.
 std::vector<std::string_view> splitUnquoted(std::string_view text, char separator);
 
 }  // namespace sim

@@ -9,7 +9,11 @@
 #include "DavDP.h"
 #include "PtyEndpoint.h"
 #include "ReplyFile.h"
+#include "ScpiLoad.h"
+#include "ScpiMatrix.h"
 #include "ScpiMeter.h"
+#include "ScpiScope.h"
+#include "ScpiSupply.h"
 #include "Simulation.h"
 #include "TcpEndpoint.h"
 #include "Waiting.h"
@@ -17,6 +21,28 @@
 namespace {
 
 using sim::CommandLine;
+
+template <typename Instrument>
+std::unique_ptr<sim::Device> withReadings(sim::ReplyTable replies, const CommandLine& line) {
+  auto instrument = std::make_unique<Instrument>(std::move(replies), line.lineEnd, line.identity);
+  for (const auto& [name, reading] : line.readings) instrument->setReading(name, reading);
+  return instrument;
+}
+
+std::unique_ptr<sim::Device> makeSupply(sim::ReplyTable replies, const CommandLine& line) {
+  auto supply = std::make_unique<sim::ScpiSupply>(std::move(replies), line.lineEnd, line.identity,
+                                                  line.outputs);
+  for (const auto& [output, ohms] : line.resistances) supply->setResistance(output, ohms);
+  for (const std::size_t output : line.stuck) supply->setStuck(output);
+  return supply;
+}
+
+std::unique_ptr<sim::Device> makeMatrix(sim::ReplyTable replies, const CommandLine& line) {
+  auto matrix = std::make_unique<sim::ScpiMatrix>(std::move(replies), line.lineEnd, line.identity);
+  for (const std::size_t relay : line.closed) matrix->setClosed(static_cast<int>(relay));
+  for (const std::size_t relay : line.stuck) matrix->setStuck(static_cast<int>(relay));
+  return matrix;
+}
 
 std::unique_ptr<sim::Device> makeDevice(const CommandLine& line) {
   sim::ReplyTable replies(line.behaviour);
@@ -29,11 +55,20 @@ std::unique_ptr<sim::Device> makeDevice(const CommandLine& line) {
       return std::make_unique<sim::DavDP>(std::move(replies), line.lineEnd,
                                           line.sleeps.value_or(line.pty));
     case CommandLine::Kind::Scpi:
+      return withReadings<sim::ScpiMeter>(std::move(replies), line);
+    case CommandLine::Kind::Scope:
+      return withReadings<sim::ScpiScope>(std::move(replies), line);
+    case CommandLine::Kind::Supply:
+      return makeSupply(std::move(replies), line);
+    case CommandLine::Kind::Load: {
+      auto load = std::make_unique<sim::ScpiLoad>(std::move(replies), line.lineEnd, line.identity);
+      load->setSource(line.sourceVolts, line.sourceOhms);
+      return load;
+    }
+    case CommandLine::Kind::Matrix:
       break;
   }
-  auto meter = std::make_unique<sim::ScpiMeter>(std::move(replies), line.lineEnd, line.identity);
-  for (const auto& [function, reading] : line.readings) meter->setReading(function, reading);
-  return meter;
+  return makeMatrix(std::move(replies), line);
 }
 
 std::unique_ptr<sim::Endpoint> makeEndpoint(const CommandLine& line) {
@@ -47,6 +82,14 @@ const char* nameOf(CommandLine::Kind kind) {
       return "console";
     case CommandLine::Kind::DavDP:
       return "davdp";
+    case CommandLine::Kind::Supply:
+      return "supply";
+    case CommandLine::Kind::Load:
+      return "load";
+    case CommandLine::Kind::Scope:
+      return "scope";
+    case CommandLine::Kind::Matrix:
+      return "matrix";
     case CommandLine::Kind::Scpi:
       break;
   }
