@@ -5,6 +5,7 @@
 #include <QLTConsoleLog.h>
 #include <QLTErrorCodes.h>
 #include <QLTSubTestInfo.h>
+#include <QLTTraffic.h>
 #include <QLTUtil.h>
 #include <QLTestMethod.h>
 #include <QLTestSiteManager.h>
@@ -99,6 +100,7 @@ bool StationBuilder::buildInstruments(const QLTStationPlan& plan, LostInstrument
   for (const auto& [name, instrument] : plan.instruments) {
     if (instrument.refusedBy) return refused(plan, *instrument.refusedBy, kQLTErrorConfigWrong);
     QLTError error;
+    const QLTInstrumentScope scope(name);
     auto made = makeInstrument(instrument.entry, lost, &error);
     if (auto* known = std::get_if<std::shared_ptr<QLTObject>>(&made)) {
       if (*known) {

@@ -11,6 +11,7 @@
 #include <QLTExport.h>
 #include <QLTObject.h>
 #include <QLTReopenable.h>
+#include <QLTTraffic.h>
 #include <QLTValue.h>
 
 /// An Aardvark I2C/SPI host adapter, as the master of an I2C bus. A plug-in makes its own:
@@ -92,4 +93,5 @@ class QLT_EXPORT QLTAardvarkI2C : public QLTObject, public QLTReopenable {
   std::int32_t bitRate_ = 100;
   bool enablePullUp_ = true;
   std::int32_t busTimeoutInMilliSecond_ = 200;
+  QLTTrafficLine traffic_;
 };

@@ -5,6 +5,10 @@
 
 #include <QLTPropertyList.h>
 
+#include "transports/SimulatedExchange.h"
+
+using quillon::internal::recordedReply;
+
 namespace {
 
 std::optional<std::string> textOf(const QLTValue* value) {
@@ -15,6 +19,11 @@ std::optional<std::string> textOf(const QLTValue* value) {
 }  // namespace
 
 QLTAsciiReadWriteSimDevice::QLTAsciiReadWriteSimDevice(const QLTText& path) {
+  if (auto* const standIn = traffic_.begin(path.orEmpty())) {
+    standIn->open();
+  } else {
+    traffic_.opened();
+  }
   const std::optional<QLTDictionary> file = QLTPropertyList::readDictionary(path.orEmpty());
   if (!file) return;
   if (const QLTValue* challenges = file->find("challenges");
@@ -48,12 +57,21 @@ void QLTAsciiReadWriteSimDevice::insertResponse(const QLTText& response, std::in
 }
 
 std::optional<std::string> QLTAsciiReadWriteSimDevice::read(std::int32_t, QLTError*) {
-  if (inScript_) return nextScriptedResponse();
-  return lastChallenge_ ? response(*lastChallenge_) : std::nullopt;
+  if (auto recorded = recordedReply(traffic_)) return recorded;
+  std::optional<std::string> answer;
+  if (inScript_) {
+    answer = nextScriptedResponse();
+  } else if (lastChallenge_) {
+    answer = response(*lastChallenge_);
+  }
+  if (answer) traffic_.received(*answer);
+  return answer;
 }
 
 bool QLTAsciiReadWriteSimDevice::write(const std::string& text, QLTError*) {
   lastChallenge_ = text;
+  if (auto* const standIn = traffic_.standIn()) return standIn->write(text) == 0;
+  traffic_.sent(text);
   return true;
 }
 

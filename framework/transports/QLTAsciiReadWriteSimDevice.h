@@ -8,6 +8,7 @@
 #include <QLTError.h>
 #include <QLTExport.h>
 #include <QLTText.h>
+#include <QLTTraffic.h>
 #include <QLTValue.h>
 
 /// Stands in for any ASCII instrument, driven by a file: a property list whose dictionary holds
@@ -51,4 +52,5 @@ class QLT_EXPORT QLTAsciiReadWriteSimDevice : public QLTAsciiReadWriteDevice {
   std::int32_t currentScriptIndex_ = -1;
   std::optional<std::string> lastChallenge_;
   bool inScript_ = false;
+  QLTTrafficLine traffic_;
 };

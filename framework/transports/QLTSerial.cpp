@@ -126,7 +126,27 @@ struct QLTSerial::Line {
   termios options{};
   bool isWanted = false;  // from `open`, whatever comes of it, to `close`
   bool isOpen = false;    // to the end of what `open` does
+  QLTTrafficLine traffic;
+
+  ssize_t read(char* bytes, std::size_t size, steady_clock::duration timeOut);
 };
+
+/// As `readBytes`, of the port or of what stands in for it; it is told.
+ssize_t QLTSerial::Line::read(char* bytes, std::size_t size, steady_clock::duration timeOut) {
+  if (auto* const standIn = traffic.standIn()) {
+    const QLTTrafficAnswer answer = standIn->read(size, timeOut);
+    errno = answer.code;
+    if (answer.kind == QLTTrafficAnswer::Kind::Failed) return -1;
+    return static_cast<ssize_t>(answer.bytes.copy(bytes, size));
+  }
+  const ssize_t count = readBytes(descriptor.get(), bytes, size, timeOut);
+  if (count < 0) {
+    traffic.failed(errno);
+  } else {
+    traffic.received({bytes, static_cast<std::size_t>(count)});
+  }
+  return count;
+}
 
 QLTSerial::QLTSerial(QLTText path)
     : bsdPath_(std::move(path).orEmpty()), line_(std::make_unique<Line>()) {}
@@ -137,19 +157,27 @@ int QLTSerial::fd() const { return line_->descriptor.get(); }
 
 termios& QLTSerial::options() { return line_->options; }
 
+QLTTrafficLine& QLTSerial::traffic() { return line_->traffic; }
+
 bool QLTSerial::open(QLTError* error) {
   QLTSerial::close();
   line_->isWanted = true;
   const std::string path = bsdPath();
   const auto failed = [&](std::string_view message) {
-    return failWith(error, systemError(path, errno, message));
+    const int problem = errno;
+    line_->traffic.failed(problem);
+    return failWith(error, systemError(path, problem, message));
   };
+  if (auto* const standIn = line_->traffic.begin(path)) {
+    line_->options = {};
+    line_->options.c_cc[VTIME] = static_cast<cc_t>(timeOutInSeconds() * 10);
+    errno = standIn->open();
+    line_->isOpen = errno == 0;
+    return line_->isOpen ? true : failed(format("error openning %s", path));
+  }
   line_->descriptor.reset(
       retried([&] { return ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC); }));
-  if (!line_->descriptor) {
-    const int problem = errno;
-    return failWith(error, systemError(path, problem, format("error openning %s", path)));
-  }
+  if (!line_->descriptor) return failed(format("error openning %s", path));
   const int terminal = fd();
   if (!line_->exclusiveUse.take(terminal)) return failed("error setting TIOCEXCL");
   if (retried([&] { return fcntl(terminal, F_SETFL, 0); }) < 0) {
@@ -177,12 +205,18 @@ bool QLTSerial::open(QLTError* error) {
     return failed("error setting options");
   }
   line_->isOpen = QLTSerial::flushBuffer(error);
+  if (line_->isOpen) {
+    line_->traffic.opened();
+  } else {
+    line_->traffic.failed(errno);
+  }
   return line_->isOpen;
 }
 
 bool QLTSerial::close(QLTError* error) {
   line_->isWanted = false;
   line_->isOpen = false;
+  line_->traffic.closed();
   if (!line_->descriptor) return true;
   const int terminal = fd();
   if (retried([&] { return tcdrain(terminal); }) < 0) {
@@ -201,6 +235,7 @@ bool QLTSerial::close(QLTError* error) {
 }
 
 bool QLTSerial::flushBuffer(QLTError* error) {
+  if (line_->traffic.standIn() != nullptr) return true;
   if (retried([&] { return tcflush(fd(), TCIOFLUSH); }) == 0) return true;
   const int problem = errno;
   return failWith(error, systemError(bsdPath(), problem, "error flushing io buffer"));
@@ -212,14 +247,28 @@ bool QLTSerial::write(const std::string& text, QLTError*) {
   const auto longestStall =
       std::max<steady_clock::duration>(readTimeOut(line_->options), kShortestStall);
   const ExactSleeps exactPauses;
-  for (const char byte : wireText(text)) {
+  const std::string_view wire = wireText(text);
+  if (auto* const standIn = line_->traffic.standIn()) {
+    standIn->write(wire);
+    return true;
+  }
+  std::size_t taken = 0;
+  int problem = 0;
+  for (const char byte : wire) {
     if (!awaitTerminal(fd(), POLLOUT, longestStall)) {
       QLTLog(format("timeout writing to serial port %@", bsdPath()));
+      problem = ETIMEDOUT;
       break;
     }
-    retried([&] { return ::write(fd(), &byte, 1); });
+    if (retried([&] { return ::write(fd(), &byte, 1); }) == 1) {
+      ++taken;
+    } else {
+      problem = errno;
+    }
     sleepFor(delay);
   }
+  line_->traffic.sent(wire.substr(0, taken));
+  if (problem != 0) line_->traffic.failed(problem);
   return true;
 }
 
@@ -231,7 +280,9 @@ std::optional<std::string> QLTSerial::read(std::int32_t size, QLTError* error) {
   }
   std::array<char, kLongestRead> buffer;
   const auto wanted = static_cast<std::size_t>(std::max(size, 1) - 1);
-  const ssize_t count = readBytes(fd(), buffer.data(), wanted, readTimeOut(line_->options));
+  const auto wait = readTimeOut(line_->options);
+  const ssize_t count = line_->read(buffer.data(), wanted, wait);
+  if (count == 0 && wanted > 0 && wait > wait.zero()) line_->traffic.silent();
   if (count < 0) {
     const int problem = errno;
     QLTError record = systemError(bsdPath(), problem, "read serial port failed");
@@ -250,13 +301,19 @@ std::optional<std::string> QLTSerial::readLine(std::int32_t timeoutInSeconds, QL
   std::size_t total = 0;
   bool done = false;
   const ExactSleeps exactPauses;
+  // A stand-in knows by itself when nothing comes.
+  const bool isReplayed = line_->traffic.standIn() != nullptr;
+  auto wait = readTimeOut(line_->options);
+  if (isReplayed) wait = std::max<steady_clock::duration>(wait, timeout);
+  bool isSilent = false;
   for (bool first = true; !done; first = false) {
-    if (!first && steady_clock::now() - start > timeout) {
+    if (isSilent || (!first && steady_clock::now() - start > timeout)) {
+      line_->traffic.silent();
       QLTLog(format("timeout reading from serial port %@", bsdPath()));
       return fail(error, kQLTErrorSerialRead, "timeout trying to read from serial port");
     }
-    const ssize_t count =
-        readBytes(fd(), buffer.data() + total, kLongestChunk, readTimeOut(line_->options));
+    const ssize_t count = line_->read(buffer.data() + total, kLongestChunk, wait);
+    isSilent = isReplayed && count == 0;
     if (count < 0) {
       QLTLog(format("error reading from serial port %@, read returns a negative byte count",
                     bsdPath()));
@@ -281,6 +338,7 @@ std::optional<std::string> QLTSerial::readLine(std::int32_t timeoutInSeconds, QL
 
 bool QLTSerial::isLost() const {
   if (!line_->isWanted) return false;
+  if (const auto* const standIn = line_->traffic.standIn()) return standIn->isLost();
   return !line_->isOpen || hasHungUp(fd()) || access(bsdPath().c_str(), F_OK) != 0;
 }
 

@@ -12,6 +12,7 @@
 #include <QLTExport.h>
 #include <QLTReopenable.h>
 #include <QLTText.h>
+#include <QLTTraffic.h>
 
 struct termios;  // the system's terminal attributes, <termios.h>
 
@@ -116,6 +117,8 @@ class QLT_EXPORT QLTSerial : public QLTAsciiReadWriteDevice, public QLTReopenabl
   int fd() const;
   /// The attributes that `open` builds and sets.
   struct termios& options();
+  /// What is told of the line. For a subclass with an `open`, `read` and `write` of its own.
+  QLTTrafficLine& traffic();
 
  private:
   struct Line;

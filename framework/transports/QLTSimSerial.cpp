@@ -13,12 +13,17 @@
 using quillon::internal::fail;
 using quillon::internal::Failed;
 using quillon::internal::format;
+using quillon::internal::recordedReply;
 using quillon::internal::ResponseMap;
 using quillon::internal::SimulatedExchange;
 
 namespace {
 
 ResponseMap responses;
+
+Failed failDifferent(QLTError* error) {
+  return fail(error, kQLTErrorSimSerialWrite, "the recording has something else written");
+}
 
 Failed failClosed(QLTError* error, std::int32_t code) {
   return fail(error, code, "sim serial port is not open!");
@@ -40,12 +45,18 @@ void QLTSimSerial::removeResponseMap() { responses.remove(); }
 bool QLTSimSerial::open(QLTError*) {
   QLTLog(format("open on sim serial at %@ called", bsdPath()));
   isOpen_ = true;
+  if (auto* const standIn = traffic().begin(bsdPath())) {
+    standIn->open();
+  } else {
+    traffic().opened();
+  }
   return true;
 }
 
 bool QLTSimSerial::close(QLTError*) {
   QLTLog(format("close on sim serial at %@ called", bsdPath()));
   isOpen_ = false;
+  traffic().closed();
   return true;
 }
 
@@ -55,14 +66,23 @@ bool QLTSimSerial::write(const std::string& text, QLTError* error) {
   if (!isOpen_) return failClosed(error, kQLTErrorSimSerialWrite);
   QLTLog(format("{Sim_Serial_Write %@}: %@", bsdPath(), text));
   exchange_->write(text);
+  if (auto* const standIn = traffic().standIn()) {
+    if (standIn->write(text) != 0) return failDifferent(error);
+  } else {
+    traffic().sent(text);
+  }
   return true;
 }
 
 std::optional<std::string> QLTSimSerial::read(std::int32_t, QLTError* error) {
   if (!isOpen_) return failClosed(error, kQLTErrorSerialRead);
-  if (exchange_->isHeldBack()) return "";
-  exchange_->answer();
-  std::optional<std::string> reply = responses.reply(lastCmd(), "\n:-)");
+  std::optional<std::string> reply = recordedReply(traffic());
+  if (!reply && exchange_->isHeldBack()) return "";
+  if (!reply) {
+    exchange_->answer();
+    reply = responses.reply(lastCmd(), "\n:-)");
+    if (reply) traffic().received(*reply);
+  }
   QLTLog(format("{Sim_Serial_Read %@}: %@", bsdPath(), reply));
   return reply;
 }

@@ -3,11 +3,15 @@
 #include <utility>
 
 #include <QLTConsoleLog.h>
+#include <QLTErrorCodes.h>
 
 #include "common/Format.h"
 #include "transports/SimulatedExchange.h"
+#include "utilities/Fail.h"
 
+using quillon::internal::fail;
 using quillon::internal::format;
+using quillon::internal::recordedReply;
 using quillon::internal::ResponseMap;
 using quillon::internal::SimulatedExchange;
 
@@ -19,7 +23,13 @@ ResponseMap responses;
 
 std::shared_ptr<QLTSimSocket> QLTSimSocket::init(const QLTText& address, std::int32_t port) {
   QLTLog(format("sim socket for %s:%d opned", address.orEmpty(), port));
-  return std::shared_ptr<QLTSimSocket>(new QLTSimSocket(address.orEmpty()));
+  std::shared_ptr<QLTSimSocket> socket(new QLTSimSocket(address.orEmpty()));
+  if (auto* const standIn = socket->traffic().begin(format("%@:%d", address.orEmpty(), port))) {
+    standIn->open();
+  } else {
+    socket->traffic().opened();
+  }
+  return socket;
 }
 
 QLTSimSocket::QLTSimSocket(std::string address)
@@ -35,18 +45,26 @@ void QLTSimSocket::removeResponseMap() { responses.remove(); }
 
 bool QLTSimSocket::WaitForConnection(QLTWriteStream&) { return true; }
 
-bool QLTSimSocket::write(const std::string& text, QLTError*) {
+bool QLTSimSocket::write(const std::string& text, QLTError* error) {
   QLTLog(format("{Sim_Socket_Write %@}: %@", strIPAddr(), text));
   exchange_->write(text);
+  if (auto* const standIn = traffic().standIn()) {
+    if (standIn->write(text) == 0) return true;
+    return fail(error, kQLTErrorSocketWrite, "the recording has something else written");
+  }
+  traffic().sent(text);
   return true;
 }
 
 std::optional<std::string> QLTSimSocket::read(QLTError*) {
-  if (exchange_->isHeldBack()) return "";
-  exchange_->answer();
-  const std::optional<std::string> command = lastCmd();
-  std::optional<std::string> reply =
-      responses.reply(command, format("no reponse set up for %@", command));
+  std::optional<std::string> reply = recordedReply(traffic());
+  if (!reply && exchange_->isHeldBack()) return "";
+  if (!reply) {
+    exchange_->answer();
+    const std::optional<std::string> command = lastCmd();
+    reply = responses.reply(command, format("no reponse set up for %@", command));
+    if (reply) traffic().received(*reply);
+  }
   QLTLog(format("{Sim_Socket_Read %@}: %@", strIPAddr(), reply));
   return reply;
 }

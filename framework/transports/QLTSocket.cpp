@@ -100,11 +100,20 @@ bool QLTSocket::connect(std::int32_t port, QLTError* error) {
   port_ = port;
   isWanted_ = true;
   const Peer peer(strIPAddr_, port);
+  const auto outOfReach = [&](int problem) {
+    traffic_.failed(problem);
+    return peer.isOutOfReach(problem, error);
+  };
   const in_addr_t address = inet_addr(strIPAddr_.c_str());
   if (address == INADDR_NONE) return peer.isNoAddress(error);
   if (port < 0 || port > std::numeric_limits<std::uint16_t>::max()) return peer.hasNoPort(error);
+  if (auto* const standIn = traffic_.begin(where())) {
+    const int problem = standIn->open();
+    if (problem == 0) return true;
+    return outOfReach(problem);
+  }
   QLTStreamPair streams = QLTStreamPair::toPeer(ntohl(address), static_cast<std::uint16_t>(port));
-  if (!streams.read || !streams.write) return peer.isOutOfReach(errno, error);
+  if (!streams.read || !streams.write) return outOfReach(errno);
   rStream_ = std::move(streams.read);
   wStream_ = std::move(streams.write);
 
@@ -112,25 +121,33 @@ bool QLTSocket::connect(std::int32_t port, QLTError* error) {
   if (!rStream_->open() || !wStream_->open() || !WaitForConnection(*wStream_)) {
     QLTLog("unable to open the streams for socket");
     const int problem = wStream_->connectError();
-    return peer.isOutOfReach(problem != 0 ? problem : ETIMEDOUT, error);
+    return outOfReach(problem != 0 ? problem : ETIMEDOUT);
   }
   while (true) {
     const QLTStreamStatus reading = rStream_->status();
     const QLTStreamStatus writing = wStream_->status();
     if (reading == QLTStreamStatus::Opening || writing == QLTStreamStatus::Opening) continue;
-    if (!hasFailed(reading) && !hasFailed(writing)) return true;
+    if (!hasFailed(reading) && !hasFailed(writing)) {
+      traffic_.opened();
+      return true;
+    }
     QLTLog("unable to connect to remote socket");
-    return peer.isOutOfReach(wStream_->connectError(), error);
+    return outOfReach(wStream_->connectError());
   }
 }
 
 void QLTSocket::disconnect() {
   isWanted_ = false;
+  traffic_.closed();
   if (rStream_) rStream_->close();
   if (wStream_) wStream_->close();
 }
 
-bool QLTSocket::isLost() const { return isWanted_ && (!rStream_ || rStream_->hasHungUp()); }
+bool QLTSocket::isLost() const {
+  if (!isWanted_) return false;
+  if (const auto* const standIn = traffic_.standIn()) return standIn->isLost();
+  return !rStream_ || rStream_->hasHungUp();
+}
 
 std::string QLTSocket::where() const {
   return port_ ? format("%@:%d", strIPAddr_, *port_) : strIPAddr_;
@@ -156,18 +173,27 @@ bool QLTSocket::WaitForConnection(QLTWriteStream& stream) {
 bool QLTSocket::write(const std::string& text, QLTError* error) {
   const std::chrono::seconds timeOut(timeOutInSeconds_);
   auto latestProgress = steady_clock::now();
-  std::string_view rest = wireText(text);
+  const std::string_view wire = wireText(text);
+  if (auto* const standIn = traffic_.standIn()) {
+    if (standIn->write(wire) == 0) return true;
+    return fail(error, kQLTErrorSocketWrite, "Error writing to socket");
+  }
+  std::string_view rest = wire;
   while (!rest.empty()) {
     const std::ptrdiff_t count = wStream_ ? wStream_->write(rest.data(), rest.size()) : -1;
     if (count > 0) {
       rest.remove_prefix(static_cast<std::size_t>(count));
       latestProgress = steady_clock::now();
     } else if (count < 0 || steady_clock::now() - latestProgress >= timeOut) {
+      const int problem = count < 0 ? errno : ETIMEDOUT;
+      traffic_.sent(wire.substr(0, wire.size() - rest.size()));
+      traffic_.failed(problem);
       return fail(error, kQLTErrorSocketWrite, "Error writing to socket");
     } else {
       sleepFor(kPollInterval);
     }
   }
+  traffic_.sent(wire);
   return true;
 }
 
@@ -183,13 +209,15 @@ std::optional<std::string> QLTSocket::read(QLTError* error) {
     }
     sleepFor(kPollInterval);
   }
-  if (!available) {
+  std::string bytes;
+  const Pass outcome = available ? pass(bytes, error) : Pass::Silent;
+  if (outcome == Pass::Failed) return std::nullopt;
+  if (outcome == Pass::Silent) {
+    traffic_.silent();
     QLTLog("***ERROR*****: timeout reading socket");
     failTimeout(error);
     return "";
   }
-  std::string bytes;
-  if (!pass(bytes, error)) return std::nullopt;
   return std::string(terminated(bytes));
 }
 
@@ -198,8 +226,10 @@ std::optional<std::string> QLTSocket::readUntil(const std::string& terminator, Q
   std::string bytes;
   std::int64_t count = 0;
   while (terminated(bytes).find(wanted) == std::string_view::npos) {
-    if (!pass(bytes, error)) return std::nullopt;
-    if (++count > polls()) {
+    const Pass outcome = pass(bytes, error);
+    if (outcome == Pass::Failed) return std::nullopt;
+    if (outcome == Pass::Silent || ++count > polls()) {
+      traffic_.silent();
       QLTLog("***ERROR*****: timeout reading socket");
       return failTimeout(error);
     }
@@ -214,8 +244,10 @@ std::optional<std::string> QLTSocket::readLine(QLTError* error) {
   bool done = false;
   while (!done) {
     const std::size_t previous = bytes.size();
-    if (!pass(bytes, error)) return std::nullopt;
-    if (++count > polls()) {
+    const Pass outcome = pass(bytes, error);
+    if (outcome == Pass::Failed) return std::nullopt;
+    if (outcome == Pass::Silent || ++count > polls()) {
+      traffic_.silent();
       QLTLog(format("***ERROR*****: timeout reading socket, index=%d, so far: %s", count,
                     terminated(bytes)));
       return failTimeout(error);
@@ -227,19 +259,35 @@ std::optional<std::string> QLTSocket::readLine(QLTError* error) {
 }
 
 /// True when a read would bring bytes or fail.
-bool QLTSocket::hasBytesAvailable() const { return !rStream_ || rStream_->hasBytesAvailable(); }
+bool QLTSocket::hasBytesAvailable() const {
+  return traffic_.standIn() != nullptr || !rStream_ || rStream_->hasBytesAvailable();
+}
 
 /// One pass of a read loop: appends what is available to `bytes`, or waits a little when nothing
-/// is.
-bool QLTSocket::pass(std::string& bytes, QLTError* error) {
+/// is. `Silent` is one of a recording in which nothing came in time.
+QLTSocket::Pass QLTSocket::pass(std::string& bytes, QLTError* error) {
+  const std::size_t room = std::min(kLongestRead, kLongestText - bytes.size());
+  if (auto* const standIn = traffic_.standIn(); standIn != nullptr && room > 0) {
+    const QLTTrafficAnswer answer = standIn->read(room, std::chrono::seconds(timeOutInSeconds_));
+    if (answer.kind == QLTTrafficAnswer::Kind::Failed) return failedPass(error, answer.code);
+    bytes += answer.bytes;
+    return answer.bytes.empty() ? Pass::Silent : Pass::Went;
+  }
   if (!hasBytesAvailable()) {
     sleepFor(kPollInterval);
-    return true;
+    return Pass::Went;
   }
   std::array<char, kLongestRead> buffer;
-  const std::size_t room = std::min(kLongestRead, kLongestText - bytes.size());
   const std::ptrdiff_t count = room > 0 && rStream_ ? rStream_->read(buffer.data(), room) : -1;
-  if (count < 1) return fail(error, kQLTErrorSocketRead, "Error reading socket");
-  bytes.append(buffer.data(), static_cast<std::size_t>(count));
-  return true;
+  if (count < 1) return failedPass(error, count == 0 ? 0 : errno);
+  const std::string_view taken(buffer.data(), static_cast<std::size_t>(count));
+  traffic_.received(taken);
+  bytes.append(taken);
+  return Pass::Went;
+}
+
+QLTSocket::Pass QLTSocket::failedPass(QLTError* error, int code) {
+  traffic_.failed(code);
+  fail(error, kQLTErrorSocketRead, "Error reading socket");
+  return Pass::Failed;
 }

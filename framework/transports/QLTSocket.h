@@ -11,6 +11,7 @@
 #include <QLTObject.h>
 #include <QLTReopenable.h>
 #include <QLTText.h>
+#include <QLTTraffic.h>
 
 /// A client connection to an instrument that listens on a TCP port of an IPv4 address.
 ///
@@ -89,11 +90,16 @@ class QLT_EXPORT QLTSocket : public QLTObject, public QLTReopenable {
   /// What `init` does after making the object, for the initialisers of subclasses. An object for
   /// which it is false must not be used.
   bool connect(std::int32_t port, QLTError* error = nullptr);
+  /// What is told of the connection. For a subclass with a `read` and `write` of its own.
+  QLTTrafficLine& traffic() { return traffic_; }
 
  private:
+  enum class Pass { Went, Failed, Silent };
+
   std::int64_t polls() const { return std::int64_t{timeOutInSeconds_} * 100; }
   bool hasBytesAvailable() const;
-  bool pass(std::string& bytes, QLTError* error);
+  Pass pass(std::string& bytes, QLTError* error);
+  Pass failedPass(QLTError* error, int code);
 
   std::unique_ptr<QLTReadStream> rStream_;
   std::unique_ptr<QLTWriteStream> wStream_;
@@ -101,4 +107,5 @@ class QLT_EXPORT QLTSocket : public QLTObject, public QLTReopenable {
   std::string strIPAddr_;
   std::optional<std::int32_t> port_;
   bool isWanted_ = false;  // from `connect`, whatever comes of it, to `disconnect`
+  QLTTrafficLine traffic_;
 };

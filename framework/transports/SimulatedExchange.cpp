@@ -47,4 +47,12 @@ void SimulatedExchange::answer() {
   isAnswered_ = true;
 }
 
+std::optional<std::string> recordedReply(const QLTTrafficLine& traffic) {
+  auto* const standIn = traffic.standIn();
+  if (standIn == nullptr) return std::nullopt;
+  QLTTrafficAnswer answer = standIn->read(std::string::npos, {});
+  if (answer.kind != QLTTrafficAnswer::Kind::Bytes) return std::nullopt;
+  return std::move(answer.bytes);
+}
+
 }  // namespace quillon::internal

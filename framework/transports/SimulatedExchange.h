@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 
+#include <QLTTraffic.h>
 #include <QLTValue.h>
 
 namespace quillon::internal {
@@ -55,5 +56,9 @@ class SimulatedExchange {
   std::optional<Clock::time_point> writeDate_;
   bool isAnswered_ = false;
 };
+
+/// What a recording has as the answer of a simulated transport; absent when there is no recording,
+/// or nothing was read here: the simulation answers then.
+std::optional<std::string> recordedReply(const QLTTrafficLine& traffic);
 
 }  // namespace quillon::internal
