@@ -143,11 +143,17 @@ CREATE TABLE run_instrument (
 
 // The id of a run begins with its time, so a month is a range of ids. Its parts are attached when
 // they are complete: that keeps nobody from reading or writing the others, however long it waits.
+//
+// Ids and starts differ by more than a day only where a clock was set in between. `from_us` and
+// `until_us` are wide enough for all starts of a month's runs, so `run_ids` tells between which ids
+// the runs of a span of time are.
 constexpr const char* kMonths = R"(
 CREATE TABLE month (
   name text COLLATE "C" PRIMARY KEY,
   low text COLLATE "C" NOT NULL,
   high text COLLATE "C" NOT NULL,
+  from_us bigint NOT NULL,
+  until_us bigint NOT NULL,
   made_us bigint NOT NULL,
   dropped_us bigint
 );
@@ -158,6 +164,13 @@ CREATE FUNCTION run_id_at(at_us bigint) RETURNS text LANGUAGE sql IMMUTABLE STRI
   SELECT substr(digits, 1, 8) || '-' || substr(digits, 9)
   FROM (SELECT lpad(to_hex(greatest(at_us, 0) / 1000), 12, '0') AS digits) AS id
 $$;
+CREATE FUNCTION run_ids(since_us bigint, before_us bigint, OUT low text, OUT high text)
+LANGUAGE sql STABLE AS $$
+  SELECT coalesce(min(month.low), ''), coalesce(max(month.high), '') FROM month
+  WHERE dropped_us IS NULL AND (since_us IS NULL OR month.until_us > since_us)
+    AND (before_us IS NULL OR month.from_us < before_us)
+$$;
+-- Makes the month of an id's time. False: it was dropped, and its runs are not wanted any more.
 CREATE FUNCTION make_month(at_us bigint) RETURNS boolean LANGUAGE plpgsql SECURITY DEFINER
 SET search_path = pg_catalog, public, pg_temp AS $$
 DECLARE
@@ -183,10 +196,20 @@ BEGIN
     EXECUTE format('ALTER TABLE public.%I ATTACH PARTITION public.%I FOR VALUES FROM (%L) TO (%L)',
                    parent, parent || '_' || new_name, new_low, new_high);
   END LOOP;
-  INSERT INTO public.month (name, low, high, made_us)
-  VALUES (new_name, new_low, new_high, public.now_us());
+  INSERT INTO public.month (name, low, high, from_us, until_us, made_us)
+  VALUES (new_name, new_low, new_high,
+          (extract(epoch FROM first_day - interval '1 day') * 1000000)::bigint,
+          (extract(epoch FROM first_day + interval '1 month 1 day') * 1000000)::bigint,
+          public.now_us());
   RETURN true;
 END
+$$;
+-- Tells of a run whose start is elsewhere than its id says.
+CREATE FUNCTION widen_month(run_id text, started_us bigint) RETURNS void
+LANGUAGE sql SECURITY DEFINER SET search_path = pg_catalog, public, pg_temp AS $$
+  UPDATE public.month
+  SET from_us = least(from_us, started_us), until_us = greatest(until_us, started_us + 1)
+  WHERE low <= run_id AND run_id < high AND (started_us < from_us OR started_us >= until_us)
 $$;
 CREATE FUNCTION drop_month(old_name text) RETURNS void LANGUAGE plpgsql
 SET search_path = pg_catalog, public, pg_temp AS $$
@@ -242,12 +265,14 @@ $$;
 
 // Stations may add. Of what is there they may see what tells whether a row is there already.
 constexpr const char* kRights = R"(
-REVOKE ALL ON FUNCTION make_month(bigint), drop_month(text), station_heard(jsonb) FROM PUBLIC;
+REVOKE ALL ON FUNCTION make_month(bigint), widen_month(text, bigint), drop_month(text),
+  station_heard(jsonb) FROM PUBLIC;
 GRANT USAGE ON SCHEMA public TO quillon_station, quillon_reader;
-GRANT EXECUTE ON FUNCTION make_month(bigint), station_heard(jsonb) TO quillon_station;
-GRANT INSERT ON plan, spec, instrument, event, run, step, measurement, attribute, run_instrument
+GRANT EXECUTE ON FUNCTION make_month(bigint), widen_month(text, bigint), station_heard(jsonb)
   TO quillon_station;
-GRANT SELECT (id) ON plan, spec, instrument TO quillon_station;
+GRANT INSERT ON station, plan, spec, instrument, event, run, step, measurement, attribute, run_instrument
+  TO quillon_station;
+GRANT SELECT (id) ON station, plan, spec, instrument TO quillon_station;
 GRANT SELECT (id, sha256) ON run TO quillon_station;
 GRANT SELECT (station_id, sequence, sha256) ON event TO quillon_station;
 GRANT SELECT ON schema_version TO quillon_station;

@@ -144,10 +144,10 @@ TEST_F(CentralSchema, StationsMayAddAndNothingElse) {
        {"UPDATE run SET serial = 'QB-2'", "DELETE FROM run", "TRUNCATE run",
         "UPDATE run SET sha256 = '' WHERE id = ''", "DROP TABLE run", "DELETE FROM event",
         "UPDATE spec SET low = 0", "SELECT serial FROM run", "SELECT value FROM measurement",
-        "DELETE FROM run_2025_11", "INSERT INTO month VALUES ('', '', '', 0)",
-        "UPDATE station SET name = ''", "INSERT INTO station_state VALUES ('')",
-        "SELECT drop_month('2025_11')", "CREATE TABLE mine (a int)",
-        "ALTER TABLE run ADD COLUMN mine text",
+        "DELETE FROM run_2025_11", "INSERT INTO month (name) VALUES ('')",
+        "UPDATE station SET name = ''", "UPDATE month SET from_us = 0",
+        "INSERT INTO station_state VALUES ('')", "SELECT drop_month('2025_11')",
+        "CREATE TABLE mine (a int)", "ALTER TABLE run ADD COLUMN mine text",
         "INSERT INTO run SELECT * FROM run ON CONFLICT (id) DO UPDATE SET serial = 'QB-2'"}) {
     EXPECT_THAT(errorOf(statement, "station"),
                 testing::AnyOf(HasSubstr("permission denied"), HasSubstr("must be owner")))
@@ -173,6 +173,27 @@ TEST_F(CentralSchema, RunsStandInTheMonthThatTheirIdTells) {
   server.ask(insertRun("01a19467-e800-7000-8000-000000000001"), "station");
   EXPECT_EQ(server.ask("SELECT tableoid::regclass FROM run ORDER BY id"),
             "run_2026_10\nrun_2026_11\n");
+}
+
+TEST_F(CentralSchema, ReadersLearnBetweenWhichIdsTheRunsOfATimeAre) {
+  constexpr long long kHour = 3'600'000'000;
+  server.ask("SELECT make_month(" + std::to_string(kNovember2026 - 1) + "), make_month(" +
+             std::to_string(kNovember2026) + ")");
+  const auto ids = [&](long long since, long long until) {
+    return server.ask("SELECT m.name, n.name FROM run_ids(" + std::to_string(since) + ", " +
+                          std::to_string(until) +
+                          ") i JOIN month m ON m.low = i.low JOIN month n ON n.high = i.high",
+                      "reader");
+  };
+  const long long tenth = kNovember2026 + 240 * kHour;
+  EXPECT_EQ(ids(tenth, tenth + kHour), "2026_11|2026_11\n");
+  EXPECT_EQ(ids(kNovember2026 + kHour, tenth), "2026_10|2026_11\n") << "an id may be a day off";
+  // A clock was set: a run of November with an id of October.
+  server.ask(
+      "SELECT widen_month('01a19467-e7ff-7000-8000-000000000001', " + std::to_string(tenth) + ")",
+      "station");
+  EXPECT_EQ(ids(tenth, tenth + kHour), "2026_10|2026_11\n");
+  EXPECT_EQ(ids(tenth + 1, tenth + kHour), "2026_11|2026_11\n");
 }
 
 TEST_F(CentralSchema, AMonthIsDroppedForGood) {
