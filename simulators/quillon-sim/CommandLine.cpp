@@ -24,6 +24,7 @@ constexpr const char* kExamples = R"(Examples:
   quillon-sim console --pty --link /tmp/dut --replies console.replies --echo
   quillon-sim davdp --tcp 127.0.0.1:9760 --replies davdp.replies
   quillon-sim scpi --pty --reading VOLT:DC=3.3 --byte-delay 2
+  quillon-sim modbus --tcp 1502 --input 100=215 --coil 0=0,0,0,0
 A reply file has one entry for each command:
   "version"  -> "firmware 2.4.1" "bootloader 1.7"      # two lines
   "adc "*    -> "ERR no such channel"                  # all that begin so
@@ -159,7 +160,7 @@ CLI::App& addDevice(CLI::App& app, CommandLine& line, CommandLine::Kind kind, co
   addFaults(device, line, kind);
   const char* const group = "How it ends (and on SIGINT and SIGTERM)";
   constexpr std::uint64_t most = std::numeric_limits<std::uint64_t>::max();
-  addText(device, "--exchanges", "After N command lines", "N", [&line](const std::string& text) {
+  addText(device, "--exchanges", "After N requests", "N", [&line](const std::string& text) {
     line.limits.exchanges = numberIn(text, most);
   })->group(group);
   addText(device, "--connections", "After N peers have come and gone", "N",
@@ -249,6 +250,23 @@ void addMatrix(CLI::App& app, CommandLine& line) {
   addStuck(matrix, line, kMostRelays, "Relay");
 }
 
+void addModbus(CLI::App& app, CommandLine& line) {
+  CLI::App& modbus = addDevice(app, line, CommandLine::Kind::Modbus, "modbus", "lf",
+                               "A Modbus device or gateway: RTU at a terminal, else Modbus TCP");
+  addText(modbus, "--unit", "The first unit's address (1)", "N", [&line](const std::string& text) {
+    line.unit = static_cast<std::uint8_t>(numberIn(text, std::numeric_limits<std::uint8_t>::max()));
+  });
+  using Table = ModbusUnits::Table;
+  const auto add = [&](const char* name, const char* help, Table table) {
+    addText(modbus, name, help, "[UNIT/]ADDRESS=VALUE[,VALUE...]",
+            [&line, table](const std::string& text) { line.values.emplace_back(table, text); });
+  };
+  add("--coil", "Coils that it has, 0 or 1, from this address on; may be repeated", Table::Coils);
+  add("--discrete", "Discrete inputs, likewise", Table::DiscreteInputs);
+  add("--holding", "Holding registers, likewise", Table::HoldingRegisters);
+  add("--input", "Input registers, likewise", Table::InputRegisters);
+}
+
 }  // namespace
 
 std::optional<CommandLine> readCommandLine(int argc, char** argv, int& status) {
@@ -264,6 +282,7 @@ std::optional<CommandLine> readCommandLine(int argc, char** argv, int& status) {
   addLoad(app, line);
   addScope(app, line);
   addMatrix(app, line);
+  addModbus(app, line);
   try {
     app.parse(argc, argv);
     return line;

@@ -7,16 +7,18 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Behaviour.h"
+#include "ModbusUnits.h"
 #include "Simulation.h"
 
 namespace sim {
 
 /// What the command line asks for.
 struct CommandLine {
-  enum class Kind { Console, DavDP, Scpi, Supply, Load, Scope, Matrix };
+  enum class Kind { Console, DavDP, Scpi, Supply, Load, Scope, Matrix, Modbus };
 
   Kind kind = Kind::Console;
   std::filesystem::path replies;  ///< empty: none
@@ -34,6 +36,8 @@ struct CommandLine {
   std::vector<std::size_t> closed;            // relays
   double sourceVolts = 12;                    // what the load hangs at
   double sourceOhms = 0.1;
+  std::uint8_t unit = 1;  // of the Modbus device
+  std::vector<std::pair<ModbusUnits::Table, std::string>> values;
 
   bool pty = false;  ///< else TCP
   std::filesystem::path link;

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "Behaviour.h"
 #include "ReplyTable.h"
+#include "Splitter.h"
 
 namespace sim {
 
@@ -15,14 +17,17 @@ struct Reply {
   Behaviour behaviour;
 };
 
-/// A device that answers command lines: what its reply table says, else what it says itself.
+/// A device that answers requests, command lines unless it has a splitter of its own: what its
+/// reply table says, else what it says itself.
 class Device {
  public:
   Device(ReplyTable replies, std::string lineEnd);
   virtual ~Device() = default;
 
-  /// The reply to one line, which comes without its end. Absent: the device says nothing.
-  std::optional<Reply> answer(const std::string& line);
+  /// What puts a peer's requests together; lines, without their ends, unless overridden.
+  virtual std::unique_ptr<Splitter> splitter() const;
+  /// The reply to one request. Absent: the device says nothing.
+  std::optional<Reply> answer(const std::string& request);
   /// The device is switched off and on.
   virtual void restart() {}
   /// Whether it sends back what comes, as a terminal does.
@@ -31,12 +36,14 @@ class Device {
  protected:
   using Lines = std::vector<std::string>;
 
-  /// The command in a line; absent when the line holds none.
-  virtual std::optional<std::string> commandIn(const std::string& line) = 0;
+  /// The command in a request, as a reply file has it; absent when the request holds none.
+  virtual std::optional<std::string> commandIn(const std::string& request) = 0;
   /// What the device itself says; absent for nothing.
   virtual std::optional<Lines> ownReply(const std::string& command) = 0;
   /// What goes wrong in the device itself, after it has done what a command asked for.
   virtual void fail(const Behaviour&) {}
+  /// The bytes of a reply of these lines, without what stands behind it.
+  virtual std::string bytesOf(const Lines& lines);
   /// What stands behind a reply of these lines.
   virtual std::string endOf(const Lines&) const { return lineEnd_; }
 

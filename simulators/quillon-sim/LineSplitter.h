@@ -4,13 +4,15 @@
 #include <string>
 #include <utility>
 
+#include "Splitter.h"
+
 namespace sim {
 
 /// Puts lines together from bytes. A line feed, a carriage return and the pair of both end a line.
-class LineSplitter {
+class LineSplitter : public Splitter {
  public:
   /// The line that `byte` ends, without its end.
-  std::optional<std::string> add(char byte) {
+  std::optional<std::string> add(char byte) override {
     const bool isPair = byte == '\n' && last_ == '\r';
     last_ = byte;
     echo_.clear();
@@ -25,7 +27,7 @@ class LineSplitter {
   }
 
   /// How a terminal shows the byte that was added last.
-  const std::string& echo() const { return echo_; }
+  std::string echo() const override { return echo_; }
 
  private:
   static constexpr std::size_t kLongestLine = 65536;  // the rest of a longer one is dropped

@@ -1,10 +1,10 @@
 #include "Simulation.h"
 
 #include <iostream>
+#include <memory>
 #include <utility>
 
 #include "Delivery.h"
-#include "LineSplitter.h"
 #include "Text.h"
 #include "Waiting.h"
 
@@ -45,22 +45,22 @@ void Simulation::announce() {
 }
 
 void Simulation::servePeer() {
-  LineSplitter lines;
+  const std::unique_ptr<Splitter> requests = device_.splitter();
   while (!isOver()) {
     const std::string bytes = endpoint_.receive();
     if (bytes.empty()) return;
     for (const char byte : bytes) {
-      const std::optional<std::string> line = lines.add(byte);
-      if (device_.echoes() && !endpoint_.send(lines.echo())) return;
-      if (line && (!answer(*line) || isOver())) return;
+      const std::optional<std::string> request = requests->add(byte);
+      if (device_.echoes() && !endpoint_.send(requests->echo())) return;
+      if (request && (!answer(*request) || isOver())) return;
     }
   }
 }
 
 /// False when the peer is gone.
-bool Simulation::answer(const std::string& line) {
-  trace("<", quoted(line));
-  const std::optional<Reply> reply = device_.answer(line);
+bool Simulation::answer(const std::string& request) {
+  trace("<", quoted(request));
+  const std::optional<Reply> reply = device_.answer(request);
   if (reply) trace(">", quoted(reply->text + reply->end));
   const bool isConnected = !reply || deliver(*reply, endpoint_, device_);
   ++exchanges_;

@@ -15,7 +15,7 @@ namespace sim {
 class Simulation {
  public:
   struct Limits {
-    std::optional<std::uint64_t> exchanges;    ///< ends after so many command lines
+    std::optional<std::uint64_t> exchanges;    ///< ends after so many requests
     std::optional<std::uint64_t> connections;  ///< ends after so many peers
   };
 
@@ -29,7 +29,7 @@ class Simulation {
  private:
   void announce();
   void servePeer();
-  bool answer(const std::string& line);
+  bool answer(const std::string& request);
   bool isOver() const;
   void trace(std::string_view direction, std::string_view what) const;
 

@@ -7,6 +7,7 @@
 #include "CommandLine.h"
 #include "Console.h"
 #include "DavDP.h"
+#include "ModbusUnits.h"
 #include "PtyEndpoint.h"
 #include "ReplyFile.h"
 #include "ScpiLoad.h"
@@ -54,6 +55,13 @@ std::unique_ptr<sim::Device> makeDevice(const CommandLine& line) {
     case CommandLine::Kind::DavDP:
       return std::make_unique<sim::DavDP>(std::move(replies), line.lineEnd,
                                           line.sleeps.value_or(line.pty));
+    case CommandLine::Kind::Modbus: {
+      const auto framing = line.pty ? sim::ModbusFraming::Rtu : sim::ModbusFraming::Tcp;
+      auto units = std::make_unique<sim::ModbusUnits>(std::move(replies), framing);
+      units->setUnit(line.unit);
+      for (const auto& [table, text] : line.values) units->set(table, text);
+      return units;
+    }
     case CommandLine::Kind::Scpi:
       return withReadings<sim::ScpiMeter>(std::move(replies), line);
     case CommandLine::Kind::Scope:
@@ -90,6 +98,8 @@ const char* nameOf(CommandLine::Kind kind) {
       return "scope";
     case CommandLine::Kind::Matrix:
       return "matrix";
+    case CommandLine::Kind::Modbus:
+      return "modbus";
     case CommandLine::Kind::Scpi:
       break;
   }
