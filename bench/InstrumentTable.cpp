@@ -2,13 +2,14 @@
 
 #include <algorithm>
 
+#include "bench/Lines.h"
+
 namespace quillon::bench {
 
 const std::vector<InstrumentClass>& instrumentTable() {
   static const std::vector<InstrumentClass> table = [] {
-    std::vector<InstrumentClass> classes{
-        // One entry for each class: the function beside the class that describes and makes it.
-    };
+    std::vector<InstrumentClass> classes = lineClasses();
+    // One line for each class: the function that describes and makes it, beside the class.
     std::sort(classes.begin(), classes.end(), [](const auto& a, const auto& b) {
       return a.description.className < b.description.className;
     });

@@ -32,6 +32,14 @@ inline constexpr std::int32_t kQLTErrorSocketRead = -20001;
 inline constexpr std::int32_t kQLTErrorDavDPReply = -21000;
 /// The factory could not make an instrument.
 inline constexpr std::int32_t kQLTErrorInstrumentNotCreated = -21001;
+/// A line of the library of bench instruments does not open.
+inline constexpr std::int32_t kQLTErrorLineOpen = -30000;
+/// Such a line cannot be written.
+inline constexpr std::int32_t kQLTErrorLineWrite = -30001;
+/// Such a line cannot be read.
+inline constexpr std::int32_t kQLTErrorLineRead = -30002;
+/// A device on such a line did not answer, or took nothing, in time.
+inline constexpr std::int32_t kQLTErrorLineTimedOut = -30003;
 /// The plug-in's "TestConfig" is missing or unreadable.
 inline constexpr std::int32_t kQLTErrorConfigUnreadable = -40000;
 /// A flow, a test or "defaultFlow" is configured wrongly.

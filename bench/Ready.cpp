@@ -1,0 +1,61 @@
+#include "Ready.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "common/Retried.h"
+
+namespace quillon::bench {
+namespace {
+
+using std::chrono::nanoseconds;
+using std::chrono::seconds;
+
+/// Makes `transfer` as soon as the descriptor is ready for it.
+template <typename Transfer>
+std::ptrdiff_t whenReady(int descriptor, short events, Deadline deadline, Transfer transfer) {
+  while (true) {
+    if (!awaitReady(descriptor, events, deadline)) return errno == 0 ? 0 : -1;
+    const std::ptrdiff_t count = internal::retried(transfer);
+    if (count > 0) return count;
+    if (count == 0) {
+      errno = 0;  // the other end has closed it
+      return -1;
+    }
+    if (errno != EAGAIN && errno != EWOULDBLOCK) return -1;
+  }
+}
+
+}  // namespace
+
+bool awaitReady(int descriptor, short events, Deadline deadline) {
+  while (true) {
+    const auto left = std::max<nanoseconds>(deadline - Deadline::clock::now(), nanoseconds(0));
+    const auto whole = std::chrono::duration_cast<seconds>(left);
+    const timespec wait{whole.count(), (left - whole).count()};
+    pollfd line{descriptor, events, 0};
+    const int ready = ::ppoll(&line, 1, &wait, nullptr);
+    if (ready > 0) return true;
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready == 0) errno = 0;
+    return false;
+  }
+}
+
+std::ptrdiff_t receiveFrom(int descriptor, char* bytes, std::size_t size, Deadline deadline) {
+  return whenReady(descriptor, POLLIN, deadline, [&] { return ::read(descriptor, bytes, size); });
+}
+
+std::ptrdiff_t sendTo(int descriptor, const char* bytes, std::size_t size, Deadline deadline) {
+  return whenReady(descriptor, POLLOUT, deadline, [&]() -> ssize_t {
+    const ssize_t count = ::send(descriptor, bytes, size, MSG_NOSIGNAL | MSG_DONTWAIT);
+    return count < 0 && errno == ENOTSOCK ? ::write(descriptor, bytes, size) : count;
+  });
+}
+
+}  // namespace quillon::bench
