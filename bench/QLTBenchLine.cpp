@@ -21,6 +21,8 @@ using quillon::internal::printable;
 
 namespace {
 
+using Chunk = std::array<char, 16384>;
+
 constexpr std::size_t kLongestLine = 1 << 20;
 constexpr std::size_t kLongestQuote = 80;  // of what came, in a message
 constexpr double kLongestWait = 1e6;       // seconds; what is longer overflows clocks
@@ -54,15 +56,28 @@ bool QLTBenchLine::open(QLTError* error) {
   isWanted_ = true;
   std::string reason = "does not open";
   errno = 0;
-  isOpen_ = openLine(reason);
-  if (isOpen_) return true;
+  auto* const standIn = hasTraffic() ? traffic_.begin(where()) : nullptr;
+  if (standIn != nullptr) {
+    errno = standIn->open();
+    isOpen_ = errno == 0;
+  } else {
+    isOpen_ = openLine(reason);
+  }
   const int problem = errno;
-  closeLine();
+  if (isOpen_) {
+    if (standIn == nullptr && hasTraffic()) traffic_.opened();
+    return true;
+  }
+  if (standIn == nullptr) {
+    if (hasTraffic()) traffic_.failed(problem);
+    closeLine();
+  }
   return failWith(error, lineError(kQLTErrorLineOpen, where(), reason, problem));
 }
 
 bool QLTBenchLine::close(QLTError*) {
-  if (isOpen_) closeLine();
+  if (isOpen_ && traffic_.standIn() == nullptr) closeLine();
+  traffic_.closed();
   isWanted_ = isOpen_ = isBroken_ = isLate_ = false;
   received_.clear();
   return true;
@@ -75,8 +90,11 @@ bool QLTBenchLine::reopen(QLTError* error) {
 
 bool QLTBenchLine::isLost() const {
   if (!isWanted_) return false;
+  if (const auto* const standIn = traffic_.standIn()) return standIn->isLost();
   return !isOpen_ || isBroken_ || hasEnded();
 }
+
+bool QLTBenchLine::hasTraffic() const { return true; }
 
 void QLTBenchLine::setReplyEnd(std::string replyEnd) {
   if (!replyEnd.empty()) replyEnd_ = std::move(replyEnd);
@@ -86,6 +104,47 @@ QLTBenchLine::Deadline QLTBenchLine::deadlineIn(double seconds) const {
   const std::chrono::duration<double> wait(seconds > 0 ? std::min(seconds, kLongestWait) : 0.0);
   return std::chrono::steady_clock::now() +
          std::chrono::duration_cast<std::chrono::steady_clock::duration>(wait);
+}
+
+// What goes over the line, and is told.
+
+std::ptrdiff_t QLTBenchLine::takeIn(char* bytes, std::size_t size, Deadline deadline) {
+  if (auto* const standIn = traffic_.standIn()) {
+    const auto wait = std::max(deadline - Deadline::clock::now(), Deadline::duration());
+    const QLTTrafficAnswer answer = standIn->read(size, wait);
+    errno = answer.code;
+    if (answer.kind == QLTTrafficAnswer::Kind::Failed) return -1;
+    return static_cast<std::ptrdiff_t>(answer.bytes.copy(bytes, size));
+  }
+  const std::ptrdiff_t count = receive(bytes, size, deadline);
+  if (!hasTraffic()) return count;
+  if (count > 0) {
+    traffic_.received({bytes, static_cast<std::size_t>(count)});
+  } else if (count < 0) {
+    const int problem = errno;
+    traffic_.failed(problem);
+    errno = problem;
+  } else if (deadline != Deadline()) {
+    traffic_.silent();
+  }
+  return count;
+}
+
+std::ptrdiff_t QLTBenchLine::giveOut(const char* bytes, std::size_t size, Deadline deadline) {
+  if (auto* const standIn = traffic_.standIn()) {
+    errno = standIn->write({bytes, size});
+    return errno == 0 ? static_cast<std::ptrdiff_t>(size) : -1;
+  }
+  const std::ptrdiff_t count = send(bytes, size, deadline);
+  if (!hasTraffic()) return count;
+  if (count > 0) {
+    traffic_.sent({bytes, static_cast<std::size_t>(count)});
+  } else {
+    const int problem = count < 0 ? errno : ETIMEDOUT;
+    traffic_.failed(problem);
+    errno = problem;
+  }
+  return count;
 }
 
 // Writing.
@@ -99,7 +158,7 @@ bool QLTBenchLine::write(const std::string& text, QLTError* error) {
   const Deadline deadline = deadlineIn(timeOutInSeconds_);
   while (!rest.empty()) {
     errno = 0;
-    const std::ptrdiff_t count = send(rest.data(), rest.size(), deadline);
+    const std::ptrdiff_t count = giveOut(rest.data(), rest.size(), deadline);
     if (count == 0) {
       return failWith(
           error,
@@ -148,7 +207,7 @@ std::optional<std::string> QLTBenchLine::query(const std::string& text, QLTError
 
 /// Takes in until `wanted` is among what was received.
 bool QLTBenchLine::fill(Deadline deadline, const std::string& wanted, QLTError* error) {
-  std::array<char, 16 * 1024> chunk;
+  Chunk chunk;
   std::size_t from = 0;
   while (received_.find(wanted, from) == std::string::npos) {
     from = received_.size() - std::min(received_.size(), wanted.size());
@@ -159,7 +218,7 @@ bool QLTBenchLine::fill(Deadline deadline, const std::string& wanted, QLTError* 
                       lineError(kQLTErrorLineRead, where(), "sent 1 MiB without a line end", 0));
     }
     errno = 0;
-    const std::ptrdiff_t count = isOpen_ ? receive(chunk.data(), chunk.size(), deadline) : -1;
+    const std::ptrdiff_t count = isOpen_ ? takeIn(chunk.data(), chunk.size(), deadline) : -1;
     if (count < 0) return readError(error);
     if (count == 0) {
       isLate_ = true;
@@ -178,10 +237,10 @@ bool QLTBenchLine::fill(Deadline deadline, const std::string& wanted, QLTError* 
 
 std::optional<std::string> QLTBenchLine::readBytes(std::size_t count, QLTError* error) {
   const Deadline deadline = deadlineIn(timeOutInSeconds_);
-  std::array<char, 16 * 1024> chunk;
+  Chunk chunk;
   while (received_.size() < count) {
     errno = 0;
-    const std::ptrdiff_t got = isOpen_ ? receive(chunk.data(), chunk.size(), deadline) : -1;
+    const std::ptrdiff_t got = isOpen_ ? takeIn(chunk.data(), chunk.size(), deadline) : -1;
     if (got < 0) {
       readError(error);
       return std::nullopt;
@@ -200,10 +259,10 @@ std::optional<std::string> QLTBenchLine::readBytes(std::size_t count, QLTError* 
 
 std::optional<std::string> QLTBenchLine::readSome(double seconds, QLTError* error) {
   if (received_.empty()) {
-    std::array<char, 16 * 1024> chunk;
+    Chunk chunk;
     errno = 0;
     const std::ptrdiff_t count =
-        isOpen_ ? receive(chunk.data(), chunk.size(), deadlineIn(seconds)) : -1;
+        isOpen_ ? takeIn(chunk.data(), chunk.size(), deadlineIn(seconds)) : -1;
     if (count < 0) {
       readError(error);
       return std::nullopt;
@@ -214,12 +273,12 @@ std::optional<std::string> QLTBenchLine::readSome(double seconds, QLTError* erro
 }
 
 void QLTBenchLine::discardInput() {
-  std::array<char, 16 * 1024> chunk;
+  Chunk chunk;
   std::size_t count = received_.size();
   received_.clear();
   // No more than a device can have sent by now, lest one that never stops holds the caller up.
   while (isOpen_ && count < kLongestLine) {
-    const std::ptrdiff_t more = receive(chunk.data(), chunk.size(), Deadline());
+    const std::ptrdiff_t more = takeIn(chunk.data(), chunk.size(), Deadline());
     if (more <= 0) break;
     count += static_cast<std::size_t>(more);
   }

@@ -11,6 +11,7 @@
 #include <QLTExport.h>
 #include <QLTReopenable.h>
 #include <QLTText.h>
+#include <QLTTraffic.h>
 
 /// What the ASCII devices of this library have in common: a line to a device that is written as it
 /// stands and read line by line, whatever carries it. Every driver of the framework takes one for
@@ -19,6 +20,7 @@
 /// It is created closed. A read waits until its line is complete, and not a moment longer; what has
 /// come behind the line is kept for the next read, so an answer never falls behind its question.
 /// After a read that ran out of time the answer may still come: the next write drops what has.
+/// What is sent and received is not logged; see `QLTTraffic.h` for who wants to know.
 ///
 /// Errors are in the framework's domain: -30000 for a line that does not open, -30001 for a write,
 /// -30002 for a read, -30003 when time has run out. Their user information holds `where()` under
@@ -91,9 +93,14 @@ class QLT_EXPORT QLTBenchLine : public QLTAsciiReadWriteDevice, public QLTReopen
   virtual std::ptrdiff_t send(const char* bytes, std::size_t size, Deadline deadline) = 0;
   /// Whether the other end of the open line is gone, without waiting or sending.
   virtual bool hasEnded() const = 0;
+  /// Whether the line's traffic is told (`QLTTraffic.h`), and a recording may speak in its place.
+  /// True; a class whose own carrier does so says false.
+  virtual bool hasTraffic() const;
 
  private:
   Deadline deadlineIn(double seconds) const;
+  std::ptrdiff_t takeIn(char* bytes, std::size_t size, Deadline deadline);
+  std::ptrdiff_t giveOut(const char* bytes, std::size_t size, Deadline deadline);
   bool fill(Deadline deadline, const std::string& wanted, QLTError* error);
   bool readError(QLTError* error);
   std::string take(std::size_t count);
@@ -106,4 +113,5 @@ class QLT_EXPORT QLTBenchLine : public QLTAsciiReadWriteDevice, public QLTReopen
   bool isOpen_ = false;
   bool isBroken_ = false;
   bool isLate_ = false;  // an answer may come that nobody waits for any more
+  QLTTrafficLine traffic_;
 };

@@ -46,7 +46,7 @@ class Simulated : public Line {
     return static_cast<std::ptrdiff_t>(count);
   }
   std::ptrdiff_t send(const char* bytes, std::size_t size, Deadline) override {
-    port_->write(std::string(bytes, size));
+    if (!port_->write(std::string(bytes, size))) return -1;
     if constexpr (std::is_same_v<Port, QLTSimSocket>) {
       answer_ = port_->read().value_or("");
     } else {
@@ -56,6 +56,7 @@ class Simulated : public Line {
     return static_cast<std::ptrdiff_t>(size);
   }
   bool hasEnded() const override { return false; }
+  bool hasTraffic() const override { return false; }  // the transport tells its own
 
  private:
   std::shared_ptr<Port> port_;
