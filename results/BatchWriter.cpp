@@ -76,8 +76,12 @@ class BatchWriter::Rows {
 
   void write(const Change& change) {
     runId_ = change.runId;
+    if (ahead_ && ahead_->run.id == runId_ && !std::holds_alternative<FinishRun>(change.what)) {
+      ahead_.reset();
+    }
     std::visit([this](const auto& what) { put(what); }, change.what);
   }
+  void readAhead(const std::string& runId) { ahead_ = runs_.own(runId); }
   void committed() {
     for (Entered* entered : {&plans_, &specs_, &instruments_}) entered->committed();
   }
@@ -113,7 +117,6 @@ class BatchWriter::Rows {
     event_(entered);
   }
   void put(const Recover& recover);
-  void put(const Flush& /*flush*/) {}
   void put(const Touch& /*touch*/) {
     session_ << "UPDATE session SET closed_us = NULL WHERE id = :id", soci::use(writer_.sessionId_);
   }
@@ -145,10 +148,12 @@ class BatchWriter::Rows {
           std::string>
       end_;
   RunRows runs_;
+  std::optional<RunContent> ahead_;  // read since the last change of its run
 };
 
 std::optional<Run> BatchWriter::Rows::finishRun(const std::string& runId, const FinishRun& finish) {
-  auto content = runs_.own(runId);
+  auto content = std::exchange(ahead_, std::nullopt);
+  if (!content || content->run.id != runId) content = runs_.own(runId);
   if (!content) {
     if (finish.records) throw soci::soci_error("the run " + runId + " is not in the store");
     return std::nullopt;
@@ -286,6 +291,19 @@ void BatchWriter::write(const std::function<void(const Sink&)>& each) {
     connection_.reset();
     throw;
   }
+}
+
+void BatchWriter::readAhead(const std::string& runId) {
+  if (!rows_) return;
+  try {
+    connection_->attempt([&](soci::session&) { rows_->readAhead(runId); });
+  } catch (const StoreError&) {
+    // Whoever ends the run meets it again.
+  }
+}
+
+void BatchWriter::checkpointFrom(int pages) {
+  if (connection_ && connection_->pagesInLog() >= pages) connection_->checkpoint();
 }
 
 void BatchWriter::close() {

@@ -25,6 +25,11 @@ class BatchWriter {
   /// once.
   using Sink = std::function<void(const Change&)>;
   void write(const std::function<void(const Sink&)>& each);
+  /// Reads what the end of a run is going to need, while nobody waits. Nothing depends on it.
+  void readAhead(const std::string& runId);
+  /// Copies what was written into the database file, once its log has so many pages. Nothing that
+  /// is promised depends on it.
+  void checkpointFrom(int pages);
   /// Notes that the session ends as it should.
   void close();
 

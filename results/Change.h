@@ -36,14 +36,13 @@ struct FinishRun {
 struct Recover {
   Recovered* result = nullptr;  ///< whose owner waits
 };
-struct Flush {};
 /// A write of no account.
 struct Touch {};
 
 struct Change {
   std::string runId;  ///< "": of no run
   std::variant<BeginRun, Step, AddMeasurement, Attribute, AddInstrument, Supersede, FinishRun,
-               Event, Recover, Flush, Touch>
+               Event, Recover, Touch>
       what;
 };
 

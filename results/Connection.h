@@ -43,6 +43,11 @@ class Connection {
   /// Does `work` in a transaction that is on disk when this returns; nothing of it is when it
   /// throws, unless the disk failed while it was asked to keep it.
   void transaction(const std::function<void(soci::session&)>& work);
+  /// How many pages the write-ahead log has; it grows until `checkpoint` is called.
+  int pagesInLog() const { return pagesInLog_; }
+  /// Copies the write-ahead log into the file, as far as no reader needs it. Reads and writes of
+  /// others go on; a failure is left for the next try.
+  void checkpoint();
   /// What is wrong with the file, and with rows that name missing ones, in words. Reads all of it.
   std::vector<std::string> damages();
 
@@ -58,6 +63,7 @@ class Connection {
   std::string file_;
   std::uint64_t device_ = 0;
   std::uint64_t inode_ = 0;
+  int pagesInLog_ = 0;
   std::unique_ptr<soci::session> session_;
 };
 

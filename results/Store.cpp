@@ -100,7 +100,9 @@ void Store::supersede(const std::string& runId, std::int64_t step, std::int64_t 
   session_->writer->add({runId, Supersede{step, attempt}});
 }
 
-void Store::flush(const std::string& runId) { session_->writer->addAndWait({runId, Flush{}}); }
+void Store::hurry(const std::string& runId) { session_->writer->hurry(runId); }
+
+void Store::flush(const std::string& runId) { session_->writer->flush(runId); }
 
 void Store::finishRun(const std::string& runId, RunEnd end) {
   if (end.message) makeStorable(*end.message);

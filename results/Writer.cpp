@@ -1,5 +1,6 @@
 #include "Writer.h"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <map>
@@ -15,6 +16,9 @@ namespace {
 constexpr std::size_t kMostQueued = 16384;
 // What nobody waits for is kept back so long, so that slow records share a flush of the disk.
 constexpr std::chrono::milliseconds kGathering{20};
+// Of the database's log: 4 MB, and what it may grow to while there is no good moment.
+constexpr int kLogPages = 1000;
+constexpr int kMostLogPages = 16000;
 
 }  // namespace
 
@@ -73,9 +77,26 @@ bool Writer::admit(Change& change) {
   return true;
 }
 
+void Writer::hurry(const std::string& runId) {
+  const std::lock_guard lock(mutex_);
+  if (queue_.empty()) return;
+  hurried_ = runId;
+  queued_.notify_one();
+}
+
+void Writer::flush(const std::string& runId) {
+  hurry(runId);
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [this, last = added_] { return settled_ >= last; });
+  const auto run = runs_.find(runId);
+  if (run == runs_.end()) throw StoreError(file_, "the run " + runId + " is not in progress");
+  if (run->second.failure) throw StoreError(*run->second.failure);
+}
+
 void Writer::push(std::unique_lock<std::mutex>& lock, Change change, Waiter* waiter) {
   changed_.wait(lock, [&] { return queue_.size() < kMostQueued; });
   queue_.push_back({std::move(change), waiter});
+  ++added_;
   if (waiter != nullptr) ++waiting_;
   if (waiter != nullptr || queue_.size() == 1 || queue_.size() == kMostQueued / 2) {
     queued_.notify_one();
@@ -87,7 +108,8 @@ void Writer::work() {
   while (!ending_ || !queue_.empty() || retrying_) {
     queued_.wait(lock, [&] { return !queue_.empty() || retrying_ || ending_; });
     queued_.wait_for(lock, kGathering, [&] {
-      return waiting_ > 0 || retrying_ || ending_ || queue_.size() >= kMostQueued / 2;
+      return waiting_ > 0 || !hurried_.empty() || retrying_ || ending_ ||
+             queue_.size() >= kMostQueued / 2;
     });
     Batch batch = take();
     changed_.notify_all();  // there is room
@@ -95,8 +117,26 @@ void Writer::work() {
     write(batch);
     lock.lock();
     settle(batch);
+    settled_ = batch.last;
     changed_.notify_all();
+    const bool isBusy = !queue_.empty();
+    lock.unlock();
+    if (!batch.hurried.empty()) batches_.readAhead(batch.hurried);
+    checkpoint(batch, isBusy);
+    lock.lock();
   }
+}
+
+/// Tends the database's log at a moment when hardly anybody waits: a device has its verdict, or
+/// only queued rows were written. Between the last record of a device and its verdict it would
+/// show.
+void Writer::checkpoint(const Batch& batch, bool isBusy) {
+  const bool isBetween =
+      !batch.hurried.empty() ||
+      std::any_of(batch.requests.begin(), batch.requests.end(), [](const Request& request) {
+        return request.waiter != nullptr && !std::holds_alternative<FinishRun>(request.change.what);
+      });
+  batches_.checkpointFrom(isBusy || isBetween ? kMostLogPages : kLogPages);
 }
 
 /// Everything that is to be written now. What belongs to a run that has lost something since it was
@@ -108,6 +148,8 @@ Writer::Batch Writer::take() {
   for (Request& request : queue_) batch.requests.push_back(std::move(request));
   queue_.clear();
   waiting_ = 0;
+  batch.last = added_;
+  batch.hurried = std::exchange(hurried_, "");
   retrying_ = false;
   for (const Request& request : batch.requests) {
     const auto run = runs_.find(request.change.runId);

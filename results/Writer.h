@@ -31,6 +31,11 @@ class Writer {
   void add(Change change);
   /// Queues a change and waits until it is on disk. Throws `StoreError`.
   void addAndWait(Change change);
+  /// Has what is queued written at once, for a run that is about to end, and does not wait for it.
+  void hurry(const std::string& runId);
+  /// Waits until everything of a run that was queued is on disk. Throws `StoreError` when some of
+  /// it is not, and will not be.
+  void flush(const std::string& runId);
   std::optional<StoreError> failure() const;
 
  private:
@@ -50,6 +55,8 @@ class Writer {
   struct Batch {
     std::deque<Request> requests;
     std::vector<std::optional<StoreError>> errors;
+    std::uint64_t last = 0;  // how many were queued with it, ever
+    std::string hurried;
   };
 
   bool admit(Change& change);
@@ -57,6 +64,7 @@ class Writer {
   void work();
   Batch take();
   void write(Batch& batch);
+  void checkpoint(const Batch& batch, bool isBusy);
   bool writeTogether(Batch& batch, const std::vector<std::size_t>& which);
   void settle(Batch& batch);
   void settle(Request& request, const StoreError& error);
@@ -68,8 +76,11 @@ class Writer {
   std::condition_variable queued_;   // something is to be written
   std::condition_variable changed_;  // there is room, or a waiter's change is settled
   std::deque<Request> queue_;
-  std::size_t waiting_ = 0;  // how many in the queue are waited for
-  bool retrying_ = false;    // an abandoned run is to be tried though nothing is queued
+  std::size_t waiting_ = 0;    // how many in the queue are waited for
+  std::uint64_t added_ = 0;    // how many were queued, ever
+  std::uint64_t settled_ = 0;  // how many of them are settled
+  std::string hurried_;        // a run that is about to end: what is queued is soon waited for
+  bool retrying_ = false;      // an abandoned run is to be tried though nothing is queued
   bool ending_ = false;
   std::unordered_map<std::string, RunState> runs_;
   std::vector<Change> abandoned_;  // ends of runs that lost something, to be written

@@ -42,6 +42,8 @@ class RunRecorder {
   /// A record that the station makes itself, of no test or of the last one.
   void add(const std::shared_ptr<QLTestResult>& record);
 
+  /// Has all of this written, and does not wait.
+  void hurry();
   /// Waits until all of this is on disk. Throws `results::StoreError`.
   void flush();
   /// Ends the run with the verdict of `outcome`, on disk when this returns. Throws

@@ -202,9 +202,11 @@ void SiteSession::on(Device& device, const Reported& event) {
 }
 
 void SiteSession::on(Device& device, const Tested& event) {
+  const bool isLast = !event.passed || (device.test && device.test->index == device.test->count);
   device.test.reset();
   device.limit.stop();
   device.run->tested(event);
+  if (isLast) device.run->hurry();  // the store's disk and the log's at once
   const std::string failure = firstFailure(event.records);
   std::copy_if(event.records.begin(), event.records.end(), std::back_inserter(device.recorded),
                hasFailed);

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdint>
+#include <filesystem>
 #include <limits>
 #include <string>
 #include <thread>
@@ -208,6 +209,49 @@ TEST(Store, WhatWasFlushedIsThere) {
   store.addMeasurement(sampleMeasurement(id, 1), sampleSpec());
   store.flush(id);
   EXPECT_THAT(folder.content(id).measurements, SizeIs(1));
+}
+
+TEST(Store, WhatComesAfterARunWasHurriedCounts) {
+  const StoreFolder folder;
+  Store store(folder.options);
+  const std::string id = store.beginRun(sampleRun(), samplePlan()).id;
+  store.addMeasurement(sampleMeasurement(id, 1), sampleSpec());
+  store.hurry(id);
+  store.flush(id);
+  store.addMeasurement(sampleMeasurement(id, 2), sampleSpec());
+  store.supersede(id, sampleMeasurement(id, 1).step, 1);
+  store.finishRun(id, {Verdict::Pass, {}, {}, 0});
+  const auto content = folder.content(id);
+  EXPECT_EQ(content.run.records, 2);
+  EXPECT_TRUE(content.measurements.at(0).superseded);
+  EXPECT_EQ(content.run.sha256, results::sha256Of(content));
+}
+
+TEST(Store, ARunThatWasHurriedWithNothingToWriteEndsAsOthersDo) {
+  const StoreFolder folder;
+  Store store(folder.options);
+  const std::string id = store.beginRun(sampleRun(), samplePlan()).id;
+  store.hurry(id);
+  store.flush(id);
+  store.finishRun(id, {Verdict::Pass, {}, {}, 0});
+  EXPECT_EQ(folder.content(id).run.verdict, Verdict::Pass);
+  EXPECT_THROW(store.flush(id), results::StoreError);
+}
+
+TEST(Store, ItsWriteAheadLogDoesNotGrowWithItsRuns) {
+  const StoreFolder folder;
+  Store store(folder.options);
+  for (int device = 0; device < 50; ++device) {
+    const std::string id = store.beginRun(sampleRun(), samplePlan()).id;
+    for (int i = 1; i <= 150; ++i) {
+      store.addMeasurement(sampleMeasurement(id, i), test::sampleSpec("1." + std::to_string(i)));
+    }
+    store.hurry(id);
+    store.flush(id);
+    store.finishRun(id, {Verdict::Pass, {}, {}, 0});
+  }
+  // Some 1000 pages, and what was written until a device had its verdict.
+  EXPECT_LT(std::filesystem::file_size(folder.options.file.string() + "-wal"), 6U << 20U);
 }
 
 TEST(Store, WhatNobodyWaitsForIsThereSoon) {
