@@ -10,6 +10,7 @@ const std::vector<InstrumentClass>& instrumentTable() {
   static const std::vector<InstrumentClass> table = [] {
     std::vector<InstrumentClass> classes = lineClasses();
     // One line for each class: the function that describes and makes it, beside the class.
+    classes.push_back(consoleClass());
     std::sort(classes.begin(), classes.end(), [](const auto& a, const auto& b) {
       return a.description.className < b.description.className;
     });

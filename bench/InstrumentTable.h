@@ -22,6 +22,8 @@ struct InstrumentClass {
   std::shared_ptr<QLTObject> (*make)(const QLTDictionary& entry, QLTError* error);
 };
 
+InstrumentClass consoleClass();
+
 /// All of them, by name. The one place in which a class is entered.
 const std::vector<InstrumentClass>& instrumentTable();
 

@@ -78,7 +78,7 @@ void append(std::vector<Attribute>& attributes, const std::vector<Attribute>& mo
 }  // namespace
 
 const std::vector<LineKind>& lineTable() {
-  static const std::vector<LineKind> table{tcp()};
+  static const std::vector<LineKind> table{tcp(), programLine()};
   return table;
 }
 

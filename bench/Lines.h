@@ -25,6 +25,8 @@ struct LineKind {
   std::shared_ptr<QLTBenchLine> (*make)(const QLTDictionary& entry);
 };
 
+LineKind programLine();
+
 /// All of them. The one place in which a kind of line is entered.
 const std::vector<LineKind>& lineTable();
 

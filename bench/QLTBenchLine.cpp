@@ -96,6 +96,8 @@ bool QLTBenchLine::isLost() const {
 
 bool QLTBenchLine::hasTraffic() const { return true; }
 
+std::string QLTBenchLine::endText() const { return "the other end is gone"; }
+
 void QLTBenchLine::setReplyEnd(std::string replyEnd) {
   if (!replyEnd.empty()) replyEnd_ = std::move(replyEnd);
 }
@@ -131,14 +133,15 @@ std::ptrdiff_t QLTBenchLine::takeIn(char* bytes, std::size_t size, Deadline dead
 }
 
 std::ptrdiff_t QLTBenchLine::giveOut(const char* bytes, std::size_t size, Deadline deadline) {
+  constexpr std::string_view kSecret = "***";
   if (auto* const standIn = traffic_.standIn()) {
-    errno = standIn->write({bytes, size});
+    errno = standIn->write(isSecret_ ? kSecret : std::string_view(bytes, size));
     return errno == 0 ? static_cast<std::ptrdiff_t>(size) : -1;
   }
   const std::ptrdiff_t count = send(bytes, size, deadline);
   if (!hasTraffic()) return count;
   if (count > 0) {
-    traffic_.sent({bytes, static_cast<std::size_t>(count)});
+    traffic_.sent(isSecret_ ? kSecret : std::string_view(bytes, static_cast<std::size_t>(count)));
   } else {
     const int problem = count < 0 ? errno : ETIMEDOUT;
     traffic_.failed(problem);
@@ -168,11 +171,19 @@ bool QLTBenchLine::write(const std::string& text, QLTError* error) {
     if (count < 0) {
       const int problem = errno;
       isBroken_ = true;
-      return failWith(error, lineError(kQLTErrorLineWrite, where(), "cannot be written", problem));
+      const std::string message = problem == 0 ? endText() : "cannot be written";
+      return failWith(error, lineError(kQLTErrorLineWrite, where(), message, problem));
     }
     rest.remove_prefix(static_cast<std::size_t>(count));
   }
   return true;
+}
+
+bool QLTBenchLine::writeSecret(const std::string& secret, QLTError* error) {
+  isSecret_ = true;
+  const bool isWritten = write(secret, error);
+  isSecret_ = false;
+  return isWritten;
 }
 
 bool QLTBenchLine::writeLine(const std::string& text, QLTError* error) {
@@ -292,7 +303,7 @@ bool QLTBenchLine::readError(QLTError* error) {
     return failWith(error, lineError(kQLTErrorLineRead, where(), "the line is not open", 0));
   }
   isBroken_ = true;
-  const std::string message = problem == 0 ? "the other end is gone" : "cannot be read";
+  const std::string message = problem == 0 ? endText() : "cannot be read";
   return failWith(error, lineError(kQLTErrorLineRead, where(), message, problem));
 }
 

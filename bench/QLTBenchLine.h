@@ -41,6 +41,9 @@ class QLT_EXPORT QLTBenchLine : public QLTAsciiReadWriteDevice, public QLTReopen
   /// time-out; part of it may have been sent then.
   bool write(const std::string& text, QLTError* error = nullptr) override;
   using QLTAsciiReadWriteDevice::write;
+  /// As `write`, of what nobody may read afterwards, a password: who is told of the traffic gets
+  /// "***" in its place.
+  bool writeSecret(const std::string& secret, QLTError* error = nullptr);
   /// Sends `text` and the line end.
   bool writeLine(const std::string& text, QLTError* error = nullptr);
 
@@ -93,6 +96,8 @@ class QLT_EXPORT QLTBenchLine : public QLTAsciiReadWriteDevice, public QLTReopen
   virtual std::ptrdiff_t send(const char* bytes, std::size_t size, Deadline deadline) = 0;
   /// Whether the other end of the open line is gone, without waiting or sending.
   virtual bool hasEnded() const = 0;
+  /// How the other end went, for people, once it is gone.
+  virtual std::string endText() const;
   /// Whether the line's traffic is told (`QLTTraffic.h`), and a recording may speak in its place.
   /// True; a class whose own carrier does so says false.
   virtual bool hasTraffic() const;
@@ -112,6 +117,7 @@ class QLT_EXPORT QLTBenchLine : public QLTAsciiReadWriteDevice, public QLTReopen
   bool isWanted_ = false;  // from `open`, whatever comes of it, to `close`
   bool isOpen_ = false;
   bool isBroken_ = false;
-  bool isLate_ = false;  // an answer may come that nobody waits for any more
+  bool isSecret_ = false;  // what is being written
+  bool isLate_ = false;    // an answer may come that nobody waits for any more
   QLTTrafficLine traffic_;
 };

@@ -33,13 +33,23 @@ std::ptrdiff_t whenReady(int descriptor, short events, Deadline deadline, Transf
 
 }  // namespace
 
+Deadline deadlineIn(double seconds) {
+  constexpr double kLongestWait = 1e6;  // what is longer overflows clocks
+  const std::chrono::duration<double> wait(seconds > 0 ? std::min(seconds, kLongestWait) : 0.0);
+  return Deadline::clock::now() + std::chrono::duration_cast<Deadline::duration>(wait);
+}
+
 bool awaitReady(int descriptor, short events, Deadline deadline) {
+  pollfd line{descriptor, events, 0};
+  return awaitReady(&line, 1, deadline);
+}
+
+bool awaitReady(pollfd* lines, std::size_t count, Deadline deadline) {
   while (true) {
     const auto left = std::max<nanoseconds>(deadline - Deadline::clock::now(), nanoseconds(0));
     const auto whole = std::chrono::duration_cast<seconds>(left);
     const timespec wait{whole.count(), (left - whole).count()};
-    pollfd line{descriptor, events, 0};
-    const int ready = ::ppoll(&line, 1, &wait, nullptr);
+    const int ready = ::ppoll(lines, count, &wait, nullptr);
     if (ready > 0) return true;
     if (ready < 0 && errno == EINTR) continue;
     if (ready == 0) errno = 0;

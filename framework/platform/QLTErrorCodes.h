@@ -40,6 +40,12 @@ inline constexpr std::int32_t kQLTErrorLineWrite = -30001;
 inline constexpr std::int32_t kQLTErrorLineRead = -30002;
 /// A device on such a line did not answer, or took nothing, in time.
 inline constexpr std::int32_t kQLTErrorLineTimedOut = -30003;
+/// A console on such a line showed no prompt in time.
+inline constexpr std::int32_t kQLTErrorConsoleNoPrompt = -31000;
+/// A console refused the log-in, or asks for one that was not expected.
+inline constexpr std::int32_t kQLTErrorConsoleLogIn = -31001;
+/// A console's echo is not what was sent.
+inline constexpr std::int32_t kQLTErrorConsoleEcho = -31002;
 /// The plug-in's "TestConfig" is missing or unreadable.
 inline constexpr std::int32_t kQLTErrorConfigUnreadable = -40000;
 /// A flow, a test or "defaultFlow" is configured wrongly.

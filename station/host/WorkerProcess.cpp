@@ -14,10 +14,12 @@
 #include <unistd.h>
 
 #include "common/Files.h"
+#include "common/NoSignals.h"
 #include "common/Retried.h"
 #include "link/ExitStatus.h"
 
 using quillon::internal::Descriptor;
+using quillon::internal::NoSignals;
 using quillon::internal::openFile;
 using quillon::internal::Pipe;
 using quillon::internal::retried;
@@ -45,22 +47,6 @@ Descriptor outOfTheWay(const Descriptor& descriptor) {
   if (!copy) fail("dup");
   return copy;
 }
-
-/// Keeps all signals from this thread, and from what it forks.
-class NoSignals {
- public:
-  NoSignals() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &earlier_);
-  }
-  ~NoSignals() { pthread_sigmask(SIG_SETMASK, &earlier_, nullptr); }
-  NoSignals(const NoSignals&) = delete;
-  NoSignals& operator=(const NoSignals&) = delete;
-
- private:
-  sigset_t earlier_{};
-};
 
 /// What a new process does until it is another program: only calls that are allowed between fork
 /// and exec in a program with threads.
