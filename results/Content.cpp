@@ -125,6 +125,12 @@ std::string sha256Of(const RunContent& content) {
   return sha256(canonical.bytes());
 }
 
+std::string sha256Of(const Event& event) {
+  Canonical canonical;
+  canonical.add(event, "sequence");
+  return sha256(canonical.bytes());
+}
+
 void makeStorable(std::string& text) {
   if (isStorable(text)) return;
   std::string_view rest = text;

@@ -20,6 +20,10 @@ std::string idOf(const Station& station);
 /// measurements, attributes and instruments. The lists must be in the order of their primary keys.
 std::string sha256Of(const RunContent& content);
 
+/// The sum of an event, 64 hexadecimal digits: all its columns but `sequence`, which every store
+/// gives anew.
+std::string sha256Of(const Event& event);
+
 /// Makes a row what every engine can hold: bytes of texts that are no UTF-8, and zero bytes, become
 /// escapes (`\xe9`, `\x00`); the value of a measurement that is not finite becomes absent, and its
 /// text `nan`, `inf` or `-inf`; a limit that is not finite becomes absent.

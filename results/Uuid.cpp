@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <mutex>
+#include <string_view>
 #include <system_error>
 
 #include <unistd.h>
@@ -48,6 +49,21 @@ std::string newUuid() {
     quillon::internal::appendHex(text, bytes[i]);
   }
   return text;
+}
+
+std::optional<std::int64_t> timeOfUuid(const std::string& text) {
+  constexpr std::string_view kForm = "xxxxxxxx-xxxx-7xxx-xxxx-xxxxxxxxxxxx";
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  if (text.size() != kForm.size()) return std::nullopt;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool fits =
+        kForm[i] == 'x' ? kDigits.find(text[i]) != std::string_view::npos : text[i] == kForm[i];
+    if (!fits) return std::nullopt;
+  }
+  const auto milliseconds =
+      quillon::internal::numberIn<std::int64_t>(text.substr(0, 8) + text.substr(9, 4), 16);
+  if (!milliseconds) return std::nullopt;
+  return *milliseconds * 1000;
 }
 
 }  // namespace results
