@@ -40,6 +40,7 @@ int runCommandLine(int argc, const char* const* argv) {
   addNewCommand(app, chosen);
   addReportCommand(app, chosen);
   addResultsCommand(app, chosen);
+  addForwardCommand(app, chosen);
   addWorkerCommand(app, chosen);
   try {
     app.parse(argc, argv);

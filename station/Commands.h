@@ -15,6 +15,7 @@ using Command = std::function<int()>;
 // `app` and, when it is the one that was given, puts what it does into `chosen`.
 
 void addCheckCommand(CLI::App& app, Command& chosen);
+void addForwardCommand(CLI::App& app, Command& chosen);
 void addListCommand(CLI::App& app, Command& chosen);
 void addNewCommand(CLI::App& app, Command& chosen);
 void addReportCommand(CLI::App& app, Command& chosen);

@@ -236,7 +236,11 @@ std::int64_t ForwardState::retry(const std::vector<std::string>& runIds) {
 ForwardLock::ForwardLock(const std::filesystem::path& store) {
   const std::string name = ForwardState::fileOf(store).string() + ".lock";
   descriptor_ = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-  if (descriptor_ < 0) throw StoreError(name, std::generic_category().message(errno));
+  if (descriptor_ < 0) {
+    const int reason = errno;
+    if (reason == ENOENT) throw StoreError(store.string(), "does not exist");
+    throw StoreError(name, std::generic_category().message(reason));
+  }
   if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
     const std::string process = quillon::internal::readWhole(name).value_or("");
     close(descriptor_);

@@ -15,6 +15,7 @@
 #include "Screen.h"
 #include "Text.h"
 #include "report/ProgressLine.h"
+#include "report/QueueReport.h"
 #include "report/ReportText.h"
 #include "report/ResultsCsv.h"
 #include "report/RunDetails.h"
@@ -26,6 +27,7 @@
 #include "results/Archive.h"
 #include "results/Import.h"
 #include "results/Inspection.h"
+#include "results/central/ForwardQueue.h"
 
 namespace station {
 namespace {
@@ -37,6 +39,8 @@ struct ResultsArguments : StoreArguments {
   std::size_t most = 50;
   std::string run;
   std::vector<std::string> files;
+  std::vector<std::string> runs;
+  bool all = false;
   bool json = false;
   bool csv = false;
 };
@@ -73,9 +77,51 @@ int show(const ResultsArguments& arguments) {
   results::Archive archive(arguments.store());
   const auto record = archive.run(idOf(arguments, archive));
   if (!record) throw reports::NoReport("the run is gone");
-  writeOutput(arguments.json
-                  ? results::jsonOf(*record, true) + "\n"
-                  : textOf(detailsOf(*record, printable(arguments.store().string()))) + "\n");
+  if (arguments.json) {
+    writeOutput(results::jsonOf(*record, true) + "\n");
+    return kDone;
+  }
+  reports::Report report = detailsOf(*record, printable(arguments.store().string()));
+  for (const results::ForwardQueue& queue : results::forwardQueues(arguments.store())) {
+    for (const results::ParkedRun& run : queue.parked) {
+      if (run.parked.runId != record->content.run.id) continue;
+      report.about.emplace_back("Parked",
+                                "not sent to " + queue.status.server + ": " + run.parked.reason);
+    }
+  }
+  writeOutput(textOf(report) + "\n");
+  return kDone;
+}
+
+int queue(const ResultsArguments& arguments) {
+  const reports::Report report =
+      queueReport(arguments.store(), results::forwardQueues(arguments.store()));
+  writeOutput((arguments.json ? reports::jsonOf(report) : textOf(report)) + "\n");
+  return kDone;
+}
+
+int retry(const ResultsArguments& arguments) {
+  if (arguments.runs.empty() && !arguments.all) {
+    throw reports::NoReport("which runs are to be sent again?",
+                            "Name them, or give --all; 'quillon results queue' shows them.");
+  }
+  std::int64_t count = 0;
+  for (const std::string& server : results::ForwardState::serversOf(arguments.store())) {
+    results::ForwardState state(arguments.store(), server);
+    // As `show` takes them: the beginning of an id is enough.
+    std::vector<std::string> ids;
+    for (const results::Parked& parked : state.parked()) {
+      for (const std::string& run : arguments.runs) {
+        if (parked.runId.starts_with(run)) ids.push_back(parked.runId);
+      }
+    }
+    if (arguments.all || !ids.empty()) count += state.retry(ids);
+  }
+  if (count == 0) {
+    throw reports::NoReport("no such run is parked",
+                            "'quillon results queue' shows those that are.");
+  }
+  Screen().line(reports::counted(count, "run") + " will be sent again");
   return kDone;
 }
 
@@ -265,6 +311,18 @@ void addResultsCommand(CLI::App& app, Command& chosen) {
                           "Enter runs that 'export' has written into a store", importRuns);
   command->add_option("FILE", arguments->files, "Files of JSON lines; - is standard input")
       ->required();
+
+  arguments = make();
+  command = addSubcommand(*results, chosen, arguments, "queue",
+                          "Show what waits to be forwarded to a server, and what is parked", queue);
+  command->add_flag("--json", arguments->json, "Write JSON, for tools");
+
+  arguments = make();
+  command = addSubcommand(*results, chosen, arguments, "retry",
+                          "Have parked runs forwarded once more", retry);
+  CLI::Option* const runs = command->add_option(
+      "RUN", arguments->runs, "Their ids, or the beginnings of them, as 'queue' shows them");
+  command->add_flag("--all", arguments->all, "All of them")->excludes(runs);
 
   addSubcommand(*results, chosen, make(), "check",
                 "Tell whether every run is still what was stored", check);

@@ -25,13 +25,11 @@ using results::Forwarder;
 using results::ForwardState;
 using results::ForwardStatus;
 using results::Parked;
-using results::ServerError;
 using results::Store;
 using results::Verdict;
 using test::CentralServer;
 using test::FleetStation;
 using test::testDevice;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -275,7 +273,7 @@ TEST_F(Forwarding, SaysWhatKeepsItFromSending) {
     EXPECT_EQ(seen.waiting, 1);
     EXPECT_TRUE(seen.oldestEndedUs);
     EXPECT_GT(seen.sinceUs, 0);
-    const std::string reason = seen.trouble;
+    std::string reason = seen.trouble;
     ForwardState(station.folder.options.file, name()).enter(results::ForwardNote{});
     return reason;
   };
