@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "bench/Lines.h"
+#include "bench/ModbusClasses.h"
 
 namespace quillon::bench {
 
@@ -11,6 +12,7 @@ const std::vector<InstrumentClass>& instrumentTable() {
     std::vector<InstrumentClass> classes = lineClasses();
     // One line for each class: the function that describes and makes it, beside the class.
     classes.push_back(consoleClass());
+    classes.push_back(modbusClass());
     std::sort(classes.begin(), classes.end(), [](const auto& a, const auto& b) {
       return a.description.className < b.description.className;
     });

@@ -35,6 +35,8 @@ class QLT_EXPORT QLTBenchTcp : public QLTBenchLine {
   std::ptrdiff_t receive(char* bytes, std::size_t size, Deadline deadline) override;
   std::ptrdiff_t send(const char* bytes, std::size_t size, Deadline deadline) override;
   bool hasEnded() const override;
+  /// The open connection, not blocking, for a library of others that speaks on it; else negative.
+  int descriptor() const { return socket_; }
 
  private:
   void setUp(int socket) const;

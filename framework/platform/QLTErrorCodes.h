@@ -46,6 +46,16 @@ inline constexpr std::int32_t kQLTErrorConsoleNoPrompt = -31000;
 inline constexpr std::int32_t kQLTErrorConsoleLogIn = -31001;
 /// A console's echo is not what was sent.
 inline constexpr std::int32_t kQLTErrorConsoleEcho = -31002;
+/// A request that no Modbus unit could take; nothing was sent.
+inline constexpr std::int32_t kQLTErrorModbusRequest = -35000;
+/// A Modbus unit refused; the number of the exception is under "exception" in the user information.
+inline constexpr std::int32_t kQLTErrorModbusException = -35001;
+/// No answer of a Modbus unit, or no whole one, in time.
+inline constexpr std::int32_t kQLTErrorModbusSilence = -35002;
+/// An answer of a Modbus unit that is garbled, or to something else.
+inline constexpr std::int32_t kQLTErrorModbusGarbled = -35003;
+/// Registers of a Modbus unit that hold no number.
+inline constexpr std::int32_t kQLTErrorModbusNoNumber = -35004;
 /// The plug-in's "TestConfig" is missing or unreadable.
 inline constexpr std::int32_t kQLTErrorConfigUnreadable = -40000;
 /// A flow, a test or "defaultFlow" is configured wrongly.

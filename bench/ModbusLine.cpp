@@ -1,0 +1,400 @@
+#include "ModbusLine.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <map>
+#include <system_error>
+#include <utility>
+
+#include <modbus/modbus.h>
+#include <poll.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <QLTConsoleLog.h>
+#include <QLTErrorCodes.h>
+
+#include "bench/Fail.h"
+#include "bench/Ready.h"
+#include "common/Format.h"
+#include "common/Retried.h"
+#include "common/Text.h"
+
+namespace quillon::bench {
+namespace {
+
+using internal::format;
+using internal::retried;
+using std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kSilence(20);  // behind a garbled answer
+constexpr double kShortest = 0.001;
+constexpr double kLongest = 3600;
+constexpr const char* kException = "exception ";  // in what is told of the line's traffic
+
+steady_clock::duration durationOf(double seconds) {
+  return std::chrono::duration_cast<steady_clock::duration>(
+      std::chrono::duration<double>(std::clamp(seconds, kShortest, kLongest)));
+}
+
+bool isException(int problem) {
+  return problem > MODBUS_ENOBASE && problem < MODBUS_ENOBASE + MODBUS_EXCEPTION_MAX;
+}
+
+bool isSilence(int problem) { return problem == ETIMEDOUT || problem == EAGAIN; }
+
+bool isGarbled(int problem) { return problem >= EMBBADCRC && problem <= EMBBADSLAVE; }
+
+const char* garbledText(int problem) {
+  switch (problem) {
+    case EMBBADCRC:
+      return "the checksum is wrong";
+    case EMBBADSLAVE:
+      return "it comes from another unit";
+    case EMBBADEXC:
+      return "it is an exception that there is not";
+    default:
+      return "it does not fit the request";
+  }
+}
+
+std::string textOf(const std::vector<std::uint16_t>& words) {
+  std::string text;
+  for (const std::uint16_t word : words) text += (text.empty() ? "" : " ") + std::to_string(word);
+  return text;
+}
+
+/// What is written or asked for, with the values of a write.
+std::string requestText(const ModbusAccess& access, const std::vector<std::uint16_t>& words) {
+  return access.isRead() ? access.text() : access.text() + ": " + textOf(words);
+}
+
+/// Takes what has come and nobody waits for; false when the line has no more.
+bool drop(int descriptor) {
+  std::array<char, 1024> bytes;
+  return retried([&] { return ::read(descriptor, bytes.data(), bytes.size()); }) > 0;
+}
+
+}  // namespace
+
+void ModbusLine::Free::operator()(_modbus* context) const { modbus_free(context); }
+
+ModbusLine::ModbusLine(std::unique_ptr<ModbusCarrier> carrier)
+    : carrier_(std::move(carrier)),
+      where_(carrier_->where()),
+      // Only the framing is libmodbus's; the carrier opens and closes.
+      context_(carrier_->isSerial() ? modbus_new_rtu("carried", 9600, 'N', 8, 1)
+                                    : modbus_new_tcp("127.0.0.1", 1)) {}
+
+ModbusLine::~ModbusLine() {
+  traffic_.closed();
+  carrier_->close();
+}
+
+std::shared_ptr<ModbusLine> ModbusLine::of(std::unique_ptr<ModbusCarrier> carrier,
+                                           QLTError* error) {
+  static std::mutex mutex;
+  static std::map<std::string, std::weak_ptr<ModbusLine>> lines;
+  const std::lock_guard lock(mutex);
+  std::weak_ptr<ModbusLine>& place = lines[carrier->where()];
+  if (const auto line = place.lock()) {
+    if (line->carrier_->settings() == carrier->settings()) return line;
+    return fail(error, kQLTErrorConfigWrong,
+                format("%@ is in use with other settings: %@, not %@", line->where_,
+                       line->carrier_->settings(), carrier->settings()));
+  }
+  const std::shared_ptr<ModbusLine> line(new ModbusLine(std::move(carrier)));
+  if (line->context_ == nullptr) return fail(error, kQLTErrorLineOpen, "no memory for a line");
+  place = line;
+  line->reopen(error);
+  return line;
+}
+
+// Open and closed.
+
+bool ModbusLine::open(QLTError* error) {
+  state_ = State::Lost;
+  quietBy_ = {};
+  std::string reason = "does not open";
+  const auto failed = [&](int problem) {
+    if (problem != 0) reason += ": " + std::generic_category().message(problem);
+    return fail(error, kQLTErrorLineOpen, where_ + ": " + reason);
+  };
+  if (carrier_->simulation() != nullptr) {
+    state_ = State::Open;
+    return true;
+  }
+  if (auto* const standIn = traffic_.begin(where_)) {
+    if (const int problem = standIn->open(); problem != 0) return failed(problem);
+    state_ = State::Open;
+    return true;
+  }
+  errno = 0;
+  if (!carrier_->open(reason)) {
+    const int problem = errno;
+    traffic_.failed(problem);
+    return failed(problem);
+  }
+  const int descriptor = carrier_->descriptor();
+  if (descriptor >= FD_SETSIZE) {  // libmodbus waits with select
+    carrier_->close();
+    traffic_.failed(EMFILE);
+    reason = "too many files are open";
+    return failed(0);
+  }
+  modbus_set_socket(context_.get(), descriptor);
+  traffic_.opened();
+  state_ = State::Open;
+  return true;
+}
+
+bool ModbusLine::reopen(QLTError* error) {
+  const std::lock_guard lock(mutex_);
+  if (state_ == State::Open && !hasFailed()) return true;
+  carrier_->close();
+  traffic_.closed();
+  return open(error);
+}
+
+bool ModbusLine::hasEnded(bool& inGoodOrder) const {
+  inGoodOrder = false;
+  pollfd line{carrier_->descriptor(), POLLIN, 0};
+  if (retried([&] { return ::poll(&line, 1, 0); }) <= 0) return false;
+  if (carrier_->isSerial()) return (line.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
+  char byte = 0;
+  const ssize_t count = retried([&] { return ::recv(line.fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT); });
+  inGoodOrder = count == 0;
+  return count == 0 || (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK);
+}
+
+bool ModbusLine::isLost() const {
+  const std::lock_guard lock(mutex_);
+  return hasFailed();
+}
+
+bool ModbusLine::hasFailed() const {
+  if (const auto* const speaker = standIn()) return speaker->isLost();
+  if (state_ != State::Open) return state_ == State::Lost;
+  bool inGoodOrder = false;
+  return hasEnded(inGoodOrder);
+}
+
+// Requests.
+
+bool ModbusLine::perform(const QLTModbus::Options& unit, const ModbusAccess& access,
+                         std::vector<std::uint16_t>& words, QLTError* error) {
+  const std::lock_guard lock(mutex_);
+  return performFor(unit, access, words, error);
+}
+
+/// Who answers in the unit's place; null as a rule.
+QLTTrafficStandIn* ModbusLine::standIn() const {
+  return carrier_->simulation() != nullptr ? carrier_->simulation() : traffic_.standIn();
+}
+
+/// Sees to a line that can be used, and from which nothing comes that was meant for others.
+bool ModbusLine::makeReady(const std::string& what, QLTError* error) {
+  if (standIn() != nullptr) return true;
+  bool inGoodOrder = false;
+  if (state_ == State::Open && hasEnded(inGoodOrder)) {
+    carrier_->close();
+    traffic_.closed();
+    state_ = inGoodOrder ? State::Closed : State::Lost;
+  }
+  if (state_ == State::Lost) {
+    return fail(error, kQLTErrorLineRead, format("%@: the line is lost", what));
+  }
+  if (state_ == State::Closed) {
+    QLTError problem;
+    if (!open(&problem)) return fail(error, kQLTErrorLineOpen, what + ": no connection", problem);
+  }
+  settle();
+  return true;
+}
+
+/// Waits until nothing comes any more that was not asked for.
+void ModbusLine::settle() {
+  const int descriptor = carrier_->descriptor();
+  constexpr int mostPieces = 64;  // even a flood has an end
+  for (int i = 0; i < mostPieces && drop(descriptor); ++i) {
+  }
+  while (steady_clock::now() < quietBy_) {
+    const auto silence = steady_clock::now() + kSilence;
+    const auto deadline = hasHeard_ ? std::min(quietBy_, silence) : quietBy_;
+    if (!awaitReady(descriptor, POLLIN, deadline) || !drop(descriptor)) break;
+    hasHeard_ = true;
+  }
+  quietBy_ = {};
+  hasHeard_ = false;
+}
+
+bool ModbusLine::performFor(const QLTModbus::Options& unit, const ModbusAccess& access,
+                            std::vector<std::uint16_t>& words, QLTError* error) {
+  const std::string request = requestText(access, words);
+  const std::string what = format("%@, unit %d, %@", where_, unit.unit, access.text());
+  int problem = 0;
+  for (int left = access.isRead() ? unit.retries : 0; left >= 0; --left) {
+    if (!makeReady(what, error)) return false;
+    const std::string wire = format("unit %d: %@", unit.unit, request);
+    QLTLog(format("{Modbus_Write %@}: %@", where_, wire));
+    if (auto* const speaker = standIn()) {
+      problem = replay(*speaker, wire, unit, access, words);
+    } else {
+      traffic_.sent(wire);
+      problem = transfer(unit, access, words);
+      tell(problem, access, words);
+    }
+    if (problem == 0) {
+      QLTLog(format("{Modbus_Read %@}: %@", where_, access.isRead() ? textOf(words) : "done"));
+      return true;
+    }
+    recover(problem, unit);
+    if (!isGarbled(problem)) break;
+    QLTLog(format("{Modbus_Read %@}: a garbled answer: %@", where_, garbledText(problem)));
+  }
+  if (isException(problem)) {
+    const int number = problem - MODBUS_ENOBASE;
+    const std::string meaning = modbusExceptionText(number);
+    const QLTError logged = QLTUtil::handleError(
+        kQLTErrorModbusException, format("%@: refused with exception %d%s%@", what, number,
+                                         meaning.empty() ? "" : ", ", meaning));
+    QLTDictionary userInfo = logged.userInfo();
+    userInfo.set("exception", number);
+    return failWith(error, {logged.domain(), logged.code(), std::move(userInfo)});
+  }
+  if (isSilence(problem)) {
+    std::string seconds = internal::fixedText(unit.timeOutInSeconds, 3);
+    seconds.erase(seconds.find_last_not_of('0') + 1);
+    if (seconds.ends_with('.')) seconds.pop_back();
+    return fail(error, kQLTErrorModbusSilence,
+                format("%@: no whole answer within %@ s", what, seconds));
+  }
+  if (isGarbled(problem)) {
+    return fail(error, kQLTErrorModbusGarbled,
+                format("%@: the answer is garbled: %@", what, garbledText(problem)));
+  }
+  return fail(error, kQLTErrorLineRead, format("%@: the line is lost", what),
+              QLTError::fromErrno(problem, where_));
+}
+
+/// One exchange on the line: 0, or the errno that libmodbus has for what went wrong.
+int ModbusLine::transfer(const QLTModbus::Options& unit, const ModbusAccess& access,
+                         std::vector<std::uint16_t>& words) const {
+  modbus_t* const context = context_.get();
+  const double timeOut = std::clamp(unit.timeOutInSeconds, kShortest, kLongest);
+  const double whole = std::floor(timeOut);
+  modbus_set_response_timeout(context, static_cast<std::uint32_t>(whole),
+                              static_cast<std::uint32_t>((timeOut - whole) * 1e6));
+  modbus_set_byte_timeout(context, 0, 0);  // it counts for the answer as a whole
+  if (modbus_set_slave(context, unit.unit) != 0) return errno;
+
+  const auto count = static_cast<std::size_t>(access.count);
+  std::vector<std::uint8_t> bits(count);
+  std::copy(words.begin(), words.end(), bits.begin());
+  std::vector<std::uint16_t> values = words;
+  values.resize(count);
+  const int address = access.address;
+  int done = -1;
+  errno = 0;
+  switch (access.function) {
+    case ModbusFunction::ReadCoils:
+      done = modbus_read_bits(context, address, access.count, bits.data());
+      break;
+    case ModbusFunction::ReadDiscreteInputs:
+      done = modbus_read_input_bits(context, address, access.count, bits.data());
+      break;
+    case ModbusFunction::ReadHoldingRegisters:
+      done = modbus_read_registers(context, address, access.count, values.data());
+      break;
+    case ModbusFunction::ReadInputRegisters:
+      done = modbus_read_input_registers(context, address, access.count, values.data());
+      break;
+    case ModbusFunction::WriteCoil:
+      done = modbus_write_bit(context, address, bits[0]);
+      break;
+    case ModbusFunction::WriteCoils:
+      done = modbus_write_bits(context, address, access.count, bits.data());
+      break;
+    case ModbusFunction::WriteRegister:
+      done = modbus_write_register(context, address, values[0]);
+      break;
+    case ModbusFunction::WriteRegisters:
+      done = modbus_write_registers(context, address, access.count, values.data());
+      break;
+  }
+  if (done < 0) return errno != 0 ? errno : EMBBADDATA;
+  if (!access.isRead()) return 0;
+  if (done != access.count) return EMBBADDATA;
+  if (access.isOfBits()) {
+    words.assign(bits.begin(), bits.end());
+  } else {
+    words = std::move(values);
+  }
+  return 0;
+}
+
+/// What a line has to be for the next request.
+void ModbusLine::recover(int problem, const QLTModbus::Options& unit) {
+  if (isException(problem) || standIn() != nullptr) return;
+  if (!isSilence(problem) && !isGarbled(problem)) {
+    carrier_->close();
+    traffic_.closed();
+    state_ = State::Lost;
+  } else if (!carrier_->isSerial()) {
+    // A late answer goes to a connection that is no more.
+    carrier_->close();
+    traffic_.closed();
+    state_ = State::Closed;
+  } else {
+    quietBy_ = steady_clock::now() + durationOf(unit.timeOutInSeconds);
+    hasHeard_ = isGarbled(problem);
+  }
+}
+
+// What the line's traffic is told, and takes from a recording: requests and answers in words.
+
+void ModbusLine::tell(int problem, const ModbusAccess& access,
+                      const std::vector<std::uint16_t>& words) {
+  if (problem == 0) {
+    traffic_.received(access.isRead() ? textOf(words) : "done");
+  } else if (isException(problem)) {
+    traffic_.received(kException + std::to_string(problem - MODBUS_ENOBASE));
+  } else if (isSilence(problem)) {
+    traffic_.silent();
+  } else {
+    traffic_.failed(isGarbled(problem) ? EBADMSG : problem);
+  }
+}
+
+int ModbusLine::replay(QLTTrafficStandIn& speaker, const std::string& request,
+                       const QLTModbus::Options& unit, const ModbusAccess& access,
+                       std::vector<std::uint16_t>& words) const {
+  constexpr std::size_t longest = 65536;
+  if (const int problem = speaker.write(request); problem != 0) return problem;
+  const QLTTrafficAnswer answer = speaker.read(longest, durationOf(unit.timeOutInSeconds));
+  if (answer.kind == QLTTrafficAnswer::Kind::Silent) return ETIMEDOUT;
+  if (answer.kind == QLTTrafficAnswer::Kind::Failed) {
+    if (answer.code == EBADMSG) return EMBBADDATA;
+    return answer.code == 0 ? ECONNRESET : answer.code;
+  }
+  if (answer.bytes.starts_with(kException)) {
+    const auto number =
+        internal::numberIn<int>(answer.bytes.substr(std::string(kException).size()));
+    return number ? MODBUS_ENOBASE + *number : EPROTO;
+  }
+  if (!access.isRead()) return 0;
+  std::vector<std::uint16_t> values;
+  for (const std::string& piece : internal::split(answer.bytes, " ")) {
+    const auto value = internal::numberIn<std::uint16_t>(piece);
+    if (!value) return EPROTO;
+    values.push_back(*value);
+  }
+  if (values.size() != static_cast<std::size_t>(access.count)) return EPROTO;
+  words = std::move(values);
+  return 0;
+}
+
+}  // namespace quillon::bench
