@@ -56,6 +56,8 @@ class DeviceSource {
   virtual void release(const std::string& site) = 0;
   /// The site wants no more devices; others may wait for it until it says so.
   virtual void leave(const std::string& site) = 0;
+  /// No site can test any more: whoever waits in `next` gets none, now and from now on. Any thread.
+  virtual void end() = 0;
 };
 
 }  // namespace station

@@ -30,6 +30,7 @@ SerialNumberSource::SerialNumberSource(SerialNumbers given, std::vector<std::str
       screen_(screen),
       purpose_(std::move(purpose)),
       rules_(std::move(pattern)),
+      over_(Pipe::make(O_NONBLOCK)),
       prompt_(screen) {
   warnOfEqualOnes();
   checkSites();
@@ -99,7 +100,7 @@ std::optional<NextDevice> SerialNumberSource::next(const std::string& site) {
   lock.unlock();
   auto answer = prompt_.ask("Serial number of the device at site " + site + ": ",
                             [&](const std::string& text) { return rules_.complaintAbout(text); },
-                            {.hint = kEnds});
+                            {.cancelled = over_.reading.get(), .hint = kEnds});
   lock.lock();
   asking_ = false;
   waiting_.erase(rank);
@@ -165,6 +166,13 @@ void SerialNumberSource::leave(const std::string& site) {
   const std::lock_guard lock(mutex_);
   waiting_.erase(rankOf(site));
   changed_.notify_all();
+}
+
+void SerialNumberSource::end() {
+  const std::lock_guard lock(mutex_);
+  ended_ = true;
+  changed_.notify_all();
+  [[maybe_unused]] const auto sent = write(over_.writing.get(), "", 1);
 }
 
 std::ptrdiff_t SerialNumberSource::rankOf(const std::string& site) const {

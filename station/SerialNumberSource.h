@@ -16,6 +16,7 @@
 #include "SerialNumberRules.h"
 #include "SerialNumbers.h"
 #include "SerialPattern.h"
+#include "common/Files.h"
 
 namespace station {
 
@@ -42,6 +43,7 @@ class SerialNumberSource : public DeviceSource {
       SerialNumberPrompt::Patience patience, const std::stop_token& cancelled);
   void release(const std::string& site) override;
   void leave(const std::string& site) override;
+  void end() override;
 
  private:
   void checkSites() const;
@@ -61,7 +63,8 @@ class SerialNumberSource : public DeviceSource {
   int questions_ = 0;                 // of tests, that wait or are asked
   bool asking_ = false;
   bool ended_ = false;
-  SerialNumberPrompt prompt_;  // for the site that asks
+  const quillon::internal::Pipe over_;  // can be read from once `end` was called
+  SerialNumberPrompt prompt_;           // for the site that asks
 };
 
 }  // namespace station

@@ -108,13 +108,14 @@ int StationRun::runOn(Engine& engine, const std::filesystem::path& bundle, const
   engine.unload();
   face->ended();
   face->view().runEnded(series.outcomes);
-  couldRecord_ = !series.storeFailure && !results.failed();
-  if (series.storeFailure) {
-    screen_.warning("the results store is not complete: " + printable(*series.storeFailure) +
-                    "; test the devices that were broken off again");
-  }
+  const std::string todo = "; test the devices that were broken off again";
   if (results.failed()) {
-    screen_.warning("the result log is not complete; test the devices that were broken off again");
+    notRecorded_ = "the result log is not complete: " + printable(results.failureText());
+    screen_.warning("the result log is not complete" + todo);
+  }
+  if (series.storeFailure) {
+    notRecorded_ = "the results store is not complete: " + printable(*series.storeFailure);
+    screen_.warning(*notRecorded_ + todo);
   }
   const bool isComplete = series.complete && !wantsUnavailable(loaded);
   return isComplete && allPassed(series.outcomes) ? kAllPassed : kNotAllPassed;
@@ -176,11 +177,16 @@ StationRun::Series StationRun::test(const std::vector<std::string>& sites,
           [&session = sessions.emplace_back(site, station), &atWork, &station, site] {
             threadName() = site;
             session.run();
+            // Where the results of one device were lost, those of the next would be.
+            if (session.hasLostResults()) station.face.devices().end();
             --atWork;
             station.engine.wake();
           });
     }
-    station.engine.serve([&] { return atWork == 0; });
+    station.engine.serve([&] {
+      if (station.engine.hasGivenUp()) station.face.devices().end();
+      return atWork == 0;
+    });
   }
   Series series;
   series.complete = true;

@@ -27,8 +27,8 @@ class StationRun {
 
   /// The exit status: 0 when all devices passed, else 1. `CannotRun` when nothing can be tested.
   int run();
-  /// False when results could not be recorded, so that it had to end.
-  bool couldRecord() const { return couldRecord_; }
+  /// Why results could not be recorded, so that it had to end; absent when they could.
+  const std::optional<std::string>& notRecorded() const { return notRecorded_; }
 
  private:
   /// What became of a series of devices.
@@ -50,7 +50,7 @@ class StationRun {
   const RunOptions options_;
   const FaceMaker makeFace_;
   Screen& screen_;
-  bool couldRecord_ = true;
+  std::optional<std::string> notRecorded_;
 };
 
 }  // namespace station

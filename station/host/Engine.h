@@ -75,6 +75,8 @@ class Engine {
 
   // The site's thread.
 
+  /// No device can be tested any more. Any thread.
+  bool hasGivenUp() const { return sites_.hasGivenUp(); }
   /// Waits until a device can be tested; false when none can any more.
   bool awaitWorker() { return sites_.awaitOpen(); }
   /// Waits until a device can be tested. When none can be tested any more, the reason; the operator

@@ -37,6 +37,8 @@ void ResultLog::open() {
   csv_.startDevice(stationAttributes_);
 }
 
+std::string ResultLog::failureText() const { return describe(csv_.failure()); }
+
 std::optional<std::string> ResultLog::log(const QLTestResults& records) {
   return logRecords(csv_, "the result log", records);
 }

@@ -36,6 +36,8 @@ class ResultLog {
   std::optional<std::string> log(const QLTestResults& records);
   /// True when the file lacks something.
   bool failed() const { return static_cast<bool>(csv_.failure()); }
+  /// Why, in words.
+  std::string failureText() const;
 
  private:
   Screen& screen_;

@@ -42,6 +42,8 @@ class SiteSession {
   /// Without end, none is kept.
   const std::vector<Outcome>& outcomes() const { return outcomes_; }
   bool isComplete() const { return complete_; }  ///< all devices were tested
+  /// Something of a device is not in the store or the result log.
+  bool hasLostResults() const { return !canRecord(); }
   /// Why the store lacks something of a device, though it may work again; absent when it does not.
   const std::optional<std::string>& storeFailure() const { return storeFailure_; }
 

@@ -41,7 +41,7 @@ std::optional<NextDevice> PageDevices::next(const std::string& name) {
   Site& site = sites_[name];
   site.isWaiting = true;
   while (!(site.serial && site.isStarted)) {
-    if (Signals::stopRequested() || isOver()) return std::nullopt;
+    if (isEnded_ || Signals::stopRequested() || isOver()) return std::nullopt;
     changed_.wait_for(lock, kLook);
   }
   site.isWaiting = false;
@@ -95,6 +95,12 @@ void PageDevices::leave(const std::string& site) {
   sites_[site].isWaiting = false;
 }
 
+void PageDevices::end() {
+  const std::lock_guard lock(mutex_);
+  isEnded_ = true;
+  changed_.notify_all();
+}
+
 PageDevices::Site* PageDevices::find(const std::string& name) {
   const auto site = sites_.find(name);
   return site == sites_.end() ? nullptr : &site->second;
@@ -105,8 +111,10 @@ std::string PageDevices::complaintOfSite(const std::string& name) {
   const Site* const site = find(name);
   const std::string word = state_.word(name);
   if (site == nullptr && word.empty()) return "There is no site " + printable(name) + ".";
-  if (site != nullptr && site->isWaiting && !site->disabled && !site->serial && !hasEnded_)
+  if (site != nullptr && site->isWaiting && !site->disabled && !site->serial && !hasEnded_ &&
+      !isEnded_) {
     return "";
+  }
   if (site != nullptr && site->serial) {
     return "Site " + printable(name) + " has " + printable(*site->serial) + " already.";
   }

@@ -43,6 +43,7 @@ class PageDevices : public DeviceSource {
                                          const std::string& reason) override;
   void release(const std::string& site) override;
   void leave(const std::string& site) override;
+  void end() override;
 
   /// The session was ended by `Options::endAfter`.
   bool hasEnded() const;
@@ -93,7 +94,8 @@ class PageDevices : public DeviceSource {
   std::map<std::string, Site> sites_;
   std::optional<std::string> labelled_;  // the site whose label was scanned last
   RunPurpose purpose_;
-  bool hasEnded_ = false;
+  bool hasEnded_ = false;  // by the time of the day
+  bool isEnded_ = false;   // by `end`
 };
 
 }  // namespace station

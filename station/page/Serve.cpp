@@ -105,10 +105,15 @@ int serve(const ServeOptions& options) {
     }
     if (Signals::stopRequested()) break;
     if (site.awaitReload({})) continue;  // a new day
-    const Notice why = lastProblem.value_or(
+    Notice why = lastProblem.value_or(
         Notice{true, "no device can be tested any more", "See the warnings, then start anew."});
+    if (run.notRecorded()) {
+      why = {true, *run.notRecorded(),
+             "Test the devices that were broken off again. The station tries again by itself every "
+             "half minute."};
+    }
     state.broken(why.text, why.advice);
-    while (!site.awaitReload(kAgain) && run.couldRecord() && !Signals::stopRequested()) {
+    while (!site.awaitReload(kAgain) && !run.notRecorded() && !Signals::stopRequested()) {
     }
   }
   server->stop();

@@ -322,6 +322,42 @@ TEST_F(StationServe, thePageTellsWhyNothingCanBeTested) {
   EXPECT_EQ(station_->wait(), 0);
 }
 
+TEST_F(StationServe, aPluginThatCrashesAgainAndAgainWaitsForAPerson) {
+  bundle_.configure(TroubleBundle::test("Volts", TroubleBundle::text("dies", "segfault")));
+  serveReady();
+  constexpr int kAllowed = 3;
+  for (int crash = 0; crash <= kAllowed; ++crash) {
+    const std::string serial = "A" + std::to_string(crash);
+    ASSERT_TRUE(soon([&] { return scan(serial).empty(); })) << state().dump();
+    ASSERT_TRUE(soon([&] { return run(serial).run.verdict == results::Verdict::BrokenOff; }));
+  }
+  ASSERT_TRUE(soon([&] { return state()["station"]["state"] == "broken"; })) << state().dump();
+  EXPECT_THAT(state()["station"]["problem"]["text"].get<std::string>(),
+              HasSubstr("that was the 4th time within 10 minutes"));
+  EXPECT_EQ(scan("B"), "The station is not ready.");
+  EXPECT_EQ(order({{"command", "reload"}}), "");
+  EXPECT_TRUE(becomes("left", "EMPTY"));
+}
+
+TEST_F(StationServe, aStoreThatCannotBeWrittenIsToldAndCanBeTriedAgain) {
+  bundle_.configure(TroubleBundle::test("Volts", ""));
+  const std::filesystem::path logs = folder_.path() / "logs";
+  serveReady({"--log-dir", logs.string()});
+  const std::filesystem::path aside = folder_.path() / "aside";
+  std::filesystem::rename(logs, aside);
+  EXPECT_EQ(scan("A"), "");
+  ASSERT_TRUE(soon([&] { return state()["station"]["state"] == "broken"; })) << state().dump();
+  EXPECT_EQ(state()["today"]["passed"], 0);
+  EXPECT_THAT(state()["station"]["problem"].dump(),
+              HasSubstr("results.db: was deleted while in use"));
+  std::filesystem::remove_all(logs);
+  std::filesystem::rename(aside, logs);
+  EXPECT_EQ(order({{"command", "reload"}}), "");
+  ASSERT_TRUE(becomes("left", "EMPTY"));
+  EXPECT_EQ(scan("A"), "");
+  EXPECT_TRUE(becomes("left", "PASS"));
+}
+
 TEST_F(StationServe, showsPicturesOfThePluginAndNothingElse) {
   const std::filesystem::path resources = bundle_.bundle().path() / "Contents" / "Resources";
   bundle_.configure(TroubleBundle::test(

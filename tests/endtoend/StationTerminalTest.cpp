@@ -177,6 +177,16 @@ TEST_F(StationTerminal, asksForNoDeviceThatCannotBeTestedAnyMore) {
                                       HasSubstr("0 passed, 0 failed, 4 broken off")));
 }
 
+TEST_F(StationTerminal, anOpenQuestionEndsWhenNothingCanBeTestedAnyMore) {
+  bundle_.configure(TroubleBundle::test("Volts", TroubleBundle::text("dies", "segfault")));
+  StationProcess station({"run", bundle_.path(), "--sn", "left=A", "--repeat", "9"},
+                         StationProcess::Input::Terminal);
+  ASSERT_TRUE(isAsked(station, "right"));
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.errors() + station.output(),
+              HasSubstr("that was the 4th time within 10 minutes"));
+}
+
 TEST_F(StationTerminal, endingTheSeriesAtThePromptKeepsItsTable) {
   StationProcess station({"run", bundle_.path(), "--site", "left", "--repeat", "9"},
                          StationProcess::Input::Terminal);
