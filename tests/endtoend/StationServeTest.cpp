@@ -151,7 +151,10 @@ TEST_F(StationServe, testsADeviceFromScanToVerdict) {
   EXPECT_EQ(scan("B"), "");  // the site that has had no device comes first
   EXPECT_TRUE(becomes("right", "FAIL"));
   EXPECT_EQ(scan("C"), "");
-  EXPECT_TRUE(soon([&] { return site("left")["verdict"].value("serial", "") == "C"; }));
+  EXPECT_TRUE(soon([&] {
+    const json left = site("left");
+    return left.contains("verdict") && left["verdict"]["serial"] == "C";
+  }));
   station_->send(SIGTERM);
   EXPECT_EQ(station_->wait(), 0) << station_->errors();
 }
