@@ -36,7 +36,8 @@ class PostgresServer {
   PostgresServer(const PostgresServer&) = delete;
   PostgresServer& operator=(const PostgresServer&) = delete;
 
-  /// Ends the server and all of its processes, as a power failure would end them.
+  /// Ends the server and all of its processes, as a power failure would end them. It may have ended
+  /// by itself.
   void kill();
   /// Ends it in good order; connections are broken off.
   void stop();
@@ -49,6 +50,8 @@ class PostgresServer {
                   const std::string& database = "postgres") const;
   /// The folder of the socket, which has the name ".s.PGSQL.5432".
   const std::filesystem::path& socketFolder() const { return folder_.path(); }
+  /// The server's first process.
+  pid_t process() const { return process_; }
   /// What the server has logged.
   std::string log() const;
 
