@@ -45,6 +45,11 @@ void addServeCommand(CLI::App& app, Command& chosen) {
                    "A further name of this computer that browsers may use; repeatable")
       ->type_name("NAME")
       ->allow_extra_args(false);
+  command
+      ->add_option("--forward-to", options->forwardTo,
+                   "The server's database that gets the results too, as 'quillon forward --to' has "
+                   "it")
+      ->type_name("URL");
   const auto freshAt = std::make_shared<std::string>("03:00");
   command
       ->add_option(

@@ -407,6 +407,10 @@ void Forwarder::Work::follow(const std::stop_token& stop) {
   std::chrono::milliseconds pause = options_.firstPause;
   while (!stop.stop_requested()) {
     hasSent_ = false;
+    if (!std::filesystem::exists(options_.store)) {  // the station has not begun yet
+      pauseFor(options_.look, stop);
+      continue;
+    }
     std::string reason;
     try {
       pass(stop);

@@ -12,6 +12,7 @@
 #include "Signals.h"
 #include "StationInfo.h"
 #include "Text.h"
+#include "forward/ForwardService.h"
 #include "forward/ForwardText.h"
 #include "report/StoreArguments.h"
 #include "report/StoreWork.h"
@@ -60,36 +61,15 @@ int once(const ForwardArguments& arguments) {
   return kProblem;
 }
 
-/// Tells what changes.
-class Teller {
- public:
-  void operator()(const results::ForwardStatus& status) {
-    if (status.trouble != trouble_) {
-      trouble_ = status.trouble;
-      if (trouble_.empty()) {
-        screen_.line(printable(status.server) + " takes runs again");
-      } else {
-        screen_.warning(troubleText(status));
-      }
-    }
-    if (status.parked > parked_) screen_.warning(parkedText(status));
-    parked_ = status.parked;
-  }
-
- private:
-  Screen screen_;
-  std::string trouble_;
-  std::int64_t parked_ = 0;
-};
-
 int follow(const ForwardArguments& arguments) {
   Signals::setQuiet(true);
   const Signals signals;
-  Teller teller;
+  Screen screen;
+  ForwardTeller teller(screen);
   results::Forwarder forwarder(optionsOf(arguments),
                                [&](const results::ForwardStatus& status) { teller(status); });
-  Screen().line("Forwarding " + printable(arguments.store().string()) + " to " +
-                printable(forwarder.status().server));
+  screen.line("Forwarding " + printable(arguments.store().string()) + " to " +
+              printable(forwarder.status().server));
   std::exception_ptr unexpected;
   std::stop_source finished;
   std::jthread thread([&](const std::stop_token& stop) {

@@ -18,6 +18,7 @@
 #include "Text.h"
 #include "common/Files.h"
 #include "common/Text.h"
+#include "results/Clock.h"
 #include "results/Queries.h"
 
 namespace station {
@@ -133,6 +134,26 @@ std::string quoted(const std::string& text) {
     escaped += c == '\n' ? ' ' : c;
   }
   return escaped + '"';
+}
+
+void writeMetrics(std::ostream& text, const results::ForwardStatus& status) {
+  const std::int64_t now = results::microsecondsNow();
+  constexpr double kMicroseconds = 1e6;
+  const auto gauge = [&](const std::string& name, const std::string& help, const auto& value) {
+    text << "# HELP " << name << ' ' << help << "\n# TYPE " << name << " gauge\n"
+         << name << ' ' << value << '\n';
+  };
+  gauge("quillon_forward_up", "Whether the server takes runs.", status.trouble.empty() ? 1 : 0);
+  gauge("quillon_forward_waiting_runs", "Runs that have ended and are not on the server.",
+        status.waiting);
+  gauge("quillon_forward_oldest_seconds", "How long the oldest of them has been waiting.",
+        status.oldestEndedUs
+            ? std::max(0.0, static_cast<double>(now - *status.oldestEndedUs) / kMicroseconds)
+            : 0.0);
+  gauge("quillon_forward_parked_runs", "Runs that a person has to look at.", status.parked);
+  text << "# HELP quillon_forward_sent_total Runs sent since the station was started.\n"
+       << "# TYPE quillon_forward_sent_total counter\nquillon_forward_sent_total " << status.sent
+       << '\n';
 }
 
 }  // namespace
@@ -320,6 +341,7 @@ Response PageSite::metrics() const {
   for (const auto& [site, word] : state_.words()) {
     text << "quillon_site_state{site=" << quoted(site) << ",state=" << quoted(word) << "} 1\n";
   }
+  if (const auto forwarding = state_.forwarding()) writeMetrics(text, *forwarding);
   std::function<web::Counts()> counts;
   {
     const std::lock_guard lock(mutex_);

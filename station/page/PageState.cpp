@@ -109,6 +109,14 @@ const char* wordOf(Calibration::State state) {
   return "unknown";
 }
 
+Object forwardingJson(const results::ForwardStatus& status) {
+  Object json{{"server", status.server}, {"waiting", status.waiting}, {"parked", status.parked}};
+  put(json, "oldestAt", status.oldestEndedUs);
+  put(json, "trouble", status.trouble);
+  if (!status.trouble.empty()) json["since"] = status.sinceUs;
+  return json;
+}
+
 Object instrumentsOf(const Loaded& loaded) {
   const auto today = std::chrono::floor<std::chrono::days>(std::chrono::system_clock::now());
   Object list = Object::array();
@@ -173,9 +181,22 @@ nlohmann::json PageState::json() const {
       {"passed", today_.passed}, {"failed", today_.failed}, {"brokenOff", today_.brokenOff}};
   const int judged = today_.passed + today_.failed;
   if (judged > 0) today["yield"] = static_cast<double>(today_.passed) / judged;
-  return {{"station", std::move(station)}, {"order", order_},   {"sites", std::move(sites)},
-          {"today", std::move(today)},     {"recent", recent_}, {"notices", notices_},
-          {"instruments", instruments_}};
+  Object json{{"station", std::move(station)}, {"order", order_},   {"sites", std::move(sites)},
+              {"today", std::move(today)},     {"recent", recent_}, {"notices", notices_},
+              {"instruments", instruments_}};
+  if (forwarding_) json["forwarding"] = forwardingJson(*forwarding_);
+  return json;
+}
+
+void PageState::forwards(const results::ForwardStatus& status) {
+  const std::lock_guard lock(mutex_);
+  if (!forwarding_ || forwardingJson(*forwarding_) != forwardingJson(status)) ++generation_;
+  forwarding_ = status;
+}
+
+std::optional<results::ForwardStatus> PageState::forwarding() const {
+  const std::lock_guard lock(mutex_);
+  return forwarding_;
 }
 
 nlohmann::json PageState::jsonOf(const std::string& name, const Site& site) const {

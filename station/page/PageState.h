@@ -15,6 +15,7 @@
 #include "Face.h"
 #include "Screen.h"
 #include "results/Rows.h"
+#include "results/central/Forwarder.h"
 #include "view/RunView.h"
 
 namespace station {
@@ -40,6 +41,8 @@ class PageState : public RunView {
   void broken(const std::string& problem, const std::string& advice);
   void noticed(const Notice& notice);
   void purposeIs(const RunPurpose& purpose);
+  /// How it stands with what goes to the factory's server.
+  void forwards(const results::ForwardStatus& status);
 
   // What sites wait for.
 
@@ -73,6 +76,8 @@ class PageState : public RunView {
   std::map<std::string, Counters> counters() const;
   /// The word of each site's state.
   std::map<std::string, std::string> words() const;
+  /// Absent: nothing is forwarded.
+  std::optional<results::ForwardStatus> forwarding() const;
   bool isReady() const;   ///< devices can be tested
   bool isBroken() const;  ///< nothing can be tested
 
@@ -145,6 +150,7 @@ class PageState : public RunView {
   std::deque<nlohmann::json> notices_;
   int lastNotice_ = 0;
   nlohmann::json instruments_ = nlohmann::json::array();
+  std::optional<results::ForwardStatus> forwarding_;
 };
 
 }  // namespace station

@@ -17,6 +17,8 @@
 #include "StationRun.h"
 #include "Text.h"
 #include "common/Files.h"
+#include "forward/ForwardService.h"
+#include "forward/ForwardText.h"
 #include "web/Server.h"
 
 namespace station {
@@ -87,6 +89,17 @@ int serve(const ServeOptions& options) {
     state.noticed(notice);
     if (notice.isProblem) lastProblem = notice;
   });
+  ForwardTeller tellScreen(screen);
+  std::optional<ForwardService> forwarding;
+  if (!options.forwardTo.empty()) {
+    forwarding.emplace(
+        results::ForwardOptions{std::filesystem::path(options.run.logFolder) / kStoreName,
+                                serverOf(options.forwardTo), applicationVersion()},
+        [&](const results::ForwardStatus& status) {
+          state.forwards(status);
+          tellScreen(status);
+        });
+  }
   screen.line("The page is at http://" + server->address() + "/");
   RunPurpose purpose = options.run.purpose;
   state.purposeIs(purpose);

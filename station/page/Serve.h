@@ -16,6 +16,7 @@ struct ServeOptions {
   std::filesystem::path tokenFile;  ///< empty: none
   std::vector<std::string> allowedHosts;
   std::chrono::minutes freshAt{3 * 60};  ///< of each day, local time
+  std::string forwardTo;                 ///< the server that gets the results; empty: none
 };
 
 /// Serves the page until the program is asked to stop, and runs the station behind it: one session

@@ -17,6 +17,9 @@
 #include "StationProcess.h"
 #include "TroubleBundle.h"
 #include "results/Queries.h"
+#include "results/central/CentralSchema.h"
+#include "results/central/Server.h"
+#include "support/PostgresServer.h"
 #include "web/HttpClient.h"
 
 // `quillon serve`: the station behind the operator's page, by what the page says and hears.
@@ -419,6 +422,44 @@ TEST_F(StationServe, itsDocumentNamesEachMemberOfTheState) {
   std::ifstream file(STATION_API);
   const std::string document{std::istreambuf_iterator<char>(file), {}};
   for (const std::string& name : names) EXPECT_THAT(document, HasSubstr("`" + name + "`"));
+}
+
+TEST_F(StationServe, forwardsWhileItTestsAndTellsHowItStands) {
+  test::PostgresServer server;
+  results::Server owner{results::ServerAddress(server.url())};
+  results::prepare(owner);
+  server.ask("CREATE ROLE station LOGIN IN ROLE quillon_station");
+  bundle_.configure(TroubleBundle::test("Volts", TroubleBundle::text("value", "1.7")));
+  serveReady({"--forward-to", server.url("station")});
+  EXPECT_EQ(scan("A"), "");
+  ASSERT_TRUE(becomes("left", "PASS"));
+  ASSERT_TRUE(soon([&] { return server.ask("SELECT serial FROM run") == "A\n"; }));
+  EXPECT_EQ(server.ask("SELECT count(*) FROM measurement"), "1\n");
+
+  server.kill();
+  EXPECT_EQ(scan("B"), "");
+  ASSERT_TRUE(soon([&] {
+    const json forwarding = state()["forwarding"];
+    return forwarding.contains("trouble") && forwarding["waiting"] == 1;
+  })) << state()["forwarding"].dump();
+  std::ifstream file(STATION_API);
+  const std::string document{std::istreambuf_iterator<char>(file), {}};
+  for (const auto& [name, value] : state()["forwarding"].items()) {
+    EXPECT_THAT(document, HasSubstr("`" + name + "`"));
+  }
+  EXPECT_THAT(state()["notices"].dump(), HasSubstr("nothing is lost"));
+  EXPECT_THAT(
+      HttpClient(address_).get("/metrics").body,
+      AllOf(HasSubstr("quillon_forward_up 0\n"), HasSubstr("quillon_forward_waiting_runs 1\n"),
+            HasSubstr("quillon_forward_parked_runs 0\n"),
+            HasSubstr("quillon_forward_sent_total 1\n")));
+
+  server.start();
+  ASSERT_TRUE(soon([&] { return server.ask("SELECT count(*) FROM run") == "2\n"; }));
+  ASSERT_TRUE(soon([&] { return !state()["forwarding"].contains("trouble"); }));
+  EXPECT_EQ(state()["forwarding"]["waiting"], 0);
+  station_->send(SIGTERM);
+  EXPECT_EQ(station_->wait(), 0);
 }
 
 TEST_F(StationServe, knowsEachCommandOfItsDocument) {

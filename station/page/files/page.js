@@ -195,6 +195,19 @@ function updateHead(state) {
   const parts = today ? [texts.today(number), texts.todayPassed(today.passed)] : [];
   if (number > 0 && Number.isFinite(today.yield)) parts.push(texts.todayYield((100 * today.yield).toFixed(1)));
   put(byId("today"), parts.join(" · "));
+  updateForwarding(state.forwarding);
+}
+
+/// What goes to the factory's server. It never keeps anybody from testing.
+function updateForwarding(forwarding) {
+  const shown = [];
+  if (forwarding?.trouble) shown.push(texts.forwardTrouble(timeOfDay(forwarding.since), forwarding.trouble));
+  if (forwarding?.waiting) shown.push(texts.forwardWaiting(forwarding.waiting, timeOfDay(forwarding.oldestAt)));
+  if (forwarding?.parked) shown.push(texts.forwardParked(forwarding.parked));
+  const words = byId("forwarding");
+  put(words, shown.length > 0 || !forwarding ? shown.join(" · ") : texts.forwarded);
+  words.title = forwarding ? [forwarding.server, ...shown].join("\n") : "";
+  words.dataset.trouble = String(Boolean(forwarding?.trouble || forwarding?.parked));
 }
 
 const again = button(texts.loadAgain, async () => {
