@@ -30,6 +30,7 @@
 #include <unistd.h>
 
 #include "central/Fleet.h"
+#include "common/Text.h"
 #include "results/Archive.h"
 #include "results/Queries.h"
 #include "results/central/ForwardState.h"
@@ -52,13 +53,12 @@ namespace {
 using namespace std::chrono_literals;
 using results::ForwardState;
 using results::Store;
-using results::Verdict;
 using test::CentralServer;
 using test::FleetStation;
 
 int numberFrom(const char* variable, int otherwise) {
   const char* const text = std::getenv(variable);
-  return text != nullptr ? std::atoi(text) : otherwise;
+  return text != nullptr ? quillon::internal::numberIn<int>(text).value_or(otherwise) : otherwise;
 }
 
 /// A process of the test's own, which ends with it.
@@ -244,8 +244,8 @@ std::size_t endedIn(const std::vector<Computer>& computers, std::size_t least) {
 TEST(Fleet, EachRunArrivesOnceWhateverIsKilled) {
   constexpr std::size_t kRuns = 6;
   constexpr std::size_t kStationsOfAComputer = 5;
-  constexpr std::array<long, 5> kOffsets{0, 3600, -40 * 86'400, 3 * 365 * 86'400,
-                                         -20 * 365 * 86'400};
+  constexpr long kDay = 86'400;
+  constexpr std::array<long, 5> kOffsets{0, 3600, -40 * kDay, 3 * 365 * kDay, -20 * 365 * kDay};
   const auto wanted = static_cast<std::size_t>(numberFrom("QUILLON_FLEET_STATIONS", 20));
   const int kills = numberFrom("QUILLON_FLEET_KILLS", 3);
   CentralServer server;
@@ -267,6 +267,7 @@ TEST(Fleet, EachRunArrivesOnceWhateverIsKilled) {
   };
   auto badLine = makeLine();
   std::vector<std::unique_ptr<Process>> processes;
+  processes.reserve(computers.size());
   for (const Computer& computer : computers) processes.push_back(start(computer));
 
   std::mt19937 random(std::random_device{}());

@@ -32,7 +32,6 @@ using test::Reply;
 using test::StationProcess;
 using test::TroubleBundle;
 using testing::AllOf;
-using testing::Contains;
 using testing::HasSubstr;
 using testing::Not;
 
