@@ -1,7 +1,10 @@
 #include "Lines.h"
 
+#include <algorithm>
+#include <optional>
 #include <utility>
 
+#include <QLTBenchSerial.h>
 #include <QLTBenchTcp.h>
 
 #include "bench/Simulated.h"
@@ -21,6 +24,22 @@ std::shared_ptr<QLTBenchTcp> tcpLine(const QLTDictionary& entry) {
   return line;
 }
 
+// In the order of the enumerations.
+const std::vector<std::string>& parityWords() {
+  static const std::vector<std::string> words{"none", "odd", "even", "mark", "space"};
+  return words;
+}
+
+const std::vector<std::string>& flowWords() {
+  static const std::vector<std::string> words{"none", "hardware", "software"};
+  return words;
+}
+
+template <typename Enumeration>
+Enumeration oneOf(const std::string& word, const std::vector<std::string>& words) {
+  return static_cast<Enumeration>(std::find(words.begin(), words.end(), word) - words.begin());
+}
+
 LineKind tcp() {
   return {
       "QLTBenchTcp",
@@ -35,6 +54,47 @@ LineKind tcp() {
         if (isSimulated(entry)) return tcpLine<Simulated<QLTBenchTcp>>(entry);
         return tcpLine<QLTBenchTcp>(entry);
       }};
+}
+
+template <typename Line>
+std::shared_ptr<QLTBenchLine> serialLine(const QLTDictionary& entry) {
+  using Parity = QLTBenchSerial::Parity;
+  using Flow = QLTBenchSerial::FlowControl;
+  const auto raised = [&](const char* attribute) {
+    return entry.contains(attribute) ? std::optional(isYes(entry, attribute)) : std::nullopt;
+  };
+  QLTBenchSerial::Settings settings;
+  settings.baudRate = static_cast<std::uint64_t>(entry.integer("baudRate"));
+  settings.dataBits = static_cast<int>(entry.integer("dataBits"));
+  settings.parity = oneOf<Parity>(entry.text("parity"), parityWords());
+  settings.stopBits = static_cast<int>(entry.integer("stopBits"));
+  settings.flowControl = oneOf<Flow>(entry.text("flowControl"), flowWords());
+  settings.dtr = raised("dtr");
+  settings.rts = raised("rts");
+  auto line = std::make_shared<Line>(entry.text("port"));
+  line->setSettings(settings);
+  return line;
+}
+
+LineKind serial() {
+  return {"QLTBenchSerial",
+          "ASCII device on a serial line",
+          {Attribute::text("port",
+                           "its device file, its name in /dev/serial/by-id, or usb: and the "
+                           "USB serial number of its adapter"),
+           Attribute::whole("baudRate", 50, 12000000, "line speed in baud").standard("115200"),
+           Attribute::whole("dataBits", 5, 8, "bits of a character").standard("8"),
+           Attribute::word("parity", parityWords(), "the parity bit").standard("none"),
+           Attribute::whole("stopBits", 1, 2, "stop bits").standard("1"),
+           Attribute::word("flowControl", flowWords(), "what holds the sender up").standard("none"),
+           Attribute::yesOrNo("dtr",
+                              "whether DTR is raised after opening; as the system does, "
+                              "where it is not given"),
+           Attribute::yesOrNo("rts", "the same of RTS")},
+          [](const QLTDictionary& entry) {
+            return isSimulated(entry) ? serialLine<Simulated<QLTBenchSerial, QLTSimSerial>>(entry)
+                                      : serialLine<QLTBenchSerial>(entry);
+          }};
 }
 
 // What all lines have.
@@ -78,7 +138,7 @@ void append(std::vector<Attribute>& attributes, const std::vector<Attribute>& mo
 }  // namespace
 
 const std::vector<LineKind>& lineTable() {
-  static const std::vector<LineKind> table{tcp(), programLine()};
+  static const std::vector<LineKind> table{tcp(), serial(), programLine()};
   return table;
 }
 

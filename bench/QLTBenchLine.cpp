@@ -56,7 +56,8 @@ bool QLTBenchLine::open(QLTError* error) {
   isWanted_ = true;
   std::string reason = "does not open";
   errno = 0;
-  auto* const standIn = hasTraffic() ? traffic_.begin(where()) : nullptr;
+  const bool tells = traffic() == &ownTraffic_;
+  auto* const standIn = tells ? ownTraffic_.begin(where()) : nullptr;
   if (standIn != nullptr) {
     errno = standIn->open();
     isOpen_ = errno == 0;
@@ -65,19 +66,19 @@ bool QLTBenchLine::open(QLTError* error) {
   }
   const int problem = errno;
   if (isOpen_) {
-    if (standIn == nullptr && hasTraffic()) traffic_.opened();
+    if (standIn == nullptr && tells) ownTraffic_.opened();
     return true;
   }
   if (standIn == nullptr) {
-    if (hasTraffic()) traffic_.failed(problem);
+    if (tells) ownTraffic_.failed(problem);
     closeLine();
   }
   return failWith(error, lineError(kQLTErrorLineOpen, where(), reason, problem));
 }
 
 bool QLTBenchLine::close(QLTError*) {
-  if (isOpen_ && traffic_.standIn() == nullptr) closeLine();
-  traffic_.closed();
+  if (isOpen_ && ownTraffic_.standIn() == nullptr) closeLine();
+  ownTraffic_.closed();
   isWanted_ = isOpen_ = isBroken_ = isLate_ = false;
   received_.clear();
   return true;
@@ -90,11 +91,11 @@ bool QLTBenchLine::reopen(QLTError* error) {
 
 bool QLTBenchLine::isLost() const {
   if (!isWanted_) return false;
-  if (const auto* const standIn = traffic_.standIn()) return standIn->isLost();
+  if (const auto* const standIn = ownTraffic_.standIn()) return standIn->isLost();
   return !isOpen_ || isBroken_ || hasEnded();
 }
 
-bool QLTBenchLine::hasTraffic() const { return true; }
+QLTTrafficLine* QLTBenchLine::traffic() { return &ownTraffic_; }
 
 std::string QLTBenchLine::endText() const { return "the other end is gone"; }
 
@@ -111,7 +112,8 @@ QLTBenchLine::Deadline QLTBenchLine::deadlineIn(double seconds) const {
 // What goes over the line, and is told.
 
 std::ptrdiff_t QLTBenchLine::takeIn(char* bytes, std::size_t size, Deadline deadline) {
-  if (auto* const standIn = traffic_.standIn()) {
+  QLTTrafficLine* const told = traffic();
+  if (auto* const standIn = told != nullptr ? told->standIn() : nullptr) {
     const auto wait = std::max(deadline - Deadline::clock::now(), Deadline::duration());
     const QLTTrafficAnswer answer = standIn->read(size, wait);
     errno = answer.code;
@@ -119,32 +121,33 @@ std::ptrdiff_t QLTBenchLine::takeIn(char* bytes, std::size_t size, Deadline dead
     return static_cast<std::ptrdiff_t>(answer.bytes.copy(bytes, size));
   }
   const std::ptrdiff_t count = receive(bytes, size, deadline);
-  if (!hasTraffic()) return count;
+  if (told == nullptr) return count;
   if (count > 0) {
-    traffic_.received({bytes, static_cast<std::size_t>(count)});
+    told->received({bytes, static_cast<std::size_t>(count)});
   } else if (count < 0) {
     const int problem = errno;
-    traffic_.failed(problem);
+    told->failed(problem);
     errno = problem;
   } else if (deadline != Deadline()) {
-    traffic_.silent();
+    told->silent();
   }
   return count;
 }
 
 std::ptrdiff_t QLTBenchLine::giveOut(const char* bytes, std::size_t size, Deadline deadline) {
   constexpr std::string_view kSecret = "***";
-  if (auto* const standIn = traffic_.standIn()) {
+  QLTTrafficLine* const told = traffic();
+  if (auto* const standIn = told != nullptr ? told->standIn() : nullptr) {
     errno = standIn->write(isSecret_ ? kSecret : std::string_view(bytes, size));
     return errno == 0 ? static_cast<std::ptrdiff_t>(size) : -1;
   }
   const std::ptrdiff_t count = send(bytes, size, deadline);
-  if (!hasTraffic()) return count;
+  if (told == nullptr) return count;
   if (count > 0) {
-    traffic_.sent(isSecret_ ? kSecret : std::string_view(bytes, static_cast<std::size_t>(count)));
+    told->sent(isSecret_ ? kSecret : std::string_view(bytes, static_cast<std::size_t>(count)));
   } else {
     const int problem = count < 0 ? errno : ETIMEDOUT;
-    traffic_.failed(problem);
+    told->failed(problem);
     errno = problem;
   }
   return count;

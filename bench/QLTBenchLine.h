@@ -98,9 +98,10 @@ class QLT_EXPORT QLTBenchLine : public QLTAsciiReadWriteDevice, public QLTReopen
   virtual bool hasEnded() const = 0;
   /// How the other end went, for people, once it is gone.
   virtual std::string endText() const;
-  /// Whether the line's traffic is told (`QLTTraffic.h`), and a recording may speak in its place.
-  /// True; a class whose own carrier does so says false.
-  virtual bool hasTraffic() const;
+  /// What tells of the line (`QLTTraffic.h`): a member of this class. One whose carrier is told of
+  /// gives that of the carrier, which `openLine` begins; null for one of which nothing is told
+  /// here.
+  virtual QLTTrafficLine* traffic();
 
  private:
   Deadline deadlineIn(double seconds) const;
@@ -119,5 +120,5 @@ class QLT_EXPORT QLTBenchLine : public QLTAsciiReadWriteDevice, public QLTReopen
   bool isBroken_ = false;
   bool isSecret_ = false;  // what is being written
   bool isLate_ = false;    // an answer may come that nobody waits for any more
-  QLTTrafficLine traffic_;
+  QLTTrafficLine ownTraffic_;
 };

@@ -61,11 +61,13 @@ std::ptrdiff_t receiveFrom(int descriptor, char* bytes, std::size_t size, Deadli
   return whenReady(descriptor, POLLIN, deadline, [&] { return ::read(descriptor, bytes, size); });
 }
 
+std::ptrdiff_t writeTo(int descriptor, const char* bytes, std::size_t size, Deadline deadline) {
+  return whenReady(descriptor, POLLOUT, deadline, [&] { return ::write(descriptor, bytes, size); });
+}
+
 std::ptrdiff_t sendTo(int descriptor, const char* bytes, std::size_t size, Deadline deadline) {
-  return whenReady(descriptor, POLLOUT, deadline, [&]() -> ssize_t {
-    const ssize_t count = ::send(descriptor, bytes, size, MSG_NOSIGNAL | MSG_DONTWAIT);
-    return count < 0 && errno == ENOTSOCK ? ::write(descriptor, bytes, size) : count;
-  });
+  return whenReady(descriptor, POLLOUT, deadline,
+                   [&] { return ::send(descriptor, bytes, size, MSG_NOSIGNAL | MSG_DONTWAIT); });
 }
 
 }  // namespace quillon::bench

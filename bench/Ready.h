@@ -24,6 +24,9 @@ bool awaitReady(pollfd* lines, std::size_t count, Deadline deadline);
 // `QLTBenchLine::receive` and `send` for a descriptor that does not block.
 
 std::ptrdiff_t receiveFrom(int descriptor, char* bytes, std::size_t size, Deadline deadline);
+/// To a terminal or a pipe; SIGPIPE is the caller's affair.
+std::ptrdiff_t writeTo(int descriptor, const char* bytes, std::size_t size, Deadline deadline);
+/// To a socket; SIGPIPE does not come of it.
 std::ptrdiff_t sendTo(int descriptor, const char* bytes, std::size_t size, Deadline deadline);
 
 }  // namespace quillon::bench

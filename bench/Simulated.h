@@ -56,7 +56,7 @@ class Simulated : public Line {
     return static_cast<std::ptrdiff_t>(size);
   }
   bool hasEnded() const override { return false; }
-  bool hasTraffic() const override { return false; }  // the transport tells its own
+  QLTTrafficLine* traffic() override { return nullptr; }  // the transport tells by itself
 
  private:
   std::shared_ptr<Port> port_;
