@@ -1,5 +1,6 @@
 #include "Listing.h"
 
+#include <exception>
 #include <system_error>
 
 #include <QLTClass.h>
@@ -18,6 +19,19 @@ CannotRun broken(const std::string& problem) {
   return CannotRun("the configuration is broken: " + printable(problem), kSeeCheck);
 }
 
+std::vector<QLTInstrumentDescription> instrumentClassesOf(const QLTClass& principalClass) {
+  const auto& describe = principalClass.operations().instrumentClasses;
+  if (!describe) return {};
+  std::string reason = "an unknown exception";
+  try {
+    return describe();
+  } catch (const std::exception& exception) {
+    reason = exception.what();
+  } catch (...) {  // NOLINT(bugprone-empty-catch): told below
+  }
+  throw broken("class " + principalClass.name() + ": instrumentClasses threw: " + reason);
+}
+
 void readPlugin(const QLTBundle& bundle, const QLTClass& principalClass, Listing& listing) {
   listing.bundle = bundle.path();
   listing.identifier = bundle.identifier();
@@ -26,6 +40,7 @@ void readPlugin(const QLTBundle& bundle, const QLTClass& principalClass, Listing
   listing.running = QLTBundle::frameworkBundle().version().value_or("");
   listing.principalClass = principalClass.name();
   listing.hooks = principalClass.hookNames();
+  listing.instrumentClasses = instrumentClassesOf(principalClass);
   for (const std::string& name : bundle.classNames()) {
     const bool isMethod = bundle.classNamed(name)->operations().makeMethod != nullptr;
     (isMethod ? listing.methodClasses : listing.suiteClasses).push_back(name);

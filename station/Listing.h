@@ -6,12 +6,13 @@
 #include <vector>
 
 #include <QLTBundle.h>
+#include <QLTInstrumentDescription.h>
 #include <QLTStationPlan.h>
 
 namespace station {
 
 /// What a plug-in has to offer on a tester, as far as it can be told without instruments. Nothing
-/// in it is live: of the plug-in only `customizeConfig` has run.
+/// in it is live: of the plug-in only `customizeConfig` and `instrumentClasses` have run.
 struct Listing {
   std::string identifier;
   std::optional<std::string> version;
@@ -21,6 +22,8 @@ struct Listing {
   std::vector<std::string> hooks;  ///< class hooks that the principal class has of its own
   std::vector<std::string> suiteClasses;
   std::vector<std::string> methodClasses;
+  /// What the plug-in says of the instruments that it makes.
+  std::vector<QLTInstrumentDescription> instrumentClasses;
   std::filesystem::path bundle;
   QLTStationPlan plan;
 };

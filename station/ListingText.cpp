@@ -45,6 +45,13 @@ bool isFrameworks(const QLTStationPlan::Test& test) {
   return test.cls != nullptr && &test.cls->bundle() == &QLTBundle::frameworkBundle();
 }
 
+/// The line of the plug-in's own instrument classes; "" when it tells of none.
+std::string instrumentClassesText(const Listing& listing) {
+  std::vector<std::string> names;
+  for (const auto& described : listing.instrumentClasses) names.push_back(described.className);
+  return names.empty() ? "" : "\n  Makes:            " + listOrNone(names);
+}
+
 std::string headText(const Listing& listing) {
   return printable(listing.identifier + " " + listing.version.value_or("(no version)")) +
          "\n  Bundle:           " + printable(listing.bundle.string()) +
@@ -52,7 +59,8 @@ std::string headText(const Listing& listing) {
          listing.running + "\n  Principal class:  " + printable(listing.principalClass) +
          "\n  Its own hooks:    " + listOrNone(listing.hooks) +
          "\n  Suite classes:    " + listOrNone(listing.suiteClasses) +
-         "\n  Test methods:     " + listOrNone(listing.methodClasses) + "\n  Instruments of:   " +
+         "\n  Test methods:     " + listOrNone(listing.methodClasses) +
+         instrumentClassesText(listing) + "\n  Instruments of:   " +
          (listing.plan.testerConfig ? printable(listing.plan.testerConfig->string())
                                     : "(this machine has no tester-config file)") +
          "\n";
@@ -136,6 +144,22 @@ Json attributesOf(const QLTDictionary& entry) {
   return attributes;
 }
 
+Json jsonOf(const QLTInstrumentDescription& described) {
+  Json attributes = Json::array();
+  for (const QLTInstrumentAttribute& attribute : described.attributes) {
+    attributes.push_back(
+        {{"name", attribute.name()},
+         {"needed", attribute.isNeeded()},
+         {"oneOf", attribute.group().empty() ? Json(nullptr) : Json(attribute.group())},
+         {"form", attribute.formText()},
+         {"standard", orNull(attribute.standard())},
+         {"meaning", attribute.meaning()}});
+  }
+  return {{"name", described.className},
+          {"kind", described.kind},
+          {"attributes", std::move(attributes)}};
+}
+
 Json jsonOf(const QLTStationPlan& plan, const QLTStationPlan::Site& site) {
   Json resources = Json::array();
   for (const QLTStationPlan::Resource& resource : site.resources) {
@@ -206,7 +230,10 @@ std::string asText(const Listing& listing) {
     text += "\nThe default flow " + printable(*plan.defaultFlow) +
             " is not in the configuration; 'quillon check' tells whether the plug-in makes it.\n";
   }
-  return text + "\nOf the plug-in only customizeConfig has run; no instrument was made.";
+  return text + (listing.instrumentClasses.empty()
+                     ? "\nOf the plug-in only customizeConfig has run; no instrument was made."
+                     : "\nOf the plug-in only customizeConfig and instrumentClasses have run; no "
+                       "instrument was made.");
 }
 
 std::string asJson(const Listing& listing) {
@@ -216,6 +243,10 @@ std::string asJson(const Listing& listing) {
   Json flows = Json::array();
   for (const QLTStationPlan::Flow& flow : plan.flows) {
     flows.push_back(jsonOf(flow, flow.name == plan.defaultFlow));
+  }
+  Json instrumentClasses = Json::array();
+  for (const auto& described : listing.instrumentClasses) {
+    instrumentClasses.push_back(jsonOf(described));
   }
   return textOf(
       Json{{"format", 1},
@@ -228,6 +259,7 @@ std::string asJson(const Listing& listing) {
            {"hooks", listing.hooks},
            {"suiteClasses", listing.suiteClasses},
            {"methodClasses", listing.methodClasses},
+           {"instrumentClasses", std::move(instrumentClasses)},
            {"testerConfig", plan.testerConfig ? Json(plan.testerConfig->string()) : Json(nullptr)},
            {"sites", std::move(sites)},
            {"defaultFlow", orNull(plan.defaultFlow)},

@@ -91,7 +91,7 @@ std::optional<QLTDictionary> PlanReader::readStation(const QLTBundle& bundle, bo
   }
   config->remove("Instruments");
   if (withTester) readTesterConfigFile(*config);
-  readInstruments(*config, principalClass == nullptr ? nullptr : &principalClass->operations());
+  readInstruments(*config, principalClass);
   readSites(*config);
   return config;
 }
@@ -105,13 +105,20 @@ bool PlanReader::readStationAttributes(const QLTDictionary& config) {
   return findings_.size() == before;
 }
 
-bool PlanReader::readInstruments(const QLTDictionary& config,
-                                 const QLTClass::Operations* operations) {
+bool PlanReader::readInstruments(const QLTDictionary& config, const QLTClass* principalClass) {
   const std::size_t before = findings_.size();
   const std::string file = testerConfig_.string();
   const ConfigEntry section(file, "Instruments", config.find("Instruments"));
   const QLTDictionary* const entries = section.dictionary(findings_);
   if (entries == nullptr) return findings_.size() == before;
+  // Loading learns from the plug-in itself what it makes.
+  const PluginInstruments own =
+      findings_.wantsWarnings() ? PluginInstruments::of(principalClass) : PluginInstruments();
+  if (own.problem) {
+    findings_.warning(
+        QLTConfigFinding::errorAt(file, {}, "", own.problem.description().value_or("")),
+        "a fault of the plug-in");
+  }
   for (const auto& [name, value] : *entries) {
     QLTStationPlan::Instrument& instrument = plan_.instruments[name];
     const std::size_t start = findings_.size();
@@ -119,7 +126,7 @@ bool PlanReader::readInstruments(const QLTDictionary& config,
     instrument.position = entry.position();
     if (const QLTDictionary* content = entry.dictionary(findings_)) {
       instrument.entry = *content;
-      checkInstrumentClass(instrument, operations);
+      checkInstrumentClass(instrument, own);
     }
     instrument.refusedBy = findings_.refusalSince(start);
   }
@@ -127,24 +134,38 @@ bool PlanReader::readInstruments(const QLTDictionary& config,
 }
 
 void PlanReader::checkInstrumentClass(QLTStationPlan::Instrument& instrument,
-                                      const QLTClass::Operations* operations) {
-  const InstrumentClass* const known = instrumentClassOf(instrument.entry);
-  if (known != nullptr && neededAttribute(*known, instrument.entry) == nullptr) {
-    instrument.missingAttribute = known->attribute;
+                                      const PluginInstruments& own) {
+  const InstrumentClass* const frameworks = instrumentClassOf(instrument.entry);
+  if (frameworks != nullptr && neededAttribute(*frameworks, instrument.entry) == nullptr) {
+    instrument.missingAttribute = frameworks->attribute;
   }
-  // Loading learns from the plug-in itself what it makes.
   if (!findings_.wantsWarnings()) return;
   QLTConfigFinding finding =
       QLTConfigFinding::errorAt(testerConfig_.string(), instrument.position, "", "");
-  if (known != nullptr) {
+  if (frameworks != nullptr) {
     if (instrument.missingAttribute.empty()) return;
-    finding.message = missingAttributeText(*known) + "; loading skips it";
-    findings_.warning(std::move(finding), format("add %@=...", known->attribute));
+    finding.message = missingAttributeText(*frameworks) + "; loading skips it";
+    findings_.warning(std::move(finding), format("add %@=...", frameworks->attribute));
     return;
   }
   const std::string name = instrumentClassName(instrument.entry);
-  std::string advice = didYouMean(name, instrumentClassNames());
-  if (operations == nullptr || operations->createInstrument == nullptr) {
+  if (const QLTInstrumentDescription* const described = own.description(name)) {
+    for (auto& complaint : described->complaintsAbout(instrument.entry)) {
+      finding.message = std::move(complaint.message);
+      if (complaint.kind == QLTInstrumentDescription::Complaint::Kind::Unknown) {
+        finding.unknownKey = complaint.attribute;
+        findings_.warning(finding, std::move(complaint.advice));
+        finding.unknownKey.reset();
+      } else {
+        findings_.complaint(finding, std::move(complaint.advice));
+      }
+    }
+    return;
+  }
+  std::vector<std::string> known = instrumentClassNames();
+  for (const auto& described : own.descriptions) known.push_back(described.className);
+  std::string advice = didYouMean(name, known);
+  if (!own.areMade) {
     finding.message = format("unknown instrument type %@; the plug-in makes no instruments", name);
     findings_.complaint(std::move(finding), std::move(advice));
   } else if (!advice.empty()) {

@@ -11,6 +11,7 @@
 #include <QLTValue.h>
 
 #include "configuration/ConfigFindings.h"
+#include "configuration/PluginInstruments.h"
 
 namespace quillon::internal {
 
@@ -38,8 +39,8 @@ class PlanReader {
   // The sections. Each is false when there is one of a wrong type, which ends loading.
 
   bool readStationAttributes(const QLTDictionary& config);
-  /// `operations` are those of the principal class, if it has any.
-  bool readInstruments(const QLTDictionary& config, const QLTClass::Operations* operations);
+  /// `principalClass` may be null.
+  bool readInstruments(const QLTDictionary& config, const QLTClass* principalClass);
   bool readSites(const QLTDictionary& config);
   /// Reads "Flows" and "defaultFlow". Loading comes to their content only `forSites`.
   bool readFlows(const QLTDictionary& config, const QLTBundle& bundle, bool forSites);
@@ -53,8 +54,7 @@ class PlanReader {
 
  private:
   ConfigEntry entryOf(const QLTDictionary& config, std::string_view key) const;
-  void checkInstrumentClass(QLTStationPlan::Instrument& instrument,
-                            const QLTClass::Operations* operations);
+  void checkInstrumentClass(QLTStationPlan::Instrument& instrument, const PluginInstruments& own);
   void readSite(const ConfigEntry& entry, const std::string& name);
   void readResources(const ConfigEntry& entry, QLTStationPlan::Site& site);
   void warnOfResource(const ConfigEntry& resource, const QLTStationPlan::Site& site,

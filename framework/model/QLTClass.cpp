@@ -30,6 +30,7 @@ QLTClass::QLTClass(std::string name, Operations operations, const QLTBundle* bun
   if (operations_.onLoad) hookNames_.emplace_back("onLoad");
   if (operations_.customizeConfig) hookNames_.emplace_back("customizeConfig");
   if (operations_.createInstrument) hookNames_.emplace_back("createInstrument");
+  if (operations_.instrumentClasses) hookNames_.emplace_back("instrumentClasses");
   if (operations_.onUnload) hookNames_.emplace_back("onUnload");
   if (!operations_.makeSuite) return;
   if (!operations_.onLoad) {

@@ -11,6 +11,7 @@
 #include <QLTBundle.h>
 #include <QLTError.h>
 #include <QLTExport.h>
+#include <QLTInstrumentDescription.h>
 #include <QLTObject.h>
 #include <QLTValue.h>
 
@@ -37,12 +38,15 @@ class QLTestSuite;
 ///     static void customizeConfig(QLTDictionary& config, const QLTDictionary& stationInfo);
 ///     static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary& entry,
 ///                                                        QLTError* error);
+///     static std::vector<QLTInstrumentDescription> instrumentClasses();
 ///     static bool onLoad(const QLTClass& cls, const QLTDictionary& stationInfo, QLTError* error);
 ///     static bool onUnload(QLTError* error);
 ///
-/// `onLoad` and `onUnload` are inherited from `QLTestSuite` unless the class has its own. Of the
-/// hooks that are virtual, `onSafeState` is held to the same: an operation of that name that does
-/// not override `QLTestSuite`'s, or that is not public, does not compile.
+/// `instrumentClasses` describes what `createInstrument` makes, for the check of a configuration;
+/// loading does not ask it. `onLoad` and `onUnload` are inherited from `QLTestSuite` unless the
+/// class has its own. Of the hooks that are virtual, `onSafeState` is held to the same: an
+/// operation of that name that does not override `QLTestSuite`'s, or that is not public, does not
+/// compile.
 ///
 /// A class need not be a type of C++: `registerClass` with a bundle enters anything that can make
 /// suites or methods, with what it needs for that captured in its functions.
@@ -60,6 +64,7 @@ class QLT_EXPORT QLTClass {
       std::function<void(QLTDictionary& config, const QLTDictionary& stationInfo)>;
   using CreateInstrument =
       std::function<std::shared_ptr<QLTObject>(const QLTDictionary& entry, QLTError* error)>;
+  using InstrumentClasses = std::function<std::vector<QLTInstrumentDescription>()>;
   using OnLoad =
       std::function<bool(const QLTClass& cls, const QLTDictionary& stationInfo, QLTError* error)>;
   using OnUnload = std::function<bool(QLTError* error)>;
@@ -67,12 +72,13 @@ class QLT_EXPORT QLTClass {
   /// What a class offers; an empty entry is one that it does not have. What the functions capture
   /// lasts as long as the process.
   struct Operations {
-    MakeSuite makeSuite;                ///< set for suite classes
-    MakeMethod makeMethod;              ///< set for test-method classes
-    CustomizeConfig customizeConfig;    ///< set when a suite class has the hook
-    CreateInstrument createInstrument;  ///< set when a suite class has the hook
-    OnLoad onLoad;                      ///< set for suite classes
-    OnUnload onUnload;                  ///< set for suite classes
+    MakeSuite makeSuite;                       ///< set for suite classes
+    MakeMethod makeMethod;                     ///< set for test-method classes
+    CustomizeConfig customizeConfig;           ///< set when a suite class has the hook
+    CreateInstrument createInstrument;         ///< set when a suite class has the hook
+    OnLoad onLoad;                             ///< set for suite classes
+    OnUnload onUnload;                         ///< set for suite classes
+    InstrumentClasses instrumentClasses = {};  ///< set when a suite class has the hook
   };
 
   /// Enters a class into the bundle whose shared object is being opened on this thread, which is
@@ -113,6 +119,7 @@ namespace quillon::internal {
 struct HookNames {
   int customizeConfig;
   int createInstrument;
+  int instrumentClasses;
 };
 // A class that has a member of one of these names, whatever its form, makes the name ambiguous
 // here. (A plain look-up would take an overloaded or private hook for none, and the hook would
@@ -130,9 +137,15 @@ constexpr bool hasCreateInstrument() {
   return !requires { &HookProbe<T>::createInstrument; };
 }
 
+template <typename T>
+constexpr bool hasInstrumentClasses() {
+  return !requires { &HookProbe<T>::instrumentClasses; };
+}
+
 // The hooks as they must be. A function object takes more than that: other results, for example.
 using CustomizeConfigHook = void(QLTDictionary&, const QLTDictionary&);
 using CreateInstrumentHook = std::shared_ptr<QLTObject>(const QLTDictionary&, QLTError*);
+using InstrumentClassesHook = std::vector<QLTInstrumentDescription>();
 using OnLoadHook = bool(const QLTClass&, const QLTDictionary&, QLTError*);
 using OnUnloadHook = bool(QLTError*);
 template <typename T>
@@ -165,6 +178,13 @@ QLTClass::Operations suiteOperationsOf() {
           "the hook must be public, and: static std::shared_ptr<QLTObject> "
           "createInstrument(const QLTDictionary& entry, QLTError* error);");
       operations.createInstrument = static_cast<CreateInstrumentHook*>(&T::createInstrument);
+    }
+    if constexpr (hasInstrumentClasses<T>()) {
+      static_assert(
+          requires { static_cast<InstrumentClassesHook*>(&T::instrumentClasses); },
+          "the hook must be public, and: static std::vector<QLTInstrumentDescription> "
+          "instrumentClasses();");
+      operations.instrumentClasses = static_cast<InstrumentClassesHook*>(&T::instrumentClasses);
     }
     static_assert(
         requires { static_cast<OnLoadHook*>(&T::onLoad); },

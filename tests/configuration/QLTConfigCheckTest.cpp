@@ -307,6 +307,47 @@ TEST_F(QLTConfigCheckTest, ChecksInstrumentClasses) {
       ElementsAre("E unknown instrument type PlugInMeter; the plug-in makes no instruments"));
 }
 
+TEST_F(QLTConfigCheckTest, HoldsAPluginsInstrumentsToTheirDescriptions) {
+  const auto findings = [&](const std::string& line) {
+    setTesterConfig(kHeader + "a," + line + "\n");
+    return findingsOf(flowOf(kGoodTest), "DescribedSuite");
+  };
+  EXPECT_THAT(findings("LanMeter,0,address=10.0.0.5:5025;timeOut=0.5"), IsEmpty());
+  EXPECT_THAT(
+      findings("LanMeter,0,timeOut=2s"),
+      ElementsAre("E no address attribute config for LanMeter instrument | add "
+                  "address=host:port, such as 10.0.0.5:5025 or [::1]:5025: where it listens",
+                  "E timeOut \"2s\" of LanMeter is not a number of seconds, 0.1 to 60 | longest "
+                  "wait"));
+  EXPECT_THAT(findings("LanMeter,0,address=10.0.0.5:5025;timeout=1"),
+              ElementsAre("W LanMeter has no attribute timeout | did you mean \"timeOut\"?"));
+  EXPECT_THAT(findings("LanMetre,0,address=10.0.0.5:5025"),
+              ElementsAre("W the framework has no instrument LanMetre; the plug-in is asked for it "
+                          "| did you mean \"LanMeter\"?"));
+  // What it makes without a description, is its own affair.
+  EXPECT_THAT(findings("Toaster,0,colour=red"), IsEmpty());
+}
+
+TEST_F(QLTConfigCheckTest, TellsWhereTheDescriptionsAndWhichAttributeNothingReads) {
+  setTesterConfig(kHeader + "\na,LanMeter,0,address=10.0.0.5:5025;timeout=1\n");
+  const PluginBundle files(STATION_PLUGIN, "DescribedSuite");
+  files.setConfig(flowOf(kGoodTest));
+  const auto findings = QLTConfigCheck::check(*files.open(), kTesterConfig);
+  ASSERT_EQ(findings.size(), 1U);
+  EXPECT_EQ(findings[0].file, kTesterConfig);
+  EXPECT_EQ(findings[0].line, 3);
+  EXPECT_EQ(findings[0].unknownKey, "timeout");
+}
+
+TEST_F(QLTConfigCheckTest, ADescriptionThatThrowsIsAFaultOfThePlugin) {
+  setTesterConfig(kHeader + "a,Toaster,0,x=y\n");
+  EXPECT_THAT(findingsOf(flowOf(kGoodTest), "ThrowingDescriptionSuite"),
+              ElementsAre(AllOf(StartsWith("W "),
+                                HasSubstr("class ThrowingDescriptionSuite: instrumentClasses "
+                                          "threw: no idea"),
+                                EndsWith("a fault of the plug-in"))));
+}
+
 TEST_F(QLTConfigCheckTest, HandsOutWhatItRead) {
   setTesterConfig(kConsole);
   const PluginBundle files(STATION_PLUGIN);

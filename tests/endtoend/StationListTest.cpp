@@ -135,6 +135,7 @@ TEST_F(StationList, writesJsonForTools) {
                          {"hooks", {"customizeConfig", "createInstrument", "onUnload"}},
                          {"suiteClasses", {"TroubleSuite"}},
                          {"methodClasses", {"TroubleTest"}},
+                         {"instrumentClasses", json::array()},
                          {"testerConfig", testerConfig()},
                          {"sites",
                           {{{"name", "left"},
@@ -199,6 +200,32 @@ TEST_F(StationList, writesJsonForTools) {
                                {"subTests", json::array()}}}}}}}};
   EXPECT_EQ(json::parse(said.output), expected);
   EXPECT_THAT(said.output, StartsWith("{\n  \"format\": 1,\n  \"bundle\": \""));
+}
+
+TEST_F(StationList, showsWhichInstrumentsThePluginMakes) {
+  const test::PluginBundle described(STATION_PLUGIN, "DescribedSuite");
+  described.setConfig("");
+  const std::string path = described.path().string();
+  EXPECT_THAT(call({"list", path, "--tester-config", testerConfig()}).output,
+              AllOf(HasSubstr("\n  Makes:            LanMeter\n"),
+                    HasSubstr("only customizeConfig and instrumentClasses have run")));
+  const Said said = call({"list", path, "--tester-config", testerConfig(), "--json"});
+  EXPECT_EQ(json::parse(said.output)["instrumentClasses"],
+            json({{{"name", "LanMeter"},
+                   {"kind", "multimeter on the network"},
+                   {"attributes",
+                    {{{"name", "address"},
+                      {"needed", true},
+                      {"oneOf", nullptr},
+                      {"form", "host:port, such as 10.0.0.5:5025 or [::1]:5025"},
+                      {"standard", nullptr},
+                      {"meaning", "where it listens"}},
+                     {{"name", "timeOut"},
+                      {"needed", false},
+                      {"oneOf", nullptr},
+                      {"form", "a number of seconds, 0.1 to 60"},
+                      {"standard", "2"},
+                      {"meaning", "longest wait"}}}}}}));
 }
 
 TEST_F(StationList, aMachineWithoutTesterConfigStillListsThePlugin) {

@@ -73,9 +73,10 @@ TEST(QLTBundle, FindsTheClassesThatItsObjectRegisters) {
   const PluginBundle files(STATION_PLUGIN);
   const QLTBundle* bundle = files.open();
   ASSERT_NE(bundle, nullptr);
-  EXPECT_THAT(bundle->classNames(),
-              ElementsAre("HookedSuite", "OwnLoadSuite", "PlainSuite", "PowerTest", "ResourcesTest",
-                          "ThrowingSuite", "ThrowingTest"));
+  EXPECT_THAT(
+      bundle->classNames(),
+      ElementsAre("DescribedSuite", "HookedSuite", "OwnLoadSuite", "PlainSuite", "PowerTest",
+                  "ResourcesTest", "ThrowingDescriptionSuite", "ThrowingSuite", "ThrowingTest"));
   const QLTClass* cls = bundle->classNamed("PowerTest");
   ASSERT_NE(cls, nullptr);
   EXPECT_EQ(cls->name(), "PowerTest");

@@ -30,6 +30,11 @@ class HookSuite : public QLTestSuite {
   static void createInstrument(int slot);  // an overload beside the hook does no harm
   static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary& entry, QLTError* error);
 #endif
+#ifdef WRONG_instrumentClasses
+  static std::vector<std::string> instrumentClasses();
+#else
+  static std::vector<QLTInstrumentDescription> instrumentClasses();
+#endif
 #ifdef WRONG_onLoad
   static void onLoad(const QLTClass& cls, const QLTDictionary& stationInfo, QLTError* error);
 #else

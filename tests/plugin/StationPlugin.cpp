@@ -43,6 +43,41 @@ class HookedSuite : public QLTestSuite {
 };
 QLT_CLASS(HookedSuite);
 
+/// One that describes what it makes.
+class DescribedSuite : public QLTestSuite {
+ public:
+  using QLTestSuite::QLTestSuite;
+
+  static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary& entry, QLTError* error) {
+    const std::vector<QLTInstrumentDescription> classes = instrumentClasses();
+    const QLTInstrumentDescription& meter = classes.front();
+    if (entry.text("class") != meter.className) return std::make_shared<PlugInMeter>(entry);
+    for (const auto& complaint : meter.complaintsAbout(entry)) {
+      if (complaint.kind == QLTInstrumentDescription::Complaint::Kind::Unknown) continue;
+      *error = QLTError::withDescription("plug-in", 8, complaint.message);
+      return nullptr;
+    }
+    return std::make_shared<PlugInMeter>(meter.completed(entry));
+  }
+  static std::vector<QLTInstrumentDescription> instrumentClasses() {
+    return {{"LanMeter",
+             "multimeter on the network",
+             {QLTInstrumentAttribute::hostAndPort("address", "where it listens").needed(),
+              QLTInstrumentAttribute::seconds("timeOut", 0.1, 60, "longest wait").standard("2")}}};
+  }
+};
+QLT_CLASS(DescribedSuite);
+
+class ThrowingDescriptionSuite : public DescribedSuite {
+ public:
+  using DescribedSuite::DescribedSuite;
+
+  static std::vector<QLTInstrumentDescription> instrumentClasses() {
+    throw std::runtime_error("no idea");
+  }
+};
+QLT_CLASS(ThrowingDescriptionSuite);
+
 /// A suite with an own entry into loading.
 class OwnLoadSuite : public QLTestSuite {
  public:
