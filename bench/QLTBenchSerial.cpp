@@ -24,7 +24,6 @@
 
 namespace fs = std::filesystem;
 using quillon::bench::fail;
-using quillon::bench::failWith;
 using quillon::internal::format;
 using quillon::internal::retried;
 
