@@ -45,6 +45,21 @@ Json objectOf(const Table& table) {
           {"absent", std::move(absent)}};
 }
 
+Json listOf(const std::vector<LateStation>& stations) {
+  const auto timeOf = [](const std::optional<std::int64_t>& time) {
+    return time ? Json(exactTime(*time)) : Json();
+  };
+  Json list = Json::array();
+  for (const LateStation& station : stations) {
+    list.push_back({{"station", station.name},
+                    {"waiting", station.waiting},
+                    {"oldest", timeOf(station.oldestUs)},
+                    {"heard", timeOf(station.heardUs)},
+                    {"parked", station.parked}});
+  }
+  return list;
+}
+
 }  // namespace
 
 std::string jsonOf(const Report& report) {
@@ -52,14 +67,15 @@ std::string jsonOf(const Report& report) {
   for (const auto& [name, text] : report.about) about[name] = text;
   Json tables = Json::array();
   for (const Table& table : report.tables) tables.push_back(objectOf(table));
-  return Json{{"format", 1},
+  Json object{{"format", 1},
               {"report", report.name},
               {"title", report.title},
               {"about", std::move(about)},
               {"notes", report.notes},
               {"definitions", report.definitions},
-              {"tables", std::move(tables)}}
-      .dump(2, ' ', false, Json::error_handler_t::replace);
+              {"tables", std::move(tables)}};
+  if (!report.behind.empty()) object["behind"] = listOf(report.behind);
+  return object.dump(2, ' ', false, Json::error_handler_t::replace);
 }
 
 std::string csvOf(const Table& table) {

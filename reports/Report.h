@@ -100,12 +100,22 @@ struct Chart {
   bool isWide = false;
 };
 
+/// A station of which not all is in the store yet.
+struct LateStation {
+  std::string name;
+  std::int64_t waiting = 0;              ///< runs that were not here yet when it was heard of
+  std::optional<std::int64_t> oldestUs;  ///< since when the oldest of them waits
+  std::optional<std::int64_t> heardUs;   ///< absent: never
+  std::int64_t parked = 0;               ///< runs that wait for a person there
+};
+
 struct Report {
   std::string name;   ///< "yield"
   std::string title;  ///< "Yield"
   /// What it is about: the store, and what was filtered by. Names with their texts.
   std::vector<std::pair<std::string, std::string>> about;
   std::vector<std::string> notes;        ///< what must be known to read the figures
+  std::vector<LateStation> behind;       ///< their notes are among the notes
   std::vector<std::string> definitions;  ///< what the words of it mean
   std::vector<Table> tables;             ///< the first one is the main one
   std::vector<Chart> charts;

@@ -31,6 +31,10 @@ Report capabilityReport(results::ReportQueries& queries, const Request& request)
 /// One sub-test over time, with control limits and what changed meanwhile.
 Report trendReport(results::ReportQueries& queries, const Request& request);
 
+/// Which stations run which version of a plug-in, of the framework and of the configuration, since
+/// when, and with which limits; and which of them differ from most.
+Report versionsReport(results::ReportQueries& queries, const Request& request);
+
 struct GrrOptions {
   By appraiser = By::Operator;   ///< or a station, or a site
   bool averageAndRange = false;  ///< instead of the analysis of variance

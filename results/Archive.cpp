@@ -3,9 +3,9 @@
 #include <unordered_map>
 
 #include "results/Conditions.h"
-#include "results/Connection.h"
 #include "results/RunRows.h"
 #include "results/Statements.h"
+#include "results/StoreReader.h"
 
 namespace results {
 
@@ -70,6 +70,8 @@ class Archive::Reader {
 
 namespace {
 
+constexpr const char* kBehindAll = "\x7f";  // any character of an id
+
 std::vector<std::string> idsOf(soci::session& session, const Conditions& conditions,
                                const std::string& end) {
   std::vector<std::string> ids;
@@ -86,9 +88,8 @@ std::vector<std::string> idsOf(soci::session& session, const Conditions& conditi
 
 }  // namespace
 
-Archive::Archive(const std::filesystem::path& file, std::chrono::milliseconds patience)
-    : connection_(std::make_unique<Connection>(file.string(), Connection::Access::Read, patience,
-                                               migrations())) {
+Archive::Archive(const std::string& store, std::chrono::milliseconds patience)
+    : connection_(openToRead(store, patience)) {
   connection_->attempt(
       [&](soci::session& session) { reader_ = std::make_unique<Reader>(session); });
 }
@@ -117,7 +118,8 @@ std::int64_t Archive::runningRuns(const Filter& filter) {
 std::vector<std::string> Archive::runsBeginning(const std::string& beginning, std::size_t most) {
   std::vector<std::string> ids;
   Conditions conditions;
-  conditions.equals("substr(r.id, 1, " + std::to_string(beginning.size()) + ")", beginning);
+  conditions.compares("r.id >=", beginning);
+  conditions.compares("r.id <", beginning + kBehindAll);
   connection_->attempt([&](soci::session& session) {
     ids = idsOf(session, conditions, " LIMIT " + std::to_string(most));
   });

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,14 +14,15 @@
 
 namespace results {
 
-class Connection;
+class StoreReader;
 
 /// Whole runs out of a store, for copies of them, on a connection of its own that only reads. For
 /// one thread at a time. Every operation throws `StoreError` when it cannot read.
 class Archive {
  public:
-  /// Opens a store that exists and has the present version of the schema.
-  explicit Archive(const std::filesystem::path& file,
+  /// Opens a store that exists and has the present version of the schema: a file, or a server by
+  /// its address.
+  explicit Archive(const std::string& store,
                    std::chrono::milliseconds patience = std::chrono::seconds(10));
   ~Archive();
   Archive(const Archive&) = delete;
@@ -39,7 +39,7 @@ class Archive {
 
  private:
   class Reader;
-  std::unique_ptr<Connection> connection_;
+  std::unique_ptr<StoreReader> connection_;
   std::unique_ptr<Reader> reader_;  // statements of the connection
 };
 

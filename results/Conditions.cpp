@@ -13,8 +13,8 @@ void Conditions::add(const std::string& condition) {
   text_ += (text_.empty() ? " WHERE " : " AND ") + condition;
 }
 
-void Conditions::equals(const std::string& column, const std::string& value) {
-  add(column + " = " + parameter({true, value, 0}));
+void Conditions::compares(const std::string& comparison, const std::string& value) {
+  add(comparison + " " + parameter({true, value, 0}));
 }
 
 void Conditions::compares(const std::string& comparison, std::int64_t value) {
@@ -70,6 +70,12 @@ void Conditions::runs(const Filter& filter) {
 void Conditions::specs(const Filter& filter) {
   oneOf("s.test", filter.tests);
   oneOf("s.sub_test", filter.subTests);
+}
+
+std::string Conditions::takeFirst() {
+  std::string first;
+  text_.swap(first);
+  return first.empty() ? first : " AND " + first.substr(std::string(" WHERE ").size());
 }
 
 std::string Conditions::text() const { return text_; }

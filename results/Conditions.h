@@ -22,10 +22,13 @@ class Conditions {
   void specs(const Filter& filter);
   /// Another one, without parameters.
   void add(const std::string& condition);
-  void equals(const std::string& column, const std::string& value);
   void compares(const std::string& comparison, std::int64_t value);
+  void compares(const std::string& comparison, const std::string& value);
   void oneOf(const std::string& column, const std::vector<std::string>& values);
 
+  /// What was added so far, behind another condition, " AND a AND b"; the rest stands later in the
+  /// statement.
+  std::string takeFirst();
   /// " WHERE a AND b"; "" when there is none.
   std::string text() const;
   /// Binds the parameters to a statement that is prepared; this must outlive it.

@@ -9,10 +9,7 @@
 
 #include "results/Schema.h"
 #include "results/StoreError.h"
-
-namespace soci {
-class session;
-}
+#include "results/StoreReader.h"
 
 namespace results {
 
@@ -24,7 +21,7 @@ class RowError : public StoreError {
 
 /// One connection to the database file, with all that is particular to SQLite. For one thread at a
 /// time. Whatever fails throws `StoreError`.
-class Connection {
+class Connection : public StoreReader {
  public:
   enum class Access { Write, Read };
 
@@ -34,12 +31,12 @@ class Connection {
   Connection(std::string file, Access access, std::chrono::milliseconds patience,
              const std::vector<Migration>& migrations);
   /// Also ends a transaction that was not committed, without its changes.
-  ~Connection();
+  ~Connection() override;
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
   /// Does `work`, with the errors of the database as `StoreError`.
-  void attempt(const std::function<void(soci::session&)>& work);
+  void attempt(const std::function<void(soci::session&)>& work) override;
   /// Does `work` in a transaction that is on disk when this returns; nothing of it is when it
   /// throws, unless the disk failed while it was asked to keep it.
   void transaction(const std::function<void(soci::session&)>& work);

@@ -7,6 +7,7 @@
 #include "results/Content.h"
 #include "results/RunRows.h"
 #include "results/Statements.h"
+#include "results/StoreReader.h"
 
 namespace results {
 namespace {
@@ -52,14 +53,16 @@ void checkRun(const RunContent& content, Inspected& result) {
 
 }  // namespace
 
-Inspected inspect(const std::filesystem::path& file, const Progress& progress) {
+Inspected inspect(const std::string& store, const Progress& progress) {
   Inspected result;
-  Connection connection(file.string(), Connection::Access::Read, std::chrono::seconds(10),
-                        migrations());
-  for (const std::string& damage : connection.damages()) {
-    result.findings.push_back({"", damage});
+  const auto reader = openToRead(store, std::chrono::seconds(10));
+  // A server looks after its files and its references itself.
+  if (auto* const connection = dynamic_cast<Connection*>(reader.get())) {
+    for (const std::string& damage : connection->damages()) {
+      result.findings.push_back({"", damage});
+    }
   }
-  connection.attempt([&](soci::session& session) {
+  reader->attempt([&](soci::session& session) {
     checkIds<Station>(session, result);
     checkIds<Plan>(session, result);
     checkIds<Spec>(session, result);

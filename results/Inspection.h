@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -25,9 +24,9 @@ struct Inspected {
   std::vector<Finding> findings;
 };
 
-/// Reads all of a store: whether the file is sound, each row that another one names is there, and
+/// Reads all of a store: whether a file is sound and each row that another one names is there, and
 /// each run, plan, sub-test, instrument and station is what its sum or id says. Throws `StoreError`
 /// when it cannot be read.
-Inspected inspect(const std::filesystem::path& file, const Progress& progress);
+Inspected inspect(const std::string& store, const Progress& progress);
 
 }  // namespace results

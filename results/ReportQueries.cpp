@@ -7,8 +7,8 @@
 
 #include "common/Text.h"
 #include "results/Conditions.h"
-#include "results/Connection.h"
 #include "results/RowStream.h"
+#include "results/StoreReader.h"
 
 namespace results {
 namespace {
@@ -44,6 +44,74 @@ RunLine runLine(Text id, Integer started, MaybeInteger ended, Text station, Text
           records};
 }
 
+/// Whether all runs of a unit are in a filter, or none.
+bool keepsUnitsWhole(const Filter& filter) {
+  return !filter.sinceUs && !filter.untilUs && filter.parts.empty() && filter.stations.empty() &&
+         filter.sites.empty() && filter.flows.empty() && filter.versions.empty() &&
+         filter.operators.empty() && filter.kinds.empty();
+}
+
+/// Tells of each run, unit by unit, whether the unit came to an end before.
+class FirstRuns {
+ public:
+  bool areBefore(const RunLine& run) {
+    if (run.serial != serial_ || run.process != process_) {
+      serial_ = run.serial;
+      process_ = run.process;
+      isKnown_ = false;
+    }
+    if (run.kind != RunKind::Production && run.kind != RunKind::Retest) return false;
+    const bool wasKnown = isKnown_;
+    isKnown_ = isKnown_ || run.verdict == Verdict::Pass || run.verdict == Verdict::Fail;
+    return wasKnown;
+  }
+
+ private:
+  Text serial_;
+  MaybeText process_;
+  bool isKnown_ = false;
+};
+
+/// Runs by unit, with whether the unit came to an end before, anywhere, and whether a test was
+/// repeated. The first run of a unit is its first anywhere: a unit that comes back from another
+/// site or another day is none that is tested for the first time. Of units that are whole here the
+/// rows themselves tell.
+Text unitRunsText(const Text& condition, bool areWhole, bool isServer) {
+  const Text production = "IN ('production', 'retest')";
+  const Text counted = "e.verdict IN ('PASS', 'FAIL') AND e.kind " + production;
+  Text start = "SELECT ";
+  Text known = "0";
+  Text repeats = "EXISTS (SELECT 1 FROM step x WHERE x.run_id = r.id AND x.attempt > 1)";
+  Text tables = kRunTables;
+  Text end = condition;
+  // A file finds the runs of each unit by their serial number. A server would look for each in
+  // every month; it reads them once, and likewise the few steps that were repeated.
+  if (!areWhole && !isServer) {
+    known = "CASE WHEN r.kind " + production +
+            " AND EXISTS (SELECT 1 FROM run e WHERE e.serial = r.serial AND "
+            "coalesce(e.process, '') = coalesce(r.process, '') AND " +
+            counted +
+            " AND (e.started_us < r.started_us OR (e.started_us = r.started_us AND e.id < r.id)))"
+            " THEN 1 ELSE 0 END";
+  } else if (!areWhole) {
+    start = "WITH wanted AS MATERIALIZED (SELECT * FROM run r" + condition +
+            "), first AS (SELECT DISTINCT ON (e.serial, coalesce(e.process, '')) e.serial, "
+            "coalesce(e.process, '') AS process, e.started_us, e.id FROM run e "
+            "WHERE e.serial IN (SELECT serial FROM wanted) AND " +
+            counted + " ORDER BY e.serial, coalesce(e.process, ''), e.started_us, e.id) SELECT ";
+    known = "CASE WHEN r.kind " + production +
+            " AND (f.started_us, f.id) < (r.started_us, r.id) THEN 1 ELSE 0 END";
+    tables =
+        " FROM wanted r JOIN station st ON st.id = r.station_id "
+        "JOIN plan p ON p.id = r.plan_id LEFT JOIN first f ON f.serial = r.serial "
+        "AND f.process = coalesce(r.process, '')";
+    end.clear();
+  }
+  if (isServer) repeats = "r.id IN (SELECT x.run_id FROM step x WHERE x.attempt > 1)";
+  return start + kRunColumns + ", " + known + ", CASE WHEN " + repeats + " THEN 1 ELSE 0 END" +
+         tables + end + " ORDER BY r.serial, coalesce(r.process, ''), r.started_us, r.id";
+}
+
 /// "3.10" after "3.2".
 std::pair<Integer, Integer> placeOf(const std::string& number) {
   const std::size_t point = number.find('.');
@@ -63,19 +131,29 @@ constexpr const char* kIsNumber = "(m.value IS NOT NULL OR m.text IN ('nan', 'in
 
 }  // namespace
 
-ReportQueries::ReportQueries(const std::filesystem::path& file, std::chrono::milliseconds patience)
-    : connection_(std::make_unique<Connection>(file.string(), Connection::Access::Read, patience,
-                                               migrations())) {}
+ReportQueries::ReportQueries(const std::string& store, std::chrono::milliseconds patience)
+    : connection_(openToRead(store, patience)) {}
 
 ReportQueries::~ReportQueries() = default;
+
+void ReportQueries::addMonths(Conditions& conditions, const Filter& filter,
+                              const std::vector<std::string>& columns) {
+  const auto ids = connection_->idsOf(filter.sinceUs, filter.untilUs);
+  if (!ids) return;
+  for (const std::string& column : columns) {
+    conditions.compares(column + " >=", ids->low);
+    conditions.compares(column + " <", ids->high);
+  }
+}
 
 std::int64_t ReportQueries::countRuns(const Filter& filter) {
   Conditions conditions;
   conditions.runs(filter);
+  addMonths(conditions, filter, {"r.id"});
   std::int64_t count = 0;
   connection_->attempt([&](soci::session& session) {
     forEachRow<Integer>(session, "SELECT count(*) FROM run r" + conditions.text(), conditions,
-                        [&](Integer runs) { count = runs; });
+                        Rows::Whole, [&](Integer runs) { count = runs; });
   });
   return count;
 }
@@ -83,41 +161,35 @@ std::int64_t ReportQueries::countRuns(const Filter& filter) {
 void ReportQueries::lastRuns(const Filter& filter, std::size_t most, const Each<RunLine>& each) {
   Conditions conditions;
   conditions.runs(filter);
+  addMonths(conditions, filter, {"r.id"});
   connection_->attempt([&](soci::session& session) {
     forEachRow<Text, Integer, MaybeInteger, Text, Text, Text, MaybeText, MaybeText, MaybeText, Text,
                MaybeText, RunKind, Verdict, Integer>(
         session,
         std::string("SELECT ") + kRunColumns + kRunTables + conditions.text() +
             " ORDER BY r.started_us DESC, r.id DESC LIMIT " + std::to_string(most),
-        conditions, [&](auto&&... columns) { each(runLine(std::move(columns)...)); });
+        conditions, Rows::Streamed,
+        [&](auto&&... columns) { each(runLine(std::move(columns)...)); });
   });
 }
 
 void ReportQueries::runsByUnit(const Filter& filter, const Each<UnitRun>& each) {
   Conditions conditions;
   conditions.runs(filter);
-  // The first run of a unit is its first anywhere: a unit that comes back from another site or
-  // another day is none that is tested for the first time.
-  const std::string known =
-      "CASE WHEN r.kind IN ('production', 'retest') AND EXISTS (SELECT 1 FROM run e WHERE "
-      "e.serial = r.serial AND coalesce(e.process, '') = coalesce(r.process, '') AND "
-      "e.verdict IN ('PASS', 'FAIL') AND e.kind IN ('production', 'retest') AND "
-      "(e.started_us < r.started_us OR (e.started_us = r.started_us AND e.id < r.id))) "
-      "THEN 1 ELSE 0 END";
-  const std::string repeats =
-      "CASE WHEN EXISTS (SELECT 1 FROM step x WHERE x.run_id = r.id AND x.attempt > 1) "
-      "THEN 1 ELSE 0 END";
+  addMonths(conditions, filter, {"r.id"});
+  const bool areWhole = keepsUnitsWhole(filter);
+  FirstRuns firstRuns;
   connection_->attempt([&](soci::session& session) {
     forEachRow<Text, Integer, MaybeInteger, Text, Text, Text, MaybeText, MaybeText, MaybeText, Text,
                MaybeText, RunKind, Verdict, Integer, Integer, Integer>(
-        session,
-        std::string("SELECT ") + kRunColumns + ", " + known + ", " + repeats + kRunTables +
-            conditions.text() + " ORDER BY coalesce(r.process, ''), r.serial, r.started_us, r.id",
-        conditions, [&](auto&&... columns) {
+        session, unitRunsText(conditions.text(), areWhole, connection_->isServer()), conditions,
+        Rows::Streamed, [&](auto&&... columns) {
           auto all = std::make_tuple(std::move(columns)...);
           [&]<std::size_t... I>(std::index_sequence<I...>) {
-            each({runLine(std::move(std::get<I>(all))...), std::get<14>(all) != 0,
-                  std::get<15>(all) != 0});
+            UnitRun run{runLine(std::move(std::get<I>(all))...), std::get<14>(all) != 0,
+                        std::get<15>(all) != 0};
+            if (areWhole) run.isKnown = firstRuns.areBefore(run.run);
+            each(run);
           }
           (std::make_index_sequence<14>{});
         });
@@ -130,7 +202,10 @@ void ReportQueries::failures(const Filter& filter, const Each<FailureCount>& eac
       "JOIN measurement m ON m.run_id = r.id";
   connection_->attempt([&](soci::session& session) {
     Conditions first;
+    addMonths(first, filter, {"m.run_id"});
+    const std::string months = first.takeFirst();
     first.runs(filter);
+    addMonths(first, filter, {"r.id"});
     first.specs(filter);
     first.add("r.verdict = 'FAIL'");
     // A run may have failed by an error, without a record that did.
@@ -138,15 +213,17 @@ void ReportQueries::failures(const Filter& filter, const Each<FailureCount>& eac
         session,
         "SELECT s.test, coalesce(s.sub_test, ''), st.name, r.site, count(*) FROM run r "
         "JOIN station st ON st.id = r.station_id "
-        "LEFT JOIN measurement m ON m.run_id = r.id AND m.sequence = r.first_failure "
-        "LEFT JOIN spec s ON s.id = m.spec_id" +
-            first.text() + " GROUP BY s.test, coalesce(s.sub_test, ''), st.name, r.site",
-        first, [&](MaybeText test, Text subTest, Text station, Text site, Integer count) {
+        "LEFT JOIN measurement m ON m.run_id = r.id AND m.sequence = r.first_failure" +
+            months + " LEFT JOIN spec s ON s.id = m.spec_id" + first.text() +
+            " GROUP BY s.test, coalesce(s.sub_test, ''), st.name, r.site",
+        first, Rows::Whole,
+        [&](MaybeText test, Text subTest, Text station, Text site, Integer count) {
           each({std::move(test), std::move(subTest), std::move(station), std::move(site), count, 0,
                 0});
         });
     Conditions all;
     all.runs(filter);
+    addMonths(all, filter, {"r.id", "m.run_id"});
     all.specs(filter);
     all.add(kCounted);
     all.add("m.verdict = 'FAIL'");
@@ -155,7 +232,7 @@ void ReportQueries::failures(const Filter& filter, const Each<FailureCount>& eac
         "SELECT s.test, s.sub_test, st.name, r.site, sum(1 - m.superseded), sum(m.superseded)" +
             tables + " JOIN spec s ON s.id = m.spec_id" + all.text() +
             " GROUP BY s.test, s.sub_test, st.name, r.site",
-        all,
+        all, Rows::Whole,
         [&](Text test, Text subTest, Text station, Text site, Integer count, Integer superseded) {
           each({std::move(test), std::move(subTest), std::move(station), std::move(site), 0, count,
                 superseded});
@@ -171,7 +248,7 @@ std::vector<Spec> ReportQueries::numericSpecs(const Filter& filter) {
   connection_->attempt([&](soci::session& session) {
     std::vector<std::string> ids;
     forEachRow<Text>(session, "SELECT s.id FROM spec s" + conditions.text(), conditions,
-                     [&](Text id) { ids.push_back(std::move(id)); });
+                     Rows::Whole, [&](Text id) { ids.push_back(std::move(id)); });
     Select<Spec, std::string> select(session, "id = :id");
     for (const std::string& id : ids) {
       for (Spec& spec : select(id)) specs.push_back(std::move(spec));
@@ -191,6 +268,7 @@ std::set<std::string> ReportQueries::measuredSpecs(const Filter& filter) {
   Conditions conditions;
   conditions.specs(filter);
   conditions.runs(filter);
+  addMonths(conditions, filter, {"r.id", "m.run_id"});
   conditions.add(kCounted);
   conditions.add("m.superseded = 0");
   conditions.add(kIsNumber);
@@ -200,7 +278,7 @@ std::set<std::string> ReportQueries::measuredSpecs(const Filter& filter) {
                      "SELECT DISTINCT s.id FROM spec s JOIN measurement m ON m.spec_id = s.id "
                      "JOIN run r ON r.id = m.run_id" +
                          conditions.text(),
-                     conditions, [&](Text id) { ids.insert(std::move(id)); });
+                     conditions, Rows::Whole, [&](Text id) { ids.insert(std::move(id)); });
   });
   return ids;
 }
@@ -209,6 +287,7 @@ void ReportQueries::numbers(const Filter& filter, const Each<SpecNumber>& each) 
   Conditions conditions;
   conditions.specs(filter);
   conditions.runs(filter);
+  addMonths(conditions, filter, {"r.id", "m.run_id"});
   conditions.add(kCounted);
   conditions.add("m.superseded = 0");
   conditions.add(kIsNumber);
@@ -222,14 +301,13 @@ void ReportQueries::numbers(const Filter& filter, const Each<SpecNumber>& each) 
   connection_->attempt([&](soci::session& session) {
     SpecNumber number;
     soci::indicator state = soci::i_ok;
-    auto preparing =
-        (session.prepare << "SELECT m.spec_id, m.value FROM " << tables << conditions.text()
-                         << " ORDER BY r.started_us, r.id, m.sequence");
-    preparing, soci::into(number.specId), soci::into(number.value, state);
-    conditions.bind(preparing);
-    soci::statement statement(preparing);
-    statement.execute();
-    while (statement.fetch()) {
+    RowSource rows(session,
+                   "SELECT m.spec_id, m.value FROM " + tables + conditions.text() +
+                       " ORDER BY r.started_us, r.id, m.sequence",
+                   conditions, Rows::Streamed, [&](soci::details::prepare_temp_type& preparing) {
+                     preparing, soci::into(number.specId), soci::into(number.value, state);
+                   });
+    while (rows.next()) {
       if (state == soci::i_null) number.value = std::numeric_limits<double>::quiet_NaN();
       each(number);
     }
@@ -240,6 +318,7 @@ void ReportQueries::values(const Filter& filter, const Each<MeasuredValue>& each
   Conditions conditions;
   conditions.specs(filter);
   conditions.runs(filter);
+  addMonths(conditions, filter, {"r.id", "m.run_id"});
   conditions.add(kCounted);
   conditions.add("m.superseded = 0");
   conditions.add(kIsNumber);
@@ -253,7 +332,7 @@ void ReportQueries::values(const Filter& filter, const Each<MeasuredValue>& each
         "JOIN run r ON r.id = m.run_id JOIN station st ON st.id = r.station_id "
         "JOIN plan p ON p.id = r.plan_id" +
             conditions.text() + " ORDER BY r.started_us, r.id, m.sequence",
-        conditions,
+        conditions, Rows::Streamed,
         [&](Integer started, Integer sequence, const std::optional<double>& value, Text runId,
             Text serial, Text station, Text site, MaybeText operatorName, Text specId,
             MaybeText version, Mark verdict) {
@@ -267,13 +346,15 @@ void ReportQueries::values(const Filter& filter, const Each<MeasuredValue>& each
 void ReportQueries::instruments(const Filter& filter, const Each<UsedInstrument>& each) {
   Conditions conditions;
   conditions.runs(filter);
+  addMonths(conditions, filter, {"r.id", "u.run_id"});
   connection_->attempt([&](soci::session& session) {
     forEachRow<Text, Text, Text, MaybeText, MaybeText>(
         session,
         "SELECT r.id, u.name, i.id, i.model, i.serial FROM run r "
         "JOIN run_instrument u ON u.run_id = r.id JOIN instrument i ON i.id = u.instrument_id" +
             conditions.text() + " ORDER BY r.started_us, r.id, u.name",
-        conditions, [&](Text runId, Text name, Text id, MaybeText model, MaybeText serial) {
+        conditions, Rows::Streamed,
+        [&](Text runId, Text name, Text id, MaybeText model, MaybeText serial) {
           each({std::move(runId), std::move(name), std::move(id), std::move(model),
                 std::move(serial)});
         });
@@ -281,21 +362,26 @@ void ReportQueries::instruments(const Filter& filter, const Each<UsedInstrument>
 }
 
 void ReportQueries::durations(const Filter& filter, const Each<Duration>& each) {
-  Conditions conditions;
-  conditions.runs(filter);
-  conditions.add("r.verdict = 'PASS'");
   connection_->attempt([&](soci::session& session) {
-    forEachRow<Integer>(session,
-                        "SELECT r.ended_us - r.started_us FROM run r" + conditions.text() +
-                            " AND r.ended_us IS NOT NULL",
-                        conditions, [&](Integer duration) {
+    Conditions runs;
+    runs.runs(filter);
+    addMonths(runs, filter, {"r.id"});
+    runs.add("r.verdict = 'PASS'");
+    runs.add("r.ended_us IS NOT NULL");
+    forEachRow<Integer>(session, "SELECT r.ended_us - r.started_us FROM run r" + runs.text(), runs,
+                        Rows::Streamed, [&](Integer duration) {
                           each({"", duration});
                         });
+    Conditions tests;
+    tests.runs(filter);
+    addMonths(tests, filter, {"r.id", "x.run_id"});
+    tests.add("r.verdict = 'PASS'");
+    tests.add("x.ended_us IS NOT NULL");
     forEachRow<Text, Integer>(session,
                               "SELECT x.test, x.ended_us - x.started_us FROM run r "
                               "JOIN step x ON x.run_id = r.id" +
-                                  conditions.text() + " AND x.ended_us IS NOT NULL",
-                              conditions, [&](Text test, Integer duration) {
+                                  tests.text(),
+                              tests, Rows::Streamed, [&](Text test, Integer duration) {
                                 each({std::move(test), duration});
                               });
   });
@@ -314,7 +400,7 @@ std::vector<std::string> ReportQueries::names(const std::string& what) {
   if (found == all.end()) return names;
   connection_->attempt([&](soci::session& session) {
     forEachRow<MaybeText>(session, "SELECT DISTINCT " + found->second + " ORDER BY 1", Conditions(),
-                          [&](MaybeText name) {
+                          Rows::Streamed, [&](MaybeText name) {
                             if (name) names.push_back(std::move(*name));
                           });
   });

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -16,7 +15,8 @@
 
 namespace results {
 
-class Connection;
+class Conditions;
+class StoreReader;
 
 /// A run as reports look at it.
 struct RunLine {
@@ -91,13 +91,46 @@ struct Duration {
   std::int64_t microseconds = 0;
 };
 
+/// One plan at one station: since when, and how often.
+struct PlanUse {
+  std::string stationId;
+  std::string station;  ///< its name
+  Plan plan;
+  std::int64_t firstUs = 0;  ///< when its first run there began
+  std::int64_t lastUs = 0;   ///< and its last one
+  std::int64_t runs = 0;
+};
+
+struct PlanRun {
+  std::string stationId;
+  std::string planId;
+  std::string runId;
+};
+
+/// What a server knows of a station. Times are of the server's clock.
+struct StationState {
+  std::string id;
+  std::string name;
+  std::optional<std::int64_t> heardUs;   ///< absent: never, its runs came some other way
+  std::int64_t waiting = 0;              ///< runs that were not here yet when it was heard of
+  std::optional<std::int64_t> oldestUs;  ///< since when the oldest of them waits
+  std::int64_t parked = 0;               ///< runs that wait for a person
+};
+
+/// The stations that a server knows, by their names.
+struct StationStates {
+  std::int64_t nowUs = 0;  ///< of the server's clock
+  std::vector<StationState> stations;
+};
+
 /// What reports ask a results store, on a connection of its own that only reads. Rows are handed
 /// out one by one, as they are read. For one thread at a time. Every operation throws `StoreError`
 /// when it cannot read.
 class ReportQueries {
  public:
-  /// Opens a store that exists and has the present version of the schema.
-  explicit ReportQueries(const std::filesystem::path& file,
+  /// Opens a store that exists and has the present version of the schema: a file, or a server by
+  /// its address.
+  explicit ReportQueries(const std::string& store,
                          std::chrono::milliseconds patience = std::chrono::seconds(10));
   ~ReportQueries();
   ReportQueries(const ReportQueries&) = delete;
@@ -109,7 +142,8 @@ class ReportQueries {
   std::int64_t countRuns(const Filter& filter);
   /// The last runs, at most so many, the latest first.
   void lastRuns(const Filter& filter, std::size_t most, const Each<RunLine>& each);
-  /// All runs, by process and serial number, those of a unit in the order of their starts.
+  /// All runs, those of a unit (a serial number at a process) one after the other in the order of
+  /// their starts.
   void runsByUnit(const Filter& filter, const Each<UnitRun>& each);
   /// What failed, in runs that came to an end.
   void failures(const Filter& filter, const Each<FailureCount>& each);
@@ -126,12 +160,33 @@ class ReportQueries {
   /// Durations of passing runs and of their tests.
   void durations(const Filter& filter, const Each<Duration>& each);
 
+  /// Which plans were run where, in runs of the filter; by station.
+  void plans(const Filter& filter, const Each<PlanUse>& each);
+  /// When the first run of a plan at a station began after a time; absent when there is none.
+  std::optional<std::int64_t> firstRunAfter(const Filter& filter, const std::string& stationId,
+                                            const std::string& planId, std::int64_t afterUs);
+  /// The last run of each plan at each station that passed, or else came to an end.
+  void lastRunsOfPlans(const Filter& filter, const Each<PlanRun>& each);
+  /// The ids of the sub-tests that a run has records of.
+  std::vector<std::string> specIdsOf(const std::string& runId);
+  /// Absent when there is none of that id.
+  std::optional<Spec> spec(const std::string& id);
+
+  /// What a server knows of its stations; absent for the store of one station.
+  std::optional<StationStates> stationStates();
+  /// The months that were taken out of a server and would be of the filter: "2026_11".
+  std::vector<std::string> droppedMonths(const Filter& filter);
+
   /// All names that a filter could have: "part", "process", "station", "site", "flow", "operator",
   /// "version", "serial", "test", "sub_test".
   std::vector<std::string> names(const std::string& what);
 
  private:
-  std::unique_ptr<Connection> connection_;
+  /// Keeps a server to the months of a filter: `columns` are ids of runs.
+  void addMonths(Conditions& conditions, const Filter& filter,
+                 const std::vector<std::string>& columns);
+
+  std::unique_ptr<StoreReader> connection_;
 };
 
 }  // namespace results

@@ -109,6 +109,7 @@ CREATE TABLE step (
   error_text text COLLATE "C",
   PRIMARY KEY (run_id, step, attempt)
 ) PARTITION BY RANGE (run_id);
+CREATE INDEX step_repeated ON step (run_id) WHERE attempt > 1;
 CREATE TABLE measurement (
   run_id text COLLATE "C" NOT NULL,
   sequence bigint NOT NULL,
@@ -123,6 +124,7 @@ CREATE TABLE measurement (
   PRIMARY KEY (run_id, sequence)
 ) PARTITION BY RANGE (run_id);
 CREATE INDEX measurement_by_spec ON measurement (spec_id);
+CREATE INDEX measurement_failed ON measurement (run_id) WHERE verdict = 'FAIL';
 CREATE TABLE attribute (
   run_id text COLLATE "C" NOT NULL,
   sequence bigint NOT NULL,

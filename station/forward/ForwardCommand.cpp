@@ -68,7 +68,7 @@ int follow(const ForwardArguments& arguments) {
   ForwardTeller teller(screen);
   results::Forwarder forwarder(optionsOf(arguments),
                                [&](const results::ForwardStatus& status) { teller(status); });
-  screen.line("Forwarding " + printable(arguments.store().string()) + " to " +
+  screen.line("Forwarding " + printable(arguments.store()) + " to " +
               printable(forwarder.status().server));
   std::exception_ptr unexpected;
   std::stop_source finished;
@@ -101,7 +101,7 @@ void addForwardCommand(CLI::App& app, Command& chosen) {
                    "~/.pgpass, PGPASSFILE or a service file, never from here")
       ->type_name("URL")
       ->required();
-  arguments->describeStoreTo(*command);
+  arguments->describeStoreTo(*command, StoreArguments::Stores::Files);
   CLI::Option* const follows =
       command->add_flag("--follow", arguments->follow,
                         "Go on with what comes, until it is stopped, whatever happens");

@@ -21,6 +21,7 @@
 #include "report/StoreWork.h"
 #include "reports/Outputs.h"
 #include "reports/Reports.h"
+#include "reports/Stations.h"
 
 namespace station {
 namespace {
@@ -62,9 +63,16 @@ int show(const ReportArguments& arguments, const Make& make) {
   {
     results::ReportQueries queries(arguments.store());
     ProgressLine progress("Reading the store");
-    reports::Request request{arguments.store().string(), arguments.filter()};
+    reports::Request request{arguments.storeName(), arguments.filter()};
     request.progress = [&](std::int64_t done, std::int64_t all) { progress.show(done, all); };
     report = make(queries, request, arguments);
+    reports::addStations(report, queries, arguments.filter());
+  }
+  if (arguments.csv) {
+    // Which has no place for it.
+    for (const reports::LateStation& station : report.behind) {
+      Screen().warning(printable(station.name) + " is behind");
+    }
   }
   if (!arguments.html.empty()) {
     writeFile(arguments.html, reports::htmlOf(report));
@@ -223,6 +231,10 @@ void addReportCommand(CLI::App& app, Command& chosen) {
                                const ReportArguments& arguments) {
                               return reports::compareReport(queries, request, arguments.compare);
                             }));
+  addReport(*report, chosen, "versions",
+            "Which versions and limits the stations run, and who differs", About::Runs,
+            [](results::ReportQueries& queries, const reports::Request& request,
+               const ReportArguments&) { return reports::versionsReport(queries, request); });
   const Subcommand runs =
       addReport(*report, chosen, "runs", "The runs, the latest first", About::Runs,
                 [](results::ReportQueries& queries, const reports::Request& request,

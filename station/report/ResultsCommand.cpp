@@ -47,8 +47,8 @@ struct ResultsArguments : StoreArguments {
 
 int list(const ResultsArguments& arguments) {
   results::ReportQueries queries(arguments.store());
-  const reports::Report report = reports::runsReport(
-      queries, {arguments.store().string(), arguments.filter()}, arguments.most);
+  const reports::Report report =
+      reports::runsReport(queries, {arguments.storeName(), arguments.filter()}, arguments.most);
   writeOutput(arguments.json  ? reports::jsonOf(report) + "\n"
               : arguments.csv ? reports::csvOf(report.tables.front())
                               : textOf(report) + "\n");
@@ -81,7 +81,11 @@ int show(const ResultsArguments& arguments) {
     writeOutput(results::jsonOf(*record, true) + "\n");
     return kDone;
   }
-  reports::Report report = detailsOf(*record, printable(arguments.store().string()));
+  reports::Report report = detailsOf(*record, printable(arguments.storeName()));
+  if (arguments.isServer()) {
+    writeOutput(textOf(report) + "\n");
+    return kDone;
+  }
   for (const results::ForwardQueue& queue : results::forwardQueues(arguments.store())) {
     for (const results::ParkedRun& run : queue.parked) {
       if (run.parked.runId != record->content.run.id) continue;
@@ -257,9 +261,10 @@ using Work = int (*)(const ResultsArguments&);
 
 CLI::App* addSubcommand(CLI::App& results, Command& chosen,
                         const std::shared_ptr<ResultsArguments>& arguments, const std::string& name,
-                        const std::string& what, Work work) {
+                        const std::string& what, Work work,
+                        StoreArguments::Stores stores = StoreArguments::Stores::FilesAndServers) {
   CLI::App* const command = results.add_subcommand(name, what);
-  arguments->describeStoreTo(*command);
+  arguments->describeStoreTo(*command, stores);
   command->callback([arguments, &chosen, work] {
     chosen = [arguments, work] { return withStore([&] { return work(*arguments); }); };
   });
@@ -308,18 +313,21 @@ void addResultsCommand(CLI::App& app, Command& chosen) {
 
   arguments = make();
   command = addSubcommand(*results, chosen, arguments, "import",
-                          "Enter runs that 'export' has written into a store", importRuns);
+                          "Enter runs that 'export' has written into a store", importRuns,
+                          StoreArguments::Stores::Files);
   command->add_option("FILE", arguments->files, "Files of JSON lines; - is standard input")
       ->required();
 
   arguments = make();
   command = addSubcommand(*results, chosen, arguments, "queue",
-                          "Show what waits to be forwarded to a server, and what is parked", queue);
+                          "Show what waits to be forwarded to a server, and what is parked", queue,
+                          StoreArguments::Stores::Files);
   command->add_flag("--json", arguments->json, "Write JSON, for tools");
 
   arguments = make();
-  command = addSubcommand(*results, chosen, arguments, "retry",
-                          "Have parked runs forwarded once more", retry);
+  command =
+      addSubcommand(*results, chosen, arguments, "retry", "Have parked runs forwarded once more",
+                    retry, StoreArguments::Stores::Files);
   CLI::Option* const runs = command->add_option(
       "RUN", arguments->runs, "Their ids, or the beginnings of them, as 'queue' shows them");
   command->add_flag("--all", arguments->all, "All of them")->excludes(runs);

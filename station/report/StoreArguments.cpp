@@ -1,6 +1,7 @@
 #include "StoreArguments.h"
 
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 
 #include <CLI/CLI.hpp>
@@ -8,9 +9,12 @@
 #include "RunOptions.h"
 #include "reports/Moment.h"
 #include "results/Clock.h"
+#include "results/central/ServerAddress.h"
 
 namespace station {
 namespace {
+
+using results::ServerAddress;
 
 void describeMoment(CLI::App& command, const std::string& option,
                     std::optional<std::int64_t>& moment, const std::string& what) {
@@ -37,13 +41,33 @@ std::optional<results::RunKind> kindOf(const std::string& word) {
 
 }  // namespace
 
-std::filesystem::path StoreArguments::defaultStore() {
-  return std::filesystem::path(kDefaultLogFolder) / kStoreName;
+std::string StoreArguments::defaultStore() {
+  return (std::filesystem::path(kDefaultLogFolder) / kStoreName).string();
 }
 
-void StoreArguments::describeStoreTo(CLI::App& command) {
-  command.add_option("--store", store_, "The results store, a file that 'quillon run' has written")
-      ->type_name("FILE")
+bool StoreArguments::isServer() const { return ServerAddress::isMeant(store_); }
+
+std::string StoreArguments::storeName() const {
+  return isServer() ? ServerAddress(store_).name() : store_;
+}
+
+void StoreArguments::describeStoreTo(CLI::App& command, Stores stores) {
+  const bool takesServers = stores == Stores::FilesAndServers;
+  command
+      .add_option("--store", store_,
+                  takesServers ? "The results store: a file that 'quillon run' has written, or the "
+                                 "server of all stations, postgresql://HOST/DATABASE"
+                               : "The results store, a file that 'quillon run' has written")
+      ->type_name(takesServers ? "FILE-OR-URL" : "FILE")
+      ->check([takesServers](const std::string& text) -> std::string {
+        if (!ServerAddress::isMeant(text)) return "";
+        try {
+          const ServerAddress address(text);
+          return takesServers ? "" : address.name() + ": this is for files, no server";
+        } catch (const results::NoAddress& reason) {
+          return std::string(reason.what()) + ". " + reason.advice();
+        }
+      })
       ->capture_default_str();
 }
 

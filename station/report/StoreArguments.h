@@ -1,6 +1,5 @@
 #pragma once
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -15,15 +14,21 @@ namespace station {
 /// The store and the runs that a command is about, on its command line.
 class StoreArguments {
  public:
-  /// Tells `command` of `--store`. What is given is put in here when it is parsed, so this must
-  /// live until then.
-  void describeStoreTo(CLI::App& command);
+  enum class Stores { Files, FilesAndServers };
+
+  /// Tells `command` of `--store`, a file or, where that makes sense, also a server that many
+  /// stations feed. What is given is put in here when it is parsed, so this must live until then.
+  void describeStoreTo(CLI::App& command, Stores stores = Stores::FilesAndServers);
   /// Likewise of the filters for runs.
   void describeFilterTo(CLI::App& command);
   /// Likewise of those for measurements.
   void describeSubTestsTo(CLI::App& command);
 
-  const std::filesystem::path& store() const { return store_; }
+  /// A file, or the address of a server.
+  const std::string& store() const { return store_; }
+  bool isServer() const;
+  /// The same for people.
+  std::string storeName() const;
   const results::Filter& filter() const { return filter_; }
   results::Filter& filter() { return filter_; }
 
@@ -31,10 +36,10 @@ class StoreArguments {
   void describeNames(CLI::App& command, const std::string& option, std::vector<std::string>& names,
                      const std::string& what);
 
-  std::filesystem::path store_ = defaultStore();
+  std::string store_ = defaultStore();
   results::Filter filter_;
 
-  static std::filesystem::path defaultStore();
+  static std::string defaultStore();
 };
 
 }  // namespace station
