@@ -1,9 +1,11 @@
 #include "InstrumentTable.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "bench/Lines.h"
 #include "bench/ModbusClasses.h"
+#include "bench/ScpiClasses.h"
 
 namespace quillon::bench {
 
@@ -13,6 +15,7 @@ const std::vector<InstrumentClass>& instrumentTable() {
     // One line for each class: the function that describes and makes it, beside the class.
     classes.push_back(consoleClass());
     classes.push_back(modbusClass());
+    for (InstrumentClass& cls : scpiClasses()) classes.push_back(std::move(cls));
     std::sort(classes.begin(), classes.end(), [](const auto& a, const auto& b) {
       return a.description.className < b.description.className;
     });

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include <QLTAsciiReadWriteDevice.h>
 #include <QLTError.h>
@@ -83,6 +84,10 @@ class QLT_EXPORT QLTScpiInstrument : public QLTAsciiReadWriteDevice, public QLTR
  protected:
   /// For subclasses. The instrument has not been asked for its identity.
   explicit QLTScpiInstrument(std::shared_ptr<QLTAsciiReadWriteDevice> device);
+  /// What `identityAtCreation` gives from now on, for a subclass that asks itself.
+  void setIdentityAtCreation(std::optional<std::string> identity) {
+    identity_ = std::move(identity);
+  }
 
  private:
   std::shared_ptr<QLTAsciiReadWriteDevice> device_;

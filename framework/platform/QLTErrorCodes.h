@@ -56,6 +56,16 @@ inline constexpr std::int32_t kQLTErrorModbusSilence = -35002;
 inline constexpr std::int32_t kQLTErrorModbusGarbled = -35003;
 /// Registers of a Modbus unit that hold no number.
 inline constexpr std::int32_t kQLTErrorModbusNoNumber = -35004;
+/// A SCPI instrument's answer is not of the form that was asked for.
+inline constexpr std::int32_t kQLTErrorScpiAnswer = -33000;
+/// A SCPI instrument reports an overload.
+inline constexpr std::int32_t kQLTErrorScpiOverload = -33001;
+/// A SCPI instrument reports that it has no reading.
+inline constexpr std::int32_t kQLTErrorScpiNoReading = -33002;
+/// A bench instrument says that it is not in the state that it was told to take.
+inline constexpr std::int32_t kQLTErrorScpiNotDone = -33003;
+/// A bench instrument's dialect is not known, wrong, or has no such command.
+inline constexpr std::int32_t kQLTErrorScpiDialect = -33004;
 /// The plug-in's "TestConfig" is missing or unreadable.
 inline constexpr std::int32_t kQLTErrorConfigUnreadable = -40000;
 /// A flow, a test or "defaultFlow" is configured wrongly.

@@ -1,0 +1,64 @@
+#include "QLTBenchInstrument.h"
+
+#include "bench/ScpiDialect.h"
+
+QLTBenchInstrument::QLTBenchInstrument(std::string kind, std::shared_ptr<QLTBenchScpi> scpi,
+                                       QLTBenchDialect dialect)
+    : kind_(std::move(kind)), scpi_(std::move(scpi)), wanted_(std::move(dialect)) {}
+
+bool QLTBenchInstrument::begin(QLTError* error) {
+  auto dialect = quillon::bench::dialectFor(kind_, wanted_.name, wanted_.file,
+                                            scpi_->identityAtCreation().value_or(""), error);
+  if (!dialect) return false;
+  dialect_ = std::move(dialect);
+  return true;
+}
+
+bool QLTBenchInstrument::isLost() const { return scpi_->isLost(); }
+
+std::string QLTBenchInstrument::where() const { return scpi_->where(); }
+
+bool QLTBenchInstrument::reopen(QLTError* error) { return scpi_->reopen(error) && begin(error); }
+
+const std::string& QLTBenchInstrument::dialect() const { return dialect_->name(); }
+
+bool QLTBenchInstrument::offers(const std::string& operation) const {
+  return dialect_->offers(operation);
+}
+
+std::optional<std::string> QLTBenchInstrument::commandFor(const std::string& operation,
+                                                          const Values& values,
+                                                          QLTError* error) const {
+  return dialect_->command(operation, values, error);
+}
+
+bool QLTBenchInstrument::tell(const std::string& operation, const Values& values, QLTError* error) {
+  const auto command = commandFor(operation, values, error);
+  return command && scpi_->send(*command, error);
+}
+
+std::optional<double> QLTBenchInstrument::number(const std::string& operation, const Values& values,
+                                                 QLTError* error, double seconds) {
+  const auto query = commandFor(operation, values, error);
+  return query ? scpi_->number(*query, error, seconds) : std::nullopt;
+}
+
+std::optional<std::vector<double>> QLTBenchInstrument::numbers(const std::string& operation,
+                                                               const Values& values,
+                                                               QLTError* error, double seconds) {
+  const auto query = commandFor(operation, values, error);
+  return query ? scpi_->numbers(*query, error, seconds) : std::nullopt;
+}
+
+std::optional<bool> QLTBenchInstrument::boolean(const std::string& operation, const Values& values,
+                                                QLTError* error) {
+  const auto query = commandFor(operation, values, error);
+  return query ? scpi_->boolean(*query, error) : std::nullopt;
+}
+
+std::optional<std::vector<bool>> QLTBenchInstrument::booleans(const std::string& operation,
+                                                              const Values& values,
+                                                              QLTError* error) {
+  const auto query = commandFor(operation, values, error);
+  return query ? scpi_->booleans(*query, error) : std::nullopt;
+}

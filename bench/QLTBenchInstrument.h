@@ -1,0 +1,73 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <QLTBenchScpi.h>
+#include <QLTError.h>
+#include <QLTExport.h>
+#include <QLTObject.h>
+#include <QLTReopenable.h>
+
+namespace quillon::bench {
+class ScpiDialect;
+}
+
+/// Which commands a model has, where they are not those of the standard.
+struct QLT_EXPORT QLTBenchDialect {
+  std::string name;  ///< of a dialect; "" for the one that fits the answer to "*IDN?"
+  std::string file;  ///< the path of a file with dialects of one's own; "" for none
+};
+
+/// What the classes of instruments that speak SCPI have in common: a `QLTBenchScpi` to talk
+/// through, and a dialect of commands. Docs/instruments.md describes both, and the file of
+/// dialects.
+///
+/// Errors beside those of `QLTBenchScpi`, in the framework's domain: -33003 when the instrument
+/// says that it is not in the state that it was told to take, -33004 for a dialect that is not
+/// known or has no command for what is wanted.
+///
+/// One thread uses an instrument at a time.
+class QLT_EXPORT QLTBenchInstrument : public QLTObject, public QLTReopenable {
+ public:
+  bool isLost() const override;
+  std::string where() const override;
+  /// Opens the line again, asks the instrument who it is, and chooses its dialect anew.
+  bool reopen(QLTError* error = nullptr) override;
+
+  /// For what the class has no operation for.
+  const std::shared_ptr<QLTBenchScpi>& scpi() const { return scpi_; }
+  /// Who the instrument is; asks nothing.
+  const QLTBenchIdentity& who() const { return scpi_->who(); }
+  /// The name of the dialect.
+  const std::string& dialect() const;
+
+ protected:
+  using Values = std::vector<std::pair<std::string, std::string>>;
+
+  QLTBenchInstrument(std::string kind, std::shared_ptr<QLTBenchScpi> scpi, QLTBenchDialect dialect);
+
+  /// Chooses the dialect; for the makers of subclasses.
+  bool begin(QLTError* error);
+  bool offers(const std::string& operation) const;
+  // The dialect's command for an operation, as `QLTBenchScpi` does it.
+  bool tell(const std::string& operation, const Values& values, QLTError* error);
+  std::optional<double> number(const std::string& operation, const Values& values, QLTError* error,
+                               double seconds = 0);
+  std::optional<std::vector<double>> numbers(const std::string& operation, const Values& values,
+                                             QLTError* error, double seconds = 0);
+  std::optional<bool> boolean(const std::string& operation, const Values& values, QLTError* error);
+  std::optional<std::vector<bool>> booleans(const std::string& operation, const Values& values,
+                                            QLTError* error);
+  /// The command alone.
+  std::optional<std::string> commandFor(const std::string& operation, const Values& values,
+                                        QLTError* error) const;
+
+ private:
+  std::string kind_;
+  std::shared_ptr<QLTBenchScpi> scpi_;
+  QLTBenchDialect wanted_;
+  std::shared_ptr<const quillon::bench::ScpiDialect> dialect_;
+};

@@ -1,0 +1,412 @@
+#include "QLTBenchScpi.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <utility>
+
+#include <QLTErrorCodes.h>
+#include <QLTReopenable.h>
+#include <QLTUtil.h>
+
+#include "bench/Fail.h"
+#include "bench/ScpiReplies.h"
+#include "bench/ScpiText.h"
+#include "common/Format.h"
+#include "common/Text.h"
+
+using quillon::bench::fail;
+using quillon::bench::failWith;
+using quillon::bench::scpiItems;
+using quillon::bench::scpiNumber;
+using quillon::bench::scpiQueueEntry;
+using quillon::bench::ScpiReplies;
+using quillon::bench::scpiString;
+using quillon::bench::scpiSwitch;
+using quillon::internal::format;
+using quillon::internal::printable;
+using quillon::internal::trimmed;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t kLongestQuote = 120;  // of an answer, in a message
+constexpr std::size_t kLongestBlock = 256 << 20;
+constexpr double kLongestAfterwards = 1;  // seconds; after silence, to learn why
+constexpr double kQuiet = 0.01;           // seconds; nothing more is on its way then
+
+std::string quote(std::string_view text) {
+  std::string quoted = '"' + printable(text.substr(0, kLongestQuote));
+  return quoted + (text.size() > kLongestQuote ? "...\"" : "\"");
+}
+
+/// That an answer is not what it should be.
+quillon::bench::Failed notA(const char* what, const std::string& query, std::string_view answer,
+                            QLTError* error) {
+  return fail(error, kQLTErrorScpiAnswer,
+              format("the answer to %@ is not %@: %@", quote(query), what, quote(answer)));
+}
+
+std::string listOf(const std::vector<QLTBenchQueueEntry>& entries, std::size_t most) {
+  std::string text;
+  for (const QLTBenchQueueEntry& entry : entries) {
+    text += (text.empty() ? "" : "; ") + std::to_string(entry.code) + ' ' + quote(entry.text);
+  }
+  return entries.size() < most ? text : text + "; and the queue does not end there";
+}
+
+}  // namespace
+
+QLTBenchIdentity QLTBenchIdentity::of(std::string_view answer) {
+  QLTBenchIdentity identity;
+  std::string rest = trimmed(answer);
+  for (std::string* part : {&identity.vendor, &identity.model, &identity.serial}) {
+    const std::size_t comma = std::min(rest.find(','), rest.size());
+    *part = trimmed(rest.substr(0, comma));
+    rest.erase(0, comma + 1);
+  }
+  identity.firmware = trimmed(rest);
+  return identity;
+}
+
+// Made, opened and lost.
+
+QLTBenchScpi::QLTBenchScpi(std::shared_ptr<QLTAsciiReadWriteDevice> device,
+                           QLTBenchScpiSettings settings)
+    : QLTScpiInstrument(device),
+      settings_(std::move(settings)),
+      replies_(std::make_unique<ScpiReplies>(std::move(device))) {
+  setLineEnd(settings_.lineEnd);
+}
+
+QLTBenchScpi::~QLTBenchScpi() = default;
+
+std::shared_ptr<QLTBenchScpi> QLTBenchScpi::open(std::shared_ptr<QLTAsciiReadWriteDevice> device,
+                                                 QLTError* error) {
+  return open(std::move(device), QLTBenchScpiSettings(), error);
+}
+
+std::shared_ptr<QLTBenchScpi> QLTBenchScpi::open(std::shared_ptr<QLTAsciiReadWriteDevice> device,
+                                                 QLTBenchScpiSettings settings, QLTError* error) {
+  const auto instrument = lost(std::move(device), std::move(settings));
+  if (!instrument) return fail(error, kQLTErrorLineOpen, "a SCPI instrument needs a device");
+  return instrument->begin(error) ? instrument : nullptr;
+}
+
+std::shared_ptr<QLTBenchScpi> QLTBenchScpi::lost(std::shared_ptr<QLTAsciiReadWriteDevice> device,
+                                                 QLTBenchScpiSettings settings) {
+  if (!device) return nullptr;
+  return std::shared_ptr<QLTBenchScpi>(new QLTBenchScpi(std::move(device), std::move(settings)));
+}
+
+bool QLTBenchScpi::isLost() const { return !isReady_ || QLTScpiInstrument::isLost(); }
+
+bool QLTBenchScpi::reopen(QLTError* error) {
+  isReady_ = false;
+  auto* const line = dynamic_cast<QLTReopenable*>(device().get());
+  if (line != nullptr && !line->reopen(error)) return false;
+  return begin(error);
+}
+
+/// Learns who the instrument is, and leaves no old errors to be taken for those of the first
+/// command.
+bool QLTBenchScpi::begin(QLTError* error) {
+  isReady_ = isOutOfStep_ = false;
+  replies_->drop();
+  QLTError problem;
+  std::optional<std::string> answer;
+  if (tell("*IDN?", &problem)) answer = hear(settings_.timeOutInSeconds, &problem);
+  if (!answer && problem) {
+    return failWith(error, QLTUtil::handleError(
+                               problem, format("%@ does not tell who it is (*IDN?)", where())));
+  }
+  identity_ = trimmed(answer.value_or(""));
+  if (identity_.empty()) {
+    return fail(error, kQLTErrorScpiAnswer, where() + " does not tell who it is (*IDN?)");
+  }
+  who_ = QLTBenchIdentity::of(identity_);
+  setIdentityAtCreation(std::move(answer));
+  if (!tell("*CLS", error)) return false;
+  return isReady_ = true;
+}
+
+// What goes out and comes in.
+
+void QLTBenchScpi::note(char direction, std::string_view text) {
+  if (settings_.longestLog == 0) return;
+  if (log_.size() >= settings_.longestLog) log_.pop_front();
+  log_.push_back(std::string{direction, ' '} + printable(text.substr(0, 1024)));
+}
+
+bool QLTBenchScpi::tell(const std::string& message, QLTError* error) {
+  note('>', message);
+  return device()->write(message + lineEnd(), error);
+}
+
+std::optional<std::string> QLTBenchScpi::hear(double seconds, QLTError* error) {
+  std::optional<std::string> answer = replies_->line(seconds, error);
+  if (answer) note('<', *answer);
+  return answer;
+}
+
+/// Makes sure that the next answer is that of the next query.
+bool QLTBenchScpi::beInStep(double seconds, QLTError* error) {
+  if (!isOutOfStep_) return true;
+  constexpr int mostLines = 1000;
+  replies_->drop();
+  if (!tell("*IDN?", error)) return false;
+  const auto start = Clock::now();
+  QLTError problem;
+  for (int lines = 0; lines < mostLines; ++lines) {
+    const std::chrono::duration<double> passed = Clock::now() - start;
+    if (passed.count() >= seconds) break;
+    const auto answer = hear(seconds - passed.count(), &problem);
+    if (!answer) break;
+    if (trimmed(*answer) != identity_) continue;
+    replies_->dropUntilQuiet(kQuiet);  // an earlier try may be answered, too
+    isOutOfStep_ = false;
+    return true;
+  }
+  if (!problem) {
+    return fail(error, kQLTErrorScpiAnswer, where() + " answers something else than was asked");
+  }
+  return failWith(error, QLTUtil::handleError(problem, where() + " still does not answer"));
+}
+
+bool QLTBenchScpi::startQuery(const std::string& query, QLTError* error) {
+  return beInStep(settings_.timeOutInSeconds, error) && tell(query, error);
+}
+
+/// The error of a query that was not answered, with the instrument's own reason where it has one.
+void QLTBenchScpi::noAnswer(const std::string& query, const QLTError& cause, QLTError* error) {
+  isOutOfStep_ = true;
+  const std::string what = "no answer to " + quote(query);
+  if (isReady_ && !isLost() &&
+      beInStep(std::min(settings_.timeOutInSeconds, kLongestAfterwards), nullptr)) {
+    QLTError reason;
+    if (!checkErrors(what, &reason) && reason.domain() == kQLTScipErrorDomain) {
+      failWith(error, {reason.domain(), reason.code(), reason.userInfo(), cause});
+      return;
+    }
+  }
+  failWith(error, QLTUtil::handleError(cause, what));
+}
+
+// Commands.
+
+bool QLTBenchScpi::send(const std::string& command, QLTError* error) {
+  if (!beInStep(settings_.timeOutInSeconds, error) || !tell(command, error)) return false;
+  return !settings_.checksQueue || checkErrors(quote(command), error);
+}
+
+bool QLTBenchScpi::command(const std::string& command, bool waitTillDone, QLTError* error) {
+  if (!send(command, error)) return false;
+  return !waitTillDone || this->waitTillDone(settings_.timeOutInSeconds, error);
+}
+
+bool QLTBenchScpi::waitTillDone(double seconds, QLTError* error) {
+  const auto answer = ask("*OPC?", error, seconds);
+  if (!answer) return false;
+  return scpiNumber(*answer) == 1.0 || notA("1", "*OPC?", *answer, error);
+}
+
+bool QLTBenchScpi::reset(QLTError* error) { return command("*RST", true, error); }
+
+// Queries.
+
+std::optional<std::string> QLTBenchScpi::ask(const std::string& query, QLTError* error,
+                                             double seconds) {
+  if (!startQuery(query, error)) return std::nullopt;
+  QLTError problem;
+  std::optional<std::string> answer = hear(limit(seconds), &problem);
+  if (!answer) noAnswer(query, problem, error);
+  return answer;
+}
+
+std::optional<std::string> QLTBenchScpi::query(const std::string& query, QLTError* error) {
+  std::optional<std::string> answer = ask(query, error);
+  if (answer) *answer += '\n';
+  return answer;
+}
+
+std::optional<double> QLTBenchScpi::number(const std::string& query, QLTError* error,
+                                           double seconds) {
+  const auto answer = ask(query, error, seconds);
+  if (!answer) return std::nullopt;
+  const auto number = scpiNumber(*answer);
+  if (!number) return notA("a number", query, *answer, error);
+  if (std::isnan(*number)) {
+    return fail(error, kQLTErrorScpiNoReading,
+                format("there is no reading for %@: %@", quote(query), quote(*answer)));
+  }
+  if (std::isinf(*number)) {
+    return fail(error, kQLTErrorScpiOverload,
+                format("an overload for %@: %@", quote(query), quote(*answer)));
+  }
+  return number;
+}
+
+std::optional<std::vector<double>> QLTBenchScpi::numbers(const std::string& query, QLTError* error,
+                                                         double seconds) {
+  const auto answer = ask(query, error, seconds);
+  if (!answer) return std::nullopt;
+  std::vector<double> numbers;
+  for (const std::string& item : quillon::internal::split(*answer, ",")) {
+    const auto number = scpiNumber(item);
+    if (!number) return notA("a list of numbers", query, *answer, error);
+    numbers.push_back(*number);
+  }
+  return numbers;
+}
+
+std::optional<std::int64_t> QLTBenchScpi::integer(const std::string& query, QLTError* error) {
+  constexpr double mostExact = 9007199254740992;  // beyond it not every whole number is a double
+  const auto answer = ask(query, error);
+  if (!answer) return std::nullopt;
+  const auto number = scpiNumber(*answer);
+  if (!number || std::abs(*number) > mostExact || *number != std::floor(*number)) {
+    return notA("a whole number", query, *answer, error);
+  }
+  return static_cast<std::int64_t>(*number);
+}
+
+std::optional<bool> QLTBenchScpi::boolean(const std::string& query, QLTError* error) {
+  const auto answer = ask(query, error);
+  if (!answer) return std::nullopt;
+  const auto value = scpiSwitch(*answer);
+  if (!value) notA("0 or 1", query, *answer, error);  // a returned failure would be false
+  return value;
+}
+
+std::optional<std::vector<bool>> QLTBenchScpi::booleans(const std::string& query, QLTError* error) {
+  const auto answer = ask(query, error);
+  if (!answer) return std::nullopt;
+  std::vector<bool> values;
+  for (const std::string& item : quillon::internal::split(*answer, ",")) {
+    const auto value = scpiSwitch(item);
+    if (!value) return notA("a list of 0 and 1", query, *answer, error);
+    values.push_back(*value);
+  }
+  return values;
+}
+
+std::optional<std::string> QLTBenchScpi::text(const std::string& query, QLTError* error) {
+  const auto answer = ask(query, error);
+  if (!answer) return std::nullopt;
+  auto text = scpiString(*answer);
+  if (!text) return notA("a text in quotes", query, *answer, error);
+  return text;
+}
+
+std::optional<std::vector<std::string>> QLTBenchScpi::texts(const std::string& query,
+                                                            QLTError* error) {
+  const auto answer = ask(query, error);
+  if (!answer) return std::nullopt;
+  const auto items = scpiItems(*answer);
+  if (!items) return notA("a list of texts", query, *answer, error);
+  std::vector<std::string> texts;
+  for (const std::string& item : *items) {
+    auto text = scpiString(item);
+    if (!text) return notA("a list of texts", query, *answer, error);
+    texts.push_back(std::move(*text));
+  }
+  return texts;
+}
+
+std::optional<QLTData> QLTBenchScpi::block(const std::string& query, QLTError* error,
+                                           double seconds) {
+  if (!startQuery(query, error)) return std::nullopt;
+  QLTError problem;
+  const auto bytes = blockBytes(limit(seconds), &problem);
+  if (!bytes) {
+    noAnswer(query, problem, error);
+    return std::nullopt;
+  }
+  note('<', format("a block of %d bytes", bytes->size()));
+  return QLTData(bytes->begin(), bytes->end());
+}
+
+std::optional<std::string> QLTBenchScpi::blockBytes(double seconds, QLTError* error) {
+  const auto start = Clock::now();
+  const auto left = [&] {
+    return seconds - std::chrono::duration<double>(Clock::now() - start).count();
+  };
+  auto head = replies_->bytes(2, seconds, error);
+  // What is left of the line end of an earlier answer.
+  while (head && (head->front() == '\r' || head->front() == '\n')) {
+    const auto next = replies_->bytes(1, left(), error);
+    head = next ? std::optional(head->substr(1) + *next) : std::nullopt;
+  }
+  if (!head) return std::nullopt;
+  const int digits = (*head)[0] == '#' ? (*head)[1] - '0' : -1;
+  if (digits < 0 || digits > 9) {
+    return fail(error, kQLTErrorScpiAnswer,
+                "the answer is not a block, but begins " + quote(*head));
+  }
+  if (digits == 0) return replies_->rest(left(), error);
+  const auto length = replies_->bytes(static_cast<std::size_t>(digits), left(), error);
+  if (!length) return std::nullopt;
+  const auto count = quillon::internal::numberIn<std::size_t>(*length);
+  if (!count || *count > kLongestBlock) {
+    return fail(error, kQLTErrorScpiAnswer, "a block of no possible length: " + quote(*length));
+  }
+  auto bytes = replies_->bytes(*count, left(), error);
+  if (!bytes) return std::nullopt;
+  const auto rest = replies_->rest(left(), error);
+  if (!rest) return std::nullopt;
+  if (!trimmed(*rest).empty()) {
+    return fail(error, kQLTErrorScpiAnswer, "something follows the block: " + quote(*rest));
+  }
+  return bytes;
+}
+
+// Status.
+
+std::optional<std::vector<QLTBenchQueueEntry>> QLTBenchScpi::errors(QLTError* error) {
+  const std::string query = "SYST:ERR?";
+  std::vector<QLTBenchQueueEntry> entries;
+  while (entries.size() < settings_.longestQueue) {
+    QLTError problem;
+    std::optional<std::string> answer;
+    if (!startQuery(query, error)) return std::nullopt;
+    answer = hear(settings_.timeOutInSeconds, &problem);
+    if (!answer) {
+      isOutOfStep_ = true;
+      return failWith(error, QLTUtil::handleError(problem, "no answer to " + quote(query)));
+    }
+    auto entry = scpiQueueEntry(*answer);
+    if (!entry) return notA("an error's number and text", query, *answer, error);
+    if (entry->code == 0) break;
+    entries.push_back({entry->code, std::move(entry->text)});
+  }
+  return entries;
+}
+
+bool QLTBenchScpi::checkErrors(const std::string& after, QLTError* error) {
+  const auto entries = errors(error);
+  if (!entries) return false;
+  if (entries->empty()) return true;
+  return failWith(error, makeError(entries->front().code,
+                                   format("%@: the instrument %@ says %@", after, where(),
+                                          listOf(*entries, settings_.longestQueue))));
+}
+
+std::optional<std::uint8_t> QLTBenchScpi::statusRegister(const std::string& query,
+                                                         QLTError* error) {
+  const auto answer = ask(query, error);
+  if (!answer) return std::nullopt;
+  const auto value = scpiNumber(*answer);
+  if (!value || !(*value >= 0 && *value <= 255)) {
+    return notA("a number from 0 to 255", query, *answer, error);
+  }
+  return static_cast<std::uint8_t>(*value);
+}
+
+std::optional<std::uint8_t> QLTBenchScpi::statusByte(QLTError* error) {
+  return statusRegister("*STB?", error);
+}
+
+std::optional<std::uint8_t> QLTBenchScpi::eventStatus(QLTError* error) {
+  return statusRegister("*ESR?", error);
+}

@@ -1,0 +1,3 @@
+#include "QLTMakesSafe.h"
+
+QLTMakesSafe::~QLTMakesSafe() = default;
