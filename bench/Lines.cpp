@@ -138,7 +138,8 @@ void append(std::vector<Attribute>& attributes, const std::vector<Attribute>& mo
 }  // namespace
 
 const std::vector<LineKind>& lineTable() {
-  static const std::vector<LineKind> table{tcp(), serial(), programLine()};
+  static const std::vector<LineKind> table{tcp(), serial(), programLine(), vxi11Line(),
+                                           usbTmcLine()};
   return table;
 }
 

@@ -26,6 +26,8 @@ struct LineKind {
 };
 
 LineKind programLine();
+LineKind vxi11Line();
+LineKind usbTmcLine();
 
 /// All of them. The one place in which a kind of line is entered.
 const std::vector<LineKind>& lineTable();

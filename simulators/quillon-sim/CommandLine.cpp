@@ -105,6 +105,12 @@ void addTransport(CLI::App& app, CommandLine& line) {
               "[ADDRESS:]PORT", [&line](const std::string& text) { setTcp(line, text); })
           ->group(group);
   tcp->excludes(pty);
+  CLI::Option* const vxi11 =
+      addText(app, "--vxi11", "By VXI-11 at port 111 of an address, as root", "ADDRESS",
+              [&line](const std::string& text) { line.vxi11 = text; })
+          ->excludes(pty)
+          ->excludes(tcp)
+          ->group(group);
   CLI::Option* const link =
       addText(app, "--link", "Make a symbolic link to the terminal, for a path that stays", "PATH",
               [&line](const std::string& text) { line.link = text; })
@@ -114,8 +120,10 @@ void addTransport(CLI::App& app, CommandLine& line) {
       addText(app, "--refuse", "Refuse connections at first; with --pty the link is missing",
               "MS|forever", [&line](const std::string& text) { line.refusing = timeIn(text); })
           ->group(group);
-  app.final_callback([pty, tcp, link, refuse] {
-    if (pty->empty() && tcp->empty()) throw CLI::RequiredError("--pty or --tcp");
+  app.final_callback([pty, tcp, vxi11, link, refuse] {
+    if (pty->empty() && tcp->empty() && vxi11->empty()) {
+      throw CLI::RequiredError("--pty, --tcp or --vxi11");
+    }
     if (!refuse->empty() && !pty->empty() && link->empty()) {
       throw CLI::RequiredError("--refuse with --pty: --link");
     }

@@ -42,6 +42,7 @@ struct CommandLine {
   bool pty = false;  ///< else TCP
   std::filesystem::path link;
   std::string tcpAddress;
+  std::string vxi11;  ///< the address; empty for another transport
   std::uint16_t tcpPort = 0;
   std::chrono::milliseconds refusing{0};
 

@@ -34,9 +34,9 @@ class Endpoint {
   /// Waits for the peer.
   virtual void awaitPeer() = 0;
   /// What the peer sends next; empty once it is gone.
-  std::string receive();
+  virtual std::string receive();
   /// Sends all bytes; false when the peer goes away before.
-  bool send(std::string_view bytes);
+  virtual bool send(std::string_view bytes);
   /// The peer is gone; makes ready for the next one.
   virtual void forgetPeer() = 0;
 

@@ -20,6 +20,9 @@ class TcpEndpoint : public Endpoint {
   void awaitPeer() override;
   void forgetPeer() override;
 
+ protected:
+  std::uint16_t port() const { return port_; }
+
  private:
   quillon::internal::Descriptor bound() const;
 

@@ -17,6 +17,7 @@
 #include "ScpiSupply.h"
 #include "Simulation.h"
 #include "TcpEndpoint.h"
+#include "Vxi11Endpoint.h"
 #include "Waiting.h"
 
 namespace {
@@ -81,6 +82,7 @@ std::unique_ptr<sim::Device> makeDevice(const CommandLine& line) {
 
 std::unique_ptr<sim::Endpoint> makeEndpoint(const CommandLine& line) {
   if (line.pty) return std::make_unique<sim::PtyEndpoint>(line.link);
+  if (!line.vxi11.empty()) return std::make_unique<sim::Vxi11Endpoint>(line.vxi11);
   return std::make_unique<sim::TcpEndpoint>(line.tcpAddress, line.tcpPort);
 }
 
