@@ -44,6 +44,20 @@ class OperatorCases(PageCase):
         self.assertIn("Voltages / VREF: 2.71 is above 2.6", self.text(".run .facts-list"))
         self.assertEqual(len(self.browser.script("return [...document.querySelectorAll('.rows tbody')]")), 3)
 
+    def test_how_forwarding_stands(self):
+        self.open()
+        self.assertEqual(self.text("#forwarding"), "")
+        self.station.patch({"forwarding": {"server": "db/quillon", "waiting": 0, "parked": 0}})
+        self.browser.wait_text("#forwarding", "All sent")
+        self.station.patch({"forwarding": {"waiting": 12, "parked": 2, "oldestAt": now_us(), "since": now_us(),
+                                           "trouble": "no answer for 60 s"}})
+        self.browser.wait_text("#forwarding", "no answer for 60 s · 12 to send")
+        shown = self.text("#forwarding")
+        self.assertIn("Not sending since", shown)
+        self.assertIn("2 parked: tell a technician", shown)
+        self.station.patch({"forwarding": None})
+        self.wait(lambda: self.text("#forwarding") == "", "nothing is forwarded any more")
+
     def test_label_then_device(self):
         self.station.patch({"station": {"scan": "site"}})
         self.station.test_seconds = 0.02
