@@ -6,6 +6,8 @@
 #include <libpq-fe.h>
 #include <poll.h>
 
+#include "common/Format.h"
+
 namespace results {
 namespace {
 
@@ -146,12 +148,11 @@ class Server::Line {
       const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
           end - std::chrono::steady_clock::now());
       if (left.count() <= 0) {
-        throw ServerError(
-            "no answer for " +
-                std::to_string(
-                    std::chrono::duration_cast<std::chrono::seconds>(limits_.silence).count()) +
-                " s",
-            "");
+        throw ServerError("no answer for " +
+                              quillon::internal::fixedText(
+                                  std::chrono::duration<double>(limits_.silence).count(), 1) +
+                              " s",
+                          "");
       }
       pollfd waited{PQsocket(get()), static_cast<short>(events), 0};
       const int ready = poll(&waited, 1, static_cast<int>(std::min(left, kSlice).count()));

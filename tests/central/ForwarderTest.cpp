@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -18,6 +20,7 @@
 #include "results/Uuid.h"
 #include "results/central/ForwardState.h"
 #include "support/Eventually.h"
+#include "support/TcpPeer.h"
 
 namespace {
 
@@ -255,6 +258,62 @@ TEST_F(Forwarding, TwoForwardersOfAStoreAreOneTooMany) {
   const Forwarder first(station.forwarding(server.url("station")));
   EXPECT_THAT(test::errorOf([&] { pass(); }),
               HasSubstr("is forwarded already, by process " + std::to_string(getpid())));
+}
+
+TEST_F(Forwarding, APasswordComesFromItsFileAndIsNeverTold) {
+  Store store(station.folder.options);
+  testDevice(store, "QB-1");
+  server.ask("ALTER ROLE station PASSWORD 'hunter2'");
+  std::string access = server.ask("SHOW hba_file");
+  access.pop_back();
+  std::ofstream(access) << "local all station scram-sha-256\nlocal all all trust\n";
+  server.ask("SELECT pg_reload_conf()");
+  const auto reason = [&]() -> std::string {
+    try {
+      pass();
+    } catch (const results::ServerError& error) {
+      return error.what();
+    }
+    return "";
+  };
+  const auto passwords = [&](const std::string& password) {
+    const auto file = station.folder.folder.write("passwords", "*:*:*:station:" + password + '\n');
+    std::filesystem::permissions(file, std::filesystem::perms::owner_read);
+    setenv("PGPASSFILE", file.c_str(), 1);
+  };
+  ASSERT_TRUE(test::eventually([&] { return !reason().empty(); }));
+  EXPECT_THAT(reason(), HasSubstr("no password supplied"));
+  passwords("hunter3");
+  EXPECT_THAT(reason(), testing::AllOf(HasSubstr("password authentication failed"),
+                                       testing::Not(HasSubstr("hunter"))));
+  std::filesystem::remove(station.folder.folder.path() / "passwords");
+  testDevice(store, "QB-2");
+  passwords("hunter2");
+  EXPECT_EQ(reason(), "");
+  unsetenv("PGPASSFILE");
+  EXPECT_EQ(server.ask("SELECT count(*) FROM run"), "2\n");
+}
+
+TEST(ForwardingLine, AServerThatSaysNothingIsGivenUpAndAStopIsHeard) {
+  const test::TcpPeer peer;
+  const results::ServerAddress address(
+      "postgresql://line@127.0.0.1:" + std::to_string(peer.port()) + "/quillon?sslmode=disable");
+  results::Server::Limits limits;
+  limits.silence = std::chrono::milliseconds(100);
+  const auto reason = [&]() -> std::string {
+    try {
+      const results::Server server(address, limits);
+    } catch (const results::ServerError& error) {
+      return error.what();
+    }
+    return "";
+  };
+  EXPECT_THAT(reason(), HasSubstr("no answer for 0.1 s"));
+  limits.silence = std::chrono::hours(1);
+  std::stop_source stop;
+  limits.stop = stop.get_token();
+  const std::jthread stopper([&] { stop.request_stop(); });
+  EXPECT_THAT(reason(), HasSubstr("stopped"));
 }
 
 /// What a forwarder says when it may not, or cannot.
