@@ -117,7 +117,7 @@ void forwarding(benchmark::State& state) {
     clear();
     comparison.add(state, forwarded, copied);
   }
-  comparison.report(state, kRuns * kRecords);
+  comparison.report(state, std::size_t{kRuns} * kRecords);
   const double median = state.counters["median_us"];
   state.counters["rows_per_second"] = median > 0 ? 1e6 / median : 0;
 }

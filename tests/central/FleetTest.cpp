@@ -245,7 +245,7 @@ TEST(Fleet, EachRunArrivesOnceWhateverIsKilled) {
   constexpr std::size_t kRuns = 6;
   constexpr std::size_t kStationsOfAComputer = 5;
   constexpr long kDay = 86'400;
-  constexpr std::array<long, 5> kOffsets{0, 3600, -40 * kDay, 3 * 365 * kDay, -20 * 365 * kDay};
+  constexpr std::array<long, 5> kOffsets{0, 3600, -40 * kDay, 1095 * kDay, -7300 * kDay};
   const auto wanted = static_cast<std::size_t>(numberFrom("QUILLON_FLEET_STATIONS", 20));
   const int kills = numberFrom("QUILLON_FLEET_KILLS", 3);
   CentralServer server;
