@@ -1,6 +1,7 @@
 // What the transports add to the terminal and the network: the time of a byte written, and the time
 // from a reply's last byte to the return of the operation that waits for it.
 
+#include <QLTBenchTcp.h>
 #include <QLTConsoleLog.h>
 #include <QLTDiags.h>
 #include <QLTSerial.h>
@@ -12,6 +13,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 #include <stop_token>
 
@@ -228,6 +230,33 @@ void socketReadLine(benchmark::State& state) {
   measureSocket(state, kReply, [](QLTSocket& socket) { socket.readLine(); });
 }
 BENCHMARK(socketReadLine)->UseManualTime()->Iterations(200);
+
+// The bench library's line.
+
+/// A question and its answer: the round trip of a line to a device that answers at once, beside
+/// that of bare calls.
+void benchTcpQuery(benchmark::State& state) {
+  const test::TcpPeer peer;
+  QLTBenchTcp line({"127.0.0.1", static_cast<std::uint16_t>(peer.port())});
+  line.open();
+  test::Endpoint lineEnd = peer.accept();
+  const test::Endpoint bare = test::TcpPeer::connect(peer.port());
+  test::Endpoint bareEnd = peer.accept();
+  const auto answer = [](const std::string&) { return std::vector<std::string>{kReply}; };
+  const test::Device lineDevice(lineEnd, answer);
+  const test::Device bareDevice(bareEnd, answer);
+  Comparison comparison;
+  for (auto _ : state) {
+    const auto library = timeOf([&] { benchmark::DoNotOptimize(line.query("READ?")); });
+    const auto floor = timeOf([&] {
+      benchmark::DoNotOptimize(::send(bare.descriptor(), "READ?\n", 6, MSG_NOSIGNAL));
+      receiveBare(bare.descriptor(), "\n");
+    });
+    comparison.add(state, library, floor);
+  }
+  comparison.report(state);
+}
+BENCHMARK(benchTcpQuery)->UseManualTime()->Iterations(2000);
 
 /// A reply that is there before the operation begins: what reading itself costs.
 template <typename Operation>
