@@ -29,9 +29,10 @@ def check_paths(document, source):
 
 
 def check_names(document, source):
-    """Names of the framework that stand in the text are in its headers."""
-    texts = [file.read_text() for file in (source / "framework").rglob("*.h")]
-    texts += [file.name for file in (source / "framework").rglob("*.h")]
+    """Names of the framework and of the bench library that stand in the text are in their headers."""
+    headers = [file for folder in ("framework", "bench") for file in (source / folder).rglob("*.h")]
+    texts = [file.read_text() for file in headers]
+    texts += [file.name for file in headers]
     names = set(re.findall(r"\w+", "\n".join(texts)))
     for span, line in document.code_spans():
         for name, more in NAME.findall(span):
