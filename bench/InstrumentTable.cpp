@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "bench/DigitalClasses.h"
 #include "bench/Lines.h"
 #include "bench/ModbusClasses.h"
 #include "bench/ScpiClasses.h"
@@ -14,6 +15,7 @@ const std::vector<InstrumentClass>& instrumentTable() {
     std::vector<InstrumentClass> classes = lineClasses();
     // One line for each class: the function that describes and makes it, beside the class.
     classes.push_back(consoleClass());
+    for (InstrumentClass& cls : digitalClasses()) classes.push_back(std::move(cls));
     classes.push_back(modbusClass());
     for (InstrumentClass& cls : scpiClasses()) classes.push_back(std::move(cls));
     std::sort(classes.begin(), classes.end(), [](const auto& a, const auto& b) {

@@ -1,47 +1,89 @@
 #include "ModbusCarrier.h"
 
+#include <cerrno>
 #include <memory>
 #include <utility>
 
 #include <QLTBenchTcp.h>
 #include <QLTSimSocket.h>
 
+#include "common/Format.h"
+
 namespace quillon::bench {
 namespace {
 
-/// The way to the descriptor of a line of this library, which stays a closed line to others.
+/// A line of this library that stays a closed one to others: only its descriptor is used.
 template <typename Line>
-class Carrier : public ModbusCarrier {
+struct OpenLine : Line {
+  using Line::Line;
+  ~OpenLine() override { Line::closeLine(); }
+  using Line::closeLine;
+  using Line::descriptor;
+  using Line::openLine;
+  using Line::traffic;
+};
+
+class TcpCarrier : public ModbusCarrier {
  public:
-  template <typename... Arguments>
-  explicit Carrier(bool isSerial, Arguments&&... arguments)
-      : line_(std::forward<Arguments>(arguments)...), isSerial_(isSerial) {}
+  explicit TcpCarrier(const QLTHostAndPort& peer) : line_(peer) {}
+
+  bool open(std::string& reason) override {
+    close();
+    if (auto* const standIn = traffic_.begin(where())) {
+      errno = standIn->open();
+      return errno == 0;
+    }
+    if (!line_.openLine(reason)) {
+      const int problem = errno;
+      traffic_.failed(problem);
+      errno = problem;
+      return false;
+    }
+    traffic_.opened();
+    return true;
+  }
+  void close() override {
+    line_.closeLine();
+    traffic_.closed();
+  }
+  int descriptor() const override { return line_.descriptor(); }
+  std::string where() const override { return line_.where(); }
+  bool isSerial() const override { return false; }
+  std::string settings() const override { return ""; }
+  QLTTrafficLine* traffic() override { return &traffic_; }
+
+ private:
+  OpenLine<QLTBenchTcp> line_;
+  QLTTrafficLine traffic_;
+};
+
+class SerialCarrier : public ModbusCarrier {
+ public:
+  SerialCarrier(const std::string& port, const QLTBenchSerial::Settings& settings)
+      : line_(port), where_(port) {
+    line_.setSettings(settings);
+  }
 
   bool open(std::string& reason) override {
     line_.closeLine();
-    return line_.openLine(reason);
+    return line_.openLine(reason);  // the port tells of it
   }
   void close() override { line_.closeLine(); }
   int descriptor() const override { return line_.descriptor(); }
-  std::string where() const override { return line_.where(); }
-  bool isSerial() const override { return isSerial_; }
-  std::string settings() const override { return settings_; }
-
-  Line& line() { return line_; }
-  void setSettings(std::string settings) { settings_ = std::move(settings); }
+  std::string where() const override { return where_; }
+  bool isSerial() const override { return true; }
+  std::string settings() const override {
+    const QLTBenchSerial::Settings& settings = line_.settings();
+    constexpr const char* parities = "NOEMS";
+    return internal::format("%d baud, %d%@%d", settings.baudRate, settings.dataBits,
+                            std::string(1, parities[static_cast<int>(settings.parity)]),
+                            settings.stopBits);
+  }
+  QLTTrafficLine* traffic() override { return line_.traffic(); }
 
  private:
-  struct OpenLine : Line {
-    using Line::Line;
-    ~OpenLine() override { Line::closeLine(); }
-    using Line::closeLine;
-    using Line::descriptor;
-    using Line::openLine;
-  };
-
-  OpenLine line_;
-  bool isSerial_;
-  std::string settings_;
+  OpenLine<QLTBenchSerial> line_;
+  std::string where_;  // as it was named, also when its device file was found
 };
 
 /// Answers with what the response map has for a request. A write that is not in it is confirmed.
@@ -80,7 +122,8 @@ class SimulatedCarrier : public ModbusCarrier {
   std::string where() const override { return where_; }
   bool isSerial() const override { return false; }
   std::string settings() const override { return "simulated"; }
-  QLTTrafficStandIn* simulation() override { return &simulation_; }
+  QLTTrafficLine* traffic() override { return nullptr; }  // the simulated socket tells
+  QLTTrafficStandIn* standIn() override { return &simulation_; }
 
  private:
   std::string where_;
@@ -94,7 +137,12 @@ std::unique_ptr<ModbusCarrier> modbusSimulation(const std::string& where) {
 }
 
 std::unique_ptr<ModbusCarrier> modbusTcp(const QLTHostAndPort& peer) {
-  return std::make_unique<Carrier<QLTBenchTcp>>(false, peer);
+  return std::make_unique<TcpCarrier>(peer);
+}
+
+std::unique_ptr<ModbusCarrier> modbusSerial(const std::string& port,
+                                            const QLTBenchSerial::Settings& settings) {
+  return std::make_unique<SerialCarrier>(port, settings);
 }
 
 }  // namespace quillon::bench

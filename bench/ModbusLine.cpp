@@ -8,7 +8,7 @@
 #include <system_error>
 #include <utility>
 
-#include <modbus/modbus.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -80,7 +80,7 @@ bool drop(int descriptor) {
 
 }  // namespace
 
-void ModbusLine::Free::operator()(_modbus* context) const { modbus_free(context); }
+void ModbusLine::Free::operator()(modbus_t* context) const { modbus_free(context); }
 
 ModbusLine::ModbusLine(std::unique_ptr<ModbusCarrier> carrier)
     : carrier_(std::move(carrier)),
@@ -89,10 +89,7 @@ ModbusLine::ModbusLine(std::unique_ptr<ModbusCarrier> carrier)
       context_(carrier_->isSerial() ? modbus_new_rtu("carried", 9600, 'N', 8, 1)
                                     : modbus_new_tcp("127.0.0.1", 1)) {}
 
-ModbusLine::~ModbusLine() {
-  traffic_.closed();
-  carrier_->close();
-}
+ModbusLine::~ModbusLine() { carrier_->close(); }
 
 std::shared_ptr<ModbusLine> ModbusLine::of(std::unique_ptr<ModbusCarrier> carrier,
                                            QLTError* error) {
@@ -100,13 +97,13 @@ std::shared_ptr<ModbusLine> ModbusLine::of(std::unique_ptr<ModbusCarrier> carrie
   static std::map<std::string, std::weak_ptr<ModbusLine>> lines;
   const std::lock_guard lock(mutex);
   std::weak_ptr<ModbusLine>& place = lines[carrier->where()];
-  if (const auto line = place.lock()) {
+  if (auto line = place.lock()) {
     if (line->carrier_->settings() == carrier->settings()) return line;
     return fail(error, kQLTErrorConfigWrong,
                 format("%@ is in use with other settings: %@, not %@", line->where_,
                        line->carrier_->settings(), carrier->settings()));
   }
-  const std::shared_ptr<ModbusLine> line(new ModbusLine(std::move(carrier)));
+  std::shared_ptr<ModbusLine> line(new ModbusLine(std::move(carrier)));
   if (line->context_ == nullptr) return fail(error, kQLTErrorLineOpen, "no memory for a line");
   place = line;
   line->reopen(error);
@@ -123,39 +120,26 @@ bool ModbusLine::open(QLTError* error) {
     if (problem != 0) reason += ": " + std::generic_category().message(problem);
     return fail(error, kQLTErrorLineOpen, where_ + ": " + reason);
   };
-  if (carrier_->simulation() != nullptr) {
-    state_ = State::Open;
-    return true;
-  }
-  if (auto* const standIn = traffic_.begin(where_)) {
-    if (const int problem = standIn->open(); problem != 0) return failed(problem);
-    state_ = State::Open;
-    return true;
-  }
   errno = 0;
-  if (!carrier_->open(reason)) {
-    const int problem = errno;
-    traffic_.failed(problem);
-    return failed(problem);
-  }
+  if (!carrier_->open(reason)) return failed(errno);
+  state_ = State::Open;
+  if (carrier_->standIn() != nullptr) return true;
   const int descriptor = carrier_->descriptor();
   if (descriptor >= FD_SETSIZE) {  // libmodbus waits with select
     carrier_->close();
-    traffic_.failed(EMFILE);
+    state_ = State::Lost;
     reason = "too many files are open";
     return failed(0);
   }
+  // A serial port's descriptor blocks otherwise.
+  fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) | O_NONBLOCK);
   modbus_set_socket(context_.get(), descriptor);
-  traffic_.opened();
-  state_ = State::Open;
   return true;
 }
 
 bool ModbusLine::reopen(QLTError* error) {
   const std::lock_guard lock(mutex_);
   if (state_ == State::Open && !hasFailed()) return true;
-  carrier_->close();
-  traffic_.closed();
   return open(error);
 }
 
@@ -176,7 +160,7 @@ bool ModbusLine::isLost() const {
 }
 
 bool ModbusLine::hasFailed() const {
-  if (const auto* const speaker = standIn()) return speaker->isLost();
+  if (const auto* const speaker = carrier_->standIn()) return speaker->isLost();
   if (state_ != State::Open) return state_ == State::Lost;
   bool inGoodOrder = false;
   return hasEnded(inGoodOrder);
@@ -190,18 +174,12 @@ bool ModbusLine::perform(const QLTModbus::Options& unit, const ModbusAccess& acc
   return performFor(unit, access, words, error);
 }
 
-/// Who answers in the unit's place; null as a rule.
-QLTTrafficStandIn* ModbusLine::standIn() const {
-  return carrier_->simulation() != nullptr ? carrier_->simulation() : traffic_.standIn();
-}
-
 /// Sees to a line that can be used, and from which nothing comes that was meant for others.
 bool ModbusLine::makeReady(const std::string& what, QLTError* error) {
-  if (standIn() != nullptr) return true;
+  if (carrier_->standIn() != nullptr) return true;
   bool inGoodOrder = false;
   if (state_ == State::Open && hasEnded(inGoodOrder)) {
     carrier_->close();
-    traffic_.closed();
     state_ = inGoodOrder ? State::Closed : State::Lost;
   }
   if (state_ == State::Lost) {
@@ -240,10 +218,10 @@ bool ModbusLine::performFor(const QLTModbus::Options& unit, const ModbusAccess& 
     if (!makeReady(what, error)) return false;
     const std::string wire = format("unit %d: %@", unit.unit, request);
     QLTLog(format("{Modbus_Write %@}: %@", where_, wire));
-    if (auto* const speaker = standIn()) {
+    if (auto* const speaker = carrier_->standIn()) {
       problem = replay(*speaker, wire, unit, access, words);
     } else {
-      traffic_.sent(wire);
+      if (auto* const traffic = carrier_->traffic()) traffic->sent(wire);
       problem = transfer(unit, access, words);
       tell(problem, access, words);
     }
@@ -338,15 +316,13 @@ int ModbusLine::transfer(const QLTModbus::Options& unit, const ModbusAccess& acc
 
 /// What a line has to be for the next request.
 void ModbusLine::recover(int problem, const QLTModbus::Options& unit) {
-  if (isException(problem) || standIn() != nullptr) return;
+  if (isException(problem) || carrier_->standIn() != nullptr) return;
   if (!isSilence(problem) && !isGarbled(problem)) {
     carrier_->close();
-    traffic_.closed();
     state_ = State::Lost;
   } else if (!carrier_->isSerial()) {
     // A late answer goes to a connection that is no more.
     carrier_->close();
-    traffic_.closed();
     state_ = State::Closed;
   } else {
     quietBy_ = steady_clock::now() + durationOf(unit.timeOutInSeconds);
@@ -357,15 +333,17 @@ void ModbusLine::recover(int problem, const QLTModbus::Options& unit) {
 // What the line's traffic is told, and takes from a recording: requests and answers in words.
 
 void ModbusLine::tell(int problem, const ModbusAccess& access,
-                      const std::vector<std::uint16_t>& words) {
+                      const std::vector<std::uint16_t>& words) const {
+  QLTTrafficLine* const traffic = carrier_->traffic();
+  if (traffic == nullptr) return;
   if (problem == 0) {
-    traffic_.received(access.isRead() ? textOf(words) : "done");
+    traffic->received(access.isRead() ? textOf(words) : "done");
   } else if (isException(problem)) {
-    traffic_.received(kException + std::to_string(problem - MODBUS_ENOBASE));
+    traffic->received(kException + std::to_string(problem - MODBUS_ENOBASE));
   } else if (isSilence(problem)) {
-    traffic_.silent();
+    traffic->silent();
   } else {
-    traffic_.failed(isGarbled(problem) ? EBADMSG : problem);
+    traffic->failed(isGarbled(problem) ? EBADMSG : problem);
   }
 }
 

@@ -9,14 +9,14 @@
 #include <string>
 #include <vector>
 
+#include <modbus/modbus.h>
+
 #include <QLTError.h>
 #include <QLTModbus.h>
 #include <QLTTraffic.h>
 
 #include "bench/ModbusAccess.h"
 #include "bench/ModbusCarrier.h"
-
-struct _modbus;  // libmodbus's connection
 
 namespace quillon::bench {
 
@@ -43,14 +43,13 @@ class ModbusLine {
  private:
   using Clock = std::chrono::steady_clock;
   struct Free {
-    void operator()(_modbus* context) const;
+    void operator()(modbus_t* context) const;
   };
   enum class State { Closed, Open, Lost };
 
   explicit ModbusLine(std::unique_ptr<ModbusCarrier> carrier);
 
   bool open(QLTError* error);
-  QLTTrafficStandIn* standIn() const;
   bool makeReady(const std::string& what, QLTError* error);
   bool performFor(const QLTModbus::Options& unit, const ModbusAccess& access,
                   std::vector<std::uint16_t>& words, QLTError* error);
@@ -58,7 +57,7 @@ class ModbusLine {
                std::vector<std::uint16_t>& words) const;
   int replay(QLTTrafficStandIn& speaker, const std::string& request, const QLTModbus::Options& unit,
              const ModbusAccess& access, std::vector<std::uint16_t>& words) const;
-  void tell(int problem, const ModbusAccess& access, const std::vector<std::uint16_t>& words);
+  void tell(int problem, const ModbusAccess& access, const std::vector<std::uint16_t>& words) const;
   void settle();
   void recover(int problem, const QLTModbus::Options& unit);
   bool hasFailed() const;
@@ -67,8 +66,7 @@ class ModbusLine {
   const std::unique_ptr<ModbusCarrier> carrier_;
   const std::string where_;
   mutable std::mutex mutex_;
-  std::unique_ptr<_modbus, Free> context_;
-  QLTTrafficLine traffic_;
+  std::unique_ptr<modbus_t, Free> context_;
   State state_ = State::Closed;
   bool hasHeard_ = false;      // an answer that is over when it is silent again
   Clock::time_point quietBy_;  // until when something may come that nobody waits for

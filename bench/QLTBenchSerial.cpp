@@ -250,3 +250,5 @@ bool QLTBenchSerial::sendBreak(double seconds, QLTError* error) {
   const QLTError cause = QLTError::fromErrno(errno, where());
   return fail(error, kQLTErrorLineWrite, format("%@: the break cannot be ended", where()), cause);
 }
+
+int QLTBenchSerial::descriptor() const { return port_ ? port_->fd() : -1; }

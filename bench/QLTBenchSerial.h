@@ -75,6 +75,8 @@ class QLT_EXPORT QLTBenchSerial : public QLTBenchLine {
   std::ptrdiff_t send(const char* bytes, std::size_t size, Deadline deadline) override;
   bool hasEnded() const override;
   QLTTrafficLine* traffic() override;
+  /// The open port, for a library of others that speaks on it; else negative.
+  int descriptor() const;
 
  private:
   class Port;

@@ -55,6 +55,12 @@ std::shared_ptr<QLTModbus> QLTModbus::overTcp(const QLTText& hostAndPort, const 
   return on(quillon::bench::modbusTcp(*peer), options, error);
 }
 
+std::shared_ptr<QLTModbus> QLTModbus::overSerial(const QLTText& port,
+                                                 const QLTBenchSerial::Settings& settings,
+                                                 const Options& options, QLTError* error) {
+  return on(quillon::bench::modbusSerial(port.orEmpty(), settings), options, error);
+}
+
 std::shared_ptr<QLTModbus> QLTModbus::simulated(const QLTText& where, const Options& options,
                                                 QLTError* error) {
   return on(quillon::bench::modbusSimulation(where.orEmpty()), options, error);

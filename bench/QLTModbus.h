@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include <QLTBenchSerial.h>
 #include <QLTError.h>
 #include <QLTExport.h>
 #include <QLTObject.h>
@@ -65,6 +66,12 @@ class QLT_EXPORT QLTModbus : public QLTObject, public QLTReopenable {
   /// there cannot be.
   static std::shared_ptr<QLTModbus> overTcp(const QLTText& hostAndPort, const Options& options,
                                             QLTError* error = nullptr);
+  /// A unit on a serial line; likewise. The port is named and in exclusive use as with
+  /// `QLTBenchSerial`; the protocol wants 8 data bits, and most devices come with 19200 baud and
+  /// even parity. Null for units on one line whose settings differ.
+  static std::shared_ptr<QLTModbus> overSerial(const QLTText& port,
+                                               const QLTBenchSerial::Settings& settings,
+                                               const Options& options, QLTError* error = nullptr);
   /// A unit without hardware. What is read is what the response map of `QLTSimSocket` has for the
   /// request, in words: {"unit 1: read input registers 100", "215"}, "215 216" for several.
   /// "exception 2" is one. Writes without an entry are confirmed; reads are not answered.

@@ -66,6 +66,12 @@ inline constexpr std::int32_t kQLTErrorScpiNoReading = -33002;
 inline constexpr std::int32_t kQLTErrorScpiNotDone = -33003;
 /// A bench instrument's dialect is not known, wrong, or has no such command.
 inline constexpr std::int32_t kQLTErrorScpiDialect = -33004;
+/// A digital line that is not there, or of the other direction.
+inline constexpr std::int32_t kQLTErrorDigitalLine = -36000;
+/// A digital line of the machine that cannot be taken.
+inline constexpr std::int32_t kQLTErrorDigitalOpen = -36001;
+/// A digital line that cannot be read, or does not do what it is told.
+inline constexpr std::int32_t kQLTErrorDigitalTransfer = -36002;
 /// The plug-in's "TestConfig" is missing or unreadable.
 inline constexpr std::int32_t kQLTErrorConfigUnreadable = -40000;
 /// A flow, a test or "defaultFlow" is configured wrongly.

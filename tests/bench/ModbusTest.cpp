@@ -19,6 +19,7 @@
 #include "support/ConsoleLog.h"
 #include "support/Endpoint.h"
 #include "support/TcpPeer.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
 
@@ -312,6 +313,127 @@ TEST(QLTModbus, isSimulatedByAResponseMap) {
   EXPECT_EQ(unit->inputNumber(101, {}, &error), std::nullopt);
   EXPECT_EQ(error.code(), kQLTErrorModbusSilence);
   QLTSimSocket::removeResponseMap();
+}
+
+// On a serial line.
+
+/// A stand-in on a serial line, and its place.
+class Bus {
+ public:
+  explicit Bus(std::vector<std::string> values, const std::string& replies = "")
+      : process_(options(std::move(values)), replies), path_(process_.readPath()) {}
+
+  const std::string& path() const { return path_; }
+  std::shared_ptr<QLTModbus> unit(std::int32_t unit = 17, double timeOut = 5,
+                                  QLTError* error = nullptr) const {
+    return QLTModbus::overSerial(path_, settings(),
+                                 {.unit = unit, .timeOutInSeconds = timeOut, .retries = 2}, error);
+  }
+  static QLTBenchSerial::Settings settings() {
+    QLTBenchSerial::Settings settings;
+    settings.baudRate = 19200;
+    return settings;
+  }
+
+ private:
+  static std::vector<std::string> options(std::vector<std::string> values) {
+    values.insert(values.begin(), {"modbus", "--pty", "--unit", "17"});
+    return values;
+  }
+
+  SimulatorProcess process_;
+  std::string path_;
+};
+
+TEST(QLTModbus, readsAndWritesOnASerialLine) {
+  const Bus bus({"--coil", "3=1,0", "--discrete", "7=0,1", "--holding", "100=1,2", "--input",
+                 "200=21,-1", "--input", "18/200=5"});
+  const auto unit = bus.unit();
+  EXPECT_THAT(unit->readCoils(3, 2), Optional(ElementsAre(true, false)));
+  EXPECT_THAT(unit->readDiscreteInputs(7, 2), Optional(ElementsAre(false, true)));
+  EXPECT_THAT(unit->readInputRegisters(200, 2), Optional(ElementsAre(21, 65535)));
+  EXPECT_TRUE(unit->writeCoil(4, true));
+  EXPECT_TRUE(unit->writeCoils(3, {false, true}));
+  EXPECT_TRUE(unit->writeRegister(100, 4711));
+  EXPECT_TRUE(unit->writeRegisters(101, {8}));
+  EXPECT_THAT(unit->readHoldingRegisters(100, 2), Optional(ElementsAre(4711, 8)));
+  EXPECT_EQ(bus.unit(18)->inputNumber(200), 5);
+  EXPECT_EQ(unit->where(), bus.path() + ", unit 17");
+  EXPECT_FALSE(unit->isLost());
+}
+
+TEST(QLTModbus, aReadWithAWrongChecksumIsMadeAgain) {
+  const Bus bus({"--holding", "0=7"},
+                "\"read holding registers 0 1\" -> \"bad crc\"\n"
+                "\"read holding registers 0 1\" -> \"bad crc\"\n"
+                "\"read holding registers 0 1\" -> \"own\"\n"
+                "\"write register 0 8\" -> \"bad crc\"\n"
+                "\"write register 0 8\" -> \"own\"\n");
+  const auto unit = bus.unit();
+  EXPECT_EQ(unit->holdingNumber(0), 7);
+  QLTError error;
+  EXPECT_FALSE(unit->writeRegister(0, 8, &error));
+  EXPECT_EQ(error.code(), kQLTErrorModbusGarbled);
+  EXPECT_THAT(textOf(error), HasSubstr("the answer is garbled: the checksum is wrong"));
+  EXPECT_TRUE(unit->writeRegister(0, 8));
+}
+
+TEST(QLTModbus, anotherUnitsAnswerIsNoAnswer) {
+  const Bus bus({"--holding", "0=7"}, "* -> \"from unit 18\"\n");
+  const auto unit = bus.unit();
+  QLTError error;
+  EXPECT_EQ(unit->holdingNumber(0, {}, &error), std::nullopt);
+  EXPECT_EQ(error.code(), kQLTErrorModbusGarbled);
+  EXPECT_THAT(textOf(error), HasSubstr("it comes from another unit"));
+}
+
+TEST(QLTModbus, whatComesTooLateOnASerialLineIsNotTheNextAnswer) {
+  const Bus bus({"--input", "0=1,2"}, "\"read input registers 0 1\" -> delay 60\n");
+  const auto unit = bus.unit(17, 0.04);
+  EXPECT_EQ(unit->inputNumber(0), std::nullopt);
+  EXPECT_FALSE(unit->isLost());
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(unit->inputNumber(1), 2);
+}
+
+TEST(QLTModbus, unitsOnOneLineHaveTheSameSettings) {
+  const Bus bus({"--input", "0=1"});
+  const auto unit = bus.unit();
+  QLTBenchSerial::Settings others = Bus::settings();
+  others.baudRate = 9600;
+  others.parity = QLTBenchSerial::Parity::Even;
+  QLTError error;
+  EXPECT_EQ(QLTModbus::overSerial(bus.path(), others, {.unit = 18}, &error), nullptr);
+  EXPECT_EQ(textOf(error),
+            bus.path() + " is in use with other settings: 19200 baud, 8N1, not 9600 baud, 8E1");
+  EXPECT_EQ(QLTModbus::overSerial(bus.path(), Bus::settings(), {.unit = 0}, &error), nullptr);
+  EXPECT_EQ(textOf(error), "there is no unit 0 on a serial line");
+}
+
+TEST(QLTModbus, aSerialLineThatIsPulledOutIsLost) {
+  const test::TemporaryFolder folder;
+  const std::string link = folder.path() / "bus";
+  const SimulatorProcess process({"modbus", "--pty", "--link", link, "--input", "0=7"},
+                                 "\"read input registers 0 1\" -> hang-up 3\n"
+                                 "\"read input registers 0 1\" -> \"own\"\n");
+  process.readLine();
+  const auto unit = QLTModbus::overSerial(link, Bus::settings(), {.timeOutInSeconds = 5});
+  QLTError error;
+  EXPECT_EQ(unit->inputNumber(0, {}, &error), std::nullopt);
+  EXPECT_EQ(error.code(), kQLTErrorLineRead);
+  EXPECT_TRUE(unit->isLost());
+  while (!unit->reopen()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  EXPECT_EQ(unit->inputNumber(0), 7);
+}
+
+TEST(QLTModbus, isMadeOnASerialLineFromTheTesterConfigFile) {
+  const Bus bus({"--input", "100=215"});
+  QLTDictionary entry{{"class", "QLTModbus"}, {"sim", "0"}, {"port", bus.path()}, {"unit", "17"}};
+  QLTError error;
+  const auto unit = std::dynamic_pointer_cast<QLTModbus>(QLTBench::createInstrument(entry, &error));
+  ASSERT_TRUE(unit) << textOf(error);
+  EXPECT_EQ(unit->inputNumber(100), 215);
+  entry.set("address", "127.0.0.1:502");
+  EXPECT_EQ(QLTBench::createInstrument(entry, &error), nullptr);
 }
 
 }  // namespace
