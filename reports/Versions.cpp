@@ -276,13 +276,13 @@ Report versionsReport(results::ReportQueries& queries, const Request& request) {
   report.definitions = {
       request.filter.kinds.empty() ? "Looked at are runs of the kinds production and retest."
                                    : "Looked at are runs of the kinds in the filter.",
-      "What a station runs is what its last run of the flow was made with; since: without another "
-      "version in between.",
+      ("What a station runs is what its last run of the flow was made with; since: without another "
+       "version in between."),
       "Configuration: the first digits of the sum of the configuration as it was used.",
-      "Most: what most stations run of a flow, of as many what came last. Newest: what ran first "
-      "at the latest.",
-      "Limits are those of the last run of each station's present version that passed, or else "
-      "came to an end."};
+      ("Most: what most stations run of a flow, of as many what came last. Newest: what ran first "
+       "at the latest."),
+      ("Limits are those of the last run of each station's present version that passed, or else "
+       "came to an end.")};
   return report;
 }
 

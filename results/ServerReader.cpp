@@ -48,7 +48,7 @@ std::string wordsOf(const std::string& message) {
 
 std::string reasonOf(const soci::postgresql_soci_error& error) {
   const std::string state = error.sqlstate();
-  const std::string words = wordsOf(error.get_error_message());
+  std::string words = wordsOf(error.get_error_message());
   if (state == "42501") return "its role may not read this: " + words;
   if (state == "57014") {
     return std::string("the question was stopped after ") + kLongest + ", or by hand: " + words;

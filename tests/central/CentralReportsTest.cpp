@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <memory>
@@ -12,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "reports/Format.h"
 #include "reports/Outputs.h"
 #include "reports/SampleRuns.h"
 #include "reports/Stations.h"
@@ -44,7 +44,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-constexpr std::int64_t kDay = 24 * 60 * SampleStore::kMinute;
+constexpr std::int64_t kDay = std::int64_t{24} * 60 * SampleStore::kMinute;
 
 /// A file, opened behind the back of its store.
 class Rows {
@@ -88,9 +88,7 @@ class Rows {
   static std::string fieldOf(sqlite3_stmt* statement, int column) {
     if (sqlite3_column_type(statement, column) == SQLITE_NULL) return "\\N";
     if (sqlite3_column_type(statement, column) == SQLITE_FLOAT) {
-      char text[40];
-      std::snprintf(text, sizeof text, "%.17g", sqlite3_column_double(statement, column));
-      return text;
+      return reports::exactText(sqlite3_column_double(statement, column));
     }
     return reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
   }
@@ -189,10 +187,10 @@ class CentralReports : public testing::Test {
                                        "run_instrument.run_id", "run.id"}) {
         const std::string table = column.substr(0, column.find('.'));
         const std::string name = column.substr(column.find('.') + 1);
-        rows.change("UPDATE " + table + " SET " + name +
-                    " = (SELECT printf('%08x-%04x', started_us / 65536000, started_us / 1000 % "
-                    "65536) || substr(r.id, 14) FROM run r WHERE r.id = " +
-                    column + ")");
+        std::string change = "UPDATE " + table + " SET " + name;
+        change += " = (SELECT printf('%08x-%04x', started_us / 65536000, started_us / 1000 % ";
+        change += "65536) || substr(r.id, 14) FROM run r WHERE r.id = " + column + ")";
+        rows.change(change);
       }
       Server connection(ServerAddress(server.url()));
       results::prepare(connection);
