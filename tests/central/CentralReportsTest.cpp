@@ -187,7 +187,8 @@ class CentralReports : public testing::Test {
                                        "run_instrument.run_id", "run.id"}) {
         const std::string table = column.substr(0, column.find('.'));
         const std::string name = column.substr(column.find('.') + 1);
-        std::string change = "UPDATE " + table + " SET " + name;
+        std::string change = "UPDATE " + table;
+        change += " SET " + name;
         change += " = (SELECT printf('%08x-%04x', started_us / 65536000, started_us / 1000 % ";
         change += "65536) || substr(r.id, 14) FROM run r WHERE r.id = " + column + ")";
         rows.change(change);
