@@ -4,6 +4,7 @@
 
 #include <QLTConsoleLog.h>
 #include <QLTHold.h>
+#include <QLTMakesSafe.h>
 #include <QLTReopenable.h>
 
 #include "Text.h"
@@ -44,6 +45,32 @@ std::optional<std::string> reopenLines(const QLTestSuite& suite) {
     }
     return std::optional<std::string>(name + ": " + (error ? describe(error) : "does not open"));
   });
+}
+
+std::optional<std::string> makeInstrumentsSafe(const QLTestSuite& suite) {
+  std::optional<std::string> problems;
+  if (!suite.resources()) return problems;
+  for (const auto& [name, resource] : QLTResources(*suite.resources())) {
+    const auto instrument = std::dynamic_pointer_cast<QLTMakesSafe>(resource);
+    if (!instrument) continue;
+    const auto line = std::dynamic_pointer_cast<QLTReopenable>(resource);
+    const QLTHold hold = QLTHold::take(resource, name, suite.siteName(), kHoldSeconds);
+    QLTError error;
+    std::string reason = "another site holds it";
+    if (hold) {
+      if (instrument->makeSafe(&error)) continue;
+      reason = error ? describe(error) : "it does not say why";
+    }
+    if (problems) {
+      *problems += "; ";
+    } else {
+      problems.emplace();
+    }
+    *problems += name;
+    if (line) *problems += ", " + line->where();
+    *problems += ", cannot be made safe: " + reason;
+  }
+  return problems;
 }
 
 }  // namespace station

@@ -106,7 +106,14 @@ std::string SiteRunner::nameOf(const QLTestMethod& method, std::int32_t index) {
 SafeStateDone SiteRunner::makeSafe(QLTestSuite& suite, const SafeState& wanted) {
   const auto lost = lostInstrument(suite);
   if (lost && !wanted.inTest) return {wanted.site, std::nullopt, lost};
-  const auto problem = problemOfHook(suite, "onSafeState", &QLTestSuite::onSafeState);
+  auto problem = problemOfHook(suite, "onSafeState", &QLTestSuite::onSafeState);
+  // Whatever became of the hook: it may not know of an instrument, or may have switched one on.
+  std::optional<std::string> unsafe;
+  const auto thrown =
+      problemOf("making instruments safe", [&] { unsafe = makeInstrumentsSafe(suite); });
+  for (const auto& more : {unsafe, thrown}) {
+    if (more) problem = problem ? *problem + "; " + *more : more;
+  }
   if (!lost) return {wanted.site, problem};
   return {wanted.site, *lost + (problem ? "; " + *problem : "")};
 }

@@ -96,6 +96,28 @@ TEST_F(StationSafeState, isNotForARunThatEndsAsItShould) {
   EXPECT_THAT(calls(), Not(HasSubstr("onSafeState")));
 }
 
+TEST_F(StationSafeState, makesInstrumentsSafeAfterTheHookAlsoOneThatFails) {
+  const std::string resources =
+      "<key>Resources</key><dict><key>m</key><string>meter</string></dict>";
+  for (const char* how : {"works", "fails"}) {
+    const std::string once = file(std::string("once ") + how);
+    test::writeTesterConfig("meter,Instrument,0,calls=" + file(how) + ";safe=" + how + "\n");
+    bundle_.configure(
+        TroubleBundle::test("Voltages", TroubleBundle::text("dies", "segfault") +
+                                            TroubleBundle::text("unless", once)),
+        TroubleBundle::text("calls", file(how)) + TroubleBundle::text("fails", "onSafeState"),
+        resources);
+    StationProcess station(atLeft());
+    EXPECT_EQ(station.wait(), 1);
+    EXPECT_THAT(test::contentOf(file(how)), HasSubstr("left onSafeState\ninstrument made safe\n"));
+    const std::string hook = "site left is UNSAFE: onSafeState failed: the database is away";
+    EXPECT_THAT(station.errors(),
+                HasSubstr(hook + (how == std::string("fails")
+                                      ? "; m, cannot be made safe: output 1 stays on\n"
+                                      : "\n")));
+  }
+}
+
 TEST_F(StationSafeState, oneThatFailsTakesItsSiteOutOfUse) {
   crashOnce(TroubleBundle::text("fails", "onSafeState"));
   StationProcess station(run({"--sn", "right=B", "--repeat", "12"}));

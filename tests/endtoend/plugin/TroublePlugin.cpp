@@ -20,6 +20,7 @@
 #include <QLTConsoleLog.h>
 #include <QLTDiags.h>
 #include <QLTLogger.h>
+#include <QLTMakesSafe.h>
 #include <QLTOperator.h>
 #include <QLTestMethod.h>
 #include <QLTestSiteManager.h>
@@ -98,14 +99,25 @@ class OwnLogger : public QLTLogger {
   std::string path_;
 };
 
-/// An instrument whose end shows.
-class Instrument : public QLTObject {
+/// An instrument whose end shows. "safe" is "works" or "fails" for one that can be made safe, and
+/// shows that.
+class Instrument : public QLTObject, public QLTMakesSafe {
  public:
   explicit Instrument(const QLTDictionary& entry)
-      : path_(attribute(entry, "calls")), lock_(lock(attribute(entry, "lock"))) {}
+      : path_(attribute(entry, "calls")),
+        safe_(attribute(entry, "safe")),
+        lock_(lock(attribute(entry, "lock"))) {}
   ~Instrument() override {
     if (!path_.empty()) append(path_, "instrument closed");
     if (lock_ >= 0) close(lock_);
+  }
+
+  bool makeSafe(QLTError* error) override {
+    if (safe_.empty()) return true;
+    append(path_, "instrument made safe");
+    if (safe_ == "works") return true;
+    *error = QLTError::withDescription("test", 7, "output 1 stays on");
+    return false;
   }
 
  private:
@@ -118,6 +130,7 @@ class Instrument : public QLTObject {
   }
 
   std::string path_;
+  std::string safe_;
   int lock_;
 };
 
