@@ -1,6 +1,7 @@
 // What the transports add to the terminal and the network: the time of a byte written, and the time
 // from a reply's last byte to the return of the operation that waits for it.
 
+#include <QLTBenchProgram.h>
 #include <QLTBenchTcp.h>
 #include <QLTConsoleLog.h>
 #include <QLTDiags.h>
@@ -9,6 +10,7 @@
 
 #include <array>
 #include <chrono>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -18,8 +20,11 @@
 #include <stop_token>
 
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
 #include <poll.h>
+#include <spawn.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -257,6 +262,61 @@ void benchTcpQuery(benchmark::State& state) {
   comparison.report(state);
 }
 BENCHMARK(benchTcpQuery)->UseManualTime()->Iterations(2000);
+
+/// A program that gives back what it is given, on bare pipes.
+class BareProgram {
+ public:
+  BareProgram() {
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    if (pipe2(in_.data(), O_CLOEXEC) != 0 || pipe2(out_.data(), O_CLOEXEC) != 0) std::abort();
+    posix_spawn_file_actions_adddup2(&actions, in_[0], STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, out_[1], STDOUT_FILENO);
+    std::array<char, 4> name{"cat"};
+    std::array<char*, 2> arguments{name.data(), nullptr};
+    if (posix_spawnp(&process_, "cat", &actions, nullptr, arguments.data(), environ) != 0) {
+      std::abort();
+    }
+    posix_spawn_file_actions_destroy(&actions);
+    close(in_[0]);
+    close(out_[1]);
+  }
+  ~BareProgram() {
+    close(in_[1]);
+    close(out_[0]);
+    waitpid(process_, nullptr, 0);
+  }
+  BareProgram(const BareProgram&) = delete;
+  BareProgram& operator=(const BareProgram&) = delete;
+
+  int input() const { return in_[1]; }
+  int output() const { return out_[0]; }
+
+ private:
+  std::array<int, 2> in_{};
+  std::array<int, 2> out_{};
+  pid_t process_ = -1;
+};
+
+/// The same of a line to a program, which gives back what it is given.
+void benchProgramQuery(benchmark::State& state) {
+  QLTBenchProgram line(QLTProgram{{"cat"}, "", {}});
+  line.open();
+  const BareProgram bare;
+  const std::string question = kReply.substr(0, kReply.size() - 2);
+  const std::string asLine = question + "\n";
+  Comparison comparison;
+  for (auto _ : state) {
+    const auto library = timeOf([&] { benchmark::DoNotOptimize(line.query(question)); });
+    const auto floor = timeOf([&] {
+      benchmark::DoNotOptimize(write(bare.input(), asLine.data(), asLine.size()));
+      readBare(bare.output(), "\n");
+    });
+    comparison.add(state, library, floor);
+  }
+  comparison.report(state);
+}
+BENCHMARK(benchProgramQuery)->UseManualTime()->Iterations(5000);
 
 /// A reply that is there before the operation begins: what reading itself costs.
 template <typename Operation>
