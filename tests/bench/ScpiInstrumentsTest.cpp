@@ -424,6 +424,7 @@ TEST(BenchScpiFaults, anInstrumentThatDoesNotTellWhoItIsIsLost) {
   ASSERT_TRUE(meter);
   EXPECT_THAT(meter.description(), HasSubstr("does not tell who it is (*IDN?)"));
   EXPECT_TRUE(meter->isLost());
+  meter->scpi()->setTimeOutInSeconds(10);
   QLTError error;
   EXPECT_TRUE(meter->reopen(&error)) << error.description().value_or("");
   EXPECT_FALSE(meter->isLost());
@@ -461,12 +462,12 @@ TEST_P(BenchScpiFaultTest, isAnErrorAndTheNextAnswerIsTheRightOne) {
       EXPECT_TRUE(instrument.reopen(&error)) << *error.description();
     }
   };
-  const QLTDictionary impatient{{"timeOut", "0.2"}};
   QLTError error;
 
-  Stand<QLTBenchMeter> meter("QLTBenchMeter", {"scpi", "--reading", "VOLT=2.5"}, impatient,
+  Stand<QLTBenchMeter> meter("QLTBenchMeter", {"scpi", "--reading", "VOLT=2.5"}, {},
                              repliesWith(fault));
   ASSERT_FALSE(meter.error()) << meter.description();
+  meter->scpi()->setTimeOutInSeconds(0.2);
   EXPECT_EQ(meter->read(&error), std::nullopt);
   EXPECT_TRUE(error);
   settle(*meter.operator->());
@@ -476,14 +477,16 @@ TEST_P(BenchScpiFaultTest, isAnErrorAndTheNextAnswerIsTheRightOne) {
   settle(*meter.operator->());
   EXPECT_TRUE(meter->scpi()->waitTillDone(10, &error)) << *error.description();
 
-  Stand<QLTBenchSupply> supply("QLTBenchSupply", {"supply"}, impatient, repliesWith(fault));
+  Stand<QLTBenchSupply> supply("QLTBenchSupply", {"supply"}, {}, repliesWith(fault));
   ASSERT_FALSE(supply.error()) << supply.description();
+  supply->scpi()->setTimeOutInSeconds(0.2);
   EXPECT_FALSE(supply->setOutput(true, 1, &error));
   settle(*supply.operator->());
   EXPECT_TRUE(supply->makeSafe(&error)) << *error.description();
 
-  Stand<QLTBenchScope> scope("QLTBenchScope", {"scope"}, impatient, repliesWith(fault));
+  Stand<QLTBenchScope> scope("QLTBenchScope", {"scope"}, {}, repliesWith(fault));
   ASSERT_FALSE(scope.error()) << scope.description();
+  scope->scpi()->setTimeOutInSeconds(0.2);
   EXPECT_EQ(scope->scpi()->block("WAV:DATA?", &error), std::nullopt);
   settle(*scope.operator->());
   EXPECT_TRUE(scope->scpi()->block("WAV:DATA?", &error)) << *error.description();

@@ -25,7 +25,7 @@ class ScpiPeer {
   using Answer = std::function<std::vector<std::string>()>;
 
   /// Without an answer the instrument is silent.
-  explicit ScpiPeer(Answers answers = {}, QLTBenchScpiSettings settings = impatient(),
+  explicit ScpiPeer(Answers answers = {}, QLTBenchScpiSettings settings = patient(),
                     char lineEnd = '\n')
       : line_(std::make_shared<QLTBenchTcp>(
             QLTHostAndPort{"127.0.0.1", static_cast<std::uint16_t>(peer_.port())})) {
@@ -41,9 +41,11 @@ class ScpiPeer {
     scpi_ = QLTBenchScpi::open(line_, std::move(settings));
   }
 
-  static QLTBenchScpiSettings impatient() {
+  static QLTBenchScpiSettings patient() { return withTimeOut(20); }
+  static QLTBenchScpiSettings impatient() { return withTimeOut(0.05); }
+  static QLTBenchScpiSettings withTimeOut(double seconds) {
     QLTBenchScpiSettings settings;
-    settings.timeOutInSeconds = 0.15;
+    settings.timeOutInSeconds = seconds;
     return settings;
   }
 

@@ -47,7 +47,7 @@ TEST_F(ScpiTest, tellsWhoTheInstrumentIs) {
 }
 
 TEST_F(ScpiTest, theLineEndIsThereFromTheFirstCommandOn) {
-  QLTBenchScpiSettings settings = ScpiPeer::impatient();
+  QLTBenchScpiSettings settings = ScpiPeer::patient();
   settings.lineEnd = "\r";
   const ScpiPeer peer(test::Answers(), settings, '\r');
   ASSERT_TRUE(peer.scpi());
@@ -57,7 +57,7 @@ TEST_F(ScpiTest, theLineEndIsThereFromTheFirstCommandOn) {
 }
 
 TEST_F(ScpiTest, withoutAnIdentityThereIsNoInstrument) {
-  const ScpiPeer silent(test::Answers{{"*IDN?", {}}});
+  const ScpiPeer silent(test::Answers{{"*IDN?", {}}}, ScpiPeer::impatient());
   EXPECT_FALSE(silent.scpi());
   const ScpiPeer empty(test::Answers{{"*IDN?", {"\n"}}});
   EXPECT_FALSE(empty.scpi());
@@ -162,7 +162,7 @@ TEST_F(ScpiTest, whatIsNoBlockIsAnErrorAndTheNextAnswerIsThatOfItsQuery) {
        {"1.5\n", "#A12\n", "#2xx\n", "#9999999999\n", "#13abcd\n", "#15ab\n", "\n\n"}) {
     peer.answer("WAV?", answer);
     error_ = {};
-    EXPECT_EQ(peer->block("WAV?", &error_), std::nullopt) << answer;
+    EXPECT_EQ(peer->block("WAV?", &error_, 0.05), std::nullopt) << answer;
     EXPECT_THAT(description(), HasSubstr("no answer to \"WAV?\"")) << answer;
     EXPECT_EQ(peer->number("NEXT?", &error_), 7.0) << answer << description();
   }
@@ -193,7 +193,7 @@ TEST_F(ScpiTest, anErrorTellsAllThatTheQueueHolds) {
 }
 
 TEST_F(ScpiTest, aQueueWithoutEndIsReadOnlySoFar) {
-  QLTBenchScpiSettings settings = ScpiPeer::impatient();
+  QLTBenchScpiSettings settings = ScpiPeer::patient();
   settings.longestQueue = 3;
   const ScpiPeer peer(test::Answers{{"SYST:ERR?", {"-310,\"System error\"\n"}}}, settings);
 
@@ -218,7 +218,7 @@ TEST_F(ScpiTest, silenceIsExplainedByTheQueue) {
     return std::vector<std::string>{asked++ == 0 ? "-113,\"Undefined header\"\n" : "0,\"\"\n"};
   });
 
-  EXPECT_EQ(peer->number("MEAS:VLOT?", &error_), std::nullopt);
+  EXPECT_EQ(peer->number("MEAS:VLOT?", &error_, 0.05), std::nullopt);
 
   EXPECT_EQ(error_.domain(), kQLTScipErrorDomain);
   EXPECT_EQ(error_.code(), -113);
@@ -234,9 +234,8 @@ TEST_F(ScpiTest, anAnswerThatIsLateIsNotThatOfTheNextQuery) {
     return std::vector<std::string>{"1\n"};
   });
 
-  EXPECT_EQ(peer->number("SLOW?", &error_), std::nullopt);
+  EXPECT_EQ(peer->number("SLOW?", &error_, 0.05), std::nullopt);
   EXPECT_EQ(error_.code(), kQLTErrorLineTimedOut);
-  peer->setTimeOutInSeconds(5);
 
   EXPECT_EQ(peer->number("FAST?", &error_), 2.0);
   EXPECT_EQ(peer->number("FAST?", &error_), 2.0);
@@ -254,7 +253,7 @@ TEST_F(ScpiTest, waitsForWhatTakesLongAsLongAsItIsTold) {
 }
 
 TEST_F(ScpiTest, readsStatusAndKeepsALogOfWhatWasSaid) {
-  QLTBenchScpiSettings settings = ScpiPeer::impatient();
+  QLTBenchScpiSettings settings = ScpiPeer::patient();
   settings.longestLog = 4;
   const ScpiPeer peer(test::Answers{{"*STB?", {"+36\n"}}, {"*ESR?", {"256\n"}}}, settings);
 
@@ -282,7 +281,6 @@ TEST_F(ScpiTest, aLostInstrumentIsOpenedAgainAndAskedWhoItIs) {
 
 TEST_F(ScpiTest, signalsDisturbNothing) {
   const ScpiPeer peer(test::Answers{{"N?", {"1.", "5", "\n"}}, {"WAV?", {"#15ab", "\ncd", "\n"}}});
-  peer->setTimeOutInSeconds(10);
   const test::SignalStorm storm;
   for (int i = 0; i < 10; ++i) {
     ASSERT_EQ(peer->number("N?", &error_), 1.5) << description();
