@@ -15,7 +15,6 @@
 #include <string>
 #include <string_view>
 #include <thread>
-#include <vector>
 
 #include <stop_token>
 
@@ -238,18 +237,35 @@ BENCHMARK(socketReadLine)->UseManualTime()->Iterations(200);
 
 // The bench library's line.
 
-/// A question and its answer: the round trip of a line to a device that answers at once, beside
-/// that of bare calls.
+/// Answers at once whatever comes, for as long as it lives.
+class PromptDevice {
+ public:
+  explicit PromptDevice(int connection)
+      : connection_(connection), thread_([connection] {
+          std::array<char, 64> question{};
+          while (read(connection, question.data(), question.size()) > 0) {
+            if (write(connection, kReply.data(), kReply.size()) < 0) return;
+          }
+        }) {}
+  ~PromptDevice() { shutdown(connection_, SHUT_RDWR); }
+  PromptDevice(const PromptDevice&) = delete;
+  PromptDevice& operator=(const PromptDevice&) = delete;
+
+ private:
+  int connection_;
+  std::jthread thread_;
+};
+
+/// A question and its answer: the round trip of a line, beside that of bare calls.
 void benchTcpQuery(benchmark::State& state) {
   const test::TcpPeer peer;
   QLTBenchTcp line({"127.0.0.1", static_cast<std::uint16_t>(peer.port())});
   line.open();
-  test::Endpoint lineEnd = peer.accept();
+  const test::Endpoint lineEnd = peer.accept();
   const test::Endpoint bare = test::TcpPeer::connect(peer.port());
-  test::Endpoint bareEnd = peer.accept();
-  const auto answer = [](const std::string&) { return std::vector<std::string>{kReply}; };
-  const test::Device lineDevice(lineEnd, answer);
-  const test::Device bareDevice(bareEnd, answer);
+  const test::Endpoint bareEnd = peer.accept();
+  const PromptDevice lineDevice(lineEnd.descriptor());
+  const PromptDevice bareDevice(bareEnd.descriptor());
   Comparison comparison;
   for (auto _ : state) {
     const auto library = timeOf([&] { benchmark::DoNotOptimize(line.query("READ?")); });
