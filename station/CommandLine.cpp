@@ -38,6 +38,7 @@ int runCommandLine(int argc, const char* const* argv) {
   addCheckCommand(app, chosen);
   addListCommand(app, chosen);
   addNewCommand(app, chosen);
+  addReplayCommand(app, chosen);
   addReportCommand(app, chosen);
   addResultsCommand(app, chosen);
   addForwardCommand(app, chosen);

@@ -18,6 +18,7 @@ void addCheckCommand(CLI::App& app, Command& chosen);
 void addForwardCommand(CLI::App& app, Command& chosen);
 void addListCommand(CLI::App& app, Command& chosen);
 void addNewCommand(CLI::App& app, Command& chosen);
+void addReplayCommand(CLI::App& app, Command& chosen);
 void addReportCommand(CLI::App& app, Command& chosen);
 void addResultsCommand(CLI::App& app, Command& chosen);
 void addRunCommand(CLI::App& app, Command& chosen);

@@ -20,6 +20,7 @@ struct Outcome {
   std::optional<std::string> hookProblem;   ///< what went wrong after a failure, which stays one
   double seconds = 0;
   RunPurpose purpose = {};
+  std::optional<std::string> traffic = {};  ///< the file with what its instruments said
   std::string run = {};  ///< its id in the results store; empty when it could not be entered
 };
 

@@ -52,6 +52,15 @@ void RunArguments::describeStationTo(CLI::App& command) {
         const bool isWhole = colon != std::string::npos && colon > 0 && colon + 1 < text.size();
         return std::string(isWhole ? "" : "a name and a reason are needed, NAME:REASON");
       });
+  CLI::Option* const all = command.add_flag_callback(
+      "--record-traffic", [this] { options_.keepTraffic = KeepTraffic::All; },
+      "Keep what was said on the lines to instruments for all devices, not only for those that did "
+      "not pass");
+  command
+      .add_flag_callback(
+          "--no-traffic", [this] { options_.keepTraffic = KeepTraffic::None; },
+          "Keep it for no device")
+      ->excludes(all);
   command.add_flag("--verbose", options_.verbose, "Show the diagnostics on standard error as well");
   command
       .add_option("--wrap", options_.wrap,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,15 @@ namespace station {
 inline constexpr const char* kDefaultLogFolder = "logs";
 /// The results store, in the log folder.
 inline constexpr const char* kStoreName = "results.db";
+
+/// Which devices' traffic with the instruments is kept.
+enum class KeepTraffic { None, NotPassed, All };
+
+/// A recording of traffic that speaks for the instruments.
+struct Replay {
+  std::filesystem::path file;  ///< absolute
+  bool anyway = false;         ///< with another plug-in or configuration than it was made with
+};
 
 /// What `quillon run` was asked to do.
 struct RunOptions {
@@ -26,6 +36,8 @@ struct RunOptions {
   int safeStateLimit = 30;          ///< seconds for the safe state of a site
   bool allowUnknownKeys = false;    ///< in the plug-in's configuration
   std::string calibrationOverride;  ///< NAME:REASON; empty: none
+  KeepTraffic keepTraffic = KeepTraffic::NotPassed;
+  std::optional<Replay> replay;
   bool verbose = false;
   bool quiet = false;    ///< show verdicts and the table only
   bool details = false;  ///< show all values of each device

@@ -68,6 +68,9 @@ int StationRun::run() {
   std::unique_ptr<results::Store> store;  // outlives the engine, whose end may be an event
   EventLog events(diagnostics);
   Engine engine(options_, screen_, diagnostics, events);
+  engine.onDifference([this](const std::string& text) {
+    if (!difference_) difference_ = text;
+  });
   const std::filesystem::path bundle = engine.start();
   makeLogFolder(options_.logFolder);
   const LogFiles files = makeLogFiles(
@@ -75,11 +78,22 @@ int StationRun::run() {
   const Checked checked = engine.check();
   judgeConfiguration(checked.findings,
                      {bundle.string(), files.diagnostics, options_.allowUnknownKeys}, screen_);
-  Loaded loaded = engine.load({options_.flow, options_.sites, options_.logFolder, files.diagnostics,
-                               options_.calibrationOverride});
+  Load load{options_.flow, options_.sites, options_.logFolder, files.diagnostics,
+            options_.calibrationOverride};
+  load.recordsTraffic = options_.keepTraffic != KeepTraffic::None;
+  if (options_.replay) load.replay = options_.replay->file.string();
+  Loaded loaded = engine.load(load);
+  if (const auto other = otherThanRecorded(loaded)) {
+    engine.onDifference({});  // unloading is none
+    throw CannotRun("the recording was made " + printable(*other),
+                    "Replay it with what it was made with, or with --anyway all the same.");
+  }
   if (options_.sites.empty()) sortLike(checked.sites, loaded.sites);
   const int status = runOn(engine, bundle, loaded, files, diagnostics, events, store);
-  screen_.line("Results:     " + files.results + "\nDiagnostics: " + files.diagnostics);
+  if (!options_.replay) {
+    screen_.line("Results:     " + files.results + "\nDiagnostics: " + files.diagnostics +
+                 trafficLine());
+  }
   return status;
 }
 
@@ -103,11 +117,16 @@ int StationRun::runOn(Engine& engine, const std::filesystem::path& bundle, const
   for (const std::string& site : loaded.disabledSites) {
     screen_.line("Site " + printable(site) + " is disabled in the station's configuration.");
   }
+  const TrafficFiles traffic(options_.logFolder, options_.keepTraffic,
+                             recordingHead(bundle, loaded));
   const Series series = test(loaded.sites, {engine, *face, results, recording, diagnostics, events,
-                                            options_.repeat, words.timeLimit});
+                                            traffic, options_.repeat, words.timeLimit});
   engine.unload();
   face->ended();
   face->view().runEnded(series.outcomes);
+  recordings_ = std::count_if(series.outcomes.begin(), series.outcomes.end(), [](const auto& each) {
+    return each.traffic && each.verdict != Verdict::Pass;
+  });
   const std::string todo = "; test the devices that were broken off again";
   if (results.failed()) {
     notRecorded_ = "the result log is not complete: " + printable(results.failureText());
@@ -119,6 +138,49 @@ int StationRun::runOn(Engine& engine, const std::filesystem::path& bundle, const
   }
   const bool isComplete = series.complete && !wantsUnavailable(loaded);
   return isComplete && allPassed(series.outcomes) ? kAllPassed : kNotAllPassed;
+}
+
+/// A recording is of one plug-in with one configuration: in words, what it was made with instead.
+std::optional<std::string> StationRun::otherThanRecorded(const Loaded& loaded) const {
+  if (!options_.replay || options_.replay->anyway) return std::nullopt;
+  RecordingHead head;
+  try {
+    head = Recording::headOf(options_.replay->file);
+  } catch (const BrokenRecording& problem) {
+    throw CannotRun(problem.what());
+  }
+  const std::string version = loaded.bundleVersion.value_or("");
+  if (head.bundle != loaded.bundle) {
+    return "with the plug-in " + head.bundle + ", this is " + loaded.bundle;
+  }
+  if (head.bundleVersion != version) {
+    return "with version " + head.bundleVersion + " of the plug-in, this is " + version;
+  }
+  if (head.configSha256 == loaded.configSha256) return std::nullopt;
+  constexpr std::size_t kShown = 12;
+  return "with another configuration (the sum of the recording's begins " +
+         head.configSha256.substr(0, kShown) + ", the present one's " +
+         loaded.configSha256.substr(0, kShown) + ")";
+}
+
+RecordingHead StationRun::recordingHead(const std::filesystem::path& bundle,
+                                        const Loaded& loaded) const {
+  RecordingHead head;
+  head.station = hostName();
+  head.bundle = loaded.bundle;
+  head.bundleVersion = loaded.bundleVersion.value_or("");
+  head.bundlePath = bundle.string();
+  head.flow = loaded.flow;
+  head.configSha256 = loaded.configSha256;
+  return head;
+}
+
+/// Where to find what the instruments said, of devices that did not pass.
+std::string StationRun::trafficLine() const {
+  if (recordings_ == 0) return {};
+  return "\nTraffic:     " + (std::filesystem::path(options_.logFolder) / "traffic").string() +
+         ", of " + std::to_string(recordings_) + (recordings_ == 1 ? " device" : " devices") +
+         " that did not pass";
 }
 
 void StationRun::tellUnavailable(const Loaded& loaded, const ConsoleLogFile& diagnostics) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -14,6 +15,7 @@
 #include "host/Engine.h"
 #include "host/SiteSession.h"
 #include "results/Store.h"
+#include "traffic/Recording.h"
 
 namespace station {
 
@@ -29,6 +31,9 @@ class StationRun {
   int run();
   /// Why results could not be recorded, so that it had to end; absent when they could.
   const std::optional<std::string>& notRecorded() const { return notRecorded_; }
+  /// In words, where the traffic differs from the recording that is replayed; absent when it does
+  /// not. Also after `run` has thrown.
+  const std::optional<std::string>& difference() const { return difference_; }
 
  private:
   /// What became of a series of devices.
@@ -44,6 +49,9 @@ class StationRun {
   std::unique_ptr<results::Store> openStore() const;
   bool recover(results::Store& store);
   void tellUnavailable(const Loaded& loaded, const ConsoleLogFile& diagnostics);
+  std::optional<std::string> otherThanRecorded(const Loaded& loaded) const;
+  RecordingHead recordingHead(const std::filesystem::path& bundle, const Loaded& loaded) const;
+  std::string trafficLine() const;
   bool wantsUnavailable(const Loaded& loaded) const;
   static Series test(const std::vector<std::string>& sites, const SiteSession::Station& station);
 
@@ -51,6 +59,8 @@ class StationRun {
   const FaceMaker makeFace_;
   Screen& screen_;
   std::optional<std::string> notRecorded_;
+  std::optional<std::string> difference_;
+  std::ptrdiff_t recordings_ = 0;  // of devices that did not pass
 };
 
 }  // namespace station

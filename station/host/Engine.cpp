@@ -198,6 +198,10 @@ void Engine::dispatch(const Message& message) {
     if (tellWait_) tellWait_(noted.site, noted.text);
   } else if (type == Warned::kType) {
     screen_.warning(take<Warned>(message).text);
+  } else if (type == Differed::kType) {
+    const auto differed = take<Differed>(message);
+    diagnostics_.write("station", "the first difference from the recording: " + differed.text);
+    if (tellDifference_) tellDifference_(differed.text);
   } else if (type == Refused::kType) {
     refused_ = take<Refused>(message);
   } else if (type == SafeStateDone::kType) {

@@ -73,6 +73,12 @@ class Engine {
     tellWait_ = std::move(tell);
   }
 
+  /// Has `tell` called, on the station's thread, with the first difference from a recording that is
+  /// replayed. To be called before `start`.
+  void onDifference(std::function<void(const std::string&)> tell) {
+    tellDifference_ = std::move(tell);
+  }
+
   // The site's thread.
 
   /// No device can be tested any more. Any thread.
@@ -140,6 +146,7 @@ class Engine {
   std::vector<std::string> overridden_;  // see `Loaded`
   std::vector<Clock::time_point> crashes_;
   std::function<void(const std::string&, const std::string&)> tellWait_;
+  std::function<void(const std::string&)> tellDifference_;
   bool stopTold_ = false;
   bool stoppedAtOnce_ = false;
   bool unloading_ = false;

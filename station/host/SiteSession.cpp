@@ -144,7 +144,9 @@ void SiteSession::test(Device& device) {
   }
   outcome.run = device.run->id();
   tell("testing " + outcome.serialNumber + ", run " + device.run->id());
-  station_.engine.tell(TestDevice{site_, outcome.serialNumber, outcome.round});
+  station_.engine.tell(
+      TestDevice{site_, outcome.serialNumber, outcome.round, station_.traffic.fileOf(outcome.run),
+                 station_.traffic.headOf(outcome.run, site_, outcome.serialNumber)});
   while (!device.done) {
     const auto event = station_.engine.next(site_, device.limit.deadline());
     if (!event) {
@@ -160,9 +162,11 @@ void SiteSession::test(Device& device) {
   }
   device.questions.clear();  // cancelled
   finish(device);
+  outcome.traffic = station_.traffic.ended(outcome);
   outcome.seconds =
       std::chrono::duration<double>(SiteEvents::Clock::now() - device.started).count();
   tell(outcome.serialNumber + ": " + outcomeText(outcome));
+  if (outcome.traffic) tell("what its instruments said: " + *outcome.traffic);
 }
 
 void SiteSession::onTimeLimit(Device& device) {

@@ -12,6 +12,7 @@
 #include "Outcome.h"
 #include "ResultLog.h"
 #include "RunRecorder.h"
+#include "TrafficFiles.h"
 #include "view/RunView.h"
 
 namespace station {
@@ -28,6 +29,7 @@ class SiteSession {
     const RunRecorder::Session& store;
     const ConsoleLogFile& diagnostics;
     const EventLog& events;
+    const TrafficFiles& traffic;
     int devices = 1;                  ///< for each site; 0: without end
     std::optional<double> timeLimit;  ///< for hooks, and tests without one of their own, seconds
   };

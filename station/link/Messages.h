@@ -58,6 +58,17 @@ struct Warned {
   }
 };
 
+/// Any time: the first difference from the recording that is replayed, in words.
+struct Differed {
+  static constexpr const char* kType = "differed";
+  std::string text = {};
+
+  template <typename Part>
+  void parts(const Part& part) {
+    part("text", text);
+  }
+};
+
 /// Any time: what a site waits for, in words for the operator.
 struct Noted {
   static constexpr const char* kType = "noted";
@@ -414,6 +425,8 @@ struct Load {
   std::string diagnostics = {};          ///< the file, for messages
   std::string calibrationOverride = {};  ///< NAME:REASON; empty: none
   bool again = false;  ///< as an earlier worker did: instruments that are lost now are waited for
+  bool recordsTraffic = false;
+  std::string replay = {};  ///< the recording that speaks for the instruments; empty: they do
 
   template <typename Part>
   void parts(const Part& part) {
@@ -423,6 +436,8 @@ struct Load {
     part("diagnostics", diagnostics);
     part("calibrationOverride", calibrationOverride);
     part("again", again);
+    part("recordsTraffic", recordsTraffic);
+    part("replay", replay);
   }
 };
 
@@ -468,13 +483,17 @@ struct TestDevice {
   static constexpr const char* kType = "testDevice";
   std::string site = {};
   std::string serialNumber = {};
-  int round = 1;  ///< which device of the site this is, from 1
+  int round = 1;                 ///< which device of the site this is, from 1
+  std::string traffic = {};      ///< the file for its traffic; empty: none
+  std::string trafficHead = {};  ///< the first line of that file
 
   template <typename Part>
   void parts(const Part& part) {
     part("site", site);
     part("serialNumber", serialNumber);
     part("round", round);
+    part("traffic", traffic);
+    part("trafficHead", trafficHead);
   }
 };
 

@@ -2,11 +2,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -14,10 +16,12 @@
 #include "Commands.h"
 #include "Screen.h"
 #include "Text.h"
+#include "host/TrafficFiles.h"
 #include "report/ProgressLine.h"
 #include "report/QueueReport.h"
 #include "report/ReportText.h"
 #include "report/ResultsCsv.h"
+#include "report/RunChoice.h"
 #include "report/RunDetails.h"
 #include "report/StoreArguments.h"
 #include "report/StoreWork.h"
@@ -55,27 +59,9 @@ int list(const ResultsArguments& arguments) {
   return kDone;
 }
 
-/// The run that is meant: by its id, the beginning of its id, or the serial number of its device.
-std::string idOf(const ResultsArguments& arguments, results::Archive& archive) {
-  constexpr std::size_t kMost = 5;
-  std::vector<std::string> ids = archive.runsBeginning(arguments.run, kMost);
-  if (ids.empty()) {
-    results::Filter filter;
-    filter.serials = {arguments.run};
-    ids = archive.endedRuns(filter);
-    if (!ids.empty()) return ids.back();
-    throw reports::NoReport(
-        "the store has no run " + printable(arguments.run) + ", and none of that serial number",
-        "'quillon results list' shows which runs there are.");
-  }
-  if (ids.size() == 1) return ids.front();
-  throw reports::NoReport("several runs begin with " + printable(arguments.run),
-                          "They are " + listOf(ids) + (ids.size() == kMost ? " ..." : "") + ".");
-}
-
 int show(const ResultsArguments& arguments) {
   results::Archive archive(arguments.store());
-  const auto record = archive.run(idOf(arguments, archive));
+  const auto record = archive.run(idOfRun(arguments.run, archive));
   if (!record) throw reports::NoReport("the run is gone");
   if (arguments.json) {
     writeOutput(results::jsonOf(*record, true) + "\n");
@@ -92,6 +78,11 @@ int show(const ResultsArguments& arguments) {
       report.about.emplace_back("Parked",
                                 "not sent to " + queue.status.server + ": " + run.parked.reason);
     }
+  }
+  const auto traffic = trafficFile(arguments.store().parent_path(), record->content.run.id);
+  std::error_code unknown;
+  if (std::filesystem::exists(traffic, unknown)) {
+    report.about.emplace_back("Traffic", printable(traffic.string()));
   }
   writeOutput(textOf(report) + "\n");
   return kDone;

@@ -94,6 +94,7 @@ void JsonView::deviceDone(const Outcome& outcome, const std::vector<FinishedTest
               {"endedAt", now()},
               {"seconds", outcome.seconds},
               {"tests", Json::array()}};
+  if (outcome.traffic) device["traffic"] = *outcome.traffic;
   for (const FinishedTest& test : tests) device["tests"].push_back(jsonOf(test));
   screen_.line(lineOf(device));
 }

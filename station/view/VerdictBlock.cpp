@@ -52,6 +52,7 @@ std::string verdictBlock(const Outcome& outcome, std::size_t width, const Screen
   };
   if (!told.empty()) add(told);
   add(adviceFor(outcome));
+  if (outcome.traffic) add("What its instruments said: " + printable(*outcome.traffic));
   if (outcome.verdict != Verdict::Pass) {
     text += screen.highlighted(bar("", width), colour) + "\n";
   }

@@ -96,8 +96,12 @@ struct SiteRunner::TestRun {
 };
 
 SiteRunner::SiteRunner(std::shared_ptr<QLTestSuite> suite, std::string flowName,
-                       OwnLoggers& loggers, SiteLink& host)
-    : suite_(std::move(suite)), flowName_(std::move(flowName)), loggers_(loggers), host_(host) {}
+                       OwnLoggers& loggers, SiteLink& host, Traffic* traffic)
+    : suite_(std::move(suite)),
+      flowName_(std::move(flowName)),
+      loggers_(loggers),
+      host_(host),
+      traffic_(traffic) {}
 
 std::string SiteRunner::nameOf(const QLTestMethod& method, std::int32_t index) {
   return method.displayName().value_or("test " + std::to_string(index));
@@ -135,6 +139,7 @@ void SiteRunner::prepare() {
 }
 
 void SiteRunner::test(const TestDevice& device) {
+  if (traffic_ != nullptr) traffic_->deviceStarts(device);
   FlowEnded ended{.site = host_.site()};
   ended.brokenOff = problemOf("onDUTStart", [&] { start(device); });
   if (ended.brokenOff) {
@@ -147,7 +152,12 @@ void SiteRunner::test(const TestDevice& device) {
   }
   host_.tell(ended);
   const auto confirmed = take<Confirmed>(host_.wait());
-  host_.tell(HookEnded{host_.site(), end(confirmed.verdict)});
+  const auto problem = end(confirmed.verdict);
+  if (traffic_ != nullptr) {
+    const auto lost = traffic_->deviceEnds(host_.site());
+    if (lost) host_.tell(Warned{*lost});
+  }
+  host_.tell(HookEnded{host_.site(), problem});
 }
 
 void SiteRunner::start(const TestDevice& device) {
@@ -177,6 +187,7 @@ Verdict SiteRunner::runFlow() {
     next.timeLimit = method->timeLimit();
     if (const auto reason = host_.stopReason()) throw BrokenOff(*reason + " before " + next.name);
     host_.tell(next);
+    if (traffic_ != nullptr) traffic_->testStarts(next);
     if (runTest(*method, next.index)) continue;
     verdict = Verdict::Fail;
     if (method->shouldStopOnFail()) break;

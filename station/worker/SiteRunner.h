@@ -11,6 +11,7 @@
 
 #include "OwnLoggers.h"
 #include "SiteLink.h"
+#include "Traffic.h"
 
 namespace station {
 
@@ -19,8 +20,9 @@ namespace station {
 /// For one thread; the runners of several sites may work at once.
 class SiteRunner {
  public:
+  /// `traffic` may be null.
   SiteRunner(std::shared_ptr<QLTestSuite> suite, std::string flowName, OwnLoggers& loggers,
-             SiteLink& host);
+             SiteLink& host, Traffic* traffic);
 
   /// Opens instruments again whose lines are gone, and waits until all are there or a stop comes.
   void prepare();
@@ -49,6 +51,7 @@ class SiteRunner {
   std::string flowName_;
   OwnLoggers& loggers_;
   SiteLink& host_;
+  Traffic* const traffic_;
 };
 
 }  // namespace station

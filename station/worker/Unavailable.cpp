@@ -23,15 +23,6 @@ const QLTDictionary& section(const QLTDictionary& dictionary, std::string_view k
   return value != nullptr && value->dictionary() != nullptr ? *value->dictionary() : none;
 }
 
-/// The names of the instruments that a site needs.
-std::set<std::string> instrumentsOf(const QLTDictionary& config, const std::string& site) {
-  std::set<std::string> names;
-  for (const auto& resource : section(section(section(config, "Sites"), site), "Resources")) {
-    names.insert(resource.second.text());
-  }
-  return names;
-}
-
 /// The device file that was busy, if that was the reason; else "".
 std::string busyDevice(QLTError error) {
   for (; error; error = error.underlyingError()) {
@@ -55,6 +46,14 @@ std::string failureText(const QLTDictionary& config, const std::string& name,
 }
 
 }  // namespace
+
+std::set<std::string> instrumentsOf(const QLTDictionary& config, const std::string& site) {
+  std::set<std::string> names;
+  for (const auto& resource : section(section(section(config, "Sites"), site), "Resources")) {
+    names.insert(resource.second.text());
+  }
+  return names;
+}
 
 QLTDictionary instrumentsOfSites(QLTestSiteManager& manager) {
   const QLTDictionary& config = manager.config();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,9 @@ CalibrationNotes judgeCalibrations(QLTestSiteManager& manager, const std::string
 /// What each site tests with: by site and by the name that its tests use, the entry of the
 /// tester-config file.
 QLTDictionary instrumentsOfSites(QLTestSiteManager& manager);
+
+/// The names of the instruments that a site needs.
+std::set<std::string> instrumentsOf(const QLTDictionary& config, const std::string& site);
 
 /// The instruments that did not come up and that no site needs, likewise in words.
 std::vector<std::string> unusedFailures(QLTestSiteManager& manager);

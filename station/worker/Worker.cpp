@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <set>
 #include <string_view>
 #include <thread>
 #include <tuple>
@@ -92,6 +93,16 @@ Message checked(const std::filesystem::path& bundle) {
   }
 }
 
+/// What each site uses, by the names of the instruments.
+std::map<std::string, std::set<std::string>> instrumentNames(QLTestSiteManager& manager,
+                                                             const Suites& suites) {
+  std::map<std::string, std::set<std::string>> names;
+  for (const auto& suite : suites) {
+    names[suite->siteName()] = instrumentsOf(manager.config(), suite->siteName());
+  }
+  return names;
+}
+
 /// Enters the person at the station in a suite, unless the plug-in has one of its own.
 std::shared_ptr<RemoteOperator> personFor(QLTestSuite& suite, Channel& channel) {
   constexpr const char* kName = "operator";
@@ -105,11 +116,11 @@ std::shared_ptr<RemoteOperator> personFor(QLTestSuite& suite, Channel& channel) 
 struct Site {
   /// `number` is its place among the loaded ones, from 1.
   Site(const std::shared_ptr<QLTestSuite>& suite, int number, const std::string& flow,
-       OwnLoggers& loggers, Channel& channel)
+       OwnLoggers& loggers, Channel& channel, Traffic* traffic)
       : number(number),
         link(channel, suite->siteName()),
         person(personFor(*suite, channel)),
-        runner(suite, flow, loggers, link) {
+        runner(suite, flow, loggers, link, traffic) {
     suite->setResultObserver([this](const QLTestMethod&, const auto& record) {
       link.tell(Reported{link.site(), {record}});
     });
@@ -185,7 +196,10 @@ void Worker::work() {
   tell(Opened{bundle.path().string()});
   const auto load = expectLoad();
   if (!load) return;
-  plugin.load(stationInfo(bundle, load->logFolder), *load);
+  traffic_ = installTraffic(*load, [this](const std::string& text) { tell(Differed{text}); });
+  QLTDictionary info = stationInfo(bundle, load->logFolder);
+  if (!load->replay.empty()) info.set("isReplay", true);
+  plugin.load(info, *load);
   Unavailable unavailable = unavailableSites(plugin.manager());
   const CalibrationNotes calibrations =
       judgeCalibrations(plugin.manager(), load->calibrationOverride, unavailable);
@@ -218,6 +232,7 @@ void Worker::work() {
   OwnLoggers loggers(suites, warn);
   checkFlow(suites, load->flow);  // again: the suites' `logger` has run
   loggers.open(*columns);
+  if (traffic_ != nullptr) traffic_->beginTesting(instrumentNames(plugin.manager(), suites));
   tell(Ready{});
   serve(suites, load->flow, loggers);
 }
@@ -264,8 +279,8 @@ void Worker::serve(const Suites& suites, const std::string& flow, OwnLoggers& lo
   });
   std::vector<std::jthread> threads;  // end before the sites
   for (const auto& suite : suites) {
-    Site& site =
-        sites.emplace_back(suite, static_cast<int>(sites.size()) + 1, flow, loggers, channel_);
+    Site& site = sites.emplace_back(suite, static_cast<int>(sites.size()) + 1, flow, loggers,
+                                    channel_, traffic_);
     siteOf[site.link.site()] = &site;
     threads.emplace_back([&site] { site.work(); });
   }

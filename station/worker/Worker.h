@@ -8,6 +8,7 @@
 
 #include "OwnLoggers.h"
 #include "SiteChoice.h"
+#include "Traffic.h"
 #include "link/Channel.h"
 #include "link/Messages.h"
 
@@ -47,6 +48,7 @@ class Worker {
 
   Channel& channel_;
   const std::filesystem::path bundle_;
+  Traffic* traffic_ = nullptr;  // stays to the end of the process; may be null
 };
 
 }  // namespace station

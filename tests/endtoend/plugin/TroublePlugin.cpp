@@ -252,7 +252,8 @@ class TroubleSuite : public QLTestSuite {
 };
 
 /// Does what its parameters say; "at" restricts the trouble to one site. Reports its first sub-test
-/// with "value". "asks" names a console that is to answer.
+/// with "value". "asks" names a console that is to answer; "measures" one that is asked for that
+/// value, with "command".
 class TroubleTest : public QLTestMethod {
  public:
   using QLTestMethod::QLTestMethod;
@@ -282,6 +283,9 @@ class TroubleTest : public QLTestMethod {
     if (param("await") != nullptr && isHere()) await();
     if (param("asks") != nullptr && isHere() && !asks(param("asks")->text(), error)) {
       return false;
+    }
+    if (param("measures") != nullptr && isHere()) {
+      return measures(param("measures")->text(), error);
     }
     if (does("throwInt")) throw 42;
     if (does("failSilently")) return false;
@@ -407,6 +411,13 @@ class TroubleTest : public QLTestMethod {
     const auto console = resource<QLTDiags>(name, error);
     if (console) console->setTimeOutInSeconds(0.3);
     return console && console->open(error);
+  }
+  bool measures(const std::string& name, QLTError* error) {
+    const auto console = resource<QLTDiags>(name, error);
+    if (!console) return false;
+    console->setTimeOutInSeconds(1);
+    const auto answer = console->sendCommand(param("command")->text(), error);
+    return answer && addResultAndCompare(1, std::stod(answer->front())) == kQLTestResultPass;
   }
   static void flood(int lines) {
     for (int i = 0; i < lines; ++i) QLTLog("line " + std::to_string(i) + std::string(200, '.'));
