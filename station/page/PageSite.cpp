@@ -4,11 +4,13 @@
 #include <array>
 #include <cctype>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "PageReports.h"
@@ -18,6 +20,7 @@
 #include "Text.h"
 #include "common/Files.h"
 #include "common/Text.h"
+#include "host/TrafficFiles.h"
 #include "results/Clock.h"
 #include "results/Queries.h"
 
@@ -267,6 +270,9 @@ Response PageSite::run(const std::string& id) const {
   json["bundle"] = content->plan.bundle;
   if (content->plan.bundleVersion) json["bundleVersion"] = *content->plan.bundleVersion;
   json["flow"] = content->plan.flow;
+  const auto traffic = trafficFile(now.store.parent_path(), content->run.id);
+  std::error_code unknown;
+  if (std::filesystem::exists(traffic, unknown)) json["traffic"] = traffic.string();
   json["steps"] = Object::array();
   for (const results::Step& step : content->steps) {
     Object row{{"step", step.step},

@@ -560,6 +560,7 @@ void PageState::deviceDone(const Outcome& outcome, const std::vector<FinishedTes
   put(verdict, "firstFailure", outcome.firstFailure);
   put(verdict, "brokenOff", outcome.brokenOff);
   put(verdict, "hookProblem", outcome.hookProblem);
+  put(verdict, "traffic", outcome.traffic);
   Object run{{"id", outcome.run},
              {"site", outcome.site},
              {"serial", outcome.serialNumber},

@@ -3,12 +3,12 @@
 #include <optional>
 #include <string>
 
-#include "common/Format.h"
+#include <QLTValue.h>
 
 namespace station {
 namespace {
 
-std::string number(double value) { return quillon::internal::format("%.6g", value); }
+std::string number(double value) { return QLTValue(value).text(); }
 
 /// "Voltages / VREF: 2.71 V, limits 2.4 to 2.6 (check R7)".
 std::string wordsOf(const results::FailedRecord& failed) {

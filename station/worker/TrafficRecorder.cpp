@@ -126,11 +126,11 @@ bool TrafficRecorder::open(Site& site) {
   if (site.file) return true;
   if (!site.isActive) return false;
   const int flags = O_WRONLY | O_CREAT | O_APPEND | O_TRUNC;
-  site.file = openFile(site.path, flags, 0644);
+  site.file = openFile(site.path, flags, 0600);
   if (!site.file && errno == ENOENT) {
     std::error_code unknown;
     std::filesystem::create_directories(std::filesystem::path(site.path).parent_path(), unknown);
-    site.file = openFile(site.path, flags, 0644);
+    site.file = openFile(site.path, flags, 0600);
   }
   if (!site.file) {
     site.problem = std::strerror(errno);

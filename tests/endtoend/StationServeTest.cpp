@@ -129,6 +129,8 @@ TEST_F(StationServe, testsADeviceFromScanToVerdict) {
   const json run = HttpClient(address_).get("/api/1/runs/" + id).json();
   EXPECT_EQ(run["serial"], "A");
   EXPECT_EQ(run["verdict"], "FAIL");
+  EXPECT_THAT(run["firstFailure"].get<std::string>(),
+              HasSubstr("Volts / volts: 2.7, limits 1 to 2"));
   EXPECT_EQ(run["measurements"][0]["value"], 2.7);
   EXPECT_EQ(run["measurements"][0]["high"], 2.0);
   EXPECT_EQ(run["steps"][0]["test"], "Volts");

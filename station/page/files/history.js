@@ -127,7 +127,7 @@ function describe(run) {
     [texts.site, run.site], [texts.started, timeOfDay(run.startedAt)], [texts.ended, timeOfDay(run.endedAt)],
     [texts.operatorWord, run.operator], [texts.kind, texts.kinds[run.kind] ?? run.kind], [texts.reason, run.reason],
     [texts.flowWord, run.flow], [texts.bundle, [run.bundle, run.bundleVersion].filter(Boolean).join(" ")],
-    [texts.first, run.firstFailure], [texts.message, run.message], [texts.run, run.id],
+    [texts.first, run.firstFailure], [texts.message, run.message], [texts.run, run.id], [texts.traffic, run.traffic],
   ].filter(([, value]) => value);
   const title = element("h3.run-title", { "data-verdict": run.verdict }, symbolOfVerdict(run.verdict),
     element("span", texts.verdicts[run.verdict] ?? String(run.verdict)), element("span.serial", run.serial));

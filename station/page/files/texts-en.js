@@ -137,7 +137,7 @@ export default {
   time: "Time", site: "Site", verdict: "Verdict", serial: "Serial number", kind: "Kind", reason: "Reason",
   why: "Why", test: "Test", name: "Name", value: "Value", limits: "Limits", took: "Took",
   started: "Started", ended: "Ended", operatorWord: "Operator", flowWord: "Flow", bundle: "Bundle", run: "Run",
-  first: "First failure", message: "Message",
+  traffic: "What instruments said", first: "First failure", message: "Message",
   step: (number, name) => `${number}. ${name}`,
   superseded: "superseded",
   noRecords: "No records.",
