@@ -120,7 +120,7 @@ results::RunContent storedRun(const ReplayArguments& arguments) {
 
 std::filesystem::path recordingOf(const ReplayArguments& arguments, const std::string& run) {
   if (!arguments.traffic.empty()) return std::filesystem::absolute(arguments.traffic);
-  const auto file = trafficFile(arguments.store().parent_path(), run);
+  const auto file = trafficFile(std::filesystem::path(arguments.store()).parent_path(), run);
   std::error_code unknown;
   if (std::filesystem::exists(file, unknown)) return std::filesystem::absolute(file);
   throw CannotRun(

@@ -79,7 +79,8 @@ int show(const ResultsArguments& arguments) {
                                 "not sent to " + queue.status.server + ": " + run.parked.reason);
     }
   }
-  const auto traffic = trafficFile(arguments.store().parent_path(), record->content.run.id);
+  const auto traffic =
+      trafficFile(std::filesystem::path(arguments.store()).parent_path(), record->content.run.id);
   std::error_code unknown;
   if (std::filesystem::exists(traffic, unknown)) {
     report.about.emplace_back("Traffic", printable(traffic.string()));
