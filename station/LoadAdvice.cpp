@@ -72,7 +72,20 @@ std::string adviceForCode(std::int64_t code) {
     case kQLTErrorOperatorAnswerUnfit:
       return "The plug-in asks the person at the station: start it again where somebody answers.";
     case kQLTErrorQuestionWrong:
+    case kQLTErrorModbusRequest:
       return kFaultOfPlugin;
+    case kQLTErrorConsoleLogIn:
+      return "Correct \"user\" of the console's line in " + testerConfig() +
+             ", or the file of its \"passwordFile\".";
+    case kQLTErrorScpiDialect:
+      return "Correct \"dialect\" of the instrument's line in " + testerConfig() +
+             ", or the file of its \"dialectFile\".";
+    case kQLTErrorDigitalLine:
+      return "Correct \"outputs\" and \"inputs\" of the instrument's line in " + testerConfig() +
+             ",\nor the test that asks for another line.";
+    case kQLTErrorDigitalOpen:
+      return "Check \"chip\" and the names of the lines in " + testerConfig() +
+             ",\nwhether this user may use the chip, and whether another program has the lines.";
     case kQLTErrorAardvarkOpen:
     case kQLTErrorAardvarkWrite:
       return "Check the I2C adapter: is it plugged in, and its library installed?";

@@ -62,6 +62,13 @@ std::shared_ptr<QLTObject> BoardSuite::createInstrument(const QLTDictionary& ent
   return nullptr;  // the framework then says which class nobody knows
 }
 
+std::vector<QLTInstrumentDescription> BoardSuite::instrumentClasses() {
+  return {{"BenchSupply",
+           "power supply",
+           {QLTInstrumentAttribute::number("volts", 0, 60, "what its output delivers").needed(),
+            QLTInstrumentAttribute::number("amps", 0, 5, "the current that is drawn").needed()}}};
+}
+
 std::shared_ptr<QLTObject> BoardSuite::onDUTStart(const QLTDictionary& dutInfo, QLTError* error) {
   if (const QLTValue* round = dutInfo.find("round")) siteAttributes().set("round", *round);
   return QLTestSuite::onDUTStart(dutInfo, error);  // which draws the run index

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <vector>
+
+#include <QLTInstrumentDescription.h>
 #include <QLTestSuite.h>
 
 /// The principal class of the plug-in: what the plug-in adds to loading a station, and what happens
@@ -14,6 +17,9 @@ class BoardSuite : public QLTestSuite {
   static void customizeConfig(QLTDictionary& config, const QLTDictionary& stationInfo);
   /// Makes the instruments that the framework does not know.
   static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary& entry, QLTError* error);
+
+  /// What "quillon check" holds their lines of the tester-config file to.
+  static std::vector<QLTInstrumentDescription> instrumentClasses();
 
   // Around each board. Whatever became of the board, it is without power when somebody takes it
   // out.

@@ -83,7 +83,8 @@ inline std::string auditOutput(const std::string& name) {
          "\n"
          "0 passed, 1 failed, 0 broken off\n"
          "Results:     logs/" +
-         name + "_STAMP.csv\nDiagnostics: logs/" + name + "_STAMP.log\n";
+         name + "_STAMP.csv\nDiagnostics: logs/" + name +
+         "_STAMP.log\nTraffic:     logs/traffic, of 1 device that did not pass\n";
 }
 
 /// What the table says of two boards that pass.

@@ -85,7 +85,7 @@ TEST_F(BoardTest, looksAsksTheOperator) {
 }
 
 TEST_F(BoardTest, aSupplyThatIsNotSimulatedEndsTheLoad) {
-  test::writeTesterConfig("supply-left,BenchSupply,0,volts=5\n");
+  test::writeTesterConfig("supply-left,BenchSupply,0,volts=5;amps=1\n");
   StationProcess station({"run", BOARD_TEST_BUNDLE, "--sn", "left=QB1"});
   EXPECT_EQ(station.wait(), 2);
   EXPECT_THAT(station.errors(),
