@@ -19,7 +19,8 @@ std::optional<std::string> lostLine(const QLTestSuite& suite);
 std::optional<std::string> reopenLines(const QLTestSuite& suite);
 
 /// Makes those instruments safe that can (`QLTMakesSafe`), all of them, whatever becomes of one.
-/// Those that failed: "supply, 10.0.0.6:5025, cannot be made safe: ..."; absent when there are none.
+/// Those that failed: "supply, 10.0.0.6:5025, cannot be made safe: ..."; absent when there are
+/// none.
 std::optional<std::string> makeInstrumentsSafe(const QLTestSuite& suite);
 
 }  // namespace station

@@ -29,8 +29,12 @@ def check_paths(document, source):
 
 
 def check_names(document, source):
-    """Names of the framework and of the bench library that stand in the text are in their headers."""
+    """Names of the framework and of the bench library that stand in the text are in their headers.
+
+    The library's instruments that are no class of their own have their names where they are described.
+    """
     headers = [file for folder in ("framework", "bench") for file in (source / folder).rglob("*.h")]
+    headers += (source / "bench").glob("*Classes.cpp")
     texts = [file.read_text() for file in headers]
     texts += [file.name for file in headers]
     names = set(re.findall(r"\w+", "\n".join(texts)))
