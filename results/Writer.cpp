@@ -1,6 +1,5 @@
 #include "Writer.h"
 
-#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <map>
@@ -127,16 +126,17 @@ void Writer::work() {
   }
 }
 
-/// Tends the database's log at a moment when hardly anybody waits: a device has its verdict, or
-/// only queued rows were written. Between the last record of a device and its verdict it would
-/// show.
+/// Tends the database's log at a moment when hardly anybody waits: a device has its verdict. While
+/// one is tested its verdict may be due next, and would come so much later.
 void Writer::checkpoint(const Batch& batch, bool isBusy) {
-  const bool isBetween =
-      !batch.hurried.empty() ||
-      std::any_of(batch.requests.begin(), batch.requests.end(), [](const Request& request) {
-        return request.waiter != nullptr && !std::holds_alternative<FinishRun>(request.change.what);
-      });
-  batches_.checkpointFrom(isBusy || isBetween ? kMostLogPages : kLogPages);
+  bool isGood = false;
+  for (const Request& request : batch.requests) {
+    if (request.waiter == nullptr) continue;
+    isGood = std::holds_alternative<FinishRun>(request.change.what);
+    if (!isGood) break;
+  }
+  isGood = isGood && !isBusy && batch.hurried.empty();
+  batches_.checkpointFrom(isGood ? kLogPages : kMostLogPages);
 }
 
 /// Everything that is to be written now. What belongs to a run that has lost something since it was
