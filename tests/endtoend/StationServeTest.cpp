@@ -445,7 +445,8 @@ TEST_F(StationServe, forwardsWhileItTestsAndTellsHowItStands) {
   })) << state()["forwarding"].dump();
   std::ifstream file(STATION_API);
   const std::string document{std::istreambuf_iterator<char>(file), {}};
-  for (const auto& [name, value] : state()["forwarding"].items()) {
+  const json forwarding = state()["forwarding"];
+  for (const auto& [name, value] : forwarding.items()) {
     EXPECT_THAT(document, HasSubstr("`" + name + "`"));
   }
   EXPECT_THAT(state()["notices"].dump(), HasSubstr("nothing is lost"));
