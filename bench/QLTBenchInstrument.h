@@ -8,6 +8,7 @@
 #include <QLTBenchScpi.h>
 #include <QLTError.h>
 #include <QLTExport.h>
+#include <QLTHasIdentity.h>
 #include <QLTObject.h>
 #include <QLTReopenable.h>
 
@@ -30,7 +31,9 @@ struct QLT_EXPORT QLTBenchDialect {
 /// known or has no command for what is wanted.
 ///
 /// One thread uses an instrument at a time.
-class QLT_EXPORT QLTBenchInstrument : public QLTObject, public QLTReopenable {
+class QLT_EXPORT QLTBenchInstrument : public QLTObject,
+                                      public QLTReopenable,
+                                      public QLTHasIdentity {
  public:
   bool isLost() const override;
   std::string where() const override;
@@ -40,7 +43,7 @@ class QLT_EXPORT QLTBenchInstrument : public QLTObject, public QLTReopenable {
   /// For what the class has no operation for.
   const std::shared_ptr<QLTBenchScpi>& scpi() const { return scpi_; }
   /// Who the instrument is; asks nothing.
-  const QLTBenchIdentity& who() const { return scpi_->who(); }
+  QLTIdentity who() const override { return scpi_->who(); }
   /// The name of the dialect.
   const std::string& dialect() const;
 

@@ -58,18 +58,6 @@ std::string listOf(const std::vector<QLTBenchQueueEntry>& entries, std::size_t m
 
 }  // namespace
 
-QLTBenchIdentity QLTBenchIdentity::of(std::string_view answer) {
-  QLTBenchIdentity identity;
-  std::string rest = trimmed(answer);
-  for (std::string* part : {&identity.vendor, &identity.model, &identity.serial}) {
-    const std::size_t comma = std::min(rest.find(','), rest.size());
-    *part = trimmed(rest.substr(0, comma));
-    rest.erase(0, comma + 1);
-  }
-  identity.firmware = trimmed(rest);
-  return identity;
-}
-
 // Made, opened and lost.
 
 QLTBenchScpi::QLTBenchScpi(std::shared_ptr<QLTAsciiReadWriteDevice> device,
@@ -125,7 +113,6 @@ bool QLTBenchScpi::begin(QLTError* error) {
   if (identity_.empty()) {
     return fail(error, kQLTErrorScpiAnswer, where() + " does not tell who it is (*IDN?)");
   }
-  who_ = QLTBenchIdentity::of(identity_);
   setIdentityAtCreation(std::move(answer));
   if (!tell("*CLS", error)) return false;
   return isReady_ = true;

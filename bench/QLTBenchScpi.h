@@ -19,17 +19,6 @@ namespace quillon::bench {
 class ScpiReplies;
 }
 
-/// Who an instrument is, by its answer to "*IDN?": four texts with commas between them.
-struct QLT_EXPORT QLTBenchIdentity {
-  std::string vendor;
-  std::string model;
-  std::string serial;
-  std::string firmware;  ///< with what follows, if the answer has more commas
-
-  /// What an answer lacks is empty.
-  static QLTBenchIdentity of(std::string_view answer);
-};
-
 /// An entry of an instrument's error queue.
 struct QLT_EXPORT QLTBenchQueueEntry {
   std::int32_t code = 0;
@@ -125,8 +114,6 @@ class QLT_EXPORT QLTBenchScpi : public QLTScpiInstrument {
   std::optional<std::uint8_t> statusByte(QLTError* error = nullptr);   ///< "*STB?"
   std::optional<std::uint8_t> eventStatus(QLTError* error = nullptr);  ///< "*ESR?"; clears it
 
-  /// Who the instrument is; asks nothing. Empty texts before it has answered.
-  const QLTBenchIdentity& who() const { return who_; }
   /// What was said lately, oldest first: "> VOLT 5", "< +5.0". Of a block its length.
   std::vector<std::string> log() const { return {log_.begin(), log_.end()}; }
   const QLTBenchScpiSettings& settings() const { return settings_; }
@@ -155,7 +142,6 @@ class QLT_EXPORT QLTBenchScpi : public QLTScpiInstrument {
 
   QLTBenchScpiSettings settings_;
   std::unique_ptr<quillon::bench::ScpiReplies> replies_;
-  QLTBenchIdentity who_;
   std::string identity_;
   std::deque<std::string> log_;
   bool isReady_ = false;

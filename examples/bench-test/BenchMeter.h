@@ -5,6 +5,7 @@
 #include <string>
 
 #include <QLTError.h>
+#include <QLTHasIdentity.h>
 #include <QLTObject.h>
 #include <QLTReopenable.h>
 #include <QLTScpiInstrument.h>
@@ -12,7 +13,7 @@
 
 /// A bench multimeter that speaks SCPI on a serial line: an instrument that the framework does not
 /// make from the tester-config file, so that the plug-in does. One caller at a time.
-class BenchMeter : public QLTObject, public QLTReopenable {
+class BenchMeter : public QLTObject, public QLTReopenable, public QLTHasIdentity {
  public:
   /// Opens the multimeter of one line of the tester-config file: "bsdPath", and "baudRate" where
   /// that is not 9600. Null when there is none that answers.
@@ -29,6 +30,8 @@ class BenchMeter : public QLTObject, public QLTReopenable {
   bool isLost() const override { return scpi_->isLost(); }
   std::string where() const override { return scpi_->where(); }
   bool reopen(QLTError* error = nullptr) override { return scpi_->reopen(error); }
+
+  QLTIdentity who() const override { return scpi_->who(); }
 
  private:
   std::shared_ptr<QLTScpiInstrument> scpi_;

@@ -96,6 +96,8 @@ bool QLTScpiInstrument::reopen(QLTError* error) {
   return true;
 }
 
+QLTIdentity QLTScpiInstrument::who() const { return QLTIdentity::of(identity_.value_or("")); }
+
 std::string QLTScpiInstrument::lineEnd() const {
   const std::lock_guard lock(lineEndMutex_);
   return lineEnd_;

@@ -10,6 +10,7 @@
 #include <QLTAsciiReadWriteDevice.h>
 #include <QLTError.h>
 #include <QLTExport.h>
+#include <QLTHasIdentity.h>
 #include <QLTReopenable.h>
 #include <QLTText.h>
 
@@ -17,7 +18,9 @@
 /// stand wherever one is expected.
 ///
 /// One caller at a time per instrument; only the line end may be read and set from other threads.
-class QLT_EXPORT QLTScpiInstrument : public QLTAsciiReadWriteDevice, public QLTReopenable {
+class QLT_EXPORT QLTScpiInstrument : public QLTAsciiReadWriteDevice,
+                                     public QLTReopenable,
+                                     public QLTHasIdentity {
  public:
   /// Makes an instrument on an open device, shared with the caller, and asks it "*IDN?". Null when
   /// that question reports an error, or for a null device.
@@ -77,6 +80,8 @@ class QLT_EXPORT QLTScpiInstrument : public QLTAsciiReadWriteDevice, public QLTR
   /// The answer to "*IDN?" when the instrument was made, or opened again; asks nothing. Absent when
   /// the device had nothing to say.
   const std::optional<std::string>& identityAtCreation() const { return identity_; }
+  /// That answer, in its parts.
+  QLTIdentity who() const override;
   /// What ends every command and query; a carriage return at first.
   std::string lineEnd() const;
   void setLineEnd(QLTText lineEnd);

@@ -73,9 +73,19 @@ results::Spec specOf(const QLTestResult& record, const results::Plan& plan) {
   return spec;
 }
 
+/// What an instrument told of itself; absent when it did not.
+std::optional<std::string> partOf(const QLTDictionary& identities, const std::string& name,
+                                  const char* part) {
+  const QLTValue* const identity = identities.find(name);
+  if (identity == nullptr || identity->dictionary() == nullptr) return std::nullopt;
+  const QLTValue* const text = identity->dictionary()->find(part);
+  return text != nullptr ? std::optional(text->text()) : std::nullopt;
+}
+
 }  // namespace
 
-RunRecorder::RunRecorder(const Session& session, const std::string& site, const NextDevice& device)
+RunRecorder::RunRecorder(const Session& session, const std::string& site, const NextDevice& device,
+                         const QLTDictionary& identities)
     : session_(session), run_(session.run) {
   run_.site = site;
   run_.serial = device.serialNumber;
@@ -86,10 +96,11 @@ RunRecorder::RunRecorder(const Session& session, const std::string& site, const 
   for (const auto& [name, value] : session_.stationAttributes) {
     session_.store.addAttribute({run_.id, 0, name, value.text()});
   }
-  addInstruments();
+  addInstruments(identities);
 }
 
-void RunRecorder::addInstruments() {
+/// What an instrument tells itself comes before what the tester-config file says of it.
+void RunRecorder::addInstruments(const QLTDictionary& identities) {
   const QLTValue* const site = session_.instruments.find(run_.site);
   if (site == nullptr || site->dictionary() == nullptr) return;
   const auto today = std::chrono::floor<std::chrono::days>(std::chrono::system_clock::now());
@@ -97,8 +108,11 @@ void RunRecorder::addInstruments() {
     if (entry.dictionary() == nullptr) continue;
     const Calibration calibration = calibrationOf(*entry.dictionary(), today);
     results::Instrument instrument;
-    instrument.model = entry.dictionary()->text("class");
-    if (entry.dictionary()->contains(kAssetSerial)) {
+    instrument.vendor = partOf(identities, name, "vendor");
+    instrument.model = partOf(identities, name, "model");
+    if (!instrument.model) instrument.model = entry.dictionary()->text("class");
+    instrument.serial = partOf(identities, name, "serial");
+    if (!instrument.serial && entry.dictionary()->contains(kAssetSerial)) {
       instrument.serial = entry.dictionary()->text(kAssetSerial);
     }
     if (const auto day = calibrationDay(calibration.due)) {
@@ -107,6 +121,7 @@ void RunRecorder::addInstruments() {
     results::RunInstrument use;
     use.runId = run_.id;
     use.name = name;
+    use.firmware = partOf(identities, name, "firmware");
     use.dueUs = instrument.dueUs;
     use.state = stateOf(calibration.state);
     session_.store.addInstrument(std::move(use), std::move(instrument));

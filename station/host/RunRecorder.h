@@ -29,8 +29,10 @@ class RunRecorder {
     QLTDictionary instruments;  ///< of the sites, see `Loaded::instruments`
   };
 
-  /// Enters the run, on disk when this returns. Throws `results::StoreError`.
-  RunRecorder(const Session& session, const std::string& site, const NextDevice& device);
+  /// Enters the run, on disk when this returns; `identities` as in `Prepared`. Throws
+  /// `results::StoreError`.
+  RunRecorder(const Session& session, const std::string& site, const NextDevice& device,
+              const QLTDictionary& identities);
 
   const std::string& id() const { return run_.id; }
 
@@ -51,7 +53,7 @@ class RunRecorder {
   void finish(const Outcome& outcome);
 
  private:
-  void addInstruments();
+  void addInstruments(const QLTDictionary& identities);
   void putStep(results::Step step);
   void addAll(const QLTestResults& records, std::int64_t attempt, bool superseded);
 

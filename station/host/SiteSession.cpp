@@ -99,6 +99,7 @@ bool SiteSession::reserve() {
     const auto event = station_.engine.next(site_, std::nullopt);
     const Prepared* const prepared = std::get_if<Prepared>(&*event);
     const bool isReady = prepared != nullptr && prepared->isReady;
+    if (isReady) identities_ = prepared->identities;
     if (isReady && station_.engine.begin(site_)) return true;
     station_.engine.end(site_);
     if (prepared != nullptr && !isReady) {
@@ -135,7 +136,8 @@ bool SiteSession::testNext(int round) {
 void SiteSession::test(Device& device) {
   Outcome& outcome = device.outcome;
   try {
-    device.run.emplace(station_.store, site_, NextDevice{outcome.serialNumber, outcome.purpose});
+    device.run.emplace(station_.store, site_, NextDevice{outcome.serialNumber, outcome.purpose},
+                       identities_);
   } catch (const results::StoreError& problem) {
     storeFailure_ = problem.what();
     outcome.brokenOff = std::string("not tested, for it cannot be recorded: ") + problem.what();

@@ -86,7 +86,8 @@ class SiteSession {
   const Station station_;
   std::vector<Outcome> outcomes_;
   bool complete_ = false;
-  bool putBack_ = false;  // the last device was, before its test began
+  QLTDictionary identities_;  // of the instruments, see `Prepared`
+  bool putBack_ = false;      // the last device was, before its test began
   std::optional<std::string> storeFailure_;
 };
 

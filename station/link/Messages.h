@@ -213,11 +213,15 @@ struct Prepared {
   static constexpr const char* kType = "prepared";
   std::string site = {};
   bool isReady = false;  ///< false when the waiting was stopped
+  /// Who its instruments are, by the names that tests use, as far as they tell: "vendor", "model",
+  /// "serial", "firmware".
+  QLTDictionary identities = {};
 
   template <typename Part>
   void parts(const Part& part) {
     part("site", site);
     part("isReady", isReady);
+    part("identities", identities);
   }
 };
 

@@ -1,8 +1,11 @@
 #include "Lines.h"
 
+#include <exception>
 #include <memory>
+#include <utility>
 
 #include <QLTConsoleLog.h>
+#include <QLTHasIdentity.h>
 #include <QLTHold.h>
 #include <QLTMakesSafe.h>
 #include <QLTReopenable.h>
@@ -45,6 +48,31 @@ std::optional<std::string> reopenLines(const QLTestSuite& suite) {
     }
     return std::optional<std::string>(name + ": " + (error ? describe(error) : "does not open"));
   });
+}
+
+void learnIdentities(const QLTestSuite& suite, QLTDictionary& known) {
+  if (!suite.resources()) return;
+  for (const auto& [name, resource] : QLTResources(*suite.resources())) {
+    const auto instrument = std::dynamic_pointer_cast<QLTHasIdentity>(resource);
+    if (!instrument) continue;
+    const QLTHold hold = QLTHold::take(resource, name, suite.siteName(), 0);
+    if (!hold) continue;
+    QLTIdentity who;
+    try {
+      who = instrument->who();
+    } catch (const std::exception& exception) {
+      QLTLog(name + " does not tell who it is: " + exception.what());
+    } catch (...) {
+      QLTLog(name + " does not tell who it is");
+    }
+    QLTDictionary identity;
+    for (const auto& [part, text] :
+         {std::pair("vendor", &who.vendor), std::pair("model", &who.model),
+          std::pair("serial", &who.serial), std::pair("firmware", &who.firmware)}) {
+      if (!text->empty()) identity.set(part, *text);
+    }
+    known.set(name, std::move(identity));
+  }
 }
 
 std::optional<std::string> makeInstrumentsSafe(const QLTestSuite& suite) {

@@ -101,7 +101,9 @@ SiteRunner::SiteRunner(std::shared_ptr<QLTestSuite> suite, std::string flowName,
       flowName_(std::move(flowName)),
       loggers_(loggers),
       host_(host),
-      traffic_(traffic) {}
+      traffic_(traffic) {
+  learnIdentities(*suite_, identities_);
+}
 
 std::string SiteRunner::nameOf(const QLTestMethod& method, std::int32_t index) {
   return method.displayName().value_or("test " + std::to_string(index));
@@ -135,7 +137,8 @@ void SiteRunner::prepare() {
     if (!std::exchange(isTold, true)) host_.tell(Waiting{host_.site(), *missing});
     isStopped = host_.isStoppedWithin(kPause);
   }
-  host_.tell(Prepared{host_.site(), !isStopped});
+  learnIdentities(*suite_, identities_);  // another instrument may be there now
+  host_.tell(Prepared{host_.site(), !isStopped, identities_});
 }
 
 void SiteRunner::test(const TestDevice& device) {

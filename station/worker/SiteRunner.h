@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include <QLTValue.h>
 #include <QLTestMethod.h>
 #include <QLTestResult.h>
 #include <QLTestSuite.h>
@@ -20,7 +21,7 @@ namespace station {
 /// For one thread; the runners of several sites may work at once.
 class SiteRunner {
  public:
-  /// `traffic` may be null.
+  /// `traffic` may be null. Nobody uses the suite's instruments meanwhile.
   SiteRunner(std::shared_ptr<QLTestSuite> suite, std::string flowName, OwnLoggers& loggers,
              SiteLink& host, Traffic* traffic);
 
@@ -52,6 +53,7 @@ class SiteRunner {
   OwnLoggers& loggers_;
   SiteLink& host_;
   Traffic* const traffic_;
+  QLTDictionary identities_;  // of the instruments, by their names
 };
 
 }  // namespace station

@@ -282,8 +282,9 @@ void Worker::serve(const Suites& suites, const std::string& flow, OwnLoggers& lo
     Site& site = sites.emplace_back(suite, static_cast<int>(sites.size()) + 1, flow, loggers,
                                     channel_, traffic_);
     siteOf[site.link.site()] = &site;
-    threads.emplace_back([&site] { site.work(); });
   }
+  // Only now: each site asks its instruments who they are, and may share them.
+  for (Site& site : sites) threads.emplace_back([&site] { site.work(); });
   while (true) {
     Message message = receive();
     if (typeOf(message) == Unload::kType) {

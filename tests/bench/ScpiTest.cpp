@@ -42,8 +42,8 @@ TEST_F(ScpiTest, tellsWhoTheInstrumentIs) {
   EXPECT_EQ(peer->who().firmware, "1.2,beta");
   EXPECT_EQ(peer->identityAtCreation(), "ACME, M1,4711 ,1.2,beta");
   EXPECT_FALSE(peer->isLost());
-  EXPECT_EQ(QLTBenchIdentity::of("ACME").vendor, "ACME");
-  EXPECT_EQ(QLTBenchIdentity::of("ACME").firmware, "");
+  EXPECT_EQ(QLTIdentity::of("ACME").vendor, "ACME");
+  EXPECT_EQ(QLTIdentity::of("ACME").firmware, "");
 }
 
 TEST_F(ScpiTest, theLineEndIsThereFromTheFirstCommandOn) {

@@ -10,6 +10,7 @@
 namespace {
 
 using test::StationProcess;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 
 StationProcess::Program run(const std::string& volts) {
@@ -31,6 +32,11 @@ TEST(LanTest, measuresWithItsInstruments) {
   EXPECT_THAT(station.results(), HasSubstr(",5.012000,"));
   EXPECT_THAT(station.results(), HasSubstr(",23.500000,"));
   EXPECT_THAT(station.diagnostics(), HasSubstr("unit 1: read input registers 100"));
+
+  StationProcess details(
+      {"results", "show", "QB1", "--store", (station.folder() / "logs" / "results.db").string()});
+  EXPECT_EQ(details.wait(), 0) << details.errors();
+  EXPECT_THAT(details.output(), ContainsRegex("meter +QUILLON +SIM-DMM +0 +1.0 "));
 }
 
 TEST(LanTest, aFailedDeviceIsSwitchedOffAsWell) {

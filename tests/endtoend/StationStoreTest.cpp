@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -19,6 +20,7 @@ using results::Verdict;
 using test::StationProcess;
 using test::TroubleBundle;
 using testing::AllOf;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -131,6 +133,41 @@ TEST_F(StationStore, keepsWhatMeasured) {
       content.instruments.begin(), content.instruments.end(),
       [](const auto& row) { return row.model == "Instrument" && row.serial == "A123"; });
   EXPECT_TRUE(hasMeter);
+}
+
+TEST_F(StationStore, keepsWhoMeasuredAsTheInstrumentTells) {
+  const std::string identity = (folder_.path() / "identity").string();
+  const std::string next = (folder_.path() / "next").string();
+  std::ofstream(identity) << "ACME, M1,4711 ,1.2,beta\n";
+  test::writeTesterConfig("meter-7,Instrument,0,assetSerial=A123;identity=" + identity +
+                          "\nmeter-8,Instrument,0,assetSerial=A124;identity=/nonexistent\n");
+  bundle_.configure(TroubleBundle::test("Volts", ""),
+                    TroubleBundle::text("waits", "onDUTFinished " + next),
+                    "<key>Resources</key><dict><key>meter</key><string>meter-7</string>"
+                    "<key>other</key><string>meter-8</string></dict>");
+  StationProcess station(atLeft({"--repeat", "2"}));
+  ASSERT_TRUE(test::waitForFile(next + ".hook"));
+  std::ofstream(identity) << "ACME,M1,4712\n";  // another one, for the second device
+  std::ofstream(next) << "";
+  EXPECT_EQ(station.wait(), 0) << station.errors();
+
+  std::vector<RunContent> runs = runsOf(storeOf(station), "A");
+  ASSERT_EQ(runs.size(), 2U);
+  std::sort(runs.begin(), runs.end(),
+            [](const auto& a, const auto& b) { return a.run.id < b.run.id; });
+  const auto told = [](const RunContent& content, std::size_t place) {
+    const results::RunInstrument& use = content.runInstruments.at(place);
+    const auto instrument =
+        std::find_if(content.instruments.begin(), content.instruments.end(),
+                     [&](const auto& row) { return row.id == use.instrumentId; });
+    return std::vector<std::string>{use.name, instrument->vendor.value_or("-"),
+                                    instrument->model.value_or("-"),
+                                    instrument->serial.value_or("-"), use.firmware.value_or("-")};
+  };
+  EXPECT_THAT(told(runs[0], 0), ElementsAre("meter", "ACME", "M1", "4711", "1.2,beta"));
+  EXPECT_THAT(told(runs[1], 0), ElementsAre("meter", "ACME", "M1", "4712", "-"));
+  EXPECT_THAT(told(runs[0], 1), ElementsAre("other", "-", "Instrument", "A124", "-"));
+  EXPECT_THAT(station.diagnostics(), HasSubstr("other does not tell who it is: it is broken"));
 }
 
 TEST_F(StationStore, keepsBothAttemptsOfARetest) {

@@ -99,6 +99,7 @@ TEST_F(ReopenedInstrumentTest, MeterComesBackAndTellsWhoItIs) {
   ASSERT_TRUE(meter);
   EXPECT_FALSE(meter->isLost());
   EXPECT_EQ(meter->where(), line_.path());
+  EXPECT_EQ(meter->who(), (QLTIdentity{"ACME", "M1", "001", "1.0"}));
   device.reset();
   line_.unplug();
   EXPECT_TRUE(meter->isLost());
@@ -112,6 +113,7 @@ TEST_F(ReopenedInstrumentTest, MeterComesBackAndTellsWhoItIs) {
   EXPECT_TRUE(meter->reopen(&error_));
   EXPECT_FALSE(meter->isLost());
   EXPECT_EQ(meter->identityAtCreation(), "ACME,M1,002,1.0\n");
+  EXPECT_EQ(meter->who(), (QLTIdentity{"ACME", "M1", "002", "1.0"}));
   EXPECT_EQ(meter->query("READ?"), "3.3\n");
   EXPECT_THAT(error_, isUntouched());
 }

@@ -19,6 +19,7 @@
 
 #include <QLTConsoleLog.h>
 #include <QLTDiags.h>
+#include <QLTHasIdentity.h>
 #include <QLTLogger.h>
 #include <QLTMakesSafe.h>
 #include <QLTOperator.h>
@@ -100,12 +101,13 @@ class OwnLogger : public QLTLogger {
 };
 
 /// An instrument whose end shows. "safe" is "works" or "fails" for one that can be made safe, and
-/// shows that.
-class Instrument : public QLTObject, public QLTMakesSafe {
+/// shows that. "identity" is the file with what it told to "*IDN?"; to ask it without one throws.
+class Instrument : public QLTObject, public QLTMakesSafe, public QLTHasIdentity {
  public:
   explicit Instrument(const QLTDictionary& entry)
       : path_(attribute(entry, "calls")),
         safe_(attribute(entry, "safe")),
+        identity_(attribute(entry, "identity")),
         lock_(lock(attribute(entry, "lock"))) {}
   ~Instrument() override {
     if (!path_.empty()) append(path_, "instrument closed");
@@ -120,6 +122,13 @@ class Instrument : public QLTObject, public QLTMakesSafe {
     return false;
   }
 
+  QLTIdentity who() const override {
+    if (identity_.empty()) return {};
+    std::string answer;
+    if (!std::getline(std::ifstream(identity_), answer)) throw std::runtime_error("it is broken");
+    return QLTIdentity::of(answer);
+  }
+
  private:
   /// Tells in the file `path`.conflicts when another process holds it.
   static int lock(const std::string& path) {
@@ -131,6 +140,7 @@ class Instrument : public QLTObject, public QLTMakesSafe {
 
   std::string path_;
   std::string safe_;
+  std::string identity_;
   int lock_;
 };
 
