@@ -119,7 +119,11 @@ TEST_F(StationKill, aWorkerThatIsKilledCostsItsDeviceOnly) {
     }
     station.send(SIGINT);
     const int status = station.wait();
-    EXPECT_TRUE(status == 1 || status == 0) << status << station.errors() << station.diagnostics();
+    // A kill that hits the safe state ends the series: the fixture is UNSAFE, and nobody is there
+    // to say otherwise. The signal may then meet a program that is just leaving.
+    const bool hasLeft = status == -SIGINT && station.errors().find("UNSAFE") != std::string::npos;
+    EXPECT_TRUE(status == 1 || status == 0 || hasLeft)
+        << status << station.errors() << station.diagnostics();
     take(station.output());
   }
   EXPECT_GT(brokenOff_, 0U);
