@@ -74,13 +74,21 @@ class StationTraffic : public testing::Test {
     return arguments;
   }
   /// Answers once.
-  std::jthread device(const std::string& volts) {
-    return std::jthread([this, volts] {
+  void answer(const std::string& volts) {
+    device_ = {};
+    device_ = std::jthread([this, volts] {
       if (!line_.device().receiveUntil('\n').empty()) line_.device().send(volts + "\r\n:-)");
     });
   }
+  void plugIn() {
+    device_ = {};
+    line_.plugIn();
+  }
   /// From now on nobody is there.
-  void unplug() { line_.unplug(); }
+  void unplug() {
+    device_ = {};
+    line_.unplug();
+  }
   /// Changes the only recording of `station`.
   static void change(const StationProcess& station, const std::string& from,
                      const std::string& to) {
@@ -95,12 +103,13 @@ class StationTraffic : public testing::Test {
 
   test::PluggedLine line_;
   TroubleBundle bundle_{TROUBLE_PLUGIN};
+  std::jthread device_;  // last, so that it has ended before its line goes
 };
 
 }  // namespace
 
 TEST_F(StationTraffic, ofADeviceThatFailedIsKeptAndReplayedWithoutIt) {
-  const auto answers = device("9.0");
+  answer("9.0");
   StationProcess station(run());
   EXPECT_EQ(station.wait(), 1);
   const auto files = recordingsOf(station);
@@ -129,7 +138,7 @@ TEST_F(StationTraffic, ofADeviceThatFailedIsKeptAndReplayedWithoutIt) {
 
 TEST_F(StationTraffic, ofADeviceThatPassedIsKeptOnRequest) {
   {
-    const auto answers = device("1.5");
+    answer("1.5");
     StationProcess station(run());
     EXPECT_EQ(station.wait(), 0);
     EXPECT_TRUE(recordingsOf(station).empty());
@@ -138,8 +147,8 @@ TEST_F(StationTraffic, ofADeviceThatPassedIsKeptOnRequest) {
     EXPECT_THAT(replay.errors(), AllOf(HasSubstr("there is no recording of the run "),
                                        HasSubstr("--record-traffic")));
   }
-  line_.plugIn();
-  const auto answers = device("1.5");
+  plugIn();
+  answer("1.5");
   StationProcess station(run({"--record-traffic"}));
   EXPECT_EQ(station.wait(), 0);
   EXPECT_EQ(recordingsOf(station).size(), 1U);
@@ -150,14 +159,14 @@ TEST_F(StationTraffic, ofADeviceThatPassedIsKeptOnRequest) {
 }
 
 TEST_F(StationTraffic, isNotKeptWhereNobodyWantsIt) {
-  const auto answers = device("9.0");
+  answer("9.0");
   StationProcess station(run({"--no-traffic"}));
   EXPECT_EQ(station.wait(), 1);
   EXPECT_FALSE(std::filesystem::exists(station.folder() / "logs" / "traffic"));
 }
 
 TEST_F(StationTraffic, replayedNamesTheFirstDifference) {
-  const auto answers = device("9.0");
+  answer("9.0");
   StationProcess station(run());
   EXPECT_EQ(station.wait(), 1);
   unplug();
@@ -179,7 +188,7 @@ TEST_F(StationTraffic, replayedNamesTheFirstDifference) {
 }
 
 TEST_F(StationTraffic, thatIsCutOffIsReplayedThatFar) {
-  const auto answers = device("9.0");
+  answer("9.0");
   StationProcess station(run());
   EXPECT_EQ(station.wait(), 1);
   unplug();
@@ -193,7 +202,7 @@ TEST_F(StationTraffic, thatIsCutOffIsReplayedThatFar) {
 }
 
 TEST_F(StationTraffic, ofAnotherConfigurationIsRefused) {
-  const auto answers = device("1.5");
+  answer("1.5");
   StationProcess station(run({"--record-traffic"}));
   EXPECT_EQ(station.wait(), 0);
   unplug();
@@ -223,7 +232,7 @@ TEST_F(StationTraffic, ofAnotherConfigurationIsRefused) {
 TEST_F(StationTraffic, ofACrashIsThereToTheLastByte) {
   if (test::kIsSanitized) GTEST_SKIP() << "sanitizers see crashes themselves";
   configure(TroubleBundle::test("Crash", TroubleBundle::text("dies", "kill")));
-  const auto answers = device("1.5");
+  answer("1.5");
   StationProcess station(run());
   EXPECT_EQ(station.wait(), 1);
   const auto files = recordingsOf(station);
@@ -238,7 +247,7 @@ TEST_F(StationTraffic, ofACrashIsThereToTheLastByte) {
 }
 
 TEST_F(StationTraffic, thatCannotBeWrittenCostsNoVerdict) {
-  const auto answers = device("1.5");
+  answer("1.5");
   const test::TemporaryFolder folder;
   std::ofstream(folder.path() / "traffic") << "in the way";
   StationProcess station(run({"--log-dir", folder.path().string(), "--record-traffic"}));
