@@ -113,15 +113,18 @@ class Snippets:
         if self._is_excerpt(block.text):
             return
         text = TESTER_CONFIG_HEADER + block.text.removeprefix(TESTER_CONFIG_HEADER)
-        for finding in self._findings('<plist version="1.0"><dict/></plist>', text):
-            if Path(finding["file"] or "").suffix == ".csv":
-                yield f"line {finding['line']}: {finding['message']}"
+        # Its instruments may be those of one plug-in or of another.
+        plugins = [{f"line {finding['line']}: {finding['message']}"
+                    for finding in self._findings('<plist version="1.0"><dict/></plist>', text, plugin)
+                    if Path(finding["file"] or "").suffix == ".csv"}
+                   for plugin in ["board-test", "lan-test"]]
+        yield from sorted(set.intersection(*plugins))
 
-    def _findings(self, config, tester_config):
+    def _findings(self, config, tester_config, plugin="board-test"):
         """What quillon finds wrong with a configuration."""
-        bundle = self._folder / "shown.bundle"
+        bundle = self._folder / f"shown-{plugin}.bundle"
         if not bundle.exists():
-            shutil.copytree(self.machine.home / "board-test.bundle", bundle)
+            shutil.copytree(self.machine.home / f"{plugin}.bundle", bundle)
         (bundle / "Contents/Resources/TestConfig.plist").write_text(config)
         file = self._folder / "shown.csv"
         file.write_text(tester_config)
