@@ -159,7 +159,7 @@ bool QLTBenchLine::write(const std::string& text, QLTError* error) {
   if (!isOpen_) {
     return failWith(error, lineError(kQLTErrorLineWrite, where(), "the line is not open", 0));
   }
-  if (std::exchange(isLate_, false)) discardInput();
+  if (isLate_) discardInput();
   std::string_view rest = text;
   const Deadline deadline = deadlineIn(timeOutInSeconds_);
   while (!rest.empty()) {
@@ -287,6 +287,7 @@ std::optional<std::string> QLTBenchLine::readSome(double seconds, QLTError* erro
 }
 
 void QLTBenchLine::discardInput() {
+  isLate_ = false;
   Chunk chunk;
   std::size_t count = received_.size();
   received_.clear();

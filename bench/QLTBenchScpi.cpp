@@ -5,6 +5,7 @@
 #include <cmath>
 #include <utility>
 
+#include <QLTConsoleLog.h>
 #include <QLTErrorCodes.h>
 #include <QLTReopenable.h>
 #include <QLTUtil.h>
@@ -31,10 +32,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+constexpr const char* kWho = "*IDN?";
 constexpr std::size_t kLongestQuote = 120;  // of an answer, in a message
 constexpr std::size_t kLongestBlock = 256 << 20;
 constexpr double kLongestAfterwards = 1;  // seconds; after silence, to learn why
-constexpr double kQuiet = 0.01;           // seconds; nothing more is on its way then
 
 std::string quote(std::string_view text) {
   std::string quoted = '"' + printable(text.substr(0, kLongestQuote));
@@ -46,6 +47,13 @@ quillon::bench::Failed notA(const char* what, const std::string& query, std::str
                             QLTError* error) {
   return fail(error, kQLTErrorScpiAnswer,
               format("the answer to %@ is not %@: %@", quote(query), what, quote(answer)));
+}
+
+/// That an answer was not read, or that there was none: what a query that goes wrong makes.
+bool isOfAQuery(const QLTBenchQueueEntry& entry) {
+  constexpr std::int32_t interrupted = -410;
+  constexpr std::int32_t unterminated = -420;
+  return entry.code == interrupted || entry.code == unterminated;
 }
 
 std::string listOf(const std::vector<QLTBenchQueueEntry>& entries, std::size_t most) {
@@ -100,11 +108,12 @@ bool QLTBenchScpi::reopen(QLTError* error) {
 /// Learns who the instrument is, and leaves no old errors to be taken for those of the first
 /// command.
 bool QLTBenchScpi::begin(QLTError* error) {
-  isReady_ = isOutOfStep_ = false;
+  isReady_ = isOutOfStep_ = mayHaveErrors_ = false;
+  identitiesOwed_ = 0;
   replies_->drop();
   QLTError problem;
   std::optional<std::string> answer;
-  if (tell("*IDN?", &problem)) answer = hear(settings_.timeOutInSeconds, &problem);
+  if (tell(kWho, &problem)) answer = hear(settings_.timeOutInSeconds, &problem);
   if (!answer && problem) {
     return failWith(error, QLTUtil::handleError(
                                problem, format("%@ does not tell who it is (*IDN?)", where())));
@@ -137,12 +146,28 @@ std::optional<std::string> QLTBenchScpi::hear(double seconds, QLTError* error) {
   return answer;
 }
 
-/// Makes sure that the next answer is that of the next query.
+/// The answer to `query`; not an identity that was asked for before it.
+std::optional<std::string> QLTBenchScpi::answerTo(const std::string& query, double seconds,
+                                                  QLTError* error) {
+  const bool asksWho = quillon::internal::upperCase(trimmed(query)) == kWho;
+  const auto start = Clock::now();
+  std::optional<std::string> answer = hear(seconds, error);
+  while (answer && !asksWho && identitiesOwed_ > 0 && trimmed(*answer) == identity_) {
+    --identitiesOwed_;
+    const std::chrono::duration<double> passed = Clock::now() - start;
+    answer = hear(seconds - passed.count(), error);
+  }
+  if (answer && !asksWho) identitiesOwed_ = 0;  // it would have come before
+  return answer;
+}
+
+/// Makes sure that the next answer is that of the next query, but for identities that are owed.
 bool QLTBenchScpi::beInStep(double seconds, QLTError* error) {
   if (!isOutOfStep_) return true;
   constexpr int mostLines = 1000;
   replies_->drop();
-  if (!tell("*IDN?", error)) return false;
+  if (!tell(kWho, error)) return false;
+  ++identitiesOwed_;
   const auto start = Clock::now();
   QLTError problem;
   for (int lines = 0; lines < mostLines; ++lines) {
@@ -151,7 +176,7 @@ bool QLTBenchScpi::beInStep(double seconds, QLTError* error) {
     const auto answer = hear(seconds - passed.count(), &problem);
     if (!answer) break;
     if (trimmed(*answer) != identity_) continue;
-    replies_->dropUntilQuiet(kQuiet);  // an earlier try may be answered, too
+    --identitiesOwed_;  // an earlier try may be answered, too
     isOutOfStep_ = false;
     return true;
   }
@@ -167,12 +192,14 @@ bool QLTBenchScpi::startQuery(const std::string& query, QLTError* error) {
 
 /// The error of a query that was not answered, with the instrument's own reason where it has one.
 void QLTBenchScpi::noAnswer(const std::string& query, const QLTError& cause, QLTError* error) {
-  isOutOfStep_ = true;
+  isOutOfStep_ = mayHaveErrors_ = true;
   const std::string what = "no answer to " + quote(query);
   if (isReady_ && !isLost() &&
       beInStep(std::min(settings_.timeOutInSeconds, kLongestAfterwards), nullptr)) {
-    QLTError reason;
-    if (!checkErrors(what, &reason) && reason.domain() == kQLTScipErrorDomain) {
+    auto entries = errors();
+    if (entries) std::erase_if(*entries, isOfAQuery);
+    if (entries && !entries->empty()) {
+      const QLTError reason = errorOf(*entries, what);
       failWith(error, {reason.domain(), reason.code(), reason.userInfo(), cause});
       return;
     }
@@ -183,7 +210,10 @@ void QLTBenchScpi::noAnswer(const std::string& query, const QLTError& cause, QLT
 // Commands.
 
 bool QLTBenchScpi::send(const std::string& command, QLTError* error) {
-  if (!beInStep(settings_.timeOutInSeconds, error) || !tell(command, error)) return false;
+  if (!beInStep(settings_.timeOutInSeconds, error) || !forgetErrors(command, error) ||
+      !tell(command, error)) {
+    return false;
+  }
   return !settings_.checksQueue || checkErrors(quote(command), error);
 }
 
@@ -206,7 +236,7 @@ std::optional<std::string> QLTBenchScpi::ask(const std::string& query, QLTError*
                                              double seconds) {
   if (!startQuery(query, error)) return std::nullopt;
   QLTError problem;
-  std::optional<std::string> answer = hear(limit(seconds), &problem);
+  std::optional<std::string> answer = answerTo(query, limit(seconds), &problem);
   if (!answer) noAnswer(query, problem, error);
   return answer;
 }
@@ -325,7 +355,13 @@ std::optional<std::string> QLTBenchScpi::blockBytes(double seconds, QLTError* er
     const auto next = replies_->bytes(1, left(), error);
     head = next ? std::optional(head->substr(1) + *next) : std::nullopt;
   }
+  // An identity that was asked for before it.
+  while (head && identitiesOwed_ > 0 && identity_.starts_with(*head)) {
+    --identitiesOwed_;
+    head = replies_->rest(left(), error) ? replies_->bytes(2, left(), error) : std::nullopt;
+  }
   if (!head) return std::nullopt;
+  identitiesOwed_ = 0;
   const int digits = (*head)[0] == '#' ? (*head)[1] - '0' : -1;
   if (digits < 0 || digits > 9) {
     return fail(error, kQLTErrorScpiAnswer,
@@ -357,14 +393,17 @@ std::optional<std::vector<QLTBenchQueueEntry>> QLTBenchScpi::errors(QLTError* er
     QLTError problem;
     std::optional<std::string> answer;
     if (!startQuery(query, error)) return std::nullopt;
-    answer = hear(settings_.timeOutInSeconds, &problem);
+    answer = answerTo(query, settings_.timeOutInSeconds, &problem);
     if (!answer) {
-      isOutOfStep_ = true;
+      isOutOfStep_ = mayHaveErrors_ = true;
       return failWith(error, QLTUtil::handleError(problem, "no answer to " + quote(query)));
     }
     auto entry = scpiQueueEntry(*answer);
     if (!entry) return notA("an error's number and text", query, *answer, error);
-    if (entry->code == 0) break;
+    if (entry->code == 0) {
+      mayHaveErrors_ = false;
+      break;
+    }
     entries.push_back({entry->code, std::move(entry->text)});
   }
   return entries;
@@ -374,9 +413,26 @@ bool QLTBenchScpi::checkErrors(const std::string& after, QLTError* error) {
   const auto entries = errors(error);
   if (!entries) return false;
   if (entries->empty()) return true;
-  return failWith(error, makeError(entries->front().code,
-                                   format("%@: the instrument %@ says %@", after, where(),
-                                          listOf(*entries, settings_.longestQueue))));
+  return failWith(error, errorOf(*entries, after));
+}
+
+QLTError QLTBenchScpi::errorOf(const std::vector<QLTBenchQueueEntry>& entries,
+                               const std::string& after) {
+  return makeError(entries.front().code, format("%@: the instrument %@ says %@", after, where(),
+                                                listOf(entries, settings_.longestQueue)));
+}
+
+/// Sees to it that errors of what was not answered are not taken for those of `command`.
+bool QLTBenchScpi::forgetErrors(const std::string& command, QLTError* error) {
+  if (!mayHaveErrors_ || !settings_.checksQueue) return true;
+  auto entries = errors(error);
+  if (!entries) return false;
+  std::erase_if(*entries, isOfAQuery);
+  if (!entries->empty()) {
+    QLTLog(format("before %@: the instrument %@ says %@", quote(command), where(),
+                  listOf(*entries, settings_.longestQueue)));
+  }
+  return true;
 }
 
 std::optional<std::uint8_t> QLTBenchScpi::statusRegister(const std::string& query,

@@ -41,8 +41,11 @@ struct QLT_EXPORT QLTBenchScpiSettings {
 /// here; another device also waits as long as its own time-out.
 ///
 /// Where an answer fails to come, the instrument's error queue is asked why, and the error tells.
-/// An answer that is late is never taken for that of a later query: before the next one the
-/// instrument is asked who it is until it says so, and all that comes before is dropped.
+/// Interrupted and unterminated queries (-410, -420) are no reason: to wait for an answer and to go
+/// on without it is what makes them. An answer that is late is never taken for that of a later
+/// query: before the next one the instrument is asked who it is until it says so, and all that
+/// comes before is dropped. Nor are errors from before that taken for those of a later command:
+/// they are logged.
 ///
 /// Errors of the framework's domain: -33000 for an answer that is not of the form that was asked
 /// for, -33001 for an overload (9.9E37), -33002 for what the instrument calls not a number
@@ -132,8 +135,11 @@ class QLT_EXPORT QLTBenchScpi : public QLTScpiInstrument {
   bool begin(QLTError* error);
   bool tell(const std::string& message, QLTError* error);
   std::optional<std::string> hear(double seconds, QLTError* error);
+  std::optional<std::string> answerTo(const std::string& query, double seconds, QLTError* error);
   bool startQuery(const std::string& query, QLTError* error);
   bool beInStep(double seconds, QLTError* error);
+  QLTError errorOf(const std::vector<QLTBenchQueueEntry>& entries, const std::string& after);
+  bool forgetErrors(const std::string& command, QLTError* error);
   void noAnswer(const std::string& query, const QLTError& cause, QLTError* error);
   std::optional<std::string> blockBytes(double seconds, QLTError* error);
   std::optional<std::uint8_t> statusRegister(const std::string& query, QLTError* error);
@@ -145,5 +151,7 @@ class QLT_EXPORT QLTBenchScpi : public QLTScpiInstrument {
   std::string identity_;
   std::deque<std::string> log_;
   bool isReady_ = false;
-  bool isOutOfStep_ = false;  // an answer may still come that nobody waits for
+  bool isOutOfStep_ = false;    // an answer may still come that nobody waits for
+  int identitiesOwed_ = 0;      // which may still come, being asked for to be in step
+  bool mayHaveErrors_ = false;  // from before it was in step
 };

@@ -5,7 +5,6 @@
 #include <chrono>
 #include <filesystem>
 #include <limits>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -20,6 +19,7 @@
 
 #include "bench/Fail.h"
 #include "bench/Lines.h"
+#include "bench/MessageEnd.h"
 #include "bench/Ready.h"
 #include "bench/Simulated.h"
 #include "common/Files.h"
@@ -27,6 +27,7 @@
 #include "common/Text.h"
 
 using quillon::bench::awaitReady;
+using quillon::bench::MessageEnd;
 using quillon::bench::Simulated;
 using quillon::internal::openFile;
 using quillon::internal::readWhole;
@@ -57,7 +58,8 @@ quillon::bench::LineKind quillon::bench::usbTmcLine() {
           }};
 }
 
-QLTBenchUsbTmc::QLTBenchUsbTmc(std::string device) : device_(std::move(device)) {}
+QLTBenchUsbTmc::QLTBenchUsbTmc(std::string device)
+    : device_(std::move(device)), end_(std::make_unique<MessageEnd>()) {}
 
 QLTBenchUsbTmc::~QLTBenchUsbTmc() { QLTBenchUsbTmc::close(); }
 
@@ -90,7 +92,7 @@ bool QLTBenchUsbTmc::openLine(std::string& reason) {
     path_ = *found;
   }
   file_ = openFile(path_, O_RDWR).release();
-  endsMessage_ = isInMessage_ = false;
+  end_->drop();
   return file_ >= 0;
 }
 
@@ -108,23 +110,20 @@ bool QLTBenchUsbTmc::setTimeOut(Deadline deadline) {
 }
 
 std::ptrdiff_t QLTBenchUsbTmc::receive(char* bytes, std::size_t size, Deadline deadline) {
-  const std::string& end = replyEnd();
-  if (std::exchange(endsMessage_, false)) {
-    const std::size_t count = std::min(size, end.size());
-    std::copy_n(end.begin(), count, bytes);
-    return static_cast<std::ptrdiff_t>(count);
-  }
+  // No line end is of use to those who drop what has come.
+  const bool isLook = deadline == Deadline();
+  if (end_->isOwed() && !isLook) return end_->give(bytes, size);
   const bool isDriver = setTimeOut(deadline);
   // A look at what may be there, without a question, is an error to an instrument: it is cleared
   // instead.
-  if (isDriver && deadline == Deadline() && !isInMessage_) {
-    ioctl(file_, USBTMC_IOCTL_CLEAR);
+  if (isDriver && isLook) {
+    end_->drop();
+    retried([&] { return ioctl(file_, USBTMC_IOCTL_CLEAR); });
     return 0;
   }
   if (!isDriver && !awaitReady(file_, POLLIN, deadline)) return errno == 0 ? 0 : -1;
   const ssize_t count = retried([&] { return ::read(file_, bytes, size); });
   if (count < 0 && (errno == ETIMEDOUT || errno == EAGAIN)) {
-    isInMessage_ = false;
     errno = 0;
     return 0;
   }
@@ -132,17 +131,27 @@ std::ptrdiff_t QLTBenchUsbTmc::receive(char* bytes, std::size_t size, Deadline d
     if (count == 0) errno = 0;
     return -1;
   }
-  // The driver gives a message at once, or the part of it for which there is room.
   const auto length = static_cast<std::size_t>(count);
-  isInMessage_ = isDriver && length == size;
-  endsMessage_ = isDriver && !isInMessage_ && !std::string_view(bytes, length).ends_with(end);
+  if (isDriver) end_->add({bytes, length}, !hasMore(length, size), replyEnd());
   return count;
+}
+
+/// Whether more of the message is to come than the `length` bytes that were read, with room for
+/// `size`. The driver knows, as the instrument tells: one may give a message in pieces of any size.
+/// Drivers older than Linux 4.20 do not say; there is more, then, where there was no more room.
+bool QLTBenchUsbTmc::hasMore(std::size_t length, std::size_t size) const {
+  constexpr unsigned endOfMessage = 1;
+  std::uint8_t attributes = 0;
+  if (retried([&] { return ioctl(file_, USBTMC_IOCTL_MSG_IN_ATTR, &attributes); }) == 0) {
+    return (attributes & endOfMessage) == 0;
+  }
+  return length == size;
 }
 
 std::ptrdiff_t QLTBenchUsbTmc::send(const char* bytes, std::size_t size, Deadline deadline) {
   const bool isDriver = setTimeOut(deadline);
   if (!isDriver && !awaitReady(file_, POLLOUT, deadline)) return errno == 0 ? 0 : -1;
-  endsMessage_ = isInMessage_ = false;
+  end_->drop();
   const ssize_t count = retried([&] { return ::write(file_, bytes, size); });
   if (count >= 0) return count;
   const bool isLate = errno == ETIMEDOUT || errno == EAGAIN;
@@ -165,7 +174,7 @@ bool QLTBenchUsbTmc::fail(const std::string& what, QLTError* error) const {
 }
 
 bool QLTBenchUsbTmc::clear(QLTError* error) {
-  endsMessage_ = isInMessage_ = false;
+  end_->drop();
   if (retried([&] { return ioctl(file_, USBTMC_IOCTL_CLEAR); }) == 0) return true;
   return fail("cannot be cleared", error);
 }

@@ -1,12 +1,18 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
 #include <QLTBenchLine.h>
 #include <QLTError.h>
 #include <QLTExport.h>
+
+namespace quillon::bench {
+class MessageEnd;
+}
 
 /// A line to an instrument on USB that the kernel's driver usbtmc has found: `/dev/usbtmc0` and the
 /// like. It speaks in messages: each write is one, and each answer comes as one, whose end counts
@@ -46,11 +52,11 @@ class QLT_EXPORT QLTBenchUsbTmc : public QLTBenchLine {
 
  private:
   bool setTimeOut(Deadline deadline);
+  bool hasMore(std::size_t length, std::size_t size) const;
   bool fail(const std::string& what, QLTError* error) const;
 
   std::string device_;
   std::string path_;  // of the open device file
   int file_ = -1;
-  bool endsMessage_ = false;  // a line end is still to be given for the last message
-  bool isInMessage_ = false;  // more of it is to be read
+  std::unique_ptr<quillon::bench::MessageEnd> end_;
 };

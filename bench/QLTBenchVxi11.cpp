@@ -2,15 +2,16 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <string_view>
 #include <utility>
 
 #include <QLTBenchTcp.h>
 
 #include "bench/Lines.h"
+#include "bench/MessageEnd.h"
 #include "bench/Simulated.h"
 #include "bench/Vxi11Session.h"
 
+using quillon::bench::MessageEnd;
 using quillon::bench::Simulated;
 using quillon::bench::Vxi11Session;
 
@@ -60,7 +61,9 @@ quillon::bench::LineKind quillon::bench::vxi11Line() {
 }
 
 QLTBenchVxi11::QLTBenchVxi11(std::string host, std::string instance)
-    : host_(std::move(host)), instance_(std::move(instance)) {}
+    : host_(std::move(host)),
+      instance_(std::move(instance)),
+      end_(std::make_unique<MessageEnd>()) {}
 
 QLTBenchVxi11::~QLTBenchVxi11() { QLTBenchVxi11::close(); }
 
@@ -82,7 +85,7 @@ bool QLTBenchVxi11::openLine(std::string& reason) {
   // One that refuses may have a portmapper over UDP, as few have.
   if (problem != 0 && problem != ECONNREFUSED) return false;
   session_ = Vxi11Session::connect(host_, instance_, deadline);
-  endsMessage_ = false;
+  end_->drop();
   errno = problem;
   return session_ != nullptr;
 }
@@ -94,21 +97,17 @@ void QLTBenchVxi11::closeLine() {
 }
 
 std::ptrdiff_t QLTBenchVxi11::receive(char* bytes, std::size_t size, Deadline deadline) {
-  const std::string& end = replyEnd();
-  if (std::exchange(endsMessage_, false)) {
-    const std::size_t count = std::min(size, end.size());
-    std::copy_n(end.begin(), count, bytes);
-    return static_cast<std::ptrdiff_t>(count);
-  }
+  if (end_->isOwed()) return end_->give(bytes, size);
   const std::ptrdiff_t count = session_->receive(bytes, size, deadline);
   const auto length = static_cast<std::size_t>(std::max<std::ptrdiff_t>(count, 0));
-  // A message that fills the buffer may go on.
-  endsMessage_ = count > 0 && length < size && !std::string_view(bytes, length).ends_with(end);
+  // liblxi reads on until the message ends or the buffer is full; one that is may go on.
+  if (count > 0) end_->add({bytes, length}, length < size, replyEnd());
   errno = 0;
   return count;
 }
 
 std::ptrdiff_t QLTBenchVxi11::send(const char* bytes, std::size_t size, Deadline deadline) {
+  end_->drop();
   const std::ptrdiff_t count = session_->send(std::string(bytes, size), deadline);
   errno = 0;
   return count;

@@ -7,8 +7,9 @@
 #include <QLTExport.h>
 
 namespace quillon::bench {
+class MessageEnd;
 class Vxi11Session;
-}
+}  // namespace quillon::bench
 
 /// A line to an instrument on the network that speaks VXI-11, as most of those do that were made
 /// before raw sockets became common. It speaks in messages: each write is one, and each answer
@@ -46,7 +47,7 @@ class QLT_EXPORT QLTBenchVxi11 : public QLTBenchLine {
   std::string host_;
   std::string instance_;
   double connectTimeOutInSeconds_ = 5;
-  bool endsMessage_ = false;  // a line end is still to be given for the last message
+  std::unique_ptr<quillon::bench::MessageEnd> end_;
   std::unique_ptr<quillon::bench::Vxi11Session> session_;
   std::unique_ptr<quillon::bench::Vxi11Session> former_;  // which may still be ending
 };

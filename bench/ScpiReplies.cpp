@@ -120,14 +120,4 @@ void ScpiReplies::drop() {
   if (line_ != nullptr) line_->discardInput();
 }
 
-void ScpiReplies::dropUntilQuiet(double seconds) {
-  drop();
-  if (line_ == nullptr) return;  // the device would wait for its own time-out
-  const Clock::time_point deadline = endOf(100 * seconds);  // some never stop
-  while (Clock::now() < deadline) {
-    const auto more = line_->readSome(seconds);
-    if (!more || more->empty()) return;
-  }
-}
-
 }  // namespace quillon::bench

@@ -29,8 +29,6 @@ class ScpiReplies {
   std::optional<std::string> bytes(std::size_t count, double seconds, QLTError* error);
   /// Drops what has come.
   void drop();
-  /// Drops what comes until nothing has for `seconds`.
-  void dropUntilQuiet(double seconds);
 
  private:
   using Clock = std::chrono::steady_clock;

@@ -4,71 +4,28 @@
 #include <QLTBenchSupply.h>
 #include <QLTErrorCodes.h>
 
-#include <array>
-#include <chrono>
 #include <cmath>
-#include <csignal>
 #include <memory>
 #include <string>
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
+#include "bench/PythonServer.h"
 #include "support/ConsoleLog.h"
-#include "support/Endpoint.h"
 #include "support/SignalStorm.h"
 
 namespace {
 
 using testing::HasSubstr;
 
-/// The process of `scpi_server.py`.
-class Server {
- public:
-  Server() {
-    std::array<int, 2> output{};
-    if (pipe2(output.data(), O_CLOEXEC) != 0) return;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
-    std::string python = QUILLON_PYTHON;
-    std::string flag = "-B";
-    std::string script = SCPI_SERVER;
-    std::array<char*, 4> arguments{python.data(), flag.data(), script.data(), nullptr};
-    if (posix_spawn(&process_, python.c_str(), &actions, nullptr, arguments.data(), environ) != 0) {
-      process_ = -1;
-    }
-    posix_spawn_file_actions_destroy(&actions);
-    close(output[1]);
-    port_ = test::Endpoint(output[0]).receiveUntil('\n');
-    if (port_.ends_with('\n')) port_.pop_back();
-  }
-  ~Server() {
-    if (process_ <= 0) return;
-    kill(process_, SIGKILL);
-    waitpid(process_, nullptr, 0);
-  }
-  Server(const Server&) = delete;
-  Server& operator=(const Server&) = delete;
-
-  std::string address() const { return "127.0.0.1:" + port_; }
-
- private:
-  pid_t process_ = -1;
-  std::string port_;
-};
-
 class ScpiIndependentTest : public testing::Test {
  protected:
   void SetUp() override {
-    if (std::string(QUILLON_PYTHON).empty()) GTEST_SKIP() << "python3 is not installed";
+    if (!test::PythonServer::isPossible()) GTEST_SKIP() << "python3 is not installed";
     supply_ = std::dynamic_pointer_cast<QLTBenchSupply>(
         QLTBench::createInstrument({{"class", "QLTBenchSupply"},
                                     {"sim", "0"},
-                                    {"address", server_.address()},
+                                    {"address", "127.0.0.1:" + server_.place()},
                                     {"timeOut", "20"}},
                                    &error_));
     ASSERT_TRUE(supply_ && !error_) << description();
@@ -76,7 +33,7 @@ class ScpiIndependentTest : public testing::Test {
   std::string description() const { return error_.description().value_or("(none)"); }
 
   test::ConsoleLog log_;
-  const Server server_;
+  const test::PythonServer server_{SCPI_SERVER};
   QLTError error_;
   std::shared_ptr<QLTBenchSupply> supply_;
 };

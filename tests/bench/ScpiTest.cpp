@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cmath>
 #include <deque>
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
@@ -21,6 +22,8 @@
 namespace {
 
 using test::ScpiPeer;
+using testing::AllOf;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -239,6 +242,79 @@ TEST_F(ScpiTest, anAnswerThatIsLateIsNotThatOfTheNextQuery) {
 
   EXPECT_EQ(peer->number("FAST?", &error_), 2.0);
   EXPECT_EQ(peer->number("FAST?", &error_), 2.0);
+}
+
+/// Keeps a device from answering until it is opened.
+class Gate {
+ public:
+  void open() { promise_.set_value(); }
+  ScpiPeer::Answer before(const ScpiPeer::Answer& answer) const {
+    return [opened = opened_, answer] {
+      opened.wait();
+      return answer();
+    };
+  }
+
+ private:
+  std::promise<void> promise_;
+  std::shared_future<void> opened_ = promise_.get_future().share();
+};
+
+TEST_F(ScpiTest, anIdentityThatIsLateIsNotTheAnswerToAQuery) {
+  const std::string identity = "ACME,M1,1,2\n";
+  std::atomic<int> asked = 0;
+  ScpiPeer peer(test::Answers{{"*IDN?", {identity}}, {"FAST?", {"2\n"}}, {"WAV?", {"#12ab\n"}}});
+  const auto answersBlock = [&] { return peer->block("WAV?", &error_) == QLTData{'a', 'b'}; };
+  const auto answersNumber = [&] { return peer->number("FAST?", &error_) == 2.0; };
+  for (const bool isBlock : {true, false}) {
+    Gate gate;
+    asked = 0;
+    peer.answer("SLOW?", gate.before([] { return std::vector<std::string>{"1\n"}; }));
+    peer.answer("*IDN?", [&] {
+      if (asked++ > 0) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      return std::vector<std::string>{identity};
+    });
+    peer->setTimeOutInSeconds(0.05);
+    EXPECT_EQ(peer->number("SLOW?", &error_), std::nullopt);
+    EXPECT_EQ(peer->number("FAST?", &error_), std::nullopt);
+    EXPECT_THAT(description(), HasSubstr("still does not answer"));
+    gate.open();
+    peer->setTimeOutInSeconds(20);
+    EXPECT_TRUE(isBlock ? answersBlock() : answersNumber()) << description();
+    EXPECT_EQ(asked, 3);
+    EXPECT_TRUE(answersNumber()) << description();
+    EXPECT_TRUE(answersBlock()) << description();
+    EXPECT_EQ(peer->ask("*IDN?"), "ACME,M1,1,2");
+    EXPECT_TRUE(answersNumber()) << description();
+  }
+}
+
+TEST_F(ScpiTest, errorsOfWhatWasNotAnsweredAreNotThoseOfALaterCommand) {
+  std::deque<std::string> queue;  // the device's thread has it
+  ScpiPeer peer;
+  peer.answer("SYST:ERR?", [&queue] {
+    const std::string entry = queue.empty() ? "0,\"No error\"" : queue.front();
+    if (!queue.empty()) queue.pop_front();
+    return std::vector<std::string>{entry + "\n"};
+  });
+  Gate gate;
+  peer.answer("BAD?", gate.before([&queue] {
+    queue.emplace_back("-113,\"Undefined header\"");
+    queue.emplace_back("-410,\"Query INTERRUPTED\"");
+    return std::vector<std::string>();
+  }));
+  peer->setTimeOutInSeconds(0.05);
+  EXPECT_EQ(peer->number("BAD?", &error_), std::nullopt);
+  EXPECT_EQ(error_.code(), kQLTErrorLineTimedOut);
+  gate.open();
+  peer->setTimeOutInSeconds(20);
+  log_.clear();
+
+  EXPECT_TRUE(peer->send("VOLT 1", &error_)) << description();
+
+  EXPECT_THAT(log_.lines(),
+              Contains(AllOf(HasSubstr("before \"VOLT 1\": the instrument 127.0.0.1:"),
+                             HasSubstr("says -113 \"Undefined header\""))));
 }
 
 TEST_F(ScpiTest, waitsForWhatTakesLongAsLongAsItIsTold) {

@@ -7,29 +7,20 @@
 #include <QLTBenchUsbTmc.h>
 #include <QLTErrorCodes.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <optional>
-#include <ostream>
 #include <string>
-#include <tuple>
 #include <vector>
 
-#include <sys/ioctl.h>
-
-#include <linux/usb/tmc.h>
-
+#include "bench/UsbTmcDriver.h"
 #include "support/ConsoleLog.h"
 #include "support/Endpoint.h"
 #include "support/Errors.h"
 #include "support/Pty.h"
 #include "support/SerialLine.h"
 #include "support/SignalStorm.h"
-#include "support/SystemCalls.h"
 #include "support/TemporaryFolder.h"
 #include "support/Watchdog.h"
 
@@ -40,71 +31,6 @@ using testing::ElementsAre;
 
 const std::string kFramework = QLTFrameworkErrorDomain;
 
-/// What the driver says of the instrument, call by call.
-class Driver {
- public:
-  explicit Driver(std::string path) : path_(std::move(path)) {
-    calls_.onIoctl = [this](int file, unsigned long request, void* argument) {
-      return isOurs(file) ? std::optional(control(request, argument)) : std::nullopt;
-    };
-    calls_.onWrite = [this](int file, const void* bytes,
-                            std::size_t size) -> std::optional<ssize_t> {
-      if (!isOurs(file)) return std::nullopt;
-      if (writeProblem != 0) return test::failWith(writeProblem);
-      written.emplace_back(static_cast<const char*>(bytes), size);
-      if (written.back() == "*IDN?\n") messages = {"TEK,1,2,3\n"};
-      return static_cast<ssize_t>(size);
-    };
-    calls_.onRead = [this](int file, void* bytes, std::size_t size) -> std::optional<ssize_t> {
-      if (!isOurs(file)) return std::nullopt;
-      return read(static_cast<char*>(bytes), size);
-    };
-  }
-
-  std::deque<std::string> messages;  // one a read; an empty one is a time-out
-  std::vector<std::string> written;
-  std::vector<std::uint32_t> timeOuts;
-  int clears = 0;
-  int readProblem = ETIMEDOUT;  // when there is no message
-  int writeProblem = 0;
-  int controlProblem = 0;
-
- private:
-  bool isOurs(int file) const {
-    std::error_code problem;
-    return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(file), problem) == path_;
-  }
-  int control(unsigned long request, void* argument) {
-    if (controlProblem != 0) return test::failWith(controlProblem);
-    if (request == USBTMC_IOCTL_SET_TIMEOUT) {
-      timeOuts.push_back(*static_cast<std::uint32_t*>(argument));
-      return timeOuts.back() >= 100 ? 0 : test::failWith(EINVAL);
-    }
-    if (request == USBTMC_IOCTL_CLEAR) {
-      ++clears;
-      messages.clear();
-      return 0;
-    }
-    if (request == USBTMC488_IOCTL_READ_STB) {
-      *static_cast<std::uint8_t*>(argument) = 0x50;
-      return 0;
-    }
-    return test::failWith(ENOTTY);
-  }
-  ssize_t read(char* bytes, std::size_t size) {
-    if (messages.empty()) return test::failWith(readProblem);
-    std::string& message = messages.front();
-    const std::size_t count = std::min(size, message.size());
-    std::copy_n(message.begin(), count, bytes);
-    message.erase(0, count);
-    if (message.empty()) messages.pop_front();
-    return static_cast<ssize_t>(count);
-  }
-
-  std::string path_;
-  test::SystemCalls calls_;
-};
-
 class UsbTmcTest : public testing::Test {
  protected:
   UsbTmcTest() : line_(pty_.path()), driver_(pty_.path()) { line_.setTimeOutInSeconds(5); }
@@ -113,7 +39,7 @@ class UsbTmcTest : public testing::Test {
   test::Watchdog watchdog_;
   test::Pty pty_;
   QLTBenchUsbTmc line_;
-  Driver driver_;
+  test::UsbTmcDriver driver_;
   QLTError error_ = test::earlierError();
 };
 
@@ -208,7 +134,7 @@ TEST(UsbTmcFileTest, AFileThatIsNoInstrumentIsALine) {
 
 TEST(UsbTmcFileTest, IsFoundByItsSerialNumber) {
   const test::TemporaryFolder folder;
-  const std::filesystem::path root = folder.path();
+  const std::filesystem::path& root = folder.path();
   for (const std::string number : {"0", "1"}) {
     const auto device = root / ("devices/1-" + number);
     std::filesystem::create_directories(device / "1-1:1.0");

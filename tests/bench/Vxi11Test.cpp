@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <QLTBench.h>
+#include <QLTBenchScpi.h>
 #include <QLTBenchVxi11.h>
 #include <QLTErrorCodes.h>
 
@@ -13,12 +14,15 @@
 #include <ostream>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include "bench/PythonServer.h"
+#include "bench/ScpiMessages.h"
 #include "common/Descriptor.h"
 #include "simulators/SimulatorProcess.h"
 #include "support/ConsoleLog.h"
@@ -166,6 +170,64 @@ TEST_F(Vxi11Test, TheTesterConfigMakesOne) {
   ASSERT_TRUE(line) << error_.description().value_or("");
   EXPECT_EQ(line->query("*IDN?"), kIdentity);
   EXPECT_EQ(line->connectTimeOutInSeconds(), 5);
+}
+
+// The SCPI driver, at an instrument that shares no code with the stand-in.
+
+class Vxi11ScpiTest : public Vxi11Test {
+ protected:
+  void begin(const std::vector<std::string>& manners = {}) {
+    std::vector<std::string> arguments{address_};
+    arguments.insert(arguments.end(), manners.begin(), manners.end());
+    scpi_.reset();
+    server_.emplace(VXI11_SERVER, arguments);
+    ASSERT_EQ(server_->place(), address_);
+    auto line = std::make_shared<QLTBenchVxi11>(address_);
+    ASSERT_TRUE(line->open(&error_)) << error_.description().value_or("");
+    scpi_ = QLTBenchScpi::open(line, &error_);
+    ASSERT_TRUE(scpi_) << error_.description().value_or("");
+  }
+  void SetUp() override {
+    Vxi11Test::SetUp();
+    if (!test::PythonServer::isPossible()) GTEST_SKIP() << "python3 is not installed";
+  }
+
+  std::optional<test::PythonServer> server_;
+  std::shared_ptr<QLTBenchScpi> scpi_;
+};
+
+TEST_F(Vxi11ScpiTest, AsksAndTellsTheInstrumentsErrors) {
+  begin();
+  EXPECT_EQ(scpi_->who().model, "PY-1");
+  test::expectQueriesAndBlocks(*scpi_);
+  test::expectErrorsOfTheQueue(*scpi_);
+  const test::SignalStorm storm;
+  test::expectQueriesAndBlocks(*scpi_);
+}
+
+TEST_F(Vxi11ScpiTest, IsNeverOneReadingBehind) {
+  begin();
+  test::expectToBeInStepAfter(*scpi_, "SLOW?");
+  test::expectToBeInStepAfter(*scpi_, "MUTE?");
+}
+
+TEST_F(Vxi11ScpiTest, IsNeverOneReadingBehindOneThatKeepsItsAnswers) {
+  begin({"keeps"});
+  test::expectToBeInStepAfter(*scpi_, "SLOW?");
+}
+
+TEST_F(Vxi11ScpiTest, WhatComesAfterTheLineWasLostIsNoAnswer) {
+  Vxi11Test::begin({"--reading", "VOLT:DC=3.3"}, R"("*TST?" -> "99" delay 650)");
+  ASSERT_TRUE(line_->open());
+  scpi_ = QLTBenchScpi::open(std::move(line_));
+  ASSERT_TRUE(scpi_);
+  scpi_->setTimeOutInSeconds(0.05);
+  EXPECT_EQ(scpi_->number("*TST?", &error_), std::nullopt);
+  EXPECT_EQ(error_.code(), kQLTErrorLineRead);
+  EXPECT_TRUE(scpi_->isLost());
+  scpi_->setTimeOutInSeconds(5);
+  ASSERT_TRUE(scpi_->reopen(&error_)) << error_.description().value_or("");
+  EXPECT_EQ(scpi_->number("MEAS:VOLT:DC?"), 3.3);
 }
 
 // Each misbehaviour, calm and amid signals.
