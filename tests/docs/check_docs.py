@@ -33,6 +33,7 @@ from store import Store
 
 MANUALS = {"docs/station-application.md": "quillon", "docs/quillon-sim.md": "quillon-sim"}
 ERROR_LISTS = ["docs/station-setup.md"]
+PACKAGE_LIST = "README.md"
 
 
 def check_block(block, commands, snippets, store):
@@ -78,6 +79,8 @@ def problems_of(document, machine):
             yield from facts.check_manual(document, program)
     if name in ERROR_LISTS:
         yield from facts.check_codes(document, machine.source)
+    if name == PACKAGE_LIST:
+        yield from facts.check_packages(document, machine.source)
 
 
 def machine_options(description):

@@ -118,3 +118,14 @@ def check_codes(document, source):
         yield told[number], f"the framework has no code {number}"
     for number in sorted(known - told.keys()):
         yield 1, f"does not tell of the code {number}"
+
+
+def check_packages(document, source):
+    """Each package that the scripts install is told, with what it is for."""
+    lists = re.findall(r'^QUILLON_\w+_PACKAGES="([^"]*)"', (source / "scripts/build-tools.sh").read_text(), re.M)
+    told = set()
+    for row in re.findall(r"^\| *([^|]*?) *\|", document.prose, re.M):
+        told.update(re.findall(r"[\w.+-]+", row))
+    for package in " ".join(lists).replace("\\", " ").split():
+        if package not in told:
+            yield 1, f"does not tell of the package {package}"
