@@ -1,7 +1,6 @@
 #include "ServerReader.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -13,6 +12,7 @@
 #include "results/RowStream.h"
 #include "results/StoreError.h"
 #include "results/central/CentralSchema.h"
+#include "results/central/Server.h"
 
 namespace results {
 namespace {
@@ -23,33 +23,23 @@ constexpr const char* kLongest = "30min";
 // clients.
 constexpr const char* kSortMemory = "64MB";
 
-/// The server's own words in one line, without those of the libraries in front of them.
+/// The server's own words, without those of the database library in front of them.
 std::string wordsOf(const std::string& message) {
-  std::string words = message;
   for (const char* const frame : {"Cannot establish connection to the database", "ERROR:"}) {
-    const std::size_t found = words.find(frame);
-    if (found != std::string::npos) words.erase(0, found + std::string_view(frame).size() + 1);
+    const std::size_t found = message.find(frame);
+    if (found == std::string::npos) continue;
+    return wordsOfServer(message.substr(found + std::string_view(frame).size() + 1));
   }
-  for (const char* const rest : {"\nLINE 1:", "\nIs the server running", "\n\tIs the server"}) {
-    words = words.substr(0, words.find(rest));
-  }
-  std::string line;
-  for (const char c : words) {
-    const bool isSpace = std::isspace(static_cast<unsigned char>(c)) != 0;
-    if (!isSpace) {
-      line += c;
-    } else if (!line.empty() && line.back() != ' ') {
-      line += ' ';
-    }
-  }
-  while (!line.empty() && (line.back() == ' ' || line.back() == '.')) line.pop_back();
-  return line;
+  return wordsOfServer(message);
 }
 
 std::string reasonOf(const soci::postgresql_soci_error& error) {
   const std::string state = error.sqlstate();
   std::string words = wordsOf(error.get_error_message());
-  if (state == "42501") return "its role may not read this: " + words;
+  if (state == "42501") {
+    return "its role may not read this: " + words + " ('GRANT " + kReaderRole +
+           " TO' that role by the database's owner allows it)";
+  }
   if (state == "57014") {
     return std::string("the question was stopped after ") + kLongest + ", or by hand: " + words;
   }

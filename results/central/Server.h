@@ -31,6 +31,9 @@ class ServerError : public std::runtime_error {
   std::string state_;
 };
 
+/// What PostgreSQL or its library says, in one line, without levels and guesses.
+std::string wordsOfServer(const std::string& message);
+
 /// A connection to a server. For one thread at a time. Every operation throws `ServerError`, also
 /// when the server says nothing for too long; after an error of the connection, or one within a
 /// `Copy`, only the destructor is of use.

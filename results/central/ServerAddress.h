@@ -33,7 +33,7 @@ class ServerAddress {
   const std::string& url() const { return url_; }
   /// The server and the database, for people: "db.factory.example/quillon".
   const std::string& name() const { return name_; }
-  /// The parts of it, as PostgreSQL's library names them.
+  /// The parts of it, as PostgreSQL's library names them, and what every connection needs besides.
   const std::map<std::string, std::string>& settings() const { return settings_; }
 
  private:

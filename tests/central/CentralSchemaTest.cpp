@@ -215,6 +215,14 @@ TEST_F(CentralSchema, YearsThatNoClockCanMeanAreRefused) {
   EXPECT_EQ(connection.ask("SELECT make_month(0)").at(0).at(0), "t") << "a clock without battery";
 }
 
+TEST_F(CentralSchema, ATransactionSeesWhatOthersHaveCommittedWhateverTheRolesDefault) {
+  server.ask("ALTER ROLE station SET default_transaction_isolation = 'serializable'");
+  Server connection(ServerAddress(server.url("station")));
+  connection.transaction([&] {
+    EXPECT_EQ(connection.ask("SHOW transaction_isolation").at(0).at(0), "read committed");
+  });
+}
+
 TEST_F(CentralSchema, TheServerTellsWhenAStationWasHeardOf) {
   const std::string say =
       R"(SELECT station_heard('{"id": "s1", "name": "line 3", "machine_id": "m", "now_us": 5,

@@ -18,6 +18,9 @@ TEST(ServerAddress, IsNamedForPeople) {
             "db.example:5433/quillon");
   EXPECT_EQ(ServerAddress("postgresql://line@/quillon?host=/run/db").name(), "/run/db/quillon");
   EXPECT_EQ(ServerAddress("postgresql:///?service=factory").name(), "the service factory");
+  EXPECT_EQ(ServerAddress("postgresql:///quillon?hostaddr=10.0.0.5").name(), "10.0.0.5/quillon");
+  EXPECT_EQ(ServerAddress("postgresql://line@db1,db2:5433/quillon").name(),
+            "db1,db2:,5433/quillon");
 }
 
 TEST(ServerAddress, HasNoPassword) {
@@ -39,7 +42,9 @@ TEST(ServerAddress, WhatIsNoneIsRefusedWithoutBeingRepeated) {
   for (const std::string url :
        {"", "results.db", "mysql://db.example/quillon", "host=db.example password=hunter2",
         "postgresql://line:hunter2@[::1/quillon", "postgresql://line:hunter2@db/q?nonsense=1",
-        "postgresql://line:hunter2@db/q?a=%zz"}) {
+        "postgresql://line:hunter2@db/q?a=%zz", "postgresql://line:hunt/er2@db/q",
+        "postgresql://line:hunter2/@db/q", "postgresql://line:123/hunter2@db/q",
+        "postgresql://line:hunter2/q", "postgresql://hunter2/more@db/q"}) {
     try {
       const ServerAddress address(url);
       FAIL() << url;
@@ -47,6 +52,15 @@ TEST(ServerAddress, WhatIsNoneIsRefusedWithoutBeingRepeated) {
       EXPECT_THAT(reason.what() + reason.advice(), Not(HasSubstr("hunter2")));
     }
   }
+}
+
+TEST(ServerAddress, ConnectionsNoticeALineThatIsOutAndReadUtf8) {
+  const auto settings = ServerAddress("postgresql:///?service=factory").settings();
+  EXPECT_EQ(settings.at("keepalives_idle"), "20");
+  EXPECT_EQ(settings.at("tcp_user_timeout"), "60000");
+  EXPECT_EQ(settings.at("client_encoding"), "UTF8");
+  EXPECT_EQ(ServerAddress("postgresql:///?keepalives_idle=5").settings().at("keepalives_idle"),
+            "5");
 }
 
 }  // namespace
