@@ -34,6 +34,11 @@ sqlite3* handleOf(soci::session& session) {
   return static_cast<soci::sqlite3_session_backend*>(session.get_backend())->conn_;
 }
 
+void persistLog(soci::session& session) {
+  int persist = 1;
+  sqlite_api::sqlite3_file_control(handleOf(session), nullptr, SQLITE_FCNTL_PERSIST_WAL, &persist);
+}
+
 std::string messageOf(int error) { return std::generic_category().message(error); }
 
 /// The database's own words, without those of the library in front of them.
@@ -91,9 +96,7 @@ Connection::~Connection() {
   if (stat(file_.c_str(), &status) != 0 || status.st_dev != device_ || status.st_ino != inode_) {
     // The file was deleted or replaced. The names beside it may belong to another store by now,
     // and closing would remove them.
-    int persist = 1;
-    sqlite_api::sqlite3_file_control(handleOf(*session_), nullptr, SQLITE_FCNTL_PERSIST_WAL,
-                                     &persist);
+    persistLog(*session_);
     sqlite_api::sqlite3_db_config(handleOf(*session_), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1,
                                   nullptr);
   }
@@ -226,6 +229,13 @@ void Connection::checkpoint() {
   sqlite_api::sqlite3_wal_checkpoint_v2(handleOf(*session_), nullptr, SQLITE_CHECKPOINT_PASSIVE,
                                         nullptr, nullptr);
   pagesInLog_ = 0;  // until the next commit tells
+}
+
+void Connection::keepLog() {
+  attempt([](soci::session& session) {
+    session << "PRAGMA journal_size_limit = 0";
+    persistLog(session);
+  });
 }
 
 std::vector<std::string> Connection::damages() {

@@ -45,6 +45,9 @@ class Connection : public StoreReader {
   /// Copies the write-ahead log into the file, as far as no reader needs it. Reads and writes of
   /// others go on; a failure is left for the next try.
   void checkpoint();
+  /// Leaves the files of the write-ahead log, empty, beside the file when it is closed: without
+  /// them nobody can read it who may not write in its folder.
+  void keepLog();
   /// What is wrong with the file, and with rows that name missing ones, in words. Reads all of it.
   std::vector<std::string> damages();
 

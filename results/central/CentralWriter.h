@@ -39,6 +39,8 @@ class CentralWriter {
   /// Makes the part of the month that a run belongs to, by the time in its id. False: the month was
   /// dropped, and the run is not wanted any more.
   bool makeMonth(const std::string& runId, std::int64_t idUs, std::int64_t startedUs);
+  /// Has `makeMonth` ask the server anew: somebody may have dropped a month.
+  void forgetMonths() { months_.clear(); }
   /// Adds runs in one transaction, with the rows that they refer to from `source`, and what their
   /// stations say. Gives the ids of those that were added: not of any that came from elsewhere in
   /// the meantime. Throws `NoRun` when `source` cannot vouch for a row.

@@ -12,7 +12,7 @@ std::vector<ForwardQueue> forwardQueues(const std::filesystem::path& store) {
   ForwardSource source(store);
   Queries queries(store);
   for (const std::string& server : ForwardState::serversOf(store)) {
-    ForwardState state(store, server);
+    ForwardState state(store, server, ForwardState::Access::Read);
     ForwardQueue& queue = queues.emplace_back();
     const ForwardNote note = state.note();
     queue.status.server = server;

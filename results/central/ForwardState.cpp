@@ -66,23 +66,24 @@ std::vector<std::string> ForwardState::serversOf(const std::filesystem::path& st
                         stateMigrations());
   connection.attempt([&](soci::session& session) {
     const soci::rowset<std::string> names =
-        (session.prepare << "SELECT server FROM progress ORDER BY server");
+        (session.prepare << "SELECT server FROM progress UNION SELECT server FROM note "
+                            "ORDER BY server");
     servers.assign(names.begin(), names.end());
   });
   return servers;
 }
 
-ForwardState::ForwardState(const std::filesystem::path& store, const std::string& server)
+ForwardState::ForwardState(const std::filesystem::path& store, const std::string& server,
+                           Access access)
     : server_(server) {
-  connection_ = std::make_unique<Connection>(fileOf(store).string(), Connection::Access::Write,
-                                             kPatience, stateMigrations());
+  const bool isForWriting = access == Access::Write;
+  connection_ = std::make_unique<Connection>(
+      fileOf(store).string(), isForWriting ? Connection::Access::Write : Connection::Access::Read,
+      kPatience, stateMigrations());
+  if (!isForWriting) return;
+  connection_->keepLog();
   // The disk belongs to the station: what a power failure takes from this file is sent again.
   connection_->attempt([](soci::session& session) { session << "PRAGMA synchronous = NORMAL"; });
-  connection_->transaction([&](soci::session& session) {
-    session << "INSERT INTO progress (server, run_row, run_id, event_row, last_sent) "
-               "VALUES (:server, 0, '', 0, '') ON CONFLICT DO NOTHING",
-        soci::use(server_);
-  });
 }
 
 ForwardState::~ForwardState() = default;
@@ -160,10 +161,10 @@ void ForwardState::enter(const Step& step) {
     if (step.progress) {
       const long long run = step.progress->runRow;
       const long long event = step.progress->eventRow;
-      session << "UPDATE progress SET run_row = :run, run_id = :id, event_row = :event, "
-                 "last_sent = :sent WHERE server = :server",
-          soci::use(run), soci::use(step.progress->runId), soci::use(event),
-          soci::use(step.progress->lastSent), soci::use(server_);
+      session << "INSERT OR REPLACE INTO progress (server, run_row, run_id, event_row, last_sent) "
+                 "VALUES (:server, :run, :id, :event, :sent)",
+          soci::use(server_), soci::use(run), soci::use(step.progress->runId), soci::use(event),
+          soci::use(step.progress->lastSent);
     }
     for (const std::string& id : step.newlyPending) {
       session << "INSERT INTO pending (server, run_id) VALUES (:server, :id) "
@@ -217,14 +218,9 @@ std::int64_t ForwardState::retry(const std::vector<std::string>& runIds) {
       bool isMeant = runIds.empty();
       for (const std::string& id : runIds) isMeant = isMeant || id == parked.runId;
       if (!isMeant) continue;
-      if (parked.runId.starts_with(kEvent)) {
-        // The server knows which of them it has.
-        session << "UPDATE progress SET event_row = 0 WHERE server = :server", soci::use(server_);
-      } else {
-        session << "INSERT INTO pending (server, run_id) VALUES (:server, :id) "
-                   "ON CONFLICT DO NOTHING",
-            soci::use(server_), soci::use(parked.runId);
-      }
+      session << "INSERT INTO pending (server, run_id) VALUES (:server, :id) "
+                 "ON CONFLICT DO NOTHING",
+          soci::use(server_), soci::use(parked.runId);
       session << "DELETE FROM parked WHERE server = :server AND run_id = :id", soci::use(server_),
           soci::use(parked.runId);
       ++count;

@@ -45,20 +45,24 @@ struct ForwardNote {
 /// operation throws `StoreError`.
 class ForwardState {
  public:
-  /// Of a store and the server of that name.
-  ForwardState(const std::filesystem::path& store, const std::string& server);
+  enum class Access { Write, Read };
+
+  /// Of a store and the server of that name. To be read by those who may not write, it must exist.
+  ForwardState(const std::filesystem::path& store, const std::string& server,
+               Access access = Access::Write);
   ~ForwardState();
   ForwardState(const ForwardState&) = delete;
   ForwardState& operator=(const ForwardState&) = delete;
 
   /// The file that belongs to a store.
   static std::filesystem::path fileOf(const std::filesystem::path& store);
-  /// To which servers a store was forwarded, by their names; none when it never was.
+  /// The servers that a store was forwarded to, or that a forwarder keeps trying to reach, by their
+  /// names.
   static std::vector<std::string> serversOf(const std::filesystem::path& store);
 
   ForwardProgress progress();
-  /// The runs that the progress has passed and that are to be sent all the same: those that had not
-  /// ended then, and those that a person wants to be tried again.
+  /// What the progress has passed and is to be sent all the same: runs that had not ended then, and
+  /// those (and events) that a person wants to be tried again.
   std::vector<std::string> pending();
   std::vector<Parked> parked();
   std::int64_t parkedCount();

@@ -11,6 +11,7 @@
 #include "results/Clock.h"
 #include "results/RunJson.h"
 #include "results/Uuid.h"
+#include "results/central/CentralSchema.h"
 #include "results/central/CentralWriter.h"
 #include "results/central/ForwardSource.h"
 #include "results/central/ForwardState.h"
@@ -24,6 +25,10 @@ void pauseFor(std::chrono::milliseconds time, const std::stop_token& stop) {
   std::condition_variable_any stopped;
   std::unique_lock lock(mutex);
   stopped.wait_for(lock, stop, time, [] { return false; });
+}
+
+std::string nameOf(const Event& event) {
+  return kEvent + std::to_string(event.sequence) + " of " + event.stationId;
 }
 
 }  // namespace
@@ -59,6 +64,7 @@ class Forwarder::Work {
     std::vector<std::string> newlyPending;
   };
 
+  void passOnce(const std::stop_token& stop);
   void connect(const std::stop_token& stop);
   void requireSameStores();
   std::vector<Batch> endedOfPending();
@@ -116,8 +122,20 @@ void Forwarder::Work::requireSameStores() {
 }
 
 void Forwarder::Work::pass(const std::stop_token& stop) {
+  try {
+    passOnce(stop);
+  } catch (const ServerError& error) {
+    if (error.state() != "42501") throw;  // insufficient_privilege
+    throw ServerError(std::string("its role may not add results: ") + error.what() + " ('GRANT " +
+                          kStationRole + " TO' that role by the database's owner allows it)",
+                      error.state());
+  }
+}
+
+void Forwarder::Work::passOnce(const std::stop_token& stop) {
   source_.emplace(options_.store);
   progress_ = state_.progress();
+  if (link_) link_->writer.forgetMonths();
   requireSameStores();
   countWaiting();
   connect(stop);
@@ -145,6 +163,12 @@ std::vector<Forwarder::Work::Batch> Forwarder::Work::endedOfPending() {
   std::int64_t records = 0;
   ForwardState::Step gone;
   for (const std::string& id : state_.pending()) {
+    if (id.starts_with(kEvent)) {
+      progress_.eventRow = 0;  // the server knows which of them it has
+      gone.progress = progress_;
+      gone.done.push_back(id);
+      continue;
+    }
     const auto candidate = source_->candidate(id);
     if (!candidate) {
       gone.done.push_back(id);
@@ -185,9 +209,11 @@ void Forwarder::Work::offer(Batch batch) {
   step.progress = batch.progress;
   step.newlyPending = std::move(batch.newlyPending);
   CentralWriter& writer = link_->writer;
+  // With another id the server could not even be asked about those beside it.
   std::vector<std::string> ids;
-  ids.reserve(batch.ended.size());
-  for (const Candidate& candidate : batch.ended) ids.push_back(candidate.id);
+  for (const Candidate& candidate : batch.ended) {
+    if (timeOfUuid(candidate.id)) ids.push_back(candidate.id);
+  }
   const auto there = writer.sums(ids);
   countOff(batch.ended);
 
@@ -223,10 +249,11 @@ void Forwarder::Work::offer(Batch batch) {
   for (const RunContent& content : contents) runs.push_back(&content);
   if (!runs.empty()) send(runs, step);
 
-  if (step.progress) {
-    if (!step.done.empty()) step.progress->lastSent = step.done.back();
-    progress_ = *step.progress;
+  if (!step.done.empty()) {
+    if (!step.progress) step.progress = progress_;
+    step.progress->lastSent = step.done.back();
   }
+  if (step.progress) progress_ = *step.progress;
   state_.enter(step);
   status_.parked = state_.parkedCount();
   hasSent_ = true;
@@ -281,6 +308,12 @@ void Forwarder::Work::send(const std::vector<ForwardSource::NumberedEvent>& even
     rows.reserve(events.size());
     for (const auto& each : events) rows.push_back(each.event);
     link_->writer.add(rows);
+    if (status_.parked > 0) {
+      ForwardState::Step step;
+      for (const Event& event : rows) step.done.push_back(nameOf(event));
+      state_.enter(step);
+      status_.parked = state_.parkedCount();
+    }
     return;
   } catch (const NoRun& problem) {
     fault = problem.what();
@@ -289,9 +322,8 @@ void Forwarder::Work::send(const std::vector<ForwardSource::NumberedEvent>& even
     fault = std::string("the server refuses it: ") + error.what();
   }
   if (events.size() == 1) {
-    const Event& event = events.front().event;
     ForwardState::Step step;
-    park(step, kEvent + std::to_string(event.sequence) + " of " + event.stationId, fault);
+    park(step, nameOf(events.front().event), fault);
     state_.enter(step);
     status_.parked = state_.parkedCount();
     return;
@@ -380,7 +412,8 @@ void Forwarder::Work::reached() {
   constexpr std::int64_t kMinute = 60'000'000;
   const std::int64_t now = microsecondsNow();
   const bool wasTroubled = !status_.trouble.empty();
-  const bool isOld = now - status_.reachedUs > kMinute;
+  // A clock that was set back has left a time to come.
+  const bool isOld = now < status_.reachedUs || now - status_.reachedUs > kMinute;
   status_.trouble.clear();
   status_.sinceUs = 0;
   status_.reachedUs = now;

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -33,6 +34,8 @@
 #include "common/Text.h"
 #include "results/Archive.h"
 #include "results/Queries.h"
+#include "results/ReportQueries.h"
+#include "results/StoreError.h"
 #include "results/central/ForwardState.h"
 
 namespace {
@@ -240,6 +243,20 @@ std::size_t endedIn(const std::vector<Computer>& computers, std::size_t least) {
   return all;
 }
 
+/// Reads the server as reports do, and begins anew when it is killed. Counts what it has read.
+[[noreturn]] void readReports(const std::string& url, std::atomic<int>& made) {
+  while (true) {
+    try {
+      results::ReportQueries queries(url);
+      queries.runsByUnit({}, [](const results::UnitRun&) {});
+      queries.values({}, [](const results::MeasuredValue&) {});
+      ++made;
+    } catch (const results::StoreError&) {
+      std::this_thread::sleep_for(20ms);
+    }
+  }
+}
+
 // In full: QUILLON_FLEET_STATIONS=200 QUILLON_FLEET_KILLS=20.
 TEST(Fleet, EachRunArrivesOnceWhateverIsKilled) {
   constexpr std::size_t kRuns = 6;
@@ -271,15 +288,14 @@ TEST(Fleet, EachRunArrivesOnceWhateverIsKilled) {
   for (const Computer& computer : computers) processes.push_back(start(computer));
 
   std::mt19937 random(std::random_device{}());
-  const auto read = [&] {  // as reports do, meanwhile
-    server.ask(
-        "SELECT serial, count(*), avg(m.value) FROM run r JOIN measurement m "
-        "ON m.run_id = r.id GROUP BY serial ORDER BY serial",
-        "reader");
-  };
+  // In memory of both processes.
+  void* const shared = mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE,
+                            MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(shared, MAP_FAILED);
+  auto* const reportsMade = new (shared) std::atomic<int>(0);
+  const Process reports([&] { readReports(server.url("reader"), *reportsMade); });
   for (int kill = 0; kill < kills; ++kill) {
     std::this_thread::sleep_for(std::chrono::milliseconds(50 + random() % 200));
-    read();
     server.kill();
     const std::size_t killed = random() % computers.size();
     processes[killed]->kill();
@@ -299,10 +315,10 @@ TEST(Fleet, EachRunArrivesOnceWhateverIsKilled) {
   while (!isThere()) {
     ASSERT_LT(std::chrono::steady_clock::now(), end)
         << server.ask("SELECT count(*) FROM run") << server.log();
-    read();
     std::this_thread::sleep_for(100ms);
   }
   for (const auto& process : processes) process->kill();
+  EXPECT_GT(*reportsMade, 0);
 
   std::set<std::string> runs;
   std::set<std::string> measurements;
