@@ -1,5 +1,8 @@
+#include <exception>
+#include <filesystem>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <thread>
 
 #include <poll.h>
@@ -17,6 +20,7 @@
 #include "report/StoreArguments.h"
 #include "report/StoreWork.h"
 #include "reports/Format.h"
+#include "results/StoreError.h"
 #include "results/central/CentralSchema.h"
 #include "results/central/Forwarder.h"
 
@@ -36,6 +40,11 @@ results::ForwardOptions optionsOf(const ForwardArguments& arguments) {
   return {arguments.store(), serverOf(arguments.to), applicationVersion()};
 }
 
+bool isThere(const std::filesystem::path& store) {
+  std::error_code unknown;
+  return std::filesystem::exists(store, unknown);
+}
+
 int prepare(const ForwardArguments& arguments) {
   const results::ServerAddress address = serverOf(arguments.to);
   results::Server server(address);
@@ -50,7 +59,9 @@ int prepare(const ForwardArguments& arguments) {
 }
 
 int once(const ForwardArguments& arguments) {
-  results::Forwarder forwarder(optionsOf(arguments));
+  const results::ForwardOptions options = optionsOf(arguments);
+  if (!isThere(options.store)) throw results::StoreError(arguments.store(), "does not exist");
+  results::Forwarder forwarder(options);
   forwarder.pass();
   const results::ForwardStatus& status = forwarder.status();
   Screen screen;
@@ -70,6 +81,10 @@ int follow(const ForwardArguments& arguments) {
                                [&](const results::ForwardStatus& status) { teller(status); });
   screen.line("Forwarding " + printable(arguments.store()) + " to " +
               printable(forwarder.status().server));
+  if (!isThere(arguments.store())) {
+    screen.warning(printable(arguments.store()) +
+                   " does not exist yet; what a station writes there will be sent");
+  }
   std::exception_ptr unexpected;
   std::stop_source finished;
   std::jthread thread([&](const std::stop_token& stop) {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "Text.h"
+#include "forward/ForwardText.h"
 
 namespace station {
 namespace {
@@ -58,12 +59,15 @@ reports::Report queueReport(const std::filesystem::path& store,
   if (queues.empty()) {
     report.notes = {"This store was never forwarded; 'quillon forward' does it."};
   }
+  for (const results::ForwardQueue& queue : queues) {  // a table has no place for long reasons
+    if (!queue.status.trouble.empty()) report.notes.push_back(troubleText(queue.status));
+  }
   report.tables = {std::move(servers)};
   if (!parked.rows.empty()) {
     report.tables.push_back(std::move(parked));
-    report.notes = {
+    report.notes.emplace_back(
         "A parked run stays in this store. 'quillon results show RUN' tells of it, and when its "
-        "cause is removed, 'quillon results retry RUN' has it sent."};
+        "cause is removed, 'quillon results retry RUN' has it sent.");
   }
   return report;
 }
