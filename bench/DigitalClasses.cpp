@@ -102,7 +102,7 @@ Port relayPort(const QLTDictionary& entry, const std::vector<QLTDigitalIO::Line>
   return std::make_shared<RelayPort>(
       openLine(entry, error),
       RelayPort::Commands{entry.text("on"), entry.text("off"), entry.text("confirmation"),
-                          entry.text("state"), entry.text("stateOn")});
+                          entry.text("state"), entry.text("stateOn"), entry.text("stateOff")});
 }
 
 InstrumentClass relays(const char* name, const char* kind, std::vector<Attribute> commands) {
@@ -120,16 +120,16 @@ InstrumentClass relayBoard() {
        Attribute::text("off", "switches channel {} off").needed(),
        Attribute::text("confirmation", "what the answer to both holds; without it there is none"),
        Attribute::text("state", "asks for channel {}; without it nothing is asked"),
-       Attribute::text("stateOn", "what the answer holds when the channel is on").standard("1")});
+       Attribute::text("stateOn", "what the answer holds when the channel is on").standard("1"),
+       Attribute::text("stateOff", "what it holds when it is off; without it, anything else")});
 }
 
 InstrumentClass scpiRelays() {
-  return relays(
-      "QLTScpiRelays", "relays of a SCPI switch",
-      {Attribute::text("on", "switches channel {} on").standard("ROUT:CLOS (@{})"),
-       Attribute::text("off", "switches channel {} off").standard("ROUT:OPEN (@{})"),
-       Attribute::text("state", "asks for channel {}").standard("ROUT:CLOS? (@{})"),
-       Attribute::text("stateOn", "what the answer holds when the channel is on").standard("1")});
+  return relays("QLTScpiRelays", "relays of a SCPI switch",
+                {Attribute::text("on", "switches channel {} on").standard("ROUT:CLOS (@{})"),
+                 Attribute::text("off", "switches channel {} off").standard("ROUT:OPEN (@{})"),
+                 Attribute::text("state", "asks for channel {}; the answer is 0 or 1")
+                     .standard("ROUT:CLOS? (@{})")});
 }
 
 }  // namespace

@@ -5,7 +5,9 @@
 #include <QLTErrorCodes.h>
 
 #include "bench/Fail.h"
+#include "bench/ScpiText.h"
 #include "common/Format.h"
+#include "common/Text.h"
 
 namespace quillon::bench {
 namespace {
@@ -35,7 +37,24 @@ std::optional<bool> RelayPort::readOutput(const std::string& channel, QLTError* 
   }
   const auto answer = line_->query(filled(commands_.state, channel), error);
   if (!answer) return std::nullopt;
-  return answer->find(commands_.stateOn) != answer->npos;
+  const auto [state, forms] = stateIn(*answer);
+  if (!state) {
+    fail(error, kQLTErrorDigitalTransfer,
+         format("%@: the answer to \"%@\" is %@: \"%@\"", where(), filled(commands_.state, channel),
+                forms, internal::printable(*answer)));
+  }
+  return state;
+}
+
+/// The state; absent, with what the answer should be, when it tells none.
+std::pair<std::optional<bool>, std::string> RelayPort::stateIn(const std::string& answer) const {
+  const std::string& on = commands_.stateOn;
+  const std::string& off = commands_.stateOff;
+  if (on.empty()) return {scpiSwitch(answer), "not 0 or 1"};
+  const auto holds = [&](const std::string& text) { return answer.find(text) != answer.npos; };
+  if (off.empty()) return {holds(on), ""};
+  if (holds(on) != holds(off)) return {holds(on), ""};
+  return {std::nullopt, format("neither \"%@\" nor \"%@\"", on, off)};
 }
 
 std::optional<bool> RelayPort::readInput(const std::string& channel, QLTError* error) {

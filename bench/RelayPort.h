@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include <QLTBenchLine.h>
 #include <QLTDigitalPort.h>
@@ -20,7 +21,8 @@ class RelayPort : public QLTDigitalPort {
     std::string off;
     std::string confirmation;  ///< what the answer to both holds; "" when they have none
     std::string state;         ///< asks for a channel's state; "" when nothing does
-    std::string stateOn;       ///< what the answer holds when it is on
+    std::string stateOn;       ///< what the answer holds when it is on; "": it is 0 or 1
+    std::string stateOff;      ///< what it holds when it is off; "": anything else
   };
 
   RelayPort(std::shared_ptr<QLTBenchLine> line, Commands commands);
@@ -35,6 +37,8 @@ class RelayPort : public QLTDigitalPort {
   bool reopen(QLTError* error) override { return line_->reopen(error); }
 
  private:
+  std::pair<std::optional<bool>, std::string> stateIn(const std::string& answer) const;
+
   std::shared_ptr<QLTBenchLine> line_;
   Commands commands_;
 };

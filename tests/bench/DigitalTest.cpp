@@ -282,6 +282,38 @@ TEST(DigitalClasses, relaysOfAScpiSwitch) {
   EXPECT_THAT(textOf(error), HasSubstr("channel 103 stays off"));
 }
 
+TEST(DigitalClasses, aStateThatCannotBeReadIsNeitherOnNorOff) {
+  const SimulatorProcess process({"matrix", "--tcp", "0"},
+                                 "\"ROUT:CLOS? (@101)\" -> \"-113,\\\"Undefined header\\\"\"\n"
+                                 "\"ROUT:CLOS? (@102)\" -> \"\"\n");
+  const std::string address = "127.0.0.1:" + std::to_string(process.readPort());
+  const auto io = make({{"class", "QLTScpiRelays"},
+                        {"sim", "0"},
+                        {"address", address},
+                        {"outputs", "power:101 lamp:102"}});
+  ASSERT_TRUE(io);
+  QLTError error;
+  EXPECT_EQ(io->isOn("power", &error), std::nullopt);
+  EXPECT_EQ(error.code(), kQLTErrorDigitalTransfer);
+  EXPECT_THAT(textOf(error), HasSubstr("is not 0 or 1: \"-113,"));
+  EXPECT_FALSE(io->switchOff("lamp", &error));
+
+  Board board;
+  const auto relays = board.make({{"on", "on {}"},
+                                  {"off", "off {}"},
+                                  {"state", "get {}"},
+                                  {"stateOn", "closed"},
+                                  {"stateOff", "open"},
+                                  {"outputs", "power:7"}},
+                                 [](const std::string& line) -> std::vector<std::string> {
+                                   if (line.starts_with("get ")) return {"what?\n"};
+                                   return {};
+                                 });
+  ASSERT_TRUE(relays);
+  EXPECT_FALSE(relays->makeSafe(&error));
+  EXPECT_THAT(textOf(error), HasSubstr("\"get 7\" is neither \"closed\" nor \"open\": \"what?\""));
+}
+
 // The machine's own lines; what needs real ones is told where there are none.
 
 TEST(DigitalClasses, gpioLinesThatAreNotThereAreTold) {
