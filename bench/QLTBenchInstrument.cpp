@@ -1,6 +1,16 @@
 #include "QLTBenchInstrument.h"
 
+#include <QLTErrorCodes.h>
+
+#include "bench/Fail.h"
 #include "bench/ScpiDialect.h"
+#include "bench/ScpiText.h"
+#include "common/Format.h"
+
+using quillon::bench::fail;
+using quillon::bench::failWith;
+using quillon::bench::isScpiArgument;
+using quillon::internal::format;
 
 QLTBenchInstrument::QLTBenchInstrument(std::string kind, std::shared_ptr<QLTBenchScpi> scpi,
                                        QLTBenchDialect dialect)
@@ -29,6 +39,13 @@ bool QLTBenchInstrument::offers(const std::string& operation) const {
 std::optional<std::string> QLTBenchInstrument::commandFor(const std::string& operation,
                                                           const Values& values,
                                                           QLTError* error) const {
+  for (const auto& [place, value] : values) {
+    const bool isNumber = place == "value" || place == "range" || place == "cycles";
+    if (isNumber && !isScpiArgument(value)) {
+      return fail(error, kQLTErrorLineCommand,
+                  format("%@: \"%@\" cannot be %@", where(), operation, value));
+    }
+  }
   return dialect_->command(operation, values, error);
 }
 
@@ -61,4 +78,12 @@ std::optional<std::vector<bool>> QLTBenchInstrument::booleans(const std::string&
                                                               QLTError* error) {
   const auto query = commandFor(operation, values, error);
   return query ? scpi_->booleans(*query, error) : std::nullopt;
+}
+
+bool QLTBenchInstrument::insist(const std::function<bool(QLTError*)>& attempt, QLTError* error) {
+  QLTError problem;
+  if (attempt(&problem)) return true;
+  const bool isOfTheQueue = problem.domain() == kQLTScipErrorDomain;
+  if (isOfTheQueue && attempt(&problem)) return true;
+  return failWith(error, problem);
 }

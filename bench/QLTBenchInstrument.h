@@ -1,6 +1,8 @@
 #pragma once
 
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -64,9 +66,12 @@ class QLT_EXPORT QLTBenchInstrument : public QLTObject,
   std::optional<bool> boolean(const std::string& operation, const Values& values, QLTError* error);
   std::optional<std::vector<bool>> booleans(const std::string& operation, const Values& values,
                                             QLTError* error);
-  /// The command alone.
+  /// The command alone. Absent with an error, too, for a value that is no number (-30004).
   std::optional<std::string> commandFor(const std::string& operation, const Values& values,
                                         QLTError* error) const;
+  /// Makes an attempt at what must be done, and another one where the instrument has something
+  /// against it: that may be of earlier, and is out of its queue then.
+  static bool insist(const std::function<bool(QLTError*)>& attempt, QLTError* error);
 
  private:
   std::string kind_;

@@ -41,7 +41,7 @@ Operations operationsFor(QLTBenchLoad::Mode mode) {
 QLTBenchLoad::~QLTBenchLoad() {
   if (!wasSwitchedOn_ || scpi()->isLost()) return;
   scpi()->setTimeOutInSeconds(std::min(scpi()->settings().timeOutInSeconds, kLongestAtTheEnd));
-  QLTBenchLoad::setInput(false);
+  QLTBenchLoad::makeSafe();
 }
 
 std::shared_ptr<QLTBenchLoad> QLTBenchLoad::on(std::shared_ptr<QLTBenchScpi> scpi,
@@ -84,4 +84,8 @@ std::optional<double> QLTBenchLoad::measureCurrent(QLTError* error) {
 
 std::optional<double> QLTBenchLoad::measurePower(QLTError* error) {
   return number("measurePower", {}, error);
+}
+
+bool QLTBenchLoad::makeSafe(QLTError* error) {
+  return insist([this](QLTError* reason) { return setInput(false, reason); }, error);
 }

@@ -35,7 +35,7 @@ class QLT_EXPORT QLTBenchLoad : public QLTBenchInstrument, public QLTMakesSafe {
   std::optional<double> measurePower(QLTError* error = nullptr);
 
   /// Switches the input off, and asks whether it is so.
-  bool makeSafe(QLTError* error = nullptr) override { return setInput(false, error); }
+  bool makeSafe(QLTError* error = nullptr) override;
 
  private:
   using QLTBenchInstrument::QLTBenchInstrument;

@@ -91,3 +91,7 @@ std::optional<std::vector<bool>> QLTBenchMatrix::areClosed(const std::vector<std
   }
   return states;
 }
+
+bool QLTBenchMatrix::makeSafe(QLTError* error) {
+  return insist([this](QLTError* reason) { return openAll(reason); }, error);
+}

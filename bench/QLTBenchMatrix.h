@@ -47,7 +47,7 @@ class QLT_EXPORT QLTBenchMatrix : public QLTBenchInstrument, public QLTMakesSafe
   std::optional<std::vector<bool>> areClosed(const std::vector<std::int32_t>& relays,
                                              QLTError* error = nullptr);
 
-  bool makeSafe(QLTError* error = nullptr) override { return openAll(error); }
+  bool makeSafe(QLTError* error = nullptr) override;
 
  private:
   using QLTBenchInstrument::QLTBenchInstrument;

@@ -19,6 +19,7 @@
 using quillon::bench::fail;
 using quillon::bench::failWith;
 using quillon::bench::scpiItems;
+using quillon::bench::scpiMessage;
 using quillon::bench::scpiNumber;
 using quillon::bench::scpiQueueEntry;
 using quillon::bench::ScpiReplies;
@@ -42,11 +43,11 @@ std::string quote(std::string_view text) {
   return quoted + (text.size() > kLongestQuote ? "...\"" : "\"");
 }
 
-/// That an answer is not what it should be.
-quillon::bench::Failed notA(const char* what, const std::string& query, std::string_view answer,
-                            QLTError* error) {
-  return fail(error, kQLTErrorScpiAnswer,
-              format("the answer to %@ is not %@: %@", quote(query), what, quote(answer)));
+/// Whether a text is one message, for one line.
+bool isOneMessage(const std::string& text, QLTError* error) {
+  if (!scpiMessage(text).hasLineEnd) return true;
+  return fail(error, kQLTErrorLineCommand,
+              quote(text) + " holds a line end: send one command at a time, without its end");
 }
 
 /// That an answer was not read, or that there was none: what a query that goes wrong makes.
@@ -170,7 +171,8 @@ bool QLTBenchScpi::beInStep(double seconds, QLTError* error) {
   ++identitiesOwed_;
   const auto start = Clock::now();
   QLTError problem;
-  for (int lines = 0; lines < mostLines; ++lines) {
+  int lines = 0;
+  for (; lines < mostLines; ++lines) {
     const std::chrono::duration<double> passed = Clock::now() - start;
     if (passed.count() >= seconds) break;
     const auto answer = hear(seconds - passed.count(), &problem);
@@ -180,23 +182,36 @@ bool QLTBenchScpi::beInStep(double seconds, QLTError* error) {
     isOutOfStep_ = false;
     return true;
   }
-  if (!problem) {
+  // It may have been taken for another one. It has to tell anew who it is.
+  if (lines > 0) {
+    isReady_ = false;
     return fail(error, kQLTErrorScpiAnswer, where() + " answers something else than was asked");
   }
   return failWith(error, QLTUtil::handleError(problem, where() + " still does not answer"));
 }
 
 bool QLTBenchScpi::startQuery(const std::string& query, QLTError* error) {
-  return beInStep(settings_.timeOutInSeconds, error) && tell(query, error);
+  return isOneMessage(query, error) && beInStep(settings_.timeOutInSeconds, error) &&
+         tell(query, error);
+}
+
+/// That an answer is not what it should be. It may be that of something else.
+quillon::bench::Failed QLTBenchScpi::notA(const char* what, const std::string& query,
+                                          std::string_view answer, QLTError* error) {
+  isOutOfStep_ = true;
+  return fail(error, kQLTErrorScpiAnswer,
+              format("the answer to %@ is not %@: %@", quote(query), what, quote(answer)));
 }
 
 /// The error of a query that was not answered, with the instrument's own reason where it has one.
 void QLTBenchScpi::noAnswer(const std::string& query, const QLTError& cause, QLTError* error) {
   isOutOfStep_ = mayHaveErrors_ = true;
   const std::string what = "no answer to " + quote(query);
-  if (isReady_ && !isLost() &&
-      beInStep(std::min(settings_.timeOutInSeconds, kLongestAfterwards), nullptr)) {
-    auto entries = errors();
+  if (isReady_ && !isLost()) {
+    const bool isInStep =
+        beInStep(std::min(settings_.timeOutInSeconds, kLongestAfterwards), nullptr);
+    isReady_ = true;  // it may only have been slow
+    auto entries = isInStep ? errors() : std::nullopt;
     if (entries) std::erase_if(*entries, isOfAQuery);
     if (entries && !entries->empty()) {
       const QLTError reason = errorOf(*entries, what);
@@ -210,6 +225,11 @@ void QLTBenchScpi::noAnswer(const std::string& query, const QLTError& cause, QLT
 // Commands.
 
 bool QLTBenchScpi::send(const std::string& command, QLTError* error) {
+  if (!isOneMessage(command, error)) return false;
+  if (scpiMessage(command).isQuery) {
+    return fail(error, kQLTErrorLineCommand,
+                quote(command) + " is a query, whose answer would be taken for the next: ask it");
+  }
   if (!beInStep(settings_.timeOutInSeconds, error) || !forgetErrors(command, error) ||
       !tell(command, error)) {
     return false;
@@ -440,7 +460,7 @@ std::optional<std::uint8_t> QLTBenchScpi::statusRegister(const std::string& quer
   const auto answer = ask(query, error);
   if (!answer) return std::nullopt;
   const auto value = scpiNumber(*answer);
-  if (!value || !(*value >= 0 && *value <= 255)) {
+  if (!value || !(*value >= 0 && *value <= 255) || *value != std::floor(*value)) {
     return notA("a number from 0 to 255", query, *answer, error);
   }
   return static_cast<std::uint8_t>(*value);

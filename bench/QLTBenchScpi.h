@@ -17,7 +17,8 @@
 
 namespace quillon::bench {
 class ScpiReplies;
-}
+struct Failed;
+}  // namespace quillon::bench
 
 /// An entry of an instrument's error queue.
 struct QLT_EXPORT QLTBenchQueueEntry {
@@ -47,6 +48,10 @@ struct QLT_EXPORT QLTBenchScpiSettings {
 /// comes before is dropped. Nor are errors from before that taken for those of a later command:
 /// they are logged.
 ///
+/// What is no single command is refused before it is sent, with -30004: one that holds a line end
+/// (other than in a block), and a query that is given to `send`, whose answer would be taken for
+/// that of the next one.
+///
 /// Errors of the framework's domain: -33000 for an answer that is not of the form that was asked
 /// for, -33001 for an overload (9.9E37), -33002 for what the instrument calls not a number
 /// (9.91E37); those of the line. Of the domain `kQLTScipErrorDomain`: what the error queue holds,
@@ -69,7 +74,7 @@ class QLT_EXPORT QLTBenchScpi : public QLTScpiInstrument {
 
   // Commands.
 
-  /// Sends a command, and asks for errors where the settings say so.
+  /// Sends a command, and asks for errors where the settings say so. No query: see `ask`.
   bool send(const std::string& command, QLTError* error = nullptr);
   /// As `send`; with `waitTillDone` also as `waitTillDone`.
   bool command(const std::string& command, bool waitTillDone, QLTError* error = nullptr) override;
@@ -123,7 +128,8 @@ class QLT_EXPORT QLTBenchScpi : public QLTScpiInstrument {
   void setTimeOutInSeconds(double seconds) { settings_.timeOutInSeconds = seconds; }
   void setChecksQueue(bool checks) { settings_.checksQueue = checks; }
 
-  /// Also true when it has not told who it is since the last try to open it.
+  /// Also true when it has not told who it is since the last try to open it, or answers something
+  /// else when it is asked that.
   bool isLost() const override;
   /// Opens the device again, if it can be, asks the instrument who it is, and clears its status.
   bool reopen(QLTError* error = nullptr) override;
@@ -137,6 +143,8 @@ class QLT_EXPORT QLTBenchScpi : public QLTScpiInstrument {
   std::optional<std::string> hear(double seconds, QLTError* error);
   std::optional<std::string> answerTo(const std::string& query, double seconds, QLTError* error);
   bool startQuery(const std::string& query, QLTError* error);
+  quillon::bench::Failed notA(const char* what, const std::string& query, std::string_view answer,
+                              QLTError* error);
   bool beInStep(double seconds, QLTError* error);
   QLTError errorOf(const std::vector<QLTBenchQueueEntry>& entries, const std::string& after);
   bool forgetErrors(const std::string& command, QLTError* error);

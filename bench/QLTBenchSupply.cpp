@@ -139,7 +139,8 @@ bool QLTBenchSupply::makeSafe(QLTError* error) {
   QLTError first;
   for (std::int32_t output = 1; output <= outputs_; ++output) {
     QLTError problem;
-    if (!setOutput(false, output, &problem) && !first) first = problem;
+    const auto switchOff = [&](QLTError* reason) { return setOutput(false, output, reason); };
+    if (!insist(switchOff, &problem) && !first) first = problem;
   }
   if (first) return failWith(error, first);
   wasSwitchedOn_ = false;

@@ -1,5 +1,6 @@
 #include "bench/ScpiText.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -35,6 +36,16 @@ std::size_t endOfString(std::string_view text, std::size_t start) {
     ++i;
   }
   return text.npos;
+}
+
+/// Where the block that begins with a # at `start` ends; behind the # where it begins none.
+std::size_t endOfBlock(std::string_view text, std::size_t start) {
+  const std::size_t digits = start + 1 < text.size() ? text[start + 1] - std::size_t{'0'} : 10;
+  if (digits == 0) return text.size();  // as long as the message
+  if (digits > 9 || start + 2 + digits > text.size()) return start + 1;
+  const auto length = internal::numberIn<std::uint64_t>(text.substr(start + 2, digits));
+  if (!length) return start + 1;
+  return std::min<std::uint64_t>(start + 2 + digits + *length, text.size());
 }
 
 bool isQuote(char letter) { return letter == '"' || letter == '\''; }
@@ -120,6 +131,28 @@ std::string scpiArgument(double value) {
   std::array<char, 32> text{};
   const auto result = std::to_chars(text.data(), text.data() + text.size(), value);
   return {text.data(), result.ptr};
+}
+
+bool isScpiArgument(std::string_view argument) {
+  return argument.find("nan") == argument.npos && argument.find("inf") == argument.npos;
+}
+
+ScpiMessage scpiMessage(std::string_view text) {
+  ScpiMessage message;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (isQuote(text[i])) {
+      const std::size_t end = std::min(endOfString(text, i), text.size());
+      const std::string_view quoted = text.substr(i, end - i);
+      message.hasLineEnd |= quoted.find_first_of("\r\n") != quoted.npos;
+      i = end - 1;
+    } else if (text[i] == '#') {
+      i = endOfBlock(text, i) - 1;
+    } else {
+      message.isQuery |= text[i] == '?';
+      message.hasLineEnd |= text[i] == '\r' || text[i] == '\n';
+    }
+  }
+  return message;
 }
 
 }  // namespace quillon::bench

@@ -33,5 +33,14 @@ std::optional<ScpiQueueEntry> scpiQueueEntry(std::string_view text);
 
 /// A number for a command, whatever the process locale is: as short as it can be without loss.
 std::string scpiArgument(double value);
+/// Whether that is a number that can be sent: neither "nan" nor "inf".
+bool isScpiArgument(std::string_view argument);
+
+/// What a message is, beside what stands in its blocks and, for the question mark, in its quotes.
+struct ScpiMessage {
+  bool isQuery = false;     ///< has a question mark: it will be answered
+  bool hasLineEnd = false;  ///< more than one message
+};
+ScpiMessage scpiMessage(std::string_view text);
 
 }  // namespace quillon::bench

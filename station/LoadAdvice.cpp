@@ -73,6 +73,7 @@ std::string adviceForCode(std::int64_t code) {
       return "The plug-in asks the person at the station: start it again where somebody answers.";
     case kQLTErrorQuestionWrong:
     case kQLTErrorModbusRequest:
+    case kQLTErrorLineCommand:
       return kFaultOfPlugin;
     case kQLTErrorConsoleLogIn:
       return "Correct \"user\" of the console's line in " + testerConfig() +

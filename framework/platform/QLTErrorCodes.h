@@ -40,6 +40,8 @@ inline constexpr std::int32_t kQLTErrorLineWrite = -30001;
 inline constexpr std::int32_t kQLTErrorLineRead = -30002;
 /// A device on such a line did not answer, or took nothing, in time.
 inline constexpr std::int32_t kQLTErrorLineTimedOut = -30003;
+/// What cannot be sent to an instrument or a console as one command; nothing was sent.
+inline constexpr std::int32_t kQLTErrorLineCommand = -30004;
 /// A console on such a line showed no prompt in time.
 inline constexpr std::int32_t kQLTErrorConsoleNoPrompt = -31000;
 /// A console refused the log-in, or asks for one that was not expected.

@@ -203,6 +203,31 @@ TEST(QLTBenchSupply, theEndOfTheObjectSwitchesOffWhatItHasSwitchedOn) {
   }
 }
 
+TEST(QLTBenchSupply, anOldErrorOfTheInstrumentKeepsNoOutputOn) {
+  Stand<QLTBenchSupply> supply("QLTBenchSupply", {"supply", "--outputs", "2"}, {{"outputs", "2"}},
+                               "\"MEAS:VOLT?\" -> error \"-310,Too hot\"\n");
+  ASSERT_TRUE(supply) << supply.description();
+  EXPECT_TRUE(supply->setOutput(true, 1) && supply->setOutput(true, 2));
+  EXPECT_TRUE(supply->scpi()->number("MEAS:VOLT?"));  // nobody asks for errors after it
+  QLTError error;
+
+  EXPECT_TRUE(supply->makeSafe(&error)) << error.description().value_or("");
+
+  EXPECT_EQ(supply->scpi()->booleans("OUTP? (@1,2)"), (std::vector<bool>{false, false}));
+}
+
+TEST(QLTBenchSupply, whatIsNoNumberIsNotSent) {
+  Stand<QLTBenchSupply> supply("QLTBenchSupply", {"supply"}, {{"checkErrors", "no"}});
+  ASSERT_TRUE(supply) << supply.description();
+  QLTError error;
+  for (const double value : {NAN, -INFINITY}) {
+    EXPECT_FALSE(supply->setVoltage(value, 1, &error));
+    EXPECT_EQ(error.code(), kQLTErrorLineCommand);
+    EXPECT_THAT(error.description().value_or(""), HasSubstr(": \"voltage\" cannot be "));
+  }
+  EXPECT_TRUE(supply->scpi()->errors()->empty());
+}
+
 TEST(QLTBenchSupply, anOutputThatDoesNotSwitchIsAnError) {
   Stand<QLTBenchSupply> supply("QLTBenchSupply", {"supply", "--stuck", "1"});
   ASSERT_TRUE(supply) << supply.description();
@@ -270,6 +295,23 @@ TEST(QLTBenchScope, measuresNumbersOfItsChannels) {
     EXPECT_EQ(samples->front(), '\n');
     EXPECT_EQ(samples->back(), 0xfa);
   }
+}
+
+TEST(BenchScpi, anOldErrorIsNoneOfTheSafeState) {
+  const std::string hot = "\"*STB?\" -> error \"-310,Too hot\"\n";
+  Stand<QLTBenchLoad> load("QLTBenchLoad", {"load"}, {}, hot);
+  ASSERT_TRUE(load) << load.description();
+  EXPECT_TRUE(load->setInput(true));
+  EXPECT_TRUE(load->scpi()->statusByte());
+  EXPECT_TRUE(load->makeSafe());
+  EXPECT_EQ(load->isOn(), false);
+
+  Stand<QLTBenchMatrix> matrix("QLTBenchMatrix", {"matrix"}, {}, hot);
+  ASSERT_TRUE(matrix) << matrix.description();
+  EXPECT_TRUE(matrix->close({101}));
+  EXPECT_TRUE(matrix->scpi()->statusByte());
+  EXPECT_TRUE(matrix->makeSafe());
+  EXPECT_EQ(matrix->areClosed({101}), std::vector<bool>{false});
 }
 
 TEST(QLTBenchMatrix, switchesListsOfRelaysAndAsksThem) {

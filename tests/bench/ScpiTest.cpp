@@ -317,6 +317,65 @@ TEST_F(ScpiTest, errorsOfWhatWasNotAnsweredAreNotThoseOfALaterCommand) {
                              HasSubstr("says -113 \"Undefined header\""))));
 }
 
+TEST_F(ScpiTest, anAnswerOfAnotherFormIsNotFollowedByThatOfAnotherQuery) {
+  ScpiPeer peer(test::Answers{{"A?", {"0,\"No error\"\n1\n"}}, {"B?", {"2\n"}}, {"C?", {"3\n"}}});
+
+  EXPECT_EQ(peer->number("A?", &error_), std::nullopt);  // and its own is still to come
+
+  EXPECT_EQ(peer->number("B?", &error_), 2.0);
+  EXPECT_EQ(peer->number("C?", &error_), 3.0);
+}
+
+TEST_F(ScpiTest, aQueryThatIsOnlySentIsRefusedSinceItsAnswerWouldBeThatOfTheNext) {
+  const ScpiPeer peer(test::Answers{{"OUTP?", {"0\n"}}, {"N?", {"1\n"}}});
+  for (const char* query : {"OUTP?", "*RST;OUTP?", "DISP:TEXT \"why?\";OUTP?"}) {
+    EXPECT_FALSE(peer->send(query, &error_)) << query;
+    EXPECT_EQ(error_.code(), kQLTErrorLineCommand);
+    EXPECT_THAT(description(), HasSubstr("is a query, whose answer would be taken for the next"));
+    EXPECT_FALSE(peer->command(query, false));
+  }
+  EXPECT_TRUE(peer->send("DISP:TEXT \"why?\"", &error_)) << description();
+  EXPECT_TRUE(peer->send("DATA #14a?\"b", &error_)) << description();
+  EXPECT_EQ(peer->number("N?"), 1.0);
+  EXPECT_THAT(peer.heard(), testing::Not(testing::Contains(HasSubstr("OUTP?"))));
+}
+
+TEST_F(ScpiTest, aLineEndInACommandIsRefused) {
+  const ScpiPeer peer(test::Answers{{"N?", {"1\n"}}});
+  for (const char* text : {"N?\n", "N?\r\nN?", "N? \"a\nb\"", "N? #12a\n\n", "N? #H1\n"}) {
+    EXPECT_EQ(peer->number(text, &error_), std::nullopt) << text;
+    EXPECT_EQ(error_.code(), kQLTErrorLineCommand) << text;
+    EXPECT_FALSE(peer->block(text));
+  }
+  EXPECT_FALSE(peer->send("VOLT 5\nOUTP ON", &error_));
+  EXPECT_THAT(description(), HasSubstr("holds a line end"));
+  EXPECT_EQ(peer->number("N?"), 1.0);
+  EXPECT_THAT(peer.heard(), ElementsAre("*IDN?", "*CLS", "N?"));
+}
+
+TEST_F(ScpiTest, aBlockInACommandHoldsAnyBytes) {
+  const ScpiPeer peer(test::Answers(), ScpiPeer::patient());
+  peer->setChecksQueue(false);
+
+  EXPECT_TRUE(peer->send("DATA #13\n?\r,1", &error_)) << description();
+  EXPECT_TRUE(peer->send("DATA #0\n?\r", &error_)) << description();
+  EXPECT_EQ(peer->number("N? #13\n\n\n;\n", &error_), std::nullopt);
+  EXPECT_EQ(error_.code(), kQLTErrorLineCommand);
+}
+
+TEST_F(ScpiTest, oneThatWasTakenForAnotherTellsAnewWhoItIs) {
+  ScpiPeer peer(test::Answers{{"*IDN?", {"+5.0E0\n"}}, {"N?", {"OL\n"}}});  // a late answer
+  peer.answer("*IDN?", "ACME,M1,1,2\n");
+  EXPECT_EQ(peer->number("N?", &error_), std::nullopt);
+  EXPECT_FALSE(peer->isLost());
+  peer->setTimeOutInSeconds(0.05);
+
+  EXPECT_EQ(peer->number("N?", &error_), std::nullopt);
+
+  EXPECT_THAT(description(), HasSubstr("answers something else than was asked"));
+  EXPECT_TRUE(peer->isLost());
+}
+
 TEST_F(ScpiTest, waitsForWhatTakesLongAsLongAsItIsTold) {
   ScpiPeer peer;
   peer.answer("*OPC?", [] {

@@ -55,6 +55,7 @@ const std::map<std::int64_t, std::string> kSubjects{
     {kQLTErrorDigitalLine, "\"outputs\" and \"inputs\""},
     {kQLTErrorDigitalOpen, "whether this user may use the chip"},
     {kQLTErrorModbusRequest, "A fault of the plug-in"},
+    {kQLTErrorLineCommand, "A fault of the plug-in"},
     {kQLTErrorConfigUnreadable, "Correct the plug-in's TestConfig.plist"},
     {kQLTErrorFlowWrong, "Correct the plug-in's TestConfig.plist"},
     {kQLTErrorTesterConfigMalformed, "Correct that line"},
