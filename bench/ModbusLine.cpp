@@ -222,7 +222,11 @@ bool ModbusLine::performFor(const QLTModbus::Options& unit, const ModbusAccess& 
       problem = replay(*speaker, wire, unit, access, words);
     } else {
       if (auto* const traffic = carrier_->traffic()) traffic->sent(wire);
-      problem = transfer(unit, access, words);
+      // A signal keeps a terminal from taking a request, and libmodbus does not try again; for an
+      // answer it waits on.
+      do {
+        problem = transfer(unit, access, words);
+      } while (problem == EINTR);
       tell(problem, access, words);
     }
     if (problem == 0) {
