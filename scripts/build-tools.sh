@@ -3,7 +3,7 @@
 QUILLON_BUILD_PACKAGES="g++ cmake ninja-build pkg-config libexpat1-dev libcli11-dev nlohmann-json3-dev \
 libre2-dev libsoci-dev libboost1.81-dev libgpiod-dev liblxi-dev libmodbus-dev libpq-dev libsqlite3-dev libssl-dev libtirpc-dev libjs-chart.js"
 QUILLON_TEST_PACKAGES="clang-format clang-tidy libclang-dev llvm-dev locales libgtest-dev libgmock-dev python3 doxygen mandoc dpkg-dev file \
-chromium chromium-driver python3-selenium python3-pymodbus python3-pyvisa python3-pyvisa-py postgresql-15"
+chromium chromium-driver python3-selenium python3-pymodbus python3-serial-asyncio python3-pyvisa python3-pyvisa-py postgresql-15"
 
 # need_packages PACKAGE... - installs, as root, the packages that are missing; as somebody else, says the command that
 # does. Anything but a Debian system is left to whoever runs it.
