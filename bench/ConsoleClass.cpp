@@ -19,25 +19,38 @@ using Settings = QLTBenchConsole::Settings;
 std::vector<Attribute> consoleAttributes() {
   const Settings standard;
   return {
-      Attribute::text("prompt", "regular expression of the prompt, the whole last line").needed(),
+      Attribute::text("prompt",
+                      "regular expression of the prompt: the whole last line, but for "
+                      "blanks at its end")
+          .needed(),
       Attribute::seconds("answerTimeOut", 0.001, 86400, "how long a command may take")
           .standard("12"),
-      Attribute::word("echo", {"maybe", "never", "checked"}, "whether the device echoes")
+      Attribute::word(
+          "echo", {"maybe", "never", "checked"},
+          "whether the device echoes; checked: an echo that is not what was sent is an error")
           .standard("maybe"),
       Attribute::text("user", "the name to log in with"),
-      Attribute::path("passwordFile", "a file whose first line is the password"),
+      Attribute::path("passwordFile",
+                      "a file whose first line is the password, which stands in no log, error or "
+                      "recording"),
       Attribute::text("userPrompt", "regular expression of the question for the user")
           .standard(standard.userPrompt),
       Attribute::text("passwordPrompt", "regular expression of the question for the password")
           .standard(standard.passwordPrompt),
       Attribute::seconds("bootWait", 0, 3600, "how long the device may take to start")
           .standard("0"),
-      Attribute::yesOrNo("interrupts", "whether Control-C is sent after a time-out").standard("no"),
-      Attribute::yesOrNo("stripsEscapes", "whether escape sequences are taken away")
+      Attribute::yesOrNo("interrupts", "whether Control-C is sent after a command that timed out")
+          .standard("no"),
+      Attribute::yesOrNo("stripsEscapes",
+                         "whether colours, cursor movements and bells are taken away")
           .standard("yes"),
-      Attribute::text("noise", "regular expression of the beginning of what comes in between")
+      Attribute::text(
+          "noise",
+          "regular expression of the beginning of what may come in between at any time, "
+          "such as a kernel's message; it is taken away, to its line end")
           .standard(standard.noise),
-      Attribute::seconds("quiet", 0, 10, "how long nothing comes behind a prompt")
+      Attribute::seconds("quiet", 0, 10,
+                         "how long nothing may come behind a prompt for it to be one")
           .standard("0.02")};
 }
 

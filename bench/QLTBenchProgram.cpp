@@ -74,10 +74,14 @@ std::shared_ptr<QLTBenchLine> programIn(const QLTDictionary& entry) {
 quillon::bench::LineKind quillon::bench::programLine() {
   return {"QLTBenchProgram",
           "ASCII device over a program's standard input and output",
-          {Attribute::text("command", "the program and its arguments, quoted as for a shell"),
-           Attribute::path("folder", "its working folder"),
-           Attribute::text("environment", "what is set in its environment: NAME:VALUE words"),
-           Attribute::seconds("grace", 0, 60, "what it is given to end before it is killed")
+          {Attribute::text("command",
+                           "the program, searched for in PATH unless it has a slash, and its "
+                           "arguments, quoted as for a shell"),
+           Attribute::path("folder", "its working folder; the station's where it is not given"),
+           Attribute::text("environment",
+                           "what is set beside the station's own environment: words NAME:VALUE"),
+           Attribute::seconds("grace", 0, 60,
+                              "how long it may take to end after SIGTERM, before SIGKILL")
                .standard("2")},
           [](const QLTDictionary& entry) {
             return isSimulated(entry) ? programIn<Simulated<QLTBenchProgram>>(entry)

@@ -49,13 +49,14 @@ std::shared_ptr<QLTBenchLine> usbTmcIn(const QLTDictionary& entry) {
 }  // namespace
 
 quillon::bench::LineKind quillon::bench::usbTmcLine() {
-  return {"QLTBenchUsbTmc",
-          "ASCII device on USB, by the kernel's driver usbtmc",
-          {Attribute::text("usbtmc", "the USB serial number, or the path of the device file")},
-          [](const QLTDictionary& entry) {
-            return isSimulated(entry) ? usbTmcIn<Simulated<QLTBenchUsbTmc>>(entry)
-                                      : usbTmcIn<QLTBenchUsbTmc>(entry);
-          }};
+  return {
+      "QLTBenchUsbTmc",
+      "ASCII device on USB, by the kernel's driver usbtmc",
+      {Attribute::text("usbtmc", "its USB serial number, or the absolute path of its device file")},
+      [](const QLTDictionary& entry) {
+        return isSimulated(entry) ? usbTmcIn<Simulated<QLTBenchUsbTmc>>(entry)
+                                  : usbTmcIn<QLTBenchUsbTmc>(entry);
+      }};
 }
 
 QLTBenchUsbTmc::QLTBenchUsbTmc(std::string device)
