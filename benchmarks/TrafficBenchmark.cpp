@@ -1,6 +1,8 @@
-// What the recording of traffic adds to a query: the two lines of it in the file, beside the same
-// bytes appended by bare calls; and what it adds while nobody records.
+// What the recording of traffic costs: an exchange with an instrument, beside the same one without
+// recording; its two lines in the file, beside the same bytes appended by bare calls; and what a
+// line does while nobody records.
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -8,10 +10,14 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <QLTBenchTcp.h>
+#include <QLTConsoleLog.h>
 #include <QLTTraffic.h>
 
 #include "Comparison.h"
+#include "PromptDevice.h"
 #include "ThreadName.h"
+#include "support/TcpPeer.h"
 #include "support/TemporaryFolder.h"
 #include "traffic/Recording.h"
 #include "worker/TrafficRecorder.h"
@@ -22,6 +28,34 @@ using bench::Comparison;
 using bench::timeOf;
 
 constexpr int kQueries = 100;  // in an iteration
+
+/// A question over TCP and its answer, on one line: recorded, and not.
+void recordedExchange(benchmark::State& state) {
+  QLTSetLogSink([](std::string_view) {});
+  const test::TemporaryFolder folder;
+  station::TrafficRecorder recorder;
+  recorder.beginTesting({{"left", {}}});
+  recorder.deviceStarts(
+      {"left", "A", 1, (folder.path() / "recorded").string(), station::RecordingHead{}.line()});
+  station::threadName() = "left";
+  const test::TcpPeer peer;
+  QLTBenchTcp line({"127.0.0.1", static_cast<std::uint16_t>(peer.port())});
+  line.open();
+  const test::Endpoint end = peer.accept();
+  const bench::PromptDevice device(end.descriptor(), "+1.23450000E+00\n");
+  const auto exchange = [&] { benchmark::DoNotOptimize(line.query("MEAS:VOLT:DC?")); };
+  Comparison comparison;
+  for (auto _ : state) {
+    QLTSetTrafficWatcher(&recorder);
+    const auto recorded = timeOf(exchange);
+    QLTSetTrafficWatcher(nullptr);
+    comparison.add(state, recorded, timeOf(exchange));
+  }
+  comparison.report(state);
+  recorder.deviceEnds("left");
+  QLTSetLogSink({});
+}
+BENCHMARK(recordedExchange)->UseManualTime()->Iterations(5000);
 
 void query(QLTTrafficLine& line) {
   line.sent("MEAS:VOLT:DC? AUTO\r\n");

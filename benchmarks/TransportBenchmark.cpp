@@ -29,6 +29,7 @@
 
 #include "AnsweringDevice.h"
 #include "Comparison.h"
+#include "PromptDevice.h"
 #include "support/Pty.h"
 #include "support/TcpPeer.h"
 
@@ -237,25 +238,6 @@ BENCHMARK(socketReadLine)->UseManualTime()->Iterations(200);
 
 // The bench library's line.
 
-/// Answers at once whatever comes, for as long as it lives.
-class PromptDevice {
- public:
-  explicit PromptDevice(int connection)
-      : connection_(connection), thread_([connection] {
-          std::array<char, 64> question{};
-          while (read(connection, question.data(), question.size()) > 0) {
-            if (write(connection, kReply.data(), kReply.size()) < 0) return;
-          }
-        }) {}
-  ~PromptDevice() { shutdown(connection_, SHUT_RDWR); }
-  PromptDevice(const PromptDevice&) = delete;
-  PromptDevice& operator=(const PromptDevice&) = delete;
-
- private:
-  int connection_;
-  std::jthread thread_;
-};
-
 /// A question and its answer: the round trip of a line, beside that of bare calls.
 void benchTcpQuery(benchmark::State& state) {
   const test::TcpPeer peer;
@@ -264,8 +246,8 @@ void benchTcpQuery(benchmark::State& state) {
   const test::Endpoint lineEnd = peer.accept();
   const test::Endpoint bare = test::TcpPeer::connect(peer.port());
   const test::Endpoint bareEnd = peer.accept();
-  const PromptDevice lineDevice(lineEnd.descriptor());
-  const PromptDevice bareDevice(bareEnd.descriptor());
+  const bench::PromptDevice lineDevice(lineEnd.descriptor(), kReply);
+  const bench::PromptDevice bareDevice(bareEnd.descriptor(), kReply);
   Comparison comparison;
   for (auto _ : state) {
     const auto library = timeOf([&] { benchmark::DoNotOptimize(line.query("READ?")); });
