@@ -67,6 +67,7 @@ std::optional<reports::Report> reportOf(const std::string& name, results::Report
   if (name == "pareto") return reports::paretoReport(queries, request);
   if (name == "capability") return reports::capabilityReport(queries, request);
   if (name == "trend") return reports::trendReport(queries, request);
+  if (name == "versions") return reports::versionsReport(queries, request);
   if (name == "runs") return reports::runsReport(queries, request, kRuns);
   return std::nullopt;
 }

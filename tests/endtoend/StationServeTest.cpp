@@ -148,6 +148,9 @@ TEST_F(StationServe, testsADeviceFromScanToVerdict) {
   EXPECT_EQ(report.status, 200);
   EXPECT_THAT(report.body, AllOf(HasSubstr("<title>"), HasSubstr("Yield")));
   EXPECT_THAT(report.field("CONTENT-SECURITY-POLICY"), HasSubstr("script-src 'unsafe-inline'"));
+  const Reply versions = HttpClient(address_).get("/reports/versions?since=7d");
+  EXPECT_EQ(versions.status, 200);
+  EXPECT_THAT(versions.body, AllOf(HasSubstr("Versions"), HasSubstr("7.1")));
   EXPECT_EQ(HttpClient(address_).get("/reports/horoscope").status, 404);
   EXPECT_EQ(HttpClient(address_).get("/reports/yield?since=soon").status, 400);
   EXPECT_EQ(HttpClient(address_).get("/reports/yield?site=middle").status, 404);

@@ -33,7 +33,7 @@ export class History {
     this.problem = element("p.refusal", { role: "alert", hidden: true });
     this.rows = element("tbody");
     // Whole pages of their own, for print as well.
-    this.reports = element("p.reports", texts.reports, ...["yield", "pareto", "capability", "runs"].map((name) =>
+    this.reports = element("p.reports", texts.reports, ...["yield", "pareto", "capability", "versions", "runs"].map((name) =>
       element("a", { href: `/reports/${name}?since=7d`, target: "_blank" }, texts.reportNames[name])));
     this.none = element("p.muted", { hidden: true }, texts.noRuns);
     this.list = element("div",

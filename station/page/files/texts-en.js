@@ -43,7 +43,7 @@ export default {
   disconnected: "No connection",
   history: "History",
   reports: "Reports on the last seven days:",
-  reportNames: { yield: "Yield", pareto: "Failures", capability: "Capability", runs: "Runs" },
+  reportNames: { yield: "Yield", pareto: "Failures", capability: "Capability", versions: "Versions", runs: "Runs" },
   technician: "Technician",
   stopNow: "Stop now",
   stopNowAsks: "Stop now ends the tests of ALL sites at once. Every device in progress must be tested again. Fixtures "
