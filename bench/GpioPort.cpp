@@ -112,7 +112,7 @@ bool GpioPort::take(const QLTDigitalIO::Line& wanted, QLTError* error) {
     }
   }
   if (status != 0) {
-    const auto result = failed("cannot be taken");
+    const bool result = failed("cannot be taken");
     gpiod_line_close_chip(line);
     return result;
   }

@@ -196,8 +196,8 @@ bool QLTBenchScpi::startQuery(const std::string& query, QLTError* error) {
 }
 
 /// That an answer is not what it should be. It may be that of something else.
-quillon::bench::Failed QLTBenchScpi::notA(const char* what, const std::string& query,
-                                          std::string_view answer, QLTError* error) {
+quillon::internal::Failed QLTBenchScpi::notA(const char* what, const std::string& query,
+                                             std::string_view answer, QLTError* error) {
   isOutOfStep_ = true;
   return fail(error, kQLTErrorScpiAnswer,
               format("the answer to %@ is not %@: %@", quote(query), what, quote(answer)));

@@ -17,8 +17,10 @@
 
 namespace quillon::bench {
 class ScpiReplies;
-struct Failed;
 }  // namespace quillon::bench
+namespace quillon::internal {
+struct Failed;
+}
 
 /// An entry of an instrument's error queue.
 struct QLT_EXPORT QLTBenchQueueEntry {
@@ -143,8 +145,8 @@ class QLT_EXPORT QLTBenchScpi : public QLTScpiInstrument {
   std::optional<std::string> hear(double seconds, QLTError* error);
   std::optional<std::string> answerTo(const std::string& query, double seconds, QLTError* error);
   bool startQuery(const std::string& query, QLTError* error);
-  quillon::bench::Failed notA(const char* what, const std::string& query, std::string_view answer,
-                              QLTError* error);
+  quillon::internal::Failed notA(const char* what, const std::string& query,
+                                 std::string_view answer, QLTError* error);
   bool beInStep(double seconds, QLTError* error);
   QLTError errorOf(const std::vector<QLTBenchQueueEntry>& entries, const std::string& after);
   bool forgetErrors(const std::string& command, QLTError* error);
