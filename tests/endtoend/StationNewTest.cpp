@@ -54,6 +54,14 @@ class StationNew : public testing::Test {
   test::TemporaryFolder folder_;
 };
 
+/// What a page shows in a block of code that holds `text`.
+std::string blockWith(const std::string& page, const std::string& text) {
+  const std::size_t at = page.find(text);
+  if (at == page.npos) return "the page has no " + text;
+  const std::size_t start = page.find('\n', page.rfind("```", at)) + 1;
+  return page.substr(start, page.find("```", at) - start);
+}
+
 /// A project that was made and built, with the edits of a test's own.
 class StationNewProject : public StationNew {
  protected:
@@ -81,6 +89,12 @@ class StationNewProject : public StationNew {
     return fs::canonical(bundle()).string() + "/Contents/Resources/TestConfig.plist";
   }
   std::string testerConfig() const { return project() + "/TesterConfig_oc.csv"; }
+
+  void edit(const std::string& file, const std::string& from, const std::string& to) const {
+    const std::string content = test::contentOf(project() + "/" + file);
+    ASSERT_THAT(content, HasSubstr(from));
+    folder_.write("Board/" + file, replaced(content, from, to));
+  }
 
   /// Checks the project with `from` replaced by `to` in one of its files, and puts that right
   /// again.
@@ -226,4 +240,22 @@ TEST_F(StationNewProject, buildsTestsRunsAndIsToldWhatIsBroken) {
                "Flows/main/1/stopOnFial: unknown key; loading ignores it\n    did you mean "
                "\"stopOnFail\"?\n");
   expectBroken(checkWith("TestConfig.plist", "</plist>", ""), 2, "Errors\n" + config() + ":");
+
+#ifdef HAS_BENCH
+  // As its README says that the library of bench instruments is taken into use.
+  const std::string readme = test::contentOf(project() + "/README.md");
+  edit("CMakeLists.txt", "find_package(Quillon REQUIRED)\n", blockWith(readme, "find_package"));
+  edit("CMakeLists.txt", "# `ctest`", blockWith(readme, "target_link_libraries") + "# `ctest`");
+  edit("BoardSuite.h", "#include <QLTestSuite.h>\n",
+       blockWith(readme, "#include") + "#include <QLTestSuite.h>\n");
+  edit("BoardSuite.h", "};\n", blockWith(readme, "createInstrument") + "};\n");
+  edit("TesterConfig_oc.csv", "name,class,sim,attributes\n",
+       "name,class,sim,attributes\n" + blockWith(readme, "meter,"));
+  EXPECT_EQ(shell(CMAKE " --build build --parallel 2"), 0) << log();
+  const Said withMeter = call({"check", bundle(), "--tester-config", testerConfig()});
+  EXPECT_EQ(withMeter.status, 0) << withMeter.output;
+  edit("TesterConfig_oc.csv", "address=", "adress=");
+  expectBroken(call({"check", bundle(), "--tester-config", testerConfig()}), 2,
+               "did you mean \"address\"?");
+#endif
 }
