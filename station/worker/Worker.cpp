@@ -283,7 +283,8 @@ void Worker::serve(const Suites& suites, const std::string& flow, OwnLoggers& lo
                                     channel_, traffic_);
     siteOf[site.link.site()] = &site;
   }
-  // Only now: each site asks its instruments who they are, and may share them.
+  // Only now: each site has asked its instruments who they are, and may share them.
+  threads.reserve(sites.size());
   for (Site& site : sites) threads.emplace_back([&site] { site.work(); });
   while (true) {
     Message message = receive();
