@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <iterator>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -29,9 +30,12 @@ bool isMeant(const StationState& station, const results::Filter& filter) {
          std::find(wanted.begin(), wanted.end(), station.id) != wanted.end();
 }
 
+bool isHeardOf(const StationState& station, std::int64_t now) {
+  return station.heardUs && now - *station.heardUs <= kGone;
+}
+
 bool isGone(const StationState& station, std::int64_t now) {
-  return station.heardUs && now - *station.heardUs > kGone && station.waiting == 0 &&
-         station.parked == 0;
+  return station.heardUs && !isHeardOf(station, now) && station.waiting == 0 && station.parked == 0;
 }
 
 bool isBehind(const StationState& station, std::int64_t now) {
@@ -70,15 +74,27 @@ void addStations(Report& report, results::ReportQueries& queries, const results:
   if (!states) return;
   std::vector<std::string> notes;
   std::vector<std::string> gone;
+  std::map<std::string, int> named;  // how many stations of a name there are
+  std::map<std::string, std::int64_t> heardOf;
+  for (const StationState& station : states->stations) ++named[station.name];
   for (const StationState& station : states->stations) {
     if (!isMeant(station, filter)) continue;
+    if (isHeardOf(station, states->nowUs)) ++heardOf[station.name];
+    const std::string name =
+        named[station.name] == 1 ? station.name : station.name + " (" + station.id + ")";
     if (isGone(station, states->nowUs)) {
-      gone.push_back(station.name);
+      gone.push_back(name);
     } else if (isBehind(station, states->nowUs)) {
       report.behind.push_back(
-          {station.name, station.waiting, station.oldestUs, station.heardUs, station.parked});
+          {name, station.waiting, station.oldestUs, station.heardUs, station.parked});
       notes.push_back(noteOf(report.behind.back()));
     }
+  }
+  for (const auto& [name, count] : heardOf) {
+    if (count < 2) continue;
+    notes.push_back(counted(count, "station") + " on different computers have the name " + name +
+                    ": tables by station count them as one, and --station with an id tells them "
+                    "apart.");
   }
   if (!gone.empty()) {
     notes.push_back("Not heard of for a month, with nothing left to send: " + listOf(gone) + ".");

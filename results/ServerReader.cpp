@@ -36,7 +36,7 @@ std::string wordsOf(const std::string& message) {
 std::string reasonOf(const soci::postgresql_soci_error& error) {
   const std::string state = error.sqlstate();
   std::string words = wordsOf(error.get_error_message());
-  if (state == "42501") {
+  if (state == kNoRight) {
     return "its role may not read this: " + words + " ('GRANT " + kReaderRole +
            " TO' that role by the database's owner allows it)";
   }

@@ -339,11 +339,26 @@ void makeRoles(Server& server) {
   try {
     server.run(kRoles);
   } catch (const ServerError& error) {
-    if (error.state() != "42501") throw;  // insufficient_privilege
+    if (error.state() != kNoRight) throw;
     throw ServerError("who prepares the server must be allowed to make roles, unless there are " +
                           std::string(kStationRole) + " and " + kReaderRole + " already",
                       error.state());
   }
+}
+
+void migrate(Server& server, int before, const std::vector<Migration>& migrations) {
+  server.run(
+      "CREATE TABLE IF NOT EXISTS schema_version "
+      "(version bigint PRIMARY KEY, applied_us bigint NOT NULL)");
+  for (const Migration& migration : migrations) {
+    if (migration.version <= before) continue;
+    for (const std::string& statement : migration.statements) server.run(statement);
+    server.ask("INSERT INTO schema_version (version, applied_us) VALUES ($1, now_us())",
+               {std::to_string(migration.version)});
+  }
+  server.run(
+      "SELECT make_month(now_us()), make_month((extract(epoch FROM date_trunc('month', now()) + "
+      "interval '1 month 1 day') * 1000000)::bigint)");
 }
 
 }  // namespace
@@ -365,18 +380,14 @@ Prepared prepare(Server& server, const std::vector<Migration>& migrations) {
     result.after = migrations.back().version;
     if (result.before > result.after) throw ServerError(newerText(result.before, result.after), "");
     makeRoles(server);
-    server.run(
-        "CREATE TABLE IF NOT EXISTS schema_version "
-        "(version bigint PRIMARY KEY, applied_us bigint NOT NULL)");
-    for (const Migration& migration : migrations) {
-      if (migration.version <= result.before) continue;
-      for (const std::string& statement : migration.statements) server.run(statement);
-      server.ask("INSERT INTO schema_version (version, applied_us) VALUES ($1, now_us())",
-                 {std::to_string(migration.version)});
+    try {
+      migrate(server, result.before, migrations);
+    } catch (const ServerError& error) {
+      if (error.state() != kNoRight) throw;
+      throw ServerError(
+          std::string("who prepares the server must own the database: ") + error.what(),
+          error.state());
     }
-    server.run(
-        "SELECT make_month(now_us()), make_month((extract(epoch FROM date_trunc('month', now()) + "
-        "interval '1 month 1 day') * 1000000)::bigint)");
   });
   return result;
 }

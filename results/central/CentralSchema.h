@@ -22,6 +22,9 @@ inline constexpr const char* kStationRole = "quillon_station";
 /// The role that may read all of it.
 inline constexpr const char* kReaderRole = "quillon_reader";
 
+/// PostgreSQL's code for a role that may not do something.
+inline constexpr const char* kNoRight = "42501";
+
 struct Prepared {
   int before = 0;  ///< the version of the schema that was there; 0: none
   int after = 0;

@@ -125,7 +125,7 @@ void Forwarder::Work::pass(const std::stop_token& stop) {
   try {
     passOnce(stop);
   } catch (const ServerError& error) {
-    if (error.state() != "42501") throw;  // insufficient_privilege
+    if (error.state() != kNoRight) throw;
     throw ServerError(std::string("its role may not add results: ") + error.what() + " ('GRANT " +
                           kStationRole + " TO' that role by the database's owner allows it)",
                       error.state());

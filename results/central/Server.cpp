@@ -41,16 +41,17 @@ std::string reasonOf(const PGconn* connection) {
 std::string wordsOfServer(const std::string& message) {
   std::string words = message;
   for (const char* const level : {"ERROR:", "FATAL:"}) {
-    const std::size_t found = words.find(level);
-    if (found != std::string::npos) words.erase(found, std::string_view(level).size());
+    for (std::size_t found = 0; (found = words.find(level, found)) != std::string::npos;) {
+      words.erase(found, std::string_view(level).size());
+    }
   }
   // What the library guesses behind it, on further lines.
   for (const char* const rest : {"\nLINE 1:", "\n\tIs the server", "\n\tThis probably means"}) {
-    const std::size_t found = words.find(rest);
-    if (found == std::string::npos) continue;
     // Of several addresses each has its own.
-    const std::size_t next = words.find("\nconnection to ", found);
-    words.erase(found, next == std::string::npos ? next : next - found);
+    for (std::size_t found = 0; (found = words.find(rest, found)) != std::string::npos;) {
+      const std::size_t next = words.find("\nconnection to ", found);
+      words.erase(found, next == std::string::npos ? next : next - found);
+    }
   }
   std::string line;
   for (const char c : words) {

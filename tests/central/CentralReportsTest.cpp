@@ -407,6 +407,13 @@ TEST_F(CentralReports, StationsThatAreBehindAreNamed) {
   EXPECT_THAT(report().notes, Contains(HasSubstr("nothing left to send: L3-FT-02.")));
   heard("L3-FT-02", "44000", "1", "2");
   EXPECT_THAT(report().notes, Contains(HasSubstr("L3-FT-02 is behind: 1 run waits, since ")));
+  // The same name on another computer.
+  place().server.ask("INSERT INTO station VALUES ('third', 'line 3', 'other', NULL)");
+  heard("line 3", "90", "1", "90");
+  EXPECT_THAT(report().notes, AllOf(Contains(HasSubstr("line 3 (third) is behind: 1 run waits")),
+                                    Contains(HasSubstr("2 stations on different computers have the "
+                                                       "name line 3: "))));
+  place().server.ask("DELETE FROM station WHERE id = 'third'");
   place().server.ask("DELETE FROM station_state");
   place().server.ask("UPDATE month SET dropped_us = 1 WHERE name = '2026_09'");
   EXPECT_THAT(report().notes, Contains(HasSubstr("Taken out of the store: 2026_09")));

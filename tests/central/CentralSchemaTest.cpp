@@ -247,6 +247,17 @@ TEST(CentralSchemaOfOthers, IsLeftAlone) {
   server.ask("CREATE TABLE run (mine int)");
   EXPECT_THAT(stateOf([&] { results::prepare(connection); }), HasSubstr("something else"));
   EXPECT_EQ(server.ask("SELECT count(*) FROM pg_roles WHERE rolname LIKE 'quillon%'"), "0\n");
+  server.ask("CREATE ROLE stranger LOGIN CREATEROLE; CREATE ROLE weak LOGIN");
+  EXPECT_THAT(stateOf([&] {
+                Server other(ServerAddress(server.url("weak", "template1")));
+                results::prepare(other);
+              }),
+              HasSubstr("must be allowed to make roles"));
+  EXPECT_THAT(stateOf([&] {
+                Server other(ServerAddress(server.url("stranger", "template1")));
+                results::prepare(other);
+              }),
+              HasSubstr("must own the database: permission denied"));
   server.ask("CREATE DATABASE latin ENCODING 'LATIN1' TEMPLATE template0");
   Server latin(ServerAddress(server.url("postgres", "latin")));
   EXPECT_THAT(stateOf([&] { results::prepare(latin); }), HasSubstr("LATIN1"));

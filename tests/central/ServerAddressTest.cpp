@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "results/central/Server.h"
+
 namespace {
 
 using results::NoAddress;
@@ -52,6 +54,20 @@ TEST(ServerAddress, WhatIsNoneIsRefusedWithoutBeingRepeated) {
       EXPECT_THAT(reason.what() + reason.advice(), Not(HasSubstr("hunter2")));
     }
   }
+}
+
+TEST(ServerWords, AreOneLineWithoutGuesses) {
+  const std::string refused =
+      "connection to server at \"10.0.0.5\", port 5432 failed: Connection refused\n\tIs the server "
+      "running on that host and accepting TCP/IP connections?\n";
+  const std::string told =
+      "connection to server at \"10.0.0.5\", port 5432 failed: Connection refused";
+  EXPECT_EQ(results::wordsOfServer(refused), told);
+  EXPECT_EQ(results::wordsOfServer(refused + refused), told + ' ' + told);
+  EXPECT_EQ(results::wordsOfServer("FATAL:  terminating connection\nserver closed the connection "
+                                   "unexpectedly\n\tThis probably means the server terminated\n"
+                                   "\tbefore or while processing the request.\n"),
+            "terminating connection server closed the connection unexpectedly");
 }
 
 TEST(ServerAddress, ConnectionsNoticeALineThatIsOutAndReadUtf8) {
