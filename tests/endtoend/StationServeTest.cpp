@@ -449,6 +449,7 @@ TEST_F(StationServe, forwardsWhileItTestsAndTellsHowItStands) {
   std::ifstream file(STATION_API);
   const std::string document{std::istreambuf_iterator<char>(file), {}};
   const json forwarding = state()["forwarding"];
+  EXPECT_GT(forwarding["oldestAt"], 0);
   for (const auto& [name, value] : forwarding.items()) {
     EXPECT_THAT(document, HasSubstr("`" + name + "`"));
   }
@@ -456,6 +457,7 @@ TEST_F(StationServe, forwardsWhileItTestsAndTellsHowItStands) {
   EXPECT_THAT(
       HttpClient(address_).get("/metrics").body,
       AllOf(HasSubstr("quillon_forward_up 0\n"), HasSubstr("quillon_forward_waiting_runs 1\n"),
+            testing::ContainsRegex("quillon_forward_oldest_seconds [0-9.e-]*[1-9]"),
             HasSubstr("quillon_forward_parked_runs 0\n"),
             HasSubstr("quillon_forward_sent_total 1\n")));
 
