@@ -166,6 +166,7 @@ bool QLTBenchLine::write(const std::string& text, QLTError* error) {
     errno = 0;
     const std::ptrdiff_t count = giveOut(rest.data(), rest.size(), deadline);
     if (count == 0) {
+      isLate_ = true;  // it may have taken a question
       return failWith(
           error,
           lineError(kQLTErrorLineTimedOut, where(),

@@ -19,7 +19,8 @@
 ///
 /// It is created closed. A read waits until its line is complete, and not a moment longer; what has
 /// come behind the line is kept for the next read, so an answer never falls behind its question.
-/// After a read that ran out of time the answer may still come: the next write drops what has.
+/// After a read or write that ran out of time an answer may still come: the next write drops what
+/// has.
 /// What is sent and received is not logged; see `QLTTraffic.h` for who wants to know.
 ///
 /// Errors are in the framework's domain: -30000 for a line that does not open, -30001 for a write,

@@ -34,6 +34,7 @@ class UsbTmcDriver {
     calls_.onWrite = [this](int file, const void* bytes,
                             std::size_t size) -> std::optional<ssize_t> {
       if (!isOurs(file)) return std::nullopt;
+      if (isInterrupted()) return failWith(EINTR);
       if (writeProblem != 0) return failWith(writeProblem);
       written.emplace_back(static_cast<const char*>(bytes), size);
       onMessage(written.back());
@@ -41,6 +42,7 @@ class UsbTmcDriver {
     };
     calls_.onRead = [this](int file, void* bytes, std::size_t size) -> std::optional<ssize_t> {
       if (!isOurs(file)) return std::nullopt;
+      if (isInterrupted()) return failWith(EINTR);
       return read(static_cast<char*>(bytes), size);
     };
   }
@@ -52,7 +54,9 @@ class UsbTmcDriver {
   int readProblem = ETIMEDOUT;  // when there is no message
   int writeProblem = 0;
   int controlProblem = 0;
+  int interruptions = 0;  // of the next calls, by signals
   bool clearsInstrument = true;
+  bool endsMessages = true;            // or breaks off amid them
   bool tellsEnds = true;               // of messages, as drivers do since Linux 4.20
   std::size_t longestPiece = 1 << 20;  // of a message that the instrument gives at once
 
@@ -69,7 +73,9 @@ class UsbTmcDriver {
     std::error_code problem;
     return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(file), problem) == path_;
   }
+  bool isInterrupted() { return interruptions > 0 && interruptions-- > 0; }
   int control(unsigned long request, void* argument) {
+    if (isInterrupted()) return failWith(EINTR);
     if (controlProblem != 0) return failWith(controlProblem);
     switch (request) {
       case USBTMC_IOCTL_SET_TIMEOUT:
@@ -101,8 +107,8 @@ class UsbTmcDriver {
     const std::size_t count = std::min({size, longestPiece, message.size()});
     std::copy_n(message.begin(), count, bytes);
     message.erase(0, count);
-    isAtEnd_ = message.empty();
-    if (isAtEnd_) messages.pop_front();
+    isAtEnd_ = message.empty() && endsMessages;
+    if (message.empty()) messages.pop_front();
     return static_cast<ssize_t>(count);
   }
 
