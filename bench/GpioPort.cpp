@@ -11,6 +11,7 @@
 #include <QLTErrorCodes.h>
 
 #include "bench/Fail.h"
+#include "bench/Ready.h"
 #include "common/Format.h"
 #include "common/Text.h"
 
@@ -159,10 +160,7 @@ std::optional<bool> GpioPort::waitForInput(const std::string& channel, bool isHi
   const Taken* const line = taken(channel, error);
   if (line == nullptr) return std::nullopt;
   if (!line->tellsEdges) return QLTDigitalPort::waitForInput(channel, isHigh, seconds, error);
-  constexpr double longest = 1e6;
-  const auto end =
-      steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(
-                                std::chrono::duration<double>(std::clamp(seconds, 0.0, longest)));
+  const auto end = deadlineIn(seconds);
   while (true) {
     const auto state = valueOf(channel, error);
     if (!state) return std::nullopt;

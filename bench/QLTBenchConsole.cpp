@@ -255,6 +255,11 @@ bool QLTBenchConsole::failLoggedOut(QLTError* error) const {
 std::optional<std::vector<std::string>> QLTBenchConsole::sendCommand(const std::string& command,
                                                                      QLTError* error) {
   if (!isUsable(error)) return std::nullopt;
+  if (command.find_first_of("\r\n") != command.npos) {
+    return fail(error, kQLTErrorLineCommand,
+                format("%@: \"%@\" holds a line end: send one command at a time, without its end",
+                       where(), printable(command)));
+  }
   if (isOutOfStep_ && !resynchronise(error)) return std::nullopt;
   heard_.clear();
   com_->discardInput();

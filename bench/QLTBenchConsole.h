@@ -73,8 +73,9 @@ class QLT_EXPORT QLTBenchConsole : public QLTObject, public QLTReopenable {
   /// that cannot be read, or the line's error.
   virtual bool open(QLTError* error = nullptr);
 
-  /// Sends `command` and the line end, and waits for the prompt. The answer's lines without their
-  /// line ends: the echo first, if the device echoes, the prompt last.
+  /// Sends `command` and the line end, and waits for the prompt. One that holds a line end itself
+  /// would be several, each with a prompt: it is refused, with -30004. The answer's lines without
+  /// their line ends: the echo first, if the device echoes, the prompt last.
   ///
   /// Absent when no prompt comes within `timeOutInSeconds` (-31000), when an echo that is checked
   /// is not right (-31002), or with the line's error. What is still to come of an answer that came

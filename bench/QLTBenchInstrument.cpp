@@ -1,6 +1,7 @@
 #include "QLTBenchInstrument.h"
 
 #include <QLTErrorCodes.h>
+#include <QLTUtil.h>
 
 #include "bench/Fail.h"
 #include "bench/ScpiDialect.h"
@@ -17,9 +18,10 @@ QLTBenchInstrument::QLTBenchInstrument(std::string kind, std::shared_ptr<QLTBenc
     : kind_(std::move(kind)), scpi_(std::move(scpi)), wanted_(std::move(dialect)) {}
 
 bool QLTBenchInstrument::begin(QLTError* error) {
+  QLTError problem;
   auto dialect = quillon::bench::dialectFor(kind_, wanted_.name, wanted_.file,
-                                            scpi_->identityAtCreation().value_or(""), error);
-  if (!dialect) return false;
+                                            scpi_->identityAtCreation().value_or(""), &problem);
+  if (!dialect) return failWith(error, QLTUtil::handleError(problem, where()));
   dialect_ = std::move(dialect);
   return true;
 }

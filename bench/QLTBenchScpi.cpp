@@ -115,13 +115,17 @@ bool QLTBenchScpi::begin(QLTError* error) {
   QLTError problem;
   std::optional<std::string> answer;
   if (tell(kWho, &problem)) answer = hear(settings_.timeOutInSeconds, &problem);
-  if (!answer && problem) {
-    return failWith(error, QLTUtil::handleError(
-                               problem, format("%@ does not tell who it is (*IDN?)", where())));
-  }
+  const std::string nobody = where() + " does not tell who it is (*IDN?)";
+  if (!answer && problem) return failWith(error, QLTUtil::handleError(problem, nobody));
   identity_ = trimmed(answer.value_or(""));
-  if (identity_.empty()) {
-    return fail(error, kQLTErrorScpiAnswer, where() + " does not tell who it is (*IDN?)");
+  if (identity_ == kWho) {
+    return fail(error, kQLTErrorScpiAnswer,
+                where() + " echoes what it is sent: switch its echo off");
+  }
+  // Texts with commas between them. What is none is a late answer, or another device.
+  if (identity_.find(',') == identity_.npos) {
+    return fail(error, kQLTErrorScpiAnswer,
+                identity_.empty() ? nobody : nobody + ", but says " + quote(identity_));
   }
   setIdentityAtCreation(std::move(answer));
   if (!tell("*CLS", error)) return false;

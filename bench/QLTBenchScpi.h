@@ -62,7 +62,8 @@ struct QLT_EXPORT QLTBenchScpiSettings {
 /// One thread uses an instrument at a time.
 class QLT_EXPORT QLTBenchScpi : public QLTScpiInstrument {
  public:
-  /// On an open device: asks "*IDN?", and clears the status ("*CLS"). Null when nothing answers.
+  /// On an open device: asks "*IDN?", and clears the status ("*CLS"). Null when nothing answers, or
+  /// something else than texts with commas between them.
   static std::shared_ptr<QLTBenchScpi> open(std::shared_ptr<QLTAsciiReadWriteDevice> device,
                                             QLTError* error = nullptr);
   static std::shared_ptr<QLTBenchScpi> open(std::shared_ptr<QLTAsciiReadWriteDevice> device,

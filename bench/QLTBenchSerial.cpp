@@ -177,12 +177,11 @@ void QLTBenchSerial::closeLine() {
 
 /// Waits for what was written, but not for a device that holds it up.
 void QLTBenchSerial::awaitSent() const {
-  using std::chrono::steady_clock;
   const int terminal = port_->fd();
-  const auto end = steady_clock::now() + std::chrono::duration<double>(timeOutInSeconds());
+  const auto end = quillon::bench::deadlineIn(timeOutInSeconds());
   int waiting = 0;
   while (retried([&] { return ioctl(terminal, TIOCOUTQ, &waiting); }) == 0 && waiting > 0) {
-    if (steady_clock::now() > end || port_->isLost()) {
+    if (Deadline::clock::now() > end || port_->isLost()) {
       retried([&] { return tcflush(terminal, TCOFLUSH); });
       return;
     }

@@ -82,9 +82,7 @@ bool QLTBenchTcp::openLine(std::string& reason) {
   if (!addresses) return false;
   std::ptrdiff_t left = 0;
   for (const addrinfo* one = addresses.get(); one != nullptr; one = one->ai_next) ++left;
-  const auto end = steady_clock::now() +
-                   std::chrono::duration_cast<steady_clock::duration>(std::chrono::duration<double>(
-                       std::clamp(connectTimeOutInSeconds_, 0.0, 1e6)));
+  const auto end = quillon::bench::deadlineIn(connectTimeOutInSeconds_);
   int problem = 0;
   for (const addrinfo* one = addresses.get(); one != nullptr; one = one->ai_next, --left) {
     // One that is silent must not take the time of the others.
@@ -107,13 +105,15 @@ void QLTBenchTcp::setUp(int socket) const {
   set(socket, IPPROTO_TCP, TCP_NODELAY, 1);
   if (keepAliveInSeconds_ <= 0) return;
   constexpr int kQuestions = 3;
-  const int interval = std::max(keepAliveInSeconds_ / (3 * kQuestions), 1);
+  constexpr int kLongest = 32767;  // that the system takes
+  const int idle = std::min(keepAliveInSeconds_, kLongest);
+  const int interval = std::max(idle / (3 * kQuestions), 1);
   set(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
-  set(socket, IPPROTO_TCP, TCP_KEEPIDLE, keepAliveInSeconds_);
+  set(socket, IPPROTO_TCP, TCP_KEEPIDLE, idle);
   set(socket, IPPROTO_TCP, TCP_KEEPINTVL, interval);
   set(socket, IPPROTO_TCP, TCP_KEEPCNT, kQuestions);
   // The same for what was sent and never acknowledged.
-  set(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, (keepAliveInSeconds_ + kQuestions * interval) * 1000);
+  set(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, (idle + kQuestions * interval) * 1000);
 }
 
 void QLTBenchTcp::closeLine() {

@@ -8,6 +8,7 @@
 #include <QLTTraffic.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <fstream>
 #include <functional>
@@ -226,6 +227,21 @@ TEST_F(ConsoleTest, ChecksTheEcho) {
               IsError(kFramework, kQLTErrorConsoleEcho,
                       console_->where() + ": the device heard \"erase 7\" instead of \"erase 1\""));
   EXPECT_EQ(console_->output("erase 2"), "ok");
+}
+
+TEST_F(ConsoleTest, RefusesLineEndsInACommandSinceEachWouldHaveAPrompt) {
+  connect(withPrompt("#"));
+  std::atomic<int> heard = 0;
+  answer([&heard](const std::string&) -> std::vector<std::string> {
+    ++heard;
+    return {"ok\r\n# "};
+  });
+  for (const char* command : {"one\n", "one\rtwo", "one\r\ntwo"}) {
+    EXPECT_EQ(console_->output(command, &error_), std::nullopt);
+    EXPECT_EQ(error_.code(), kQLTErrorLineCommand);
+  }
+  EXPECT_EQ(console_->output("one"), "ok");
+  EXPECT_EQ(heard, 1);
 }
 
 /// A device behind a log-in.

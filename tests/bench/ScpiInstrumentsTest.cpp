@@ -434,6 +434,7 @@ TEST_F(DialectFileTest, mistakesAreToldWithFileAndLine) {
 TEST_F(DialectFileTest, whatIsNotThereIsAnError) {
   const Stand<QLTBenchSupply> name("QLTBenchSupply", {"supply"}, {{"dialect", "meter"}});
   EXPECT_FALSE(name);
+  EXPECT_THAT(name.description(), HasSubstr("127.0.0.1:" + std::to_string(name.port())));
   EXPECT_THAT(name.description(), HasSubstr("a supply has no dialect \"meter\"; there are supply, "
                                             "supply-list, supply-header"));
   const Stand<QLTBenchSupply> file("QLTBenchSupply", {"supply"}, {{"dialectFile", "/no/models"}});

@@ -64,6 +64,13 @@ TEST_F(ScpiTest, withoutAnIdentityThereIsNoInstrument) {
   EXPECT_FALSE(silent.scpi());
   const ScpiPeer empty(test::Answers{{"*IDN?", {"\n"}}});
   EXPECT_FALSE(empty.scpi());
+  const ScpiPeer echoing(test::Answers{{"*IDN?", {"*IDN?\r\nACME,M1,1,2\n"}}});
+  EXPECT_FALSE(echoing.scpi());
+  EXPECT_THAT(log_.lines(), Contains(HasSubstr("echoes what it is sent: switch its echo off")));
+  const ScpiPeer another(test::Answers{{"*IDN?", {"login:\n"}}});
+  EXPECT_FALSE(another.scpi());
+  EXPECT_THAT(log_.lines(),
+              Contains(HasSubstr("does not tell who it is (*IDN?), but says \"login:\"")));
   EXPECT_FALSE(QLTBenchScpi::open(nullptr, &error_));
   EXPECT_EQ(error_.code(), kQLTErrorLineOpen);
 }
@@ -364,7 +371,7 @@ TEST_F(ScpiTest, aBlockInACommandHoldsAnyBytes) {
 }
 
 TEST_F(ScpiTest, oneThatWasTakenForAnotherTellsAnewWhoItIs) {
-  ScpiPeer peer(test::Answers{{"*IDN?", {"+5.0E0\n"}}, {"N?", {"OL\n"}}});  // a late answer
+  ScpiPeer peer(test::Answers{{"*IDN?", {"1.5,2.5\n"}}, {"N?", {"OL\n"}}});  // a late answer
   peer.answer("*IDN?", "ACME,M1,1,2\n");
   EXPECT_EQ(peer->number("N?", &error_), std::nullopt);
   EXPECT_FALSE(peer->isLost());

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <sstream>
@@ -184,6 +185,8 @@ TEST(QLTBenchTcp, aDeviceThatDoesNotAnswerCostsNoMoreThanTheTimeOut) {
   EXPECT_GE(waited, std::chrono::milliseconds(95));
   EXPECT_LT(waited, std::chrono::seconds(5));
   EXPECT_EQ(error.underlyingError().code(), ETIMEDOUT);
+  line.setConnectTimeOutInSeconds(std::numeric_limits<double>::quiet_NaN());
+  EXPECT_FALSE(line.open(&error));  // does not wait
 }
 
 TEST(QLTBenchTcp, aLostConnectionIsKnownAndMadeAgain) {
@@ -261,11 +264,11 @@ TEST(QLTBenchTcp, asksForLifeSignsAndSendsAtOnce) {
   QLTBenchTcp line(at("127.0.0.1", peer.port()));
   line.setKeepAliveInSeconds(9);
   ASSERT_TRUE(line.open());
-  const test::Endpoint device = peer.accept();
+  std::optional<test::Endpoint> device(peer.accept());
   // The line's own descriptor: the one whose other end is the device.
   sockaddr_in wanted{};
   socklen_t length = sizeof wanted;
-  ASSERT_EQ(getpeername(device.descriptor(), reinterpret_cast<sockaddr*>(&wanted), &length), 0);
+  ASSERT_EQ(getpeername(device->descriptor(), reinterpret_cast<sockaddr*>(&wanted), &length), 0);
   const auto option = [&](int level, int name) {
     for (int descriptor = 3; descriptor < 1024; ++descriptor) {
       sockaddr_in own{};
@@ -283,6 +286,12 @@ TEST(QLTBenchTcp, asksForLifeSignsAndSendsAtOnce) {
   EXPECT_EQ(option(IPPROTO_TCP, TCP_KEEPIDLE), 9);
   EXPECT_EQ(option(IPPROTO_TCP, TCP_USER_TIMEOUT), 12000);
   EXPECT_NE(option(IPPROTO_TCP, TCP_NODELAY), 0);
+
+  line.setKeepAliveInSeconds(std::numeric_limits<int>::max());  // more than the system takes
+  ASSERT_TRUE(line.open());
+  device.emplace(peer.accept());
+  ASSERT_EQ(getpeername(device->descriptor(), reinterpret_cast<sockaddr*>(&wanted), &length), 0);
+  EXPECT_EQ(option(IPPROTO_TCP, TCP_KEEPIDLE), 32767);
 }
 
 TEST(QLTBenchTcp, servesADriverOfTheFramework) {
