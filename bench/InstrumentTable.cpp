@@ -14,6 +14,7 @@ const std::vector<InstrumentClass>& instrumentTable() {
   static const std::vector<InstrumentClass> table = [] {
     std::vector<InstrumentClass> classes = lineClasses();
     // One line for each class: the function that describes and makes it, beside the class.
+    classes.push_back(canClass());
     classes.push_back(consoleClass());
     for (InstrumentClass& cls : digitalClasses()) classes.push_back(std::move(cls));
     classes.push_back(modbusClass());

@@ -22,6 +22,7 @@ struct InstrumentClass {
   std::shared_ptr<QLTObject> (*make)(const QLTDictionary& entry, QLTError* error);
 };
 
+InstrumentClass canClass();
 InstrumentClass consoleClass();
 
 /// All of them, by name. The one place in which a class is entered.

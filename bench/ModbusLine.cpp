@@ -248,11 +248,8 @@ bool ModbusLine::performFor(const QLTModbus::Options& unit, const ModbusAccess& 
     return failWith(error, {logged.domain(), logged.code(), std::move(userInfo)});
   }
   if (isSilence(problem)) {
-    std::string seconds = internal::fixedText(unit.timeOutInSeconds, 3);
-    seconds.erase(seconds.find_last_not_of('0') + 1);
-    if (seconds.ends_with('.')) seconds.pop_back();
     return fail(error, kQLTErrorModbusSilence,
-                format("%@: no whole answer within %@ s", what, seconds));
+                format("%@: no whole answer within %@", what, secondsText(unit.timeOutInSeconds)));
   }
   if (isGarbled(problem)) {
     return fail(error, kQLTErrorModbusGarbled,

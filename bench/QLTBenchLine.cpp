@@ -12,10 +12,12 @@
 #include <QLTUtil.h>
 
 #include "bench/Fail.h"
+#include "bench/Ready.h"
 #include "common/Format.h"
 #include "common/Text.h"
 
 using quillon::bench::failWith;
+using quillon::bench::secondsText;
 using quillon::internal::format;
 using quillon::internal::printable;
 
@@ -26,14 +28,6 @@ using Chunk = std::array<char, 16384>;
 constexpr std::size_t kLongestLine = 1 << 20;
 constexpr std::size_t kLongestQuote = 80;  // of what came, in a message
 constexpr double kLongestWait = 1e6;       // seconds; what is longer overflows clocks
-
-/// "0.05 s"
-std::string secondsText(double seconds) {
-  std::string text = quillon::internal::fixedText(seconds, 3);
-  text.erase(text.find_last_not_of('0') + 1);
-  if (text.ends_with('.')) text.pop_back();
-  return text + " s";
-}
 
 /// The record of a line's failure; `errnoValue` 0 where the system has no reason.
 QLTError lineError(std::int32_t code, const std::string& where, const std::string& message,

@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "common/Format.h"
 #include "common/Retried.h"
 
 namespace quillon::bench {
@@ -37,6 +38,14 @@ Deadline deadlineIn(double seconds) {
   constexpr double kLongestWait = 1e6;  // what is longer overflows clocks
   const std::chrono::duration<double> wait(seconds > 0 ? std::min(seconds, kLongestWait) : 0.0);
   return Deadline::clock::now() + std::chrono::duration_cast<Deadline::duration>(wait);
+}
+
+std::string secondsText(double seconds) {
+  constexpr int toTheMillisecond = 3;
+  std::string text = internal::fixedText(seconds, toTheMillisecond);
+  text.erase(text.find_last_not_of('0') + 1);
+  if (text.ends_with('.')) text.pop_back();
+  return text + " s";
 }
 
 bool awaitReady(int descriptor, short events, Deadline deadline) {

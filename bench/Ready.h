@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <string>
 
 #include <poll.h>
 
@@ -13,6 +14,8 @@ using Deadline = std::chrono::steady_clock::time_point;
 
 /// So many seconds from now; a number that is none, or is negative, is now.
 Deadline deadlineIn(double seconds);
+/// A time-out for people: "0.05 s".
+std::string secondsText(double seconds);
 
 /// Waits until `descriptor` can do one of `events` (as `poll` has them) or has failed: true; false
 /// when `deadline` has passed, or the system does not let it wait, with errno as the reason then,

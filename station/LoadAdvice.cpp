@@ -72,6 +72,7 @@ std::string adviceForCode(std::int64_t code) {
     case kQLTErrorOperatorAnswerUnfit:
       return "The plug-in asks the person at the station: start it again where somebody answers.";
     case kQLTErrorQuestionWrong:
+    case kQLTErrorCanFrame:
     case kQLTErrorModbusRequest:
     case kQLTErrorLineCommand:
       return kFaultOfPlugin;

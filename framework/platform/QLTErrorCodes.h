@@ -74,6 +74,18 @@ inline constexpr std::int32_t kQLTErrorDigitalLine = -36000;
 inline constexpr std::int32_t kQLTErrorDigitalOpen = -36001;
 /// A digital line that cannot be read, or does not do what it is told.
 inline constexpr std::int32_t kQLTErrorDigitalTransfer = -36002;
+/// A CAN frame that there cannot be; nothing was sent.
+inline constexpr std::int32_t kQLTErrorCanFrame = -37000;
+/// A CAN controller has left the bus (bus off).
+inline constexpr std::int32_t kQLTErrorCanBusOff = -37001;
+/// No other node acknowledges what is sent on a CAN bus.
+inline constexpr std::int32_t kQLTErrorCanUnacknowledged = -37002;
+/// A CAN controller is error passive.
+inline constexpr std::int32_t kQLTErrorCanPassive = -37003;
+/// What came over a CAN line is no frame.
+inline constexpr std::int32_t kQLTErrorCanGarbled = -37004;
+/// Other trouble that a CAN controller or its transceiver reports.
+inline constexpr std::int32_t kQLTErrorCanBus = -37005;
 /// The plug-in's "TestConfig" is missing or unreadable.
 inline constexpr std::int32_t kQLTErrorConfigUnreadable = -40000;
 /// A flow, a test or "defaultFlow" is configured wrongly.
