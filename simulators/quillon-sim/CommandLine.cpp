@@ -1,7 +1,10 @@
 #include "CommandLine.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <limits>
+#include <string_view>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -25,6 +28,7 @@ constexpr const char* kExamples = R"(Examples:
   quillon-sim davdp --tcp 127.0.0.1:9760 --replies davdp.replies
   quillon-sim scpi --pty --reading VOLT:DC=3.3 --byte-delay 2
   quillon-sim modbus --tcp 1502 --input 100=215 --coil 0=0,0,0,0
+  quillon-sim can --socket /tmp/can0 --replies can.replies
 A reply file has one entry for each command:
   "version"  -> "firmware 2.4.1" "bootloader 1.7"      # two lines
   "adc "*    -> "ERR no such channel"                  # all that begin so
@@ -130,8 +134,30 @@ void addTransport(CLI::App& app, CommandLine& line) {
   });
 }
 
+/// A CAN bus has a place of its own.
+void addSocket(CLI::App& app, CommandLine& line) {
+  const char* const group = "Where it is found";
+  addText(app, "--socket", "At a socket in the file system, for a CAN interface unix:PATH", "PATH",
+          [&line](const std::string& text) { line.socket = text; })
+      ->required()
+      ->group(group);
+  addText(app, "--refuse", "Is not there at first", "MS|forever", [&line](const std::string& text) {
+    line.refusing = timeIn(text);
+  })->group(group);
+}
+
 bool hasErrorQueue(CommandLine::Kind kind) {
-  return kind != CommandLine::Kind::Console && kind != CommandLine::Kind::DavDP;
+  return kind != CommandLine::Kind::Can && kind != CommandLine::Kind::Console &&
+         kind != CommandLine::Kind::DavDP;
+}
+
+/// Whether a fault can be in a reply of the device.
+bool isPossible(const Fault& fault, CommandLine::Kind kind) {
+  if (fault.name == "normal") return false;
+  if (fault.name == "error") return hasErrorQueue(kind);
+  constexpr std::array<std::string_view, 4> ofBytes{"byte-delay", "split", "pause", "no-end"};
+  return kind != CommandLine::Kind::Can ||
+         std::find(ofBytes.begin(), ofBytes.end(), fault.name) == ofBytes.end();
 }
 
 void addFaults(CLI::App& app, CommandLine& line, CommandLine::Kind kind) {
@@ -139,7 +165,7 @@ void addFaults(CLI::App& app, CommandLine& line, CommandLine::Kind kind) {
   for (const Fault& fault : faults()) {
     const std::string name = "--" + std::string(fault.name);
     const std::string help(fault.help);
-    if (fault.name == "normal" || (fault.name == "error" && !hasErrorQueue(kind))) continue;
+    if (!isPossible(fault, kind)) continue;
     if (fault.value.empty()) {
       const auto apply = [&line, &fault](std::int64_t) { fault.apply(line.behaviour, ""); };
       app.add_flag_function(name, apply, help)->group(group);
@@ -161,10 +187,14 @@ CLI::App& addDevice(CLI::App& app, CommandLine& line, CommandLine::Kind kind, co
   });
   addText(device, "--replies", "What it answers to which command", "FILE",
           [&line](const std::string& text) { line.replies = text; });
-  addText(device, "--line-end",
-          std::string("crlf, lf or cr after each line it sends (") + lineEnd + ")", "NAME",
-          [&line](const std::string& text) { line.lineEnd = lineEndNamed(text); });
-  addTransport(device, line);
+  if (kind == CommandLine::Kind::Can) {
+    addSocket(device, line);
+  } else {
+    addText(device, "--line-end",
+            std::string("crlf, lf or cr after each line it sends (") + lineEnd + ")", "NAME",
+            [&line](const std::string& text) { line.lineEnd = lineEndNamed(text); });
+    addTransport(device, line);
+  }
   addFaults(device, line, kind);
   const char* const group = "How it ends (and on SIGINT and SIGTERM)";
   constexpr std::uint64_t most = std::numeric_limits<std::uint64_t>::max();
@@ -291,6 +321,8 @@ std::optional<CommandLine> readCommandLine(int argc, char** argv, int& status) {
   addScope(app, line);
   addMatrix(app, line);
   addModbus(app, line);
+  addDevice(app, line, CommandLine::Kind::Can, "can", "lf",
+            "What else is on a CAN bus: it answers frames with those of a reply file");
   try {
     app.parse(argc, argv);
     return line;

@@ -18,7 +18,7 @@ namespace sim {
 
 /// What the command line asks for.
 struct CommandLine {
-  enum class Kind { Console, DavDP, Scpi, Supply, Load, Scope, Matrix, Modbus };
+  enum class Kind { Can, Console, DavDP, Scpi, Supply, Load, Scope, Matrix, Modbus };
 
   Kind kind = Kind::Console;
   std::filesystem::path replies;  ///< empty: none
@@ -39,7 +39,8 @@ struct CommandLine {
   std::uint8_t unit = 1;  // of the Modbus device
   std::vector<std::pair<ModbusUnits::Table, std::string>> values;
 
-  bool pty = false;  ///< else TCP
+  std::filesystem::path socket;  ///< of the CAN bus; empty for another transport
+  bool pty = false;              ///< else TCP
   std::filesystem::path link;
   std::string tcpAddress;
   std::string vxi11;  ///< the address; empty for another transport

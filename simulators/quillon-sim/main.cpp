@@ -4,6 +4,8 @@
 #include <memory>
 #include <utility>
 
+#include "CanEndpoint.h"
+#include "CanNode.h"
 #include "CommandLine.h"
 #include "Console.h"
 #include "DavDP.h"
@@ -50,6 +52,8 @@ std::unique_ptr<sim::Device> makeDevice(const CommandLine& line) {
   sim::ReplyTable replies(line.behaviour);
   if (!line.replies.empty()) sim::readReplyFile(line.replies, replies);
   switch (line.kind) {
+    case CommandLine::Kind::Can:
+      return std::make_unique<sim::CanNode>(std::move(replies));
     case CommandLine::Kind::Console:
       return std::make_unique<sim::Console>(std::move(replies), line.lineEnd, line.prompt,
                                             line.echo);
@@ -81,6 +85,7 @@ std::unique_ptr<sim::Device> makeDevice(const CommandLine& line) {
 }
 
 std::unique_ptr<sim::Endpoint> makeEndpoint(const CommandLine& line) {
+  if (!line.socket.empty()) return std::make_unique<sim::CanEndpoint>(line.socket);
   if (line.pty) return std::make_unique<sim::PtyEndpoint>(line.link);
   if (!line.vxi11.empty()) return std::make_unique<sim::Vxi11Endpoint>(line.vxi11);
   return std::make_unique<sim::TcpEndpoint>(line.tcpAddress, line.tcpPort);
@@ -88,6 +93,8 @@ std::unique_ptr<sim::Endpoint> makeEndpoint(const CommandLine& line) {
 
 const char* nameOf(CommandLine::Kind kind) {
   switch (kind) {
+    case CommandLine::Kind::Can:
+      return "can";
     case CommandLine::Kind::Console:
       return "console";
     case CommandLine::Kind::DavDP:

@@ -7,7 +7,7 @@ from dataclasses import dataclass, field
 
 TOP_SCRIPT = re.compile(r"^\./(demo|test)\b.*$", re.M)  # they run by themselves, and this check in one of them
 PRESET = re.compile(r"\bcmake (--build |--workflow )?--preset (\S+)( --target (\S+))?")
-STAND_IN = re.compile(r"quillon-sim (console|davdp|scpi|supply|load|scope|matrix|modbus)\b[^&|]*$")
+STAND_IN = re.compile(r"quillon-sim (console|davdp|scpi|supply|load|scope|matrix|modbus|can)\b[^&|]*$")
 MARK = "@@ status "
 
 KINDS = {"--build ": "buildPresets", "--workflow ": "workflowPresets", None: "configurePresets"}
