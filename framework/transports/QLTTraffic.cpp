@@ -2,6 +2,13 @@
 
 #include <atomic>
 #include <cerrno>
+#include <exception>
+
+#include <QLTConsoleLog.h>
+
+#include "common/Format.h"
+
+using quillon::internal::format;
 
 namespace {
 
@@ -75,6 +82,13 @@ void QLTTrafficLine::tell(QLTTrafficEvent event, std::string_view bytes, int cod
   auto* const present = watcher.load(std::memory_order_acquire);
   if (present == nullptr || standIn_ || !isBegun_) return;
   const int earlierErrno = errno;
-  present->happened(*this, event, bytes, code);
+  // What was done is done: neither the transport nor the end of a line can heed it.
+  try {
+    present->happened(*this, event, bytes, code);
+  } catch (const std::exception& exception) {
+    QLTLog(format("the traffic watcher threw: %@", exception.what()));
+  } catch (...) {
+    QLTLog("the traffic watcher threw an unknown exception");
+  }
   errno = earlierErrno;
 }

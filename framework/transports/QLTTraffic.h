@@ -85,8 +85,7 @@ enum class QLTTrafficEvent {
 };
 
 /// Listens to all lines of the process. Derive from it, and install one with
-/// `QLTSetTrafficWatcher`. Called on the threads that use the lines, several at once; must not
-/// throw.
+/// `QLTSetTrafficWatcher`. Called on the threads that use the lines, several at once.
 class QLT_EXPORT QLTTrafficWatcher {
  public:
   QLTTrafficWatcher() = default;
@@ -94,11 +93,12 @@ class QLT_EXPORT QLTTrafficWatcher {
   QLTTrafficWatcher& operator=(const QLTTrafficWatcher&) = delete;
   virtual ~QLTTrafficWatcher();
 
-  /// `bytes` last until this returns.
+  /// `bytes` last until this returns. What it throws is logged and goes no further.
   virtual void happened(const QLTTrafficLine& line, QLTTrafficEvent event, std::string_view bytes,
                         int code) = 0;
   /// Who speaks in the place of the instrument on a line that is about to be opened; null: the
-  /// instrument itself. The events of a line with a stand-in are not told.
+  /// instrument itself. The events of a line with a stand-in are not told. What it throws reaches
+  /// whoever opens the line, which stays closed.
   virtual std::unique_ptr<QLTTrafficStandIn> standIn(const QLTTrafficLine& line);
 };
 

@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -28,6 +29,7 @@
 #include <QLTSimSocket.h>
 #include <QLTSocket.h>
 
+#include "support/ConsoleLog.h"
 #include "support/Errors.h"
 #include "support/SerialLine.h"
 #include "support/TcpPeer.h"
@@ -195,6 +197,27 @@ TEST_F(ToldTest, ClosedPortTellsNothing) {
   port.read(10);
   port.close();
   EXPECT_THAT(listener_.take(), IsEmpty());
+}
+
+TEST(TrafficWatcher, whatItThrowsDisturbsNoLine) {
+  class Thrower : public QLTTrafficWatcher {
+   public:
+    Thrower() { QLTSetTrafficWatcher(this); }
+    ~Thrower() override { QLTSetTrafficWatcher(nullptr); }
+    void happened(const QLTTrafficLine&, QLTTrafficEvent event, std::string_view, int) override {
+      if (event == QLTTrafficEvent::Closed) throw 1;
+      throw std::runtime_error("disk full");
+    }
+  };
+  const test::ConsoleLog log;
+  const Thrower thrower;
+  {
+    QLTTrafficLine line;  // its end tells, too
+    line.begin("a device");
+    line.opened();
+  }
+  EXPECT_THAT(log.lines(), testing::Contains(testing::HasSubstr("watcher threw: disk full")));
+  EXPECT_THAT(log.lines(), testing::Contains(testing::HasSubstr("threw an unknown exception")));
 }
 
 TEST_F(ToldTest, SocketTellsTheBytesOnTheLine) {
