@@ -2,7 +2,9 @@
 
 #include <cstdlib>
 #include <exception>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -12,6 +14,7 @@
 #include "Commands.h"
 #include "Screen.h"
 #include "StationInfo.h"
+#include "Text.h"
 
 namespace station {
 namespace {
@@ -21,6 +24,21 @@ constexpr int kCouldNotRun = 2;
 std::string versionText() {
   return "quillon " + applicationVersion() + " (framework " +
          QLTBundle::frameworkBundle().version().value_or("of unknown version") + ")";
+}
+
+/// What stands where the name of a command should, and which there are; nothing when that is not
+/// what is wrong.
+std::optional<CannotRun> noSuchCommand(const CLI::App& app) {
+  const CLI::App* place = &app;
+  while (!place->get_subcommands().empty()) place = place->get_subcommands().front();
+  const std::vector<std::string> left = place->remaining();
+  std::string names;
+  for (const CLI::App* each : place->get_subcommands({})) {
+    if (!each->get_group().empty()) names += (names.empty() ? "" : ", ") + each->get_name();
+  }
+  if (names.empty() || left.empty() || left.front().starts_with('-')) return std::nullopt;
+  return CannotRun("there is no command \"" + printable(left.front()) + "\"",
+                   "The commands are: " + names);
 }
 
 }  // namespace
@@ -45,6 +63,13 @@ int runCommandLine(int argc, const char* const* argv) {
   addWorkerCommand(app, chosen);
   try {
     app.parse(argc, argv);
+  } catch (const CLI::RequiredError& error) {
+    if (const auto reason = noSuchCommand(app)) {
+      Screen().problem(reason->what(), reason->advice());
+      return kCouldNotRun;
+    }
+    app.exit(error);
+    return kCouldNotRun;
   } catch (const CLI::ParseError& error) {
     // Help and version arrive here as well, with status 0.
     return app.exit(error) == 0 ? EXIT_SUCCESS : kCouldNotRun;

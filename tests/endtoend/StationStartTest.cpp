@@ -63,6 +63,19 @@ TEST_F(StationStart, aWrongCommandLineIsRefused) {
   }
 }
 
+TEST_F(StationStart, aCommandThatThereIsNotIsAnsweredWithTheExistingOnes) {
+  StationProcess misspelt({"runn", bundle_.path()});
+  EXPECT_EQ(misspelt.wait(), 2);
+  EXPECT_EQ(misspelt.errors(),
+            "quillon: there is no command \"runn\"\n"
+            "The commands are: run, serve, check, list, new, replay, report, results, forward\n");
+  StationProcess below({"results", "shw", "QB-1"});
+  EXPECT_EQ(below.wait(), 2);
+  EXPECT_EQ(below.errors(),
+            "quillon: there is no command \"shw\"\n"
+            "The commands are: list, show, export, import, queue, retry, check\n");
+}
+
 TEST_F(StationStart, aBundleThatIsNotThereIsNamed) {
   StationProcess station({"run", "nowhere.bundle"});
   EXPECT_EQ(station.wait(), 2);
