@@ -56,6 +56,11 @@ bool QLTBenchInstrument::tell(const std::string& operation, const Values& values
   return command && scpi_->send(*command, error);
 }
 
+bool QLTBenchInstrument::tellUnasked(const std::string& operation, const Values& values) {
+  const auto command = commandFor(operation, values, nullptr);
+  return command && scpi_->sendUnasked(*command);
+}
+
 std::optional<double> QLTBenchInstrument::number(const std::string& operation, const Values& values,
                                                  QLTError* error, double seconds) {
   const auto query = commandFor(operation, values, error);

@@ -59,6 +59,8 @@ class QLT_EXPORT QLTBenchInstrument : public QLTObject,
   bool offers(const std::string& operation) const;
   // The dialect's command for an operation, as `QLTBenchScpi` does it.
   bool tell(const std::string& operation, const Values& values, QLTError* error);
+  /// As `QLTBenchScpi::sendUnasked`.
+  bool tellUnasked(const std::string& operation, const Values& values);
   std::optional<double> number(const std::string& operation, const Values& values, QLTError* error,
                                double seconds = 0);
   std::optional<std::vector<double>> numbers(const std::string& operation, const Values& values,

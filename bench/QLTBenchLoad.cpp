@@ -86,6 +86,9 @@ std::optional<double> QLTBenchLoad::measurePower(QLTError* error) {
   return number("measurePower", {}, error);
 }
 
+void QLTBenchLoad::tellSafe() { tellUnasked("off", {}); }
+
 bool QLTBenchLoad::makeSafe(QLTError* error) {
+  QLTBenchLoad::tellSafe();  // before anything that the load may not answer
   return insist([this](QLTError* reason) { return setInput(false, reason); }, error);
 }

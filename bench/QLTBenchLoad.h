@@ -34,7 +34,8 @@ class QLT_EXPORT QLTBenchLoad : public QLTBenchInstrument, public QLTMakesSafe {
   std::optional<double> measureCurrent(QLTError* error = nullptr);
   std::optional<double> measurePower(QLTError* error = nullptr);
 
-  /// Switches the input off, and asks whether it is so.
+  void tellSafe() override;
+  /// `tellSafe`; then switches the input off again, and asks whether it is so.
   bool makeSafe(QLTError* error = nullptr) override;
 
  private:

@@ -47,6 +47,8 @@ class QLT_EXPORT QLTBenchMatrix : public QLTBenchInstrument, public QLTMakesSafe
   std::optional<std::vector<bool>> areClosed(const std::vector<std::int32_t>& relays,
                                              QLTError* error = nullptr);
 
+  void tellSafe() override;
+  /// `tellSafe`, then `openAll`.
   bool makeSafe(QLTError* error = nullptr) override;
 
  private:

@@ -50,6 +50,14 @@ bool isOneMessage(const std::string& text, QLTError* error) {
               quote(text) + " holds a line end: send one command at a time, without its end");
 }
 
+/// The same, and that it has no answer.
+bool isOneCommand(const std::string& text, QLTError* error) {
+  if (!isOneMessage(text, error)) return false;
+  if (!scpiMessage(text).isQuery) return true;
+  return fail(error, kQLTErrorLineCommand,
+              quote(text) + " is a query, whose answer would be taken for the next: ask it");
+}
+
 /// That an answer was not read, or that there was none: what a query that goes wrong makes.
 bool isOfAQuery(const QLTBenchQueueEntry& entry) {
   constexpr std::int32_t interrupted = -410;
@@ -228,12 +236,14 @@ void QLTBenchScpi::noAnswer(const std::string& query, const QLTError& cause, QLT
 
 // Commands.
 
+bool QLTBenchScpi::sendUnasked(const std::string& command, QLTError* error) {
+  if (!isOneCommand(command, error)) return false;
+  mayHaveErrors_ = true;
+  return tell(command, error);
+}
+
 bool QLTBenchScpi::send(const std::string& command, QLTError* error) {
-  if (!isOneMessage(command, error)) return false;
-  if (scpiMessage(command).isQuery) {
-    return fail(error, kQLTErrorLineCommand,
-                quote(command) + " is a query, whose answer would be taken for the next: ask it");
-  }
+  if (!isOneCommand(command, error)) return false;
   if (!beInStep(settings_.timeOutInSeconds, error) || !forgetErrors(command, error) ||
       !tell(command, error)) {
     return false;

@@ -79,6 +79,10 @@ class QLT_EXPORT QLTBenchScpi : public QLTScpiInstrument {
 
   /// Sends a command, and asks for errors where the settings say so. No query: see `ask`.
   bool send(const std::string& command, QLTError* error = nullptr);
+  /// Sends a command and asks nothing, neither before nor after it, also when answers are owed: for
+  /// what must reach an instrument that may have stopped answering. True when the line has taken
+  /// it; what the instrument has against it is logged before the next `send`.
+  bool sendUnasked(const std::string& command, QLTError* error = nullptr);
   /// As `send`; with `waitTillDone` also as `waitTillDone`.
   bool command(const std::string& command, bool waitTillDone, QLTError* error = nullptr) override;
   using QLTScpiInstrument::command;

@@ -47,7 +47,7 @@ bool QLTBenchSupply::select(std::int32_t output, QLTError* error) {
     return fail(error, kQLTErrorConfigWrong,
                 format("%@ has the outputs 1 to %d, not %d", where(), outputs_, output));
   }
-  if (outputs_ == 1 || !offers("select")) return true;
+  if (!isSelected()) return true;
   return tell("select", {{"channel", std::to_string(output)}}, error);
 }
 
@@ -135,7 +135,16 @@ bool QLTBenchSupply::clearProtection(std::int32_t output, QLTError* error) {
   return tellOutput("clearProtection", output, error);
 }
 
+void QLTBenchSupply::tellSafe() {
+  for (std::int32_t output = 1; output <= outputs_; ++output) {
+    const Values values{{"channel", std::to_string(output)}};
+    if (!isSelected() || tellUnasked("select", values)) tellUnasked("off", values);
+  }
+}
+
 bool QLTBenchSupply::makeSafe(QLTError* error) {
+  // All of them before anything is asked: one that does not answer must not keep the others on.
+  QLTBenchSupply::tellSafe();
   QLTError first;
   for (std::int32_t output = 1; output <= outputs_; ++output) {
     QLTError problem;

@@ -58,12 +58,16 @@ class QLT_EXPORT QLTBenchSupply : public QLTBenchInstrument, public QLTMakesSafe
   std::optional<bool> hasTripped(std::int32_t output = 1, QLTError* error = nullptr);
   bool clearProtection(std::int32_t output = 1, QLTError* error = nullptr);
 
-  /// Switches all outputs off and asks each of them, also when one of them fails.
+  /// Sends to each output that it be off.
+  void tellSafe() override;
+  /// `tellSafe`; then switches each output off again and asks it, also when one of them fails.
   bool makeSafe(QLTError* error = nullptr) override;
 
  private:
   QLTBenchSupply(std::shared_ptr<QLTBenchScpi> scpi, std::int32_t outputs, QLTBenchDialect dialect);
 
+  /// Whether an output is chosen by a command of its own.
+  bool isSelected() const { return outputs_ > 1 && offers("select"); }
   bool select(std::int32_t output, QLTError* error);
   bool tellOutput(const std::string& operation, std::int32_t output, QLTError* error,
                   std::optional<double> value = {});

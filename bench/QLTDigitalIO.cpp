@@ -124,4 +124,15 @@ bool QLTDigitalIO::allOff(QLTError* error) {
   return areOff;
 }
 
+void QLTDigitalIO::tellSafe() {
+  for (const Line& line : lines_) {
+    if (line.isOutput) port_->tellOutput(line.channel, line.isInverted);
+  }
+}
+
+bool QLTDigitalIO::makeSafe(QLTError* error) {
+  QLTDigitalIO::tellSafe();
+  return allOff(error);
+}
+
 bool QLTDigitalIO::reopen(QLTError* error) { return port_->reopen(error) && allOff(error); }

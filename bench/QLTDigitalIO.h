@@ -60,7 +60,10 @@ class QLT_EXPORT QLTDigitalIO : public QLTObject, public QLTReopenable, public Q
   /// becomes of the others. False when one did not switch off, with the first one's error.
   bool allOff(QLTError* error = nullptr);
 
-  bool makeSafe(QLTError* error = nullptr) override { return allOff(error); }
+  /// Tells all outputs to be off; see `QLTDigitalPort::tellOutput`.
+  void tellSafe() override;
+  /// `tellSafe`, then `allOff`.
+  bool makeSafe(QLTError* error = nullptr) override;
 
   std::vector<std::string> outputs() const;  ///< the names
   std::vector<std::string> inputs() const;

@@ -5,6 +5,8 @@
 
 #include "common/Sleep.h"
 
+void QLTDigitalPort::tellOutput(const std::string&, bool) {}
+
 std::optional<bool> QLTDigitalPort::waitForInput(const std::string& channel, bool isHigh,
                                                  double seconds, QLTError* error) {
   using std::chrono::steady_clock;

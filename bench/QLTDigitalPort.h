@@ -21,6 +21,10 @@ class QLT_EXPORT QLTDigitalPort : public QLTObject, public QLTReopenable {
   virtual std::optional<bool> readOutput(const std::string& channel, QLTError* error = nullptr) = 0;
   /// Makes an output channel high or low; true when the hardware has taken it.
   virtual bool writeOutput(const std::string& channel, bool isHigh, QLTError* error = nullptr) = 0;
+  /// Tells an output channel to be high or low, for a safe state in which the hardware may have
+  /// stopped answering: waits for next to nothing, and nobody learns what came of it. Does nothing
+  /// at first, as for hardware that takes nothing without an answer.
+  virtual void tellOutput(const std::string& channel, bool isHigh);
   /// Waits for at most so many seconds until an input channel is high, or low: whether it came to
   /// that. Looks every 10 ms, unless the hardware can wake it.
   virtual std::optional<bool> waitForInput(const std::string& channel, bool isHigh, double seconds,

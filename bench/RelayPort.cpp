@@ -1,5 +1,6 @@
 #include "RelayPort.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <QLTErrorCodes.h>
@@ -15,6 +16,7 @@ namespace {
 using internal::format;
 
 constexpr std::string_view kChannel = "{}";
+constexpr double kBriefly = 0.2;  // seconds
 
 std::string filled(std::string command, const std::string& channel) {
   for (std::size_t at = 0; (at = command.find(kChannel, at)) != command.npos;) {
@@ -79,6 +81,15 @@ bool RelayPort::writeOutput(const std::string& channel, bool isHigh, QLTError* e
   if (*state == isHigh) return true;
   return fail(error, kQLTErrorDigitalTransfer,
               format("%@: channel %@ stays %s", where(), channel, isHigh ? "off" : "on"));
+}
+
+void RelayPort::tellOutput(const std::string& channel, bool isHigh) {
+  const std::string command = filled(isHigh ? commands_.on : commands_.off, channel);
+  if (!line_->writeLine(command) || commands_.confirmation.empty()) return;
+  const double usual = line_->timeOutInSeconds();
+  line_->setTimeOutInSeconds(std::min(usual, kBriefly));
+  line_->readLine();
+  line_->setTimeOutInSeconds(usual);
 }
 
 }  // namespace quillon::bench

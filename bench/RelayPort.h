@@ -31,6 +31,8 @@ class RelayPort : public QLTDigitalPort {
   std::optional<bool> readOutput(const std::string& channel, QLTError* error) override;
   /// Where the state can be asked for, it is, and a relay that stays as it is is an error.
   bool writeOutput(const std::string& channel, bool isHigh, QLTError* error) override;
+  /// A confirmation is waited for, briefly: it must not be taken for that of the next channel.
+  void tellOutput(const std::string& channel, bool isHigh) override;
 
   bool isLost() const override { return line_->isLost(); }
   std::string where() const override { return line_->where(); }

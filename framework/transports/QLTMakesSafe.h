@@ -16,6 +16,12 @@ class QLT_EXPORT QLTMakesSafe {
   QLTMakesSafe& operator=(const QLTMakesSafe&) = delete;
   virtual ~QLTMakesSafe();
 
+  /// Sends what makes the instrument safe, and waits for no answer. The station asks it of all
+  /// instruments of a site before `makeSafe` of the first one, so that one which does not answer
+  /// keeps no other on. Does nothing at first, as for an instrument that cannot be told without
+  /// its answers: `makeSafe` has to do all of it then, and to do it for all of its outputs,
+  /// whatever becomes of one.
+  virtual void tellSafe();
   /// Brings the instrument into the state in which the fixture may be touched, and asks it whether
   /// it is so; not knowing what was done with it before. False, with the reason, when that cannot
   /// be said.

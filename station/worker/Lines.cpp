@@ -31,6 +31,24 @@ std::optional<std::string> firstOfLost(const QLTestSuite& suite, Function&& func
   return std::nullopt;
 }
 
+/// Before anything is asked: one that does not answer may take all the time that there is. One that
+/// another site holds is waited for later.
+void tellInstrumentsSafe(const QLTestSuite& suite, const QLTResources& resources) {
+  for (const auto& [name, resource] : resources) {
+    const auto instrument = std::dynamic_pointer_cast<QLTMakesSafe>(resource);
+    if (!instrument) continue;
+    const QLTHold hold = QLTHold::take(resource, name, suite.siteName(), 0);
+    if (!hold) continue;
+    try {
+      instrument->tellSafe();
+    } catch (const std::exception& exception) {
+      QLTLog(name + " cannot be told to be safe: " + exception.what());
+    } catch (...) {
+      QLTLog(name + " cannot be told to be safe");
+    }
+  }
+}
+
 }  // namespace
 
 std::optional<std::string> lostLine(const QLTestSuite& suite) {
@@ -78,7 +96,9 @@ void learnIdentities(const QLTestSuite& suite, QLTDictionary& known) {
 std::optional<std::string> makeInstrumentsSafe(const QLTestSuite& suite) {
   std::optional<std::string> problems;
   if (!suite.resources()) return problems;
-  for (const auto& [name, resource] : QLTResources(*suite.resources())) {
+  const QLTResources resources(*suite.resources());
+  tellInstrumentsSafe(suite, resources);
+  for (const auto& [name, resource] : resources) {
     const auto instrument = std::dynamic_pointer_cast<QLTMakesSafe>(resource);
     if (!instrument) continue;
     const auto line = std::dynamic_pointer_cast<QLTReopenable>(resource);

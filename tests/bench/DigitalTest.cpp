@@ -8,6 +8,7 @@
 #include <chrono>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -252,6 +253,41 @@ TEST(DigitalClasses, aRelayBoardHasCommandsOfItsOwn) {
   EXPECT_THAT(textOf(error), HasSubstr("\"relay odd on\" was answered with \"what\""));
   EXPECT_TRUE(io->allOff());
   EXPECT_EQ(io->isOn("power"), false);
+}
+
+TEST(DigitalClasses, aRelayBoardThatFallsSilentIsToldToBeSafeBeforeItIsAsked) {
+  for (const bool confirms : {false, true}) {
+    Board board;
+    std::mutex mutex;
+    bool isSilent = false;
+    std::vector<std::string> heard;
+    QLTDictionary commands{{"on", "on {}"},
+                           {"off", "off {}"},
+                           {"timeOut", "0.1"},
+                           {"outputs", "power:7 lamp:!8 horn:9"}};
+    if (confirms) {
+      commands.set("confirmation", "ok");
+    } else {
+      commands.set("state", "get {}");
+    }
+    const auto io = board.make(commands, [&](const std::string& line) {
+      const std::lock_guard lock(mutex);
+      if (!isSilent) return std::vector<std::string>{confirms ? "ok\n" : ""};
+      heard.push_back(line);
+      return std::vector<std::string>();
+    });
+    ASSERT_TRUE(io);
+    {
+      const std::lock_guard lock(mutex);
+      isSilent = true;
+    }
+    QLTError error;
+    EXPECT_FALSE(io->makeSafe(&error));
+    const std::lock_guard lock(mutex);
+    ASSERT_GE(heard.size(), 4U);
+    heard.resize(4);
+    EXPECT_THAT(heard, ElementsAre("off 7", "on 8", "off 9", "off 7")) << confirms;
+  }
 }
 
 TEST(DigitalClasses, aRelayBoardThatCannotBeAskedSaysSo) {

@@ -1,6 +1,9 @@
 // The SCPI driver, over TCP and over other devices.
 
+#include <QLTBenchLoad.h>
+#include <QLTBenchMatrix.h>
 #include <QLTBenchScpi.h>
+#include <QLTBenchSupply.h>
 #include <QLTErrorCodes.h>
 
 #include <atomic>
@@ -368,6 +371,66 @@ TEST_F(ScpiTest, aBlockInACommandHoldsAnyBytes) {
   EXPECT_TRUE(peer->send("DATA #0\n?\r", &error_)) << description();
   EXPECT_EQ(peer->number("N? #13\n\n\n;\n", &error_), std::nullopt);
   EXPECT_EQ(error_.code(), kQLTErrorLineCommand);
+}
+
+/// Makes an instrument safe that has answered nothing since it was opened; gives so many of the
+/// first messages that it got.
+template <typename Make>
+std::vector<std::string> toldInSilence(std::size_t count, Make make) {
+  ScpiPeer peer(test::Answers(), ScpiPeer::impatient());
+  for (const char* query : {"SYST:ERR?", "*IDN?"}) {
+    peer.answer(query, [] { return std::vector<std::string>(); });
+  }
+  const auto instrument = make(peer.scpi());
+  EXPECT_FALSE(instrument->makeSafe());
+  constexpr std::size_t known = 2;  // *IDN?, *CLS
+  while (peer.heard().size() < known + count) std::this_thread::yield();
+  const std::vector<std::string> heard = peer.heard();
+  return {heard.begin() + known, heard.begin() + known + static_cast<std::ptrdiff_t>(count)};
+}
+
+TEST_F(ScpiTest, anInstrumentThatAnswersNothingAnyMoreIsToldToBeSafeNevertheless) {
+  using Scpi = std::shared_ptr<QLTBenchScpi>;
+  EXPECT_THAT(toldInSilence(3,
+                            [](const Scpi& scpi) {
+                              return QLTBenchSupply::on(scpi, 3, {"supply-list", ""});
+                            }),
+              ElementsAre("OUTP OFF,(@1)", "OUTP OFF,(@2)", "OUTP OFF,(@3)"));
+  EXPECT_THAT(toldInSilence(4,
+                            [](const Scpi& scpi) {
+                              return QLTBenchSupply::on(scpi, 2, {"supply", ""});
+                            }),
+              ElementsAre("INST:NSEL 1", "OUTP OFF", "INST:NSEL 2", "OUTP OFF"));
+  // An answer is owed already.
+  const auto outOfStep = [](auto instrument) {
+    EXPECT_FALSE(instrument->scpi()->ask("X?"));
+    return instrument;
+  };
+  EXPECT_THAT(toldInSilence(4, [&](const Scpi& scpi) { return outOfStep(QLTBenchLoad::on(scpi)); }),
+              Contains("INP OFF"));
+  EXPECT_THAT(toldInSilence(3, [&](const Scpi& scpi) { return outOfStep(QLTBenchLoad::on(scpi)); }),
+              ElementsAre("X?", "*IDN?", "INP OFF"));
+  EXPECT_THAT(
+      toldInSilence(3, [&](const Scpi& scpi) { return outOfStep(QLTBenchMatrix::on(scpi)); }),
+      ElementsAre("X?", "*IDN?", "ROUT:OPEN:ALL"));
+}
+
+TEST_F(ScpiTest, errorsOfWhatWasSentUnaskedAreNotThoseOfALaterCommand) {
+  std::atomic<int> asked = 0;
+  ScpiPeer peer;
+  ASSERT_TRUE(peer.scpi());
+  peer.answer("SYST:ERR?", [&asked] {
+    const char* const answer = asked++ == 0 ? "-222,\"Out of range\"\n" : "0,\"\"\n";
+    return std::vector<std::string>{answer};
+  });
+  EXPECT_FALSE(peer->sendUnasked("VOLT?", &error_));
+  EXPECT_EQ(error_.code(), kQLTErrorLineCommand);
+  EXPECT_FALSE(peer->sendUnasked("VOLT 1\nVOLT 2", &error_));
+  EXPECT_TRUE(peer->sendUnasked("VOLT 99", &error_));
+  EXPECT_TRUE(peer->send("VOLT 5", &error_)) << description();
+  EXPECT_THAT(log_.lines(), Contains(HasSubstr("before \"VOLT 5\": the instrument")));
+  EXPECT_THAT(peer.heard(), ElementsAre("*IDN?", "*CLS", "VOLT 99", "SYST:ERR?", "SYST:ERR?",
+                                        "VOLT 5", "SYST:ERR?"));
 }
 
 TEST_F(ScpiTest, oneThatWasTakenForAnotherTellsAnewWhoItIs) {

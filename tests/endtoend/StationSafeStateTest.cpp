@@ -98,10 +98,12 @@ TEST_F(StationSafeState, isNotForARunThatEndsAsItShould) {
 
 TEST_F(StationSafeState, makesInstrumentsSafeAfterTheHookAlsoOneThatFails) {
   const std::string resources =
-      "<key>Resources</key><dict><key>m</key><string>meter</string></dict>";
+      "<key>Resources</key><dict><key>m</key><string>meter</string>"
+      "<key>n</key><string>other</string></dict>";
   for (const char* how : {"works", "fails"}) {
     const std::string once = file(std::string("once ") + how);
-    test::writeTesterConfig("meter,Instrument,0,calls=" + file(how) + ";safe=" + how + "\n");
+    test::writeTesterConfig("meter,Instrument,0,calls=" + file(how) + ";safe=" + how +
+                            "\nother,Instrument,0,calls=" + file(how) + ";safe=works\n");
     bundle_.configure(
         TroubleBundle::test("Voltages", TroubleBundle::text("dies", "segfault") +
                                             TroubleBundle::text("unless", once)),
@@ -109,7 +111,11 @@ TEST_F(StationSafeState, makesInstrumentsSafeAfterTheHookAlsoOneThatFails) {
         resources);
     StationProcess station(atLeft());
     EXPECT_EQ(station.wait(), 1);
-    EXPECT_THAT(test::contentOf(file(how)), HasSubstr("left onSafeState\ninstrument made safe\n"));
+    // All are told before the first is asked whether it is safe.
+    EXPECT_THAT(test::contentOf(file(how)),
+                HasSubstr("left onSafeState\ninstrument told to be safe\n"
+                          "instrument told to be safe\ninstrument made safe\n"
+                          "instrument made safe\n"));
     const std::string hook = "site left is UNSAFE: onSafeState failed: the database is away";
     EXPECT_THAT(station.errors(),
                 HasSubstr(hook + (how == std::string("fails")
