@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <tuple>
 #include <utility>
 
 #include <QLTConsoleLog.h>
@@ -135,9 +136,34 @@ bool QLTBenchScpi::begin(QLTError* error) {
     return fail(error, kQLTErrorScpiAnswer,
                 identity_.empty() ? nobody : nobody + ", but says " + quote(identity_));
   }
+  if (!isExpected(error)) {
+    device()->close();  // it is another one's: nothing may be switched there, not even off
+    return false;
+  }
   setIdentityAtCreation(std::move(answer));
   if (!tell("*CLS", error)) return false;
   return isReady_ = true;
+}
+
+/// Whether it is the instrument that the settings tell of.
+bool QLTBenchScpi::isExpected(QLTError* error) {
+  const QLTIdentity& expected = settings_.expected;
+  const auto who = QLTIdentity::of(identity_);
+  std::string wanted;
+  bool isSame = true;
+  for (const auto& [part, pattern, answered] :
+       {std::tuple("vendor", &expected.vendor, &who.vendor),
+        std::tuple("model", &expected.model, &who.model),
+        std::tuple("serial number", &expected.serial, &who.serial),
+        std::tuple("firmware", &expected.firmware, &who.firmware)}) {
+    if (pattern->empty()) continue;
+    wanted += format("%@%@ %@", wanted.empty() ? "" : ", ", part, *pattern);
+    isSame = isSame && quillon::bench::fitsPattern(*answered, *pattern);
+  }
+  if (isSame) return true;
+  return fail(error, kQLTErrorScpiIdentity,
+              format("%@ is another instrument: expected %@, but %@ answers", where(), wanted,
+                     quote(identity_)));
 }
 
 // What goes out and comes in.

@@ -12,6 +12,7 @@
 #include <QLTAsciiReadWriteDevice.h>
 #include <QLTError.h>
 #include <QLTExport.h>
+#include <QLTHasIdentity.h>
 #include <QLTScpiInstrument.h>
 #include <QLTValue.h>
 
@@ -35,6 +36,9 @@ struct QLT_EXPORT QLTBenchScpiSettings {
   bool checksQueue = true;        ///< ask for errors after each command that has no answer
   std::size_t longestQueue = 50;  ///< entries that are read of an error queue
   std::size_t longestLog = 200;   ///< lines that are kept of what was said
+  /// Who it has to be: patterns, capitals or not, with `*` for any text and `?` for any character.
+  /// A part that is empty may be anything.
+  QLTIdentity expected;
 };
 
 /// An instrument that speaks SCPI, for those who drive it: answers are whole, numbers are numbers,
@@ -54,10 +58,14 @@ struct QLT_EXPORT QLTBenchScpiSettings {
 /// (other than in a block), and a query that is given to `send`, whose answer would be taken for
 /// that of the next one.
 ///
+/// An instrument that is not the expected one, as when two addresses were swapped, is lost: its
+/// device is closed, and nothing more is sent to it.
+///
 /// Errors of the framework's domain: -33000 for an answer that is not of the form that was asked
 /// for, -33001 for an overload (9.9E37), -33002 for what the instrument calls not a number
-/// (9.91E37); those of the line. Of the domain `kQLTScipErrorDomain`: what the error queue holds,
-/// all of it in the description, the first one's number as the code.
+/// (9.91E37), -33005 for another instrument than expected; those of the line. Of the domain
+/// `kQLTScipErrorDomain`: what the error queue holds, all of it in the description, the first one's
+/// number as the code.
 ///
 /// One thread uses an instrument at a time.
 class QLT_EXPORT QLTBenchScpi : public QLTScpiInstrument {
@@ -146,6 +154,7 @@ class QLT_EXPORT QLTBenchScpi : public QLTScpiInstrument {
 
  private:
   bool begin(QLTError* error);
+  bool isExpected(QLTError* error);
   bool tell(const std::string& message, QLTError* error);
   std::optional<std::string> hear(double seconds, QLTError* error);
   std::optional<std::string> answerTo(const std::string& query, double seconds, QLTError* error);

@@ -36,6 +36,12 @@ std::shared_ptr<QLTBenchScpi> scpiOf(const QLTDictionary& entry, QLTError* error
   settings.lineEnd = line->lineEnd();
   settings.timeOutInSeconds = line->timeOutInSeconds();
   settings.checksQueue = isYes(entry, "checkErrors");
+  if (!isSimulated(entry)) {  // one that is simulated is nobody
+    settings.expected = {.vendor = entry.text("expectedVendor"),
+                         .model = entry.text("expectedModel"),
+                         .serial = entry.text("expectedSerial"),
+                         .firmware = ""};
+  }
   auto scpi = QLTBenchScpi::lost(std::move(line), std::move(settings));
   scpi->reopen(error);
   return scpi;
@@ -112,6 +118,9 @@ Attributes attributesOf(const char* kind, const Attributes& own = {}) {
   attributes.push_back(
       Attribute::yesOrNo("checkErrors", "ask for errors after each command that has no answer")
           .standard("yes"));
+  attributes.push_back(Attribute::text("expectedVendor", "whose it has to be, as *IDN? tells"));
+  attributes.push_back(Attribute::text("expectedModel", "which model it has to be"));
+  attributes.push_back(Attribute::text("expectedSerial", "which serial number it has to have"));
   if (*kind != '\0') {
     attributes.push_back(Attribute::text(
         "dialect", "its commands: " + joined(dialectNames(kind)) +

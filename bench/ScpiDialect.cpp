@@ -5,13 +5,12 @@
 #include <set>
 #include <system_error>
 
-#include <fnmatch.h>
-
 #include <QLTErrorCodes.h>
 #include <QLTUtil.h>
 
 #include "bench/Fail.h"
 #include "bench/ScpiDialects.h"
+#include "bench/ScpiText.h"
 #include "common/Files.h"
 #include "common/Format.h"
 #include "common/Text.h"
@@ -53,10 +52,8 @@ ScpiDialect::ScpiDialect(std::string kind, std::string name)
     : kind_(std::move(kind)), name_(std::move(name)) {}
 
 bool ScpiDialect::fits(std::string_view identity) const {
-  const std::string whole(identity);
-  return std::any_of(patterns_.begin(), patterns_.end(), [&](const std::string& pattern) {
-    return ::fnmatch(pattern.c_str(), whole.c_str(), FNM_CASEFOLD) == 0;
-  });
+  return std::any_of(patterns_.begin(), patterns_.end(),
+                     [&](const std::string& pattern) { return fitsPattern(identity, pattern); });
 }
 
 bool ScpiDialect::offers(const std::string& operation) const {

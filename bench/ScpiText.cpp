@@ -6,6 +6,8 @@
 #include <cmath>
 #include <limits>
 
+#include <fnmatch.h>
+
 #include "common/Text.h"
 
 using quillon::internal::trimmed;
@@ -125,6 +127,10 @@ std::optional<ScpiQueueEntry> scpiQueueEntry(std::string_view text) {
   if (comma == whole.npos) return ScpiQueueEntry{*code, ""};
   const std::string rest = whole.substr(comma + 1);
   return ScpiQueueEntry{*code, scpiString(rest).value_or(trimmed(rest))};
+}
+
+bool fitsPattern(std::string_view text, const std::string& pattern) {
+  return ::fnmatch(pattern.c_str(), std::string(text).c_str(), FNM_CASEFOLD) == 0;
 }
 
 std::string scpiArgument(double value) {

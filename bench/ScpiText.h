@@ -31,6 +31,10 @@ struct ScpiQueueEntry {
 };
 std::optional<ScpiQueueEntry> scpiQueueEntry(std::string_view text);
 
+/// Whether a text is of a pattern, capitals or not: `*` stands for any text, `?` for any character,
+/// `[...]` for one of those.
+bool fitsPattern(std::string_view text, const std::string& pattern);
+
 /// A number for a command, whatever the process locale is: as short as it can be without loss.
 std::string scpiArgument(double value);
 /// Whether that is a number that can be sent: neither "nan" nor "inf".

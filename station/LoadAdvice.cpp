@@ -82,6 +82,11 @@ std::string adviceForCode(std::int64_t code) {
     case kQLTErrorScpiDialect:
       return "Correct \"dialect\" of the instrument's line in " + testerConfig() +
              ", or the file of its \"dialectFile\".";
+    case kQLTErrorScpiIdentity:
+      return "Are the cables or addresses of two instruments swapped? Put them right, or correct "
+             "the "
+             "address or\n\"expectedSerial\" of the instrument's line in " +
+             testerConfig() + ".";
     case kQLTErrorDigitalLine:
       return "Correct \"outputs\" and \"inputs\" of the instrument's line in " + testerConfig() +
              ",\nor the test that asks for another line.";

@@ -68,6 +68,8 @@ inline constexpr std::int32_t kQLTErrorScpiNoReading = -33002;
 inline constexpr std::int32_t kQLTErrorScpiNotDone = -33003;
 /// A bench instrument's dialect is not known, wrong, or has no such command.
 inline constexpr std::int32_t kQLTErrorScpiDialect = -33004;
+/// Another SCPI instrument answers than the one that was expected.
+inline constexpr std::int32_t kQLTErrorScpiIdentity = -33005;
 /// A digital line that is not there, or of the other direction.
 inline constexpr std::int32_t kQLTErrorDigitalLine = -36000;
 /// A digital line of the machine that cannot be taken.

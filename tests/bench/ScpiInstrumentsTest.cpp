@@ -461,6 +461,24 @@ TEST(BenchScpiFaults, anInstrumentThatIsNotThereIsMadeAndOpenedLater) {
   EXPECT_FALSE(supply->makeSafe(&error));
 }
 
+TEST(BenchScpiFaults, anotherInstrumentThanTheLineExpectsIsLost) {
+  for (const char* expected : {"expectedVendor", "expectedModel", "expectedSerial"}) {
+    const Stand<QLTBenchMeter> meter("QLTBenchMeter", {"scpi"}, {{expected, "PS-30*"}});
+    ASSERT_TRUE(meter);
+    EXPECT_EQ(meter.error().code(), kQLTErrorScpiIdentity);
+    EXPECT_THAT(meter.description(), HasSubstr("127.0.0.1:" + std::to_string(meter.port()) +
+                                               " is another instrument: expected "));
+    EXPECT_THAT(meter.description(), HasSubstr(" PS-30*, but \"QUILLON,SIM-DMM,0,1.0\" answers"));
+    EXPECT_TRUE(meter->isLost());
+    EXPECT_FALSE(meter->reopen());
+  }
+  const Stand<QLTBenchMeter> meter("QLTBenchMeter", {"scpi"},
+                                   {{"expectedModel", "sim-*"}, {"expectedSerial", "0"}});
+  ASSERT_TRUE(meter);
+  EXPECT_FALSE(meter.error()) << meter.description();
+  EXPECT_FALSE(meter->isLost());
+}
+
 TEST(BenchScpiFaults, anInstrumentThatDoesNotTellWhoItIsIsLost) {
   Stand<QLTBenchMeter> meter("QLTBenchMeter", {"scpi"}, {{"timeOut", "0.1"}},
                              "\"*IDN?\" -> silent\n\"*IDN?\" -> normal\n");

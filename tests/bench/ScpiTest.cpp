@@ -406,8 +406,6 @@ TEST_F(ScpiTest, anInstrumentThatAnswersNothingAnyMoreIsToldToBeSafeNevertheless
     EXPECT_FALSE(instrument->scpi()->ask("X?"));
     return instrument;
   };
-  EXPECT_THAT(toldInSilence(4, [&](const Scpi& scpi) { return outOfStep(QLTBenchLoad::on(scpi)); }),
-              Contains("INP OFF"));
   EXPECT_THAT(toldInSilence(3, [&](const Scpi& scpi) { return outOfStep(QLTBenchLoad::on(scpi)); }),
               ElementsAre("X?", "*IDN?", "INP OFF"));
   EXPECT_THAT(
@@ -466,6 +464,47 @@ TEST_F(ScpiTest, readsStatusAndKeepsALogOfWhatWasSaid) {
   EXPECT_EQ(peer->eventStatus(&error_), std::nullopt);
   EXPECT_EQ(error_.code(), kQLTErrorScpiAnswer);
   EXPECT_THAT(peer->log(), ElementsAre("> *STB?", "< +36", "> *ESR?", "< 256"));
+}
+
+TEST_F(ScpiTest, anotherInstrumentThanExpectedIsLostAndGetsNothing) {
+  for (const QLTIdentity& expected :
+       {QLTIdentity{"", "", "4712", ""}, {"acme", "M2*", "", ""}, {"AC", "", "", ""}}) {
+    QLTBenchScpiSettings settings = ScpiPeer::patient();
+    settings.expected = expected;
+    const ScpiPeer peer(test::Answers(), settings);
+    EXPECT_FALSE(peer.scpi());
+    EXPECT_THAT(peer.heard(), ElementsAre("*IDN?"));
+  }
+  EXPECT_THAT(log_.lines(),
+              Contains(HasSubstr(" is another instrument: expected serial number 4712, "
+                                 "but \"ACME, M1,4711 ,1.2,beta\" answers (-33005)")));
+  EXPECT_THAT(log_.lines(), Contains(HasSubstr(": expected vendor acme, model M2*, but ")));
+}
+
+TEST_F(ScpiTest, theExpectedInstrumentIsTakenAndAnotherOneInItsPlaceIsNot) {
+  QLTBenchScpiSettings settings = ScpiPeer::patient();
+  settings.expected = {"acme", "m?", "47*", ""};
+  ScpiPeer peer(test::Answers(), settings);
+  ASSERT_TRUE(peer.scpi());
+  const auto reopen = [&](const std::string& identity) {
+    peer.answer("*IDN?", identity);
+    peer.hangUp();
+    auto accepting = std::jthread([&] { peer.acceptAgain(); });
+    return peer->reopen(&error_);
+  };
+
+  EXPECT_FALSE(reopen("ACME,M1,4811,1.2\n"));
+  EXPECT_EQ(error_.code(), kQLTErrorScpiIdentity);
+  EXPECT_THAT(description(), HasSubstr("expected vendor acme, model m?, serial number 47*, but "
+                                       "\"ACME,M1,4811,1.2\" answers"));
+  EXPECT_TRUE(peer->isLost());
+  EXPECT_EQ(peer->who().serial, "4711");  // whose name it was opened with
+  EXPECT_FALSE(peer->sendUnasked("OUTP OFF", &error_));
+  EXPECT_EQ(error_.code(), kQLTErrorLineWrite);
+  EXPECT_EQ(peer.heard().back(), "*IDN?");
+
+  EXPECT_TRUE(reopen("ACME,M1,4712,1.2\n")) << description();
+  EXPECT_FALSE(peer->isLost());
 }
 
 TEST_F(ScpiTest, aLostInstrumentIsOpenedAgainAndAskedWhoItIs) {

@@ -57,6 +57,7 @@ const std::map<std::int64_t, std::string> kSubjects{
     {kQLTErrorCanBus, kCables},
     {kQLTErrorConsoleLogIn, "passwordFile"},
     {kQLTErrorScpiDialect, "dialectFile"},
+    {kQLTErrorScpiIdentity, "expectedSerial"},
     {kQLTErrorDigitalLine, "\"outputs\" and \"inputs\""},
     {kQLTErrorDigitalOpen, "whether this user may use the chip"},
     {kQLTErrorCanFrame, "A fault of the plug-in"},
