@@ -25,16 +25,31 @@ std::size_t distance(std::string_view a, std::string_view b) {
   return row.back();
 }
 
+constexpr std::size_t kLongest = 100;  // beyond, nobody mistyped a name
+
 }  // namespace
+
+std::vector<std::string> nearestFirst(std::string_view name, std::vector<std::string> candidates) {
+  const std::string wanted = lowerCase(name.substr(0, kLongest));
+  std::vector<std::pair<std::size_t, std::string>> byDistance;
+  for (std::string& candidate : candidates) {
+    const std::size_t d = distance(wanted, lowerCase(candidate).substr(0, kLongest));
+    byDistance.emplace_back(d, std::move(candidate));
+  }
+  std::stable_sort(byDistance.begin(), byDistance.end(),
+                   [](const auto& a, const auto& b) { return a.first < b.first; });
+  std::transform(byDistance.begin(), byDistance.end(), candidates.begin(),
+                 [](auto& near) { return std::move(near.second); });
+  return candidates;
+}
 
 std::optional<std::string> nearestName(std::string_view name,
                                        const std::vector<std::string>& candidates) {
-  constexpr std::size_t longest = 100;  // beyond, nobody mistyped a name
-  if (name.size() > longest) return std::nullopt;
+  if (name.size() > kLongest) return std::nullopt;
   const std::string* nearest = nullptr;
   std::size_t best = std::max<std::size_t>(2, name.size() / 3) + 1;
   for (const std::string& candidate : candidates) {
-    if (candidate.size() > longest) continue;
+    if (candidate.size() > kLongest) continue;
     const std::size_t d = distance(lowerCase(name), lowerCase(candidate));
     if (d < best && d < candidate.size()) {
       best = d;

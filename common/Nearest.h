@@ -14,4 +14,7 @@ namespace quillon::internal {
 std::optional<std::string> nearestName(std::string_view name,
                                        const std::vector<std::string>& candidates);
 
+/// The candidates, those that `name` is most like first.
+std::vector<std::string> nearestFirst(std::string_view name, std::vector<std::string> candidates);
+
 }  // namespace quillon::internal

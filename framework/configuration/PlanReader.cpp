@@ -4,8 +4,10 @@
 
 #include <QLTError.h>
 #include <QLTPropertyList.h>
+#include <QLTUtil.h>
 
 #include "common/Format.h"
+#include "common/Nearest.h"
 #include "configuration/FlowReader.h"
 #include "configuration/InstrumentClasses.h"
 #include "configuration/PluginCalls.h"
@@ -167,6 +169,10 @@ void PlanReader::checkInstrumentClass(QLTStationPlan::Instrument& instrument,
   std::string advice = didYouMean(name, known);
   if (!own.areMade) {
     finding.message = format("unknown instrument type %@; the plug-in makes no instruments", name);
+    findings_.complaint(std::move(finding), std::move(advice));
+  } else if (!own.descriptions.empty()) {
+    finding.message = format("unknown instrument type %@; there are %@", name,
+                             QLTUtil::arrayToString(nearestFirst(name, std::move(known)), ", "));
     findings_.complaint(std::move(finding), std::move(advice));
   } else if (!advice.empty()) {
     finding.message =

@@ -42,11 +42,11 @@ class QLTestSuite;
 ///     static bool onLoad(const QLTClass& cls, const QLTDictionary& stationInfo, QLTError* error);
 ///     static bool onUnload(QLTError* error);
 ///
-/// `instrumentClasses` describes what `createInstrument` makes, for the check of a configuration;
-/// loading does not ask it. `onLoad` and `onUnload` are inherited from `QLTestSuite` unless the
-/// class has its own. Of the hooks that are virtual, `onSafeState` is held to the same: an
-/// operation of that name that does not override `QLTestSuite`'s, or that is not public, does not
-/// compile.
+/// `instrumentClasses` describes all that `createInstrument` makes, for the check of a
+/// configuration, to which another class is unknown then; loading does not ask it. `onLoad` and
+/// `onUnload` are inherited from `QLTestSuite` unless the class has its own. Of the hooks that are
+/// virtual, `onSafeState` is held to the same: an operation of that name that does not override
+/// `QLTestSuite`'s, or that is not public, does not compile.
 ///
 /// A class need not be a type of C++: `registerClass` with a bundle enters anything that can make
 /// suites or methods, with what it needs for that captured in its functions.

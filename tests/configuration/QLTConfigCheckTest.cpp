@@ -322,10 +322,14 @@ TEST_F(QLTConfigCheckTest, HoldsAPluginsInstrumentsToTheirDescriptions) {
   EXPECT_THAT(findings("LanMeter,0,address=10.0.0.5:5025;timeout=1"),
               ElementsAre("W LanMeter has no attribute timeout | did you mean \"timeOut\"?"));
   EXPECT_THAT(findings("LanMetre,0,address=10.0.0.5:5025"),
-              ElementsAre("W the framework has no instrument LanMetre; the plug-in is asked for it "
-                          "| did you mean \"LanMeter\"?"));
-  // What it makes without a description, is its own affair.
-  EXPECT_THAT(findings("Toaster,0,colour=red"), IsEmpty());
+              ElementsAre("E unknown instrument type LanMetre; there are LanMeter, QLTDavDPEther, "
+                          "QLTDiags, QLTDavDPSerial | did you mean \"LanMeter\"?"));
+  // Who describes some describes all.
+  EXPECT_THAT(findings("QLTDavDPEthernet,0,ip=10.0.0.5"),
+              ElementsAre("E unknown instrument type QLTDavDPEthernet; there are QLTDavDPEther, "
+                          "QLTDavDPSerial, LanMeter, QLTDiags | did you mean \"QLTDavDPEther\"?"));
+  EXPECT_THAT(findings("Toaster,0,colour=red"),
+              ElementsAre(StartsWith("E unknown instrument type Toaster; there are ")));
 }
 
 TEST_F(QLTConfigCheckTest, TellsWhereTheDescriptionsAndWhichAttributeNothingReads) {
@@ -340,12 +344,18 @@ TEST_F(QLTConfigCheckTest, TellsWhereTheDescriptionsAndWhichAttributeNothingRead
 }
 
 TEST_F(QLTConfigCheckTest, ADescriptionThatThrowsIsAFaultOfThePlugin) {
+  const auto isTold =
+      AllOf(StartsWith("W "),
+            HasSubstr("class ThrowingDescriptionSuite: instrumentClasses threw: no idea"),
+            EndsWith("a fault of the plug-in"));
   setTesterConfig(kHeader + "a,Toaster,0,x=y\n");
+  EXPECT_THAT(findingsOf(flowOf(kGoodTest), "ThrowingDescriptionSuite"), ElementsAre(isTold));
+  // Where nothing is described, the plug-in may make anything.
+  setTesterConfig(kHeader + "a,QLTDiag,0,x=y\n");
   EXPECT_THAT(findingsOf(flowOf(kGoodTest), "ThrowingDescriptionSuite"),
-              ElementsAre(AllOf(StartsWith("W "),
-                                HasSubstr("class ThrowingDescriptionSuite: instrumentClasses "
-                                          "threw: no idea"),
-                                EndsWith("a fault of the plug-in"))));
+              ElementsAre(isTold,
+                          "W the framework has no instrument QLTDiag; the plug-in is asked for it "
+                          "| did you mean \"QLTDiags\"?"));
 }
 
 TEST_F(QLTConfigCheckTest, HandsOutWhatItRead) {

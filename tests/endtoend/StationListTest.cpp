@@ -1,4 +1,5 @@
 #include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "StationProcess.h"
@@ -206,6 +207,8 @@ TEST_F(StationList, showsWhichInstrumentsThePluginMakes) {
   const test::PluginBundle described(STATION_PLUGIN, "DescribedSuite");
   described.setConfig("");
   const std::string path = described.path().string();
+  std::ofstream(testerConfig())
+      << "name,class,sim,attributes\na,LanMeter,0,address=10.0.0.5:5025\n";
   EXPECT_THAT(call({"list", path, "--tester-config", testerConfig()}).output,
               AllOf(HasSubstr("\n  Makes:            LanMeter\n"),
                     HasSubstr("only customizeConfig and instrumentClasses have run")));
