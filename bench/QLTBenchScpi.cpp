@@ -66,12 +66,12 @@ bool isOfAQuery(const QLTBenchQueueEntry& entry) {
   return entry.code == interrupted || entry.code == unterminated;
 }
 
-std::string listOf(const std::vector<QLTBenchQueueEntry>& entries, std::size_t most) {
+std::string listOf(const std::vector<QLTBenchQueueEntry>& entries, const char* rest) {
   std::string text;
   for (const QLTBenchQueueEntry& entry : entries) {
     text += (text.empty() ? "" : "; ") + std::to_string(entry.code) + ' ' + quote(entry.text);
   }
-  return entries.size() < most ? text : text + "; and the queue does not end there";
+  return text + rest;
 }
 
 }  // namespace
@@ -249,10 +249,10 @@ void QLTBenchScpi::noAnswer(const std::string& query, const QLTError& cause, QLT
     const bool isInStep =
         beInStep(std::min(settings_.timeOutInSeconds, kLongestAfterwards), nullptr);
     isReady_ = true;  // it may only have been slow
-    auto entries = isInStep ? errors() : std::nullopt;
-    if (entries) std::erase_if(*entries, isOfAQuery);
-    if (entries && !entries->empty()) {
-      const QLTError reason = errorOf(*entries, what);
+    auto queue = isInStep ? readQueue(nullptr) : std::nullopt;
+    if (queue) std::erase_if(queue->entries, isOfAQuery);
+    if (queue && !queue->entries.empty()) {
+      const QLTError reason = errorOf(*queue, what);
       failWith(error, {reason.domain(), reason.code(), reason.userInfo(), cause});
       return;
     }
@@ -446,51 +446,66 @@ std::optional<std::string> QLTBenchScpi::blockBytes(double seconds, QLTError* er
 
 // Status.
 
-std::optional<std::vector<QLTBenchQueueEntry>> QLTBenchScpi::errors(QLTError* error) {
+std::optional<QLTBenchQueueEntry> QLTBenchScpi::nextError(QLTError* error) {
   const std::string query = "SYST:ERR?";
-  std::vector<QLTBenchQueueEntry> entries;
-  while (entries.size() < settings_.longestQueue) {
-    QLTError problem;
-    std::optional<std::string> answer;
-    if (!startQuery(query, error)) return std::nullopt;
-    answer = answerTo(query, settings_.timeOutInSeconds, &problem);
-    if (!answer) {
-      isOutOfStep_ = mayHaveErrors_ = true;
-      return failWith(error, QLTUtil::handleError(problem, "no answer to " + quote(query)));
-    }
-    auto entry = scpiQueueEntry(*answer);
-    if (!entry) return notA("an error's number and text", query, *answer, error);
-    if (entry->code == 0) {
-      mayHaveErrors_ = false;
-      break;
-    }
-    entries.push_back({entry->code, std::move(entry->text)});
+  QLTError problem;
+  if (!startQuery(query, error)) return std::nullopt;
+  const auto answer = answerTo(query, settings_.timeOutInSeconds, &problem);
+  if (!answer) {
+    isOutOfStep_ = mayHaveErrors_ = true;
+    return failWith(error, QLTUtil::handleError(problem, "no answer to " + quote(query)));
   }
-  return entries;
+  auto entry = scpiQueueEntry(*answer);
+  if (!entry) return notA("an error's number and text", query, *answer, error);
+  return QLTBenchQueueEntry{entry->code, std::move(entry->text)};
+}
+
+/// Leaves nothing of the queue for a later command.
+std::optional<QLTBenchScpi::Queue> QLTBenchScpi::readQueue(QLTError* error) {
+  Queue queue;
+  auto entry = nextError(error);
+  while (entry && entry->code != 0 && queue.entries.size() < settings_.longestQueue) {
+    queue.entries.push_back(*std::move(entry));
+    entry = nextError(error);
+  }
+  if (entry && entry->code != 0) {
+    if (!tell("*CLS", error)) return std::nullopt;
+    entry = nextError(error);
+    queue.rest = entry && entry->code == 0 ? "; and more, which were cleared (*CLS)"
+                                           : "; and the queue does not end there";
+  }
+  if (!entry) return std::nullopt;
+  mayHaveErrors_ = mayHaveErrors_ && entry->code != 0;
+  return queue;
+}
+
+std::optional<std::vector<QLTBenchQueueEntry>> QLTBenchScpi::errors(QLTError* error) {
+  auto queue = readQueue(error);
+  if (!queue) return std::nullopt;
+  return std::move(queue->entries);
 }
 
 bool QLTBenchScpi::checkErrors(const std::string& after, QLTError* error) {
-  const auto entries = errors(error);
-  if (!entries) return false;
-  if (entries->empty()) return true;
-  return failWith(error, errorOf(*entries, after));
+  const auto queue = readQueue(error);
+  if (!queue) return false;
+  if (queue->entries.empty()) return true;
+  return failWith(error, errorOf(*queue, after));
 }
 
-QLTError QLTBenchScpi::errorOf(const std::vector<QLTBenchQueueEntry>& entries,
-                               const std::string& after) {
-  return makeError(entries.front().code, format("%@: the instrument %@ says %@", after, where(),
-                                                listOf(entries, settings_.longestQueue)));
+QLTError QLTBenchScpi::errorOf(const Queue& queue, const std::string& after) {
+  return makeError(queue.entries.front().code, format("%@: the instrument %@ says %@", after,
+                                                      where(), listOf(queue.entries, queue.rest)));
 }
 
 /// Sees to it that errors of what was not answered are not taken for those of `command`.
 bool QLTBenchScpi::forgetErrors(const std::string& command, QLTError* error) {
   if (!mayHaveErrors_ || !settings_.checksQueue) return true;
-  auto entries = errors(error);
-  if (!entries) return false;
-  std::erase_if(*entries, isOfAQuery);
-  if (!entries->empty()) {
+  auto queue = readQueue(error);
+  if (!queue) return false;
+  std::erase_if(queue->entries, isOfAQuery);
+  if (!queue->entries.empty()) {
     QLTLog(format("before %@: the instrument %@ says %@", quote(command), where(),
-                  listOf(*entries, settings_.longestQueue)));
+                  listOf(queue->entries, queue->rest)));
   }
   return true;
 }

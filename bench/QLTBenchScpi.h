@@ -128,8 +128,8 @@ class QLT_EXPORT QLTBenchScpi : public QLTScpiInstrument {
 
   // Status.
 
-  /// Reads the error queue until it is empty; at most as many entries as the settings say. Absent
-  /// when that fails.
+  /// Reads the error queue until it is empty; at most as many entries as the settings say. What is
+  /// in it beyond that is cleared ("*CLS"). Absent when that fails.
   std::optional<std::vector<QLTBenchQueueEntry>> errors(QLTError* error = nullptr);
   /// False when the queue holds errors, all of them being in `error`; `after` is what was done, for
   /// the description.
@@ -162,7 +162,13 @@ class QLT_EXPORT QLTBenchScpi : public QLTScpiInstrument {
   quillon::internal::Failed notA(const char* what, const std::string& query,
                                  std::string_view answer, QLTError* error);
   bool beInStep(double seconds, QLTError* error);
-  QLTError errorOf(const std::vector<QLTBenchQueueEntry>& entries, const std::string& after);
+  struct Queue {
+    std::vector<QLTBenchQueueEntry> entries;
+    const char* rest = "";  // what became of further ones, for people
+  };
+  std::optional<QLTBenchQueueEntry> nextError(QLTError* error);
+  std::optional<Queue> readQueue(QLTError* error);
+  QLTError errorOf(const Queue& queue, const std::string& after);
   bool forgetErrors(const std::string& command, QLTError* error);
   void noAnswer(const std::string& query, const QLTError& cause, QLTError* error);
   std::optional<std::string> blockBytes(double seconds, QLTError* error);

@@ -216,6 +216,31 @@ TEST_F(ScpiTest, aQueueWithoutEndIsReadOnlySoFar) {
   EXPECT_EQ(peer->errors()->size(), 3U);
 }
 
+TEST_F(ScpiTest, theRestOfALongQueueIsNotLeftForTheNextCommand) {
+  QLTBenchScpiSettings settings = ScpiPeer::patient();
+  settings.longestQueue = 3;
+  ScpiPeer peer(test::Answers(), settings);
+  std::atomic<int> left = 0;
+  peer.answer("SYST:ERR?", [&left] {
+    if (left == 0) return std::vector<std::string>{"0,\"No error\"\n"};
+    return std::vector<std::string>{"-310,\"Error " + std::to_string(left--) + "\"\n"};
+  });
+  peer.answer("*CLS", [&left] {
+    left = 0;
+    return std::vector<std::string>();
+  });
+  EXPECT_TRUE(peer->errors());  // behind the "*CLS" of the beginning
+  left = 60;
+  EXPECT_FALSE(peer->send("VOLT 99", &error_));
+  EXPECT_THAT(description(), HasSubstr("-310 \"Error 60\"; -310 \"Error 59\"; -310 \"Error 58\"; "
+                                       "and more, which were cleared (*CLS)"));
+  EXPECT_TRUE(peer->send("VOLT 9", &error_)) << description();
+  // One that is just as long as that has no rest.
+  left = 3;
+  EXPECT_FALSE(peer->send("VOLT 99", &error_));
+  EXPECT_THAT(description(), testing::EndsWith("\"Error 1\""));
+}
+
 TEST_F(ScpiTest, anAnswerOfTheQueueThatIsNoneIsAnError) {
   const ScpiPeer peer(test::Answers{{"SYST:ERR?", {"fine\n"}}});
 
