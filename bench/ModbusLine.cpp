@@ -72,6 +72,63 @@ std::string requestText(const ModbusAccess& access, const std::vector<std::uint1
   return access.isRead() ? access.text() : access.text() + ": " + textOf(words);
 }
 
+void append(std::vector<std::uint8_t>& bytes, int word) {
+  bytes.push_back(static_cast<std::uint8_t>(word >> 8));
+  bytes.push_back(static_cast<std::uint8_t>(word & 0xff));
+}
+
+/// A write as it goes over the line, without what frames it.
+std::vector<std::uint8_t> writeRequest(int unit, const ModbusAccess& access,
+                                       const std::vector<std::uint16_t>& words) {
+  constexpr int on = 0xff00;
+  std::vector<std::uint8_t> bytes{static_cast<std::uint8_t>(unit)};
+  const auto begin = [&](int function) {
+    bytes.push_back(static_cast<std::uint8_t>(function));
+    append(bytes, access.address);
+  };
+  switch (access.function) {
+    case ModbusFunction::WriteCoil:
+      begin(MODBUS_FC_WRITE_SINGLE_COIL);
+      append(bytes, words[0] != 0 ? on : 0);
+      break;
+    case ModbusFunction::WriteRegister:
+      begin(MODBUS_FC_WRITE_SINGLE_REGISTER);
+      append(bytes, words[0]);
+      break;
+    case ModbusFunction::WriteCoils:
+      begin(MODBUS_FC_WRITE_MULTIPLE_COILS);
+      append(bytes, access.count);
+      bytes.push_back(static_cast<std::uint8_t>((words.size() + 7) / 8));
+      for (std::size_t i = 0; i < words.size(); ++i) {
+        if (i % 8 == 0) bytes.push_back(0);
+        bytes.back() = static_cast<std::uint8_t>(bytes.back() | (words[i] != 0 ? 1 << i % 8 : 0));
+      }
+      break;
+    default:
+      begin(MODBUS_FC_WRITE_MULTIPLE_REGISTERS);
+      append(bytes, access.count);
+      bytes.push_back(static_cast<std::uint8_t>(2 * words.size()));
+      for (const std::uint16_t word : words) append(bytes, word);
+  }
+  return bytes;
+}
+
+/// 0 for the answer that a unit owes to a write: the function, the address, and the value or how
+/// many were written. Else the errno that libmodbus has for it.
+int problemOfEcho(const std::vector<std::uint8_t>& request, std::string_view answer) {
+  constexpr std::size_t echoed = 5;
+  const auto isSame = [](char a, std::uint8_t b) { return static_cast<std::uint8_t>(a) == b; };
+  const auto byte = [&](std::size_t at) { return static_cast<std::uint8_t>(answer[at]); };
+  if (answer.size() == 2 && byte(0) == (request[1] | 0x80)) {
+    const int exception = byte(1);
+    return exception > 0 && exception < MODBUS_EXCEPTION_MAX ? MODBUS_ENOBASE + exception
+                                                             : EMBBADEXC;
+  }
+  const bool isEcho = answer.size() == echoed &&
+                      std::equal(answer.begin(), answer.end(), request.begin() + 1, isSame);
+  return isEcho ? 0 : EMBBADDATA;
+}
+
 /// Takes what has come and nobody waits for; false when the line has no more.
 bool drop(int descriptor) {
   std::array<char, 1024> bytes;
@@ -291,21 +348,10 @@ int ModbusLine::transfer(const QLTModbus::Options& unit, const ModbusAccess& acc
     case ModbusFunction::ReadInputRegisters:
       done = modbus_read_input_registers(context, address, access.count, values.data());
       break;
-    case ModbusFunction::WriteCoil:
-      done = modbus_write_bit(context, address, bits[0]);
-      break;
-    case ModbusFunction::WriteCoils:
-      done = modbus_write_bits(context, address, access.count, bits.data());
-      break;
-    case ModbusFunction::WriteRegister:
-      done = modbus_write_register(context, address, values[0]);
-      break;
-    case ModbusFunction::WriteRegisters:
-      done = modbus_write_registers(context, address, access.count, values.data());
-      break;
+    default:
+      return write(unit, access, words);
   }
   if (done < 0) return errno != 0 ? errno : EMBBADDATA;
-  if (!access.isRead()) return 0;
   if (done != access.count) return EMBBADDATA;
   if (access.isOfBits()) {
     words.assign(bits.begin(), bits.end());
@@ -313,6 +359,32 @@ int ModbusLine::transfer(const QLTModbus::Options& unit, const ModbusAccess& acc
     words = std::move(values);
   }
   return 0;
+}
+
+/// The same for a write. Made of libmodbus's parts, since its own writes do not look at the address
+/// and the value that a unit confirms: an answer to another one would do.
+int ModbusLine::write(const QLTModbus::Options& unit, const ModbusAccess& access,
+                      const std::vector<std::uint16_t>& words) const {
+  constexpr int checksum = 2;
+  modbus_t* const context = context_.get();
+  const std::vector<std::uint8_t> request = writeRequest(unit.unit, access, words);
+  errno = 0;
+  if (modbus_send_raw_request(context, request.data(), static_cast<int>(request.size())) < 0) {
+    return errno != 0 ? errno : EMBBADDATA;
+  }
+  std::array<std::uint8_t, MODBUS_MAX_ADU_LENGTH> frame{};
+  const int length = modbus_receive_confirmation(context, frame.data());
+  if (length < 0) return errno != 0 ? errno : EMBBADDATA;
+  const int header = modbus_get_header_length(context);
+  if (carrier_->isSerial()) {
+    if (length == 0 || frame[0] != unit.unit) return EMBBADSLAVE;
+  } else if (frame[0] != 0 || frame[1] != 0 || frame[2] != 0 || frame[3] != 0) {
+    return EMBBADDATA;  // another transaction: that of a raw request is 0; or another protocol
+  }
+  const int size = length - header - (carrier_->isSerial() ? checksum : 0);
+  if (size < 0) return EMBBADDATA;
+  const auto* const answer = reinterpret_cast<const char*>(frame.data()) + header;
+  return problemOfEcho(request, {answer, static_cast<std::size_t>(size)});
 }
 
 /// What a line has to be for the next request.

@@ -55,6 +55,8 @@ class ModbusLine {
                   std::vector<std::uint16_t>& words, QLTError* error);
   int transfer(const QLTModbus::Options& unit, const ModbusAccess& access,
                std::vector<std::uint16_t>& words) const;
+  int write(const QLTModbus::Options& unit, const ModbusAccess& access,
+            const std::vector<std::uint16_t>& words) const;
   int replay(QLTTrafficStandIn& speaker, const std::string& request, const QLTModbus::Options& unit,
              const ModbusAccess& access, std::vector<std::uint16_t>& words) const;
   void tell(int problem, const ModbusAccess& access, const std::vector<std::uint16_t>& words) const;

@@ -196,6 +196,16 @@ std::vector<Fault> faultsOf(const Operation& operation) {
       {"BreaksOff", [](const Exchange&) { return ""; }, kQLTErrorLineRead, lost, Lines::Tcp,
        End::BreaksOff},
   };
+  if (!operation.isRead()) {
+    // What was confirmed is another write.
+    for (const auto& [name, place] : {std::pair("WrongAddress", 2), std::pair("WrongValue", 4)}) {
+      all.push_back({name, data([place](std::string reply) {
+                       reply[place] = static_cast<char>(reply[place] ^ 1);
+                       return reply;
+                     }),
+                     kQLTErrorModbusGarbled, garbled + "it does not fit the request"});
+    }
+  }
   if (operation.reply != operation.request) {
     all.push_back({"WrongCount", data([&operation](std::string reply) {
                      if (!operation.isRead()) {
