@@ -105,6 +105,20 @@ Chart chartOf(const std::map<Cause, Counts>& causes) {
   return chart;
 }
 
+/// What is no failure, and in no table; "" when there is none of it.
+std::string unendedText(results::ReportQueries& queries, const results::Filter& filter) {
+  using results::Verdict;
+  const auto counts = queries.countVerdicts(filter);
+  std::string text;
+  for (const auto& [verdict, name] : {std::pair(Verdict::BrokenOff, "broken off"),
+                                      std::pair(Verdict::Incomplete, "incomplete")}) {
+    const auto found = counts.find(verdict);
+    if (found == counts.end()) continue;
+    text += (text.empty() ? "" : ", ") + counted(found->second, "run") + " " + name;
+  }
+  return text.empty() ? text : "Not counted, being no failures: " + text + ".";
+}
+
 }  // namespace
 
 Report paretoReport(results::ReportQueries& queries, const Request& request) {
@@ -147,6 +161,9 @@ Report paretoReport(results::ReportQueries& queries, const Request& request) {
                                                              key.second.first, key.second.second};
                                   }));
   if (causes.empty()) report.notes.emplace_back("Nothing failed in the runs of the filter.");
+  if (std::string text = unendedText(queries, counted.filter); !text.empty()) {
+    report.notes.push_back(std::move(text));
+  }
   Chart chart = chartOf(causes);
   if (!chart.labels.empty()) report.charts.push_back(std::move(chart));
   report.definitions = {

@@ -158,6 +158,20 @@ std::int64_t ReportQueries::countRuns(const Filter& filter) {
   return count;
 }
 
+std::map<Verdict, std::int64_t> ReportQueries::countVerdicts(const Filter& filter) {
+  Conditions conditions;
+  conditions.runs(filter);
+  addMonths(conditions, filter, {"r.id"});
+  std::map<Verdict, std::int64_t> counts;
+  connection_->attempt([&](soci::session& session) {
+    forEachRow<Verdict, Integer>(
+        session,
+        "SELECT r.verdict, count(*) FROM run r" + conditions.text() + " GROUP BY r.verdict",
+        conditions, Rows::Whole, [&](Verdict verdict, Integer runs) { counts[verdict] = runs; });
+  });
+  return counts;
+}
+
 void ReportQueries::lastRuns(const Filter& filter, std::size_t most, const Each<RunLine>& each) {
   Conditions conditions;
   conditions.runs(filter);

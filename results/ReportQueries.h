@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -140,6 +141,8 @@ class ReportQueries {
   using Each = std::function<void(const Row&)>;
 
   std::int64_t countRuns(const Filter& filter);
+  /// How many runs have each verdict; those that none has are left out.
+  std::map<Verdict, std::int64_t> countVerdicts(const Filter& filter);
   /// The last runs, at most so many, the latest first.
   void lastRuns(const Filter& filter, std::size_t most, const Each<RunLine>& each);
   /// All runs, those of a unit (a serial number at a process) one after the other in the order of

@@ -212,6 +212,23 @@ TEST_F(Reports, nothingFailed) {
   EXPECT_TRUE(report.charts.empty());
 }
 
+TEST_F(Reports, paretoTellsOfRunsThatAreNoFailures) {
+  store.addAll({"A", "B"}, Verdict::BrokenOff);
+  EXPECT_THAT(pareto().notes, ElementsAre("Nothing failed in the runs of the filter.",
+                                          "Not counted, being no failures: 2 runs broken off."));
+  store.addAll({"C"}, Verdict::Fail);
+  store.addAll({"D"}, Verdict::Incomplete);
+  store.addAll({"E"}, Verdict::Running);
+  SampleRun debug{"F", Verdict::BrokenOff};
+  debug.kind = RunKind::Debug;
+  store.add(debug);
+  EXPECT_THAT(pareto().notes,
+              ElementsAre("Not counted, being no failures: 2 runs broken off, 1 run incomplete."));
+  results::Filter filter;
+  filter.kinds = {RunKind::Debug};
+  EXPECT_THAT(pareto(filter).notes.back(), HasSubstr(": 1 run broken off."));
+}
+
 TEST_F(Reports, anEmptyStoreAndANameThatIsNotThereAreToldInWords) {
   EXPECT_EQ(refusal([&] { yield(); }), "the store has no runs yet|");
   store.addAll({"A"});
