@@ -117,6 +117,7 @@ class BatchWriter::Rows {
     event_(entered);
   }
   void put(const Recover& recover);
+  void put(const PrepareEnd& /*now*/) { readAhead(runId_); }
   void put(const Touch& /*touch*/) {
     session_ << "UPDATE session SET closed_us = NULL WHERE id = :id", soci::use(writer_.sessionId_);
   }

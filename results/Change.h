@@ -36,13 +36,15 @@ struct FinishRun {
 struct Recover {
   Recovered* result = nullptr;  ///< whose owner waits
 };
+/// Does what can be done for the end of the run before it comes.
+struct PrepareEnd {};
 /// A write of no account.
 struct Touch {};
 
 struct Change {
   std::string runId;  ///< "": of no run
   std::variant<BeginRun, Step, AddMeasurement, Attribute, AddInstrument, Supersede, FinishRun,
-               Event, Recover, Touch>
+               Event, Recover, PrepareEnd, Touch>
       what;
 };
 

@@ -102,6 +102,8 @@ void Store::supersede(const std::string& runId, std::int64_t step, std::int64_t 
 
 void Store::hurry(const std::string& runId) { session_->writer->hurry(runId); }
 
+void Store::expectEnd(const std::string& runId) { session_->writer->expectEnd(runId); }
+
 void Store::flush(const std::string& runId) { session_->writer->flush(runId); }
 
 void Store::finishRun(const std::string& runId, RunEnd end) {

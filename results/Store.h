@@ -88,8 +88,11 @@ class Store {
   /// Marks the measurements of an attempt as superseded: they count no longer.
   void supersede(const std::string& runId, std::int64_t step, std::int64_t attempt);
 
-  /// Has everything of the run written at once, for it is about to end; does not wait.
+  /// Has everything of the run written at once, for `flush` follows; does not wait.
   void hurry(const std::string& runId);
+  /// Has everything of the run entered at once, for its end follows: what comes of it within a
+  /// moment is made durable together with its end. Does not wait.
+  void expectEnd(const std::string& runId);
   /// Waits until everything of the run is on disk. Throws `StoreError` when some of it is not, and
   /// will not be.
   void flush(const std::string& runId);

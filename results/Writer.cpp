@@ -83,6 +83,13 @@ void Writer::hurry(const std::string& runId) {
   queued_.notify_one();
 }
 
+void Writer::expectEnd(const std::string& runId) {
+  const std::lock_guard lock(mutex_);
+  if (queue_.empty()) return;
+  expected_ = runId;
+  queued_.notify_one();
+}
+
 void Writer::flush(const std::string& runId) {
   hurry(runId);
   std::unique_lock lock(mutex_);
@@ -102,14 +109,17 @@ void Writer::push(std::unique_lock<std::mutex>& lock, Change change, Waiter* wai
   }
 }
 
+/// Whether what is queued is to be made durable at once.
+bool Writer::isUrgent() const {
+  return waiting_ > 0 || !hurried_.empty() || retrying_ || ending_ ||
+         queue_.size() >= kMostQueued / 2;
+}
+
 void Writer::work() {
   std::unique_lock lock(mutex_);
   while (!ending_ || !queue_.empty() || retrying_) {
     queued_.wait(lock, [&] { return !queue_.empty() || retrying_ || ending_; });
-    queued_.wait_for(lock, kGathering, [&] {
-      return waiting_ > 0 || !hurried_.empty() || retrying_ || ending_ ||
-             queue_.size() >= kMostQueued / 2;
-    });
+    queued_.wait_for(lock, kGathering, [&] { return isUrgent() || !expected_.empty(); });
     Batch batch = take();
     changed_.notify_all();  // there is room
     lock.unlock();
@@ -145,17 +155,41 @@ Writer::Batch Writer::take() {
   Batch batch;
   for (Change& change : abandoned_) batch.requests.push_back({std::move(change), nullptr});
   abandoned_.clear();
+  batch.expected = expected_;
+  retrying_ = false;
+  takeQueue(batch);
+  return batch;
+}
+
+void Writer::takeQueue(Batch& batch) {
   for (Request& request : queue_) batch.requests.push_back(std::move(request));
   queue_.clear();
   waiting_ = 0;
   batch.last = added_;
   batch.hurried = std::exchange(hurried_, "");
-  retrying_ = false;
-  for (const Request& request : batch.requests) {
-    const auto run = runs_.find(request.change.runId);
+  expected_.clear();
+  while (batch.errors.size() < batch.requests.size()) {
+    const auto run = runs_.find(batch.requests[batch.errors.size()].change.runId);
     batch.errors.push_back(run == runs_.end() ? std::nullopt : run->second.failure);
   }
-  return batch;
+}
+
+/// Takes what is queued in the next moment into the same transaction: the end of a run belongs to
+/// what it ends, and needs no flush of the disk of its own.
+void Writer::join(Batch& batch, std::vector<std::size_t>& which, const BatchWriter::Sink& sink) {
+  sink({std::exchange(batch.expected, ""), PrepareEnd{}});
+  const std::size_t first = batch.requests.size();
+  {
+    std::unique_lock lock(mutex_);
+    queued_.wait_for(lock, kGathering, [&] { return isUrgent(); });
+    takeQueue(batch);
+  }
+  changed_.notify_all();  // there is room
+  for (std::size_t i = first; i < batch.requests.size(); ++i) {
+    if (batch.errors[i]) continue;
+    which.push_back(i);
+    sink(batch.requests[i].change);
+  }
 }
 
 void Writer::write(Batch& batch) {
@@ -170,17 +204,18 @@ void Writer::write(Batch& batch) {
     const std::string& runId = batch.requests[i].change.runId;
     groups[runId.empty() ? std::to_string(i) : runId].push_back(i);
   }
-  for (const auto& [name, group] : groups) writeTogether(batch, group);
+  for (auto& [name, group] : groups) writeTogether(batch, group);
 }
 
-/// Writes some requests of a batch in one transaction, and enters what came of them. False when a
-/// row was refused, which another division may make good.
-bool Writer::writeTogether(Batch& batch, const std::vector<std::size_t>& which) {
+/// Writes some requests of a batch in one transaction, with what joined it, and enters what came of
+/// them. False when a row was refused, which another division may make good.
+bool Writer::writeTogether(Batch& batch, std::vector<std::size_t>& which) {
   std::optional<StoreError> error;
   bool refused = false;
   try {
     batches_.write([&](const BatchWriter::Sink& sink) {
       for (const std::size_t i : which) sink(batch.requests[i].change);
+      if (!batch.expected.empty()) join(batch, which, sink);
     });
   } catch (const RowError& thrown) {
     error = thrown;

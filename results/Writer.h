@@ -33,6 +33,8 @@ class Writer {
   void addAndWait(Change change);
   /// Has what is queued written at once, for a run that is about to end, and does not wait for it.
   void hurry(const std::string& runId);
+  /// As `hurry`, and makes it durable together with the end of the run when that comes soon.
+  void expectEnd(const std::string& runId);
   /// Waits until everything of a run that was queued is on disk. Throws `StoreError` when some of
   /// it is not, and will not be.
   void flush(const std::string& runId);
@@ -57,15 +59,19 @@ class Writer {
     std::vector<std::optional<StoreError>> errors;
     std::uint64_t last = 0;  // how many were queued with it, ever
     std::string hurried;
+    std::string expected;
   };
 
+  bool isUrgent() const;
   bool admit(Change& change);
   void push(std::unique_lock<std::mutex>& lock, Change change, Waiter* waiter);
   void work();
   Batch take();
+  void takeQueue(Batch& batch);
+  void join(Batch& batch, std::vector<std::size_t>& which, const BatchWriter::Sink& sink);
   void write(Batch& batch);
   void checkpoint(const Batch& batch, bool isBusy);
-  bool writeTogether(Batch& batch, const std::vector<std::size_t>& which);
+  bool writeTogether(Batch& batch, std::vector<std::size_t>& which);
   void settle(Batch& batch);
   void settle(Request& request, const StoreError& error);
   void abandon(const std::string& runId, const StoreError& error, RunEnd end);
@@ -80,6 +86,7 @@ class Writer {
   std::uint64_t added_ = 0;    // how many were queued, ever
   std::uint64_t settled_ = 0;  // how many of them are settled
   std::string hurried_;        // a run that is about to end: what is queued is soon waited for
+  std::string expected_;       // a run whose end is about to be queued
   bool retrying_ = false;      // an abandoned run is to be tried though nothing is queued
   bool ending_ = false;
   std::unordered_map<std::string, RunState> runs_;

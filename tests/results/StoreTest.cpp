@@ -16,6 +16,7 @@
 #include "results/Clock.h"
 #include "results/Content.h"
 #include "results/Samples.h"
+#include "support/Eventually.h"
 
 namespace {
 
@@ -225,6 +226,58 @@ TEST(Store, WhatComesAfterARunWasHurriedCounts) {
   EXPECT_EQ(content.run.records, 2);
   EXPECT_TRUE(content.measurements.at(0).superseded);
   EXPECT_EQ(content.run.sha256, results::sha256Of(content));
+}
+
+TEST(Store, AnEndThatWasExpectedCountsAllThatCameBefore) {
+  const StoreFolder folder;
+  Store store(folder.options);
+  for (int i = 0; i < 20; ++i) {  // at different moments
+    const std::string id = store.beginRun(sampleRun(), samplePlan()).id;
+    store.addMeasurement(sampleMeasurement(id, 1), sampleSpec());
+    store.expectEnd(id);
+    if (i % 2 == 1) std::this_thread::sleep_for(std::chrono::milliseconds(i));
+    store.addMeasurement(sampleMeasurement(id, 2), sampleSpec());
+    store.supersede(id, sampleMeasurement(id, 1).step, 1);
+    store.finishRun(id, {Verdict::Pass, {}, {}, 0});
+    const auto content = folder.content(id);
+    EXPECT_EQ(content.run.verdict, Verdict::Pass);
+    EXPECT_EQ(content.run.records, 2);
+    EXPECT_TRUE(content.measurements.at(0).superseded);
+    EXPECT_EQ(content.run.sha256, results::sha256Of(content));
+  }
+}
+
+TEST(Store, WhatWasEnteredForAnEndThatDoesNotComeIsThereSoon) {
+  const StoreFolder folder;
+  Store store(folder.options);
+  const std::string id = store.beginRun(sampleRun(), samplePlan()).id;
+  store.addMeasurement(sampleMeasurement(id, 1), sampleSpec());
+  store.expectEnd(id);
+  EXPECT_TRUE(test::eventually([&] { return folder.content(id).measurements.size() == 1; }));
+  store.expectEnd(id);  // nothing is queued
+  store.flush(id);
+  EXPECT_EQ(folder.content(id).run.verdict, Verdict::Running);
+}
+
+TEST(Store, AnEndThatWasExpectedJoinsWhatOthersQueueMeanwhile) {
+  const StoreFolder folder;
+  Store store(folder.options);
+  const std::string left = store.beginRun(sampleRun("QB-1", "left"), samplePlan()).id;
+  const std::string right = store.beginRun(sampleRun("QB-2", "right"), samplePlan()).id;
+  store.addMeasurement(sampleMeasurement(left, 1), sampleSpec());
+  store.expectEnd(left);
+  store.addMeasurement(sampleMeasurement(right, 1), sampleSpec());
+  store.addMeasurement(sampleMeasurement(right, 1), sampleSpec());  // a second one of that sequence
+  store.expectEnd(right);
+  store.finishRun(left, {Verdict::Pass, {}, {}, 0});
+  EXPECT_THAT(errorOf([&] {
+                store.finishRun(right, {Verdict::Pass, {}, {}, 0});
+              }),
+              HasSubstr("UNIQUE constraint failed: measurement.run_id, measurement.sequence"));
+  EXPECT_EQ(folder.content(left).run.verdict, Verdict::Pass);
+  EXPECT_EQ(folder.content(left).measurements.size(), 1U);
+  store.check();
+  EXPECT_EQ(folder.content(right).run.verdict, Verdict::BrokenOff);
 }
 
 TEST(Store, ARunThatWasHurriedWithNothingToWriteEndsAsOthersDo) {
