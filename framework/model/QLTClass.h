@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -79,6 +80,10 @@ class QLT_EXPORT QLTClass {
     OnLoad onLoad;                             ///< set for suite classes
     OnUnload onUnload;                         ///< set for suite classes
     InstrumentClasses instrumentClasses = {};  ///< set when a suite class has the hook
+    /// The type of a suite class that has none of `onDUTFinished`, `onDUTFail` and `onException` of
+    /// its own; null for any other. The station application need not call them for a suite of that
+    /// very type, so its verdict comes the sooner.
+    const std::type_info* withoutEndHooks = nullptr;
   };
 
   /// Enters a class into the bundle whose shared object is being opened on this thread, which is
@@ -140,6 +145,18 @@ constexpr bool hasCreateInstrument() {
 template <typename T>
 constexpr bool hasInstrumentClasses() {
   return !requires { &HookProbe<T>::instrumentClasses; };
+}
+
+// Whether a device's end calls anything but the base's operations. In doubt it does: an overloaded
+// or private operation has no such pointer.
+template <typename T, typename Base>
+constexpr bool hasEndHooks() {
+  using OfBase = bool (Base::*)(QLTError*);
+  return !requires {
+    requires std::is_same_v<decltype(&T::onDUTFinished), OfBase>;
+    requires std::is_same_v<decltype(&T::onDUTFail), OfBase>;
+    requires std::is_same_v<decltype(&T::onException), OfBase>;
+  };
 }
 
 // The hooks as they must be. A function object takes more than that: other results, for example.
@@ -208,6 +225,7 @@ QLTClass::Operations suiteOperationsOf() {
           suite.onSafeState(error);
         },
         "the hook must be public, and: bool onSafeState(QLTError* error) override;");
+    if constexpr (!hasEndHooks<T, Base>()) operations.withoutEndHooks = &typeid(T);
   }
   return operations;
 }

@@ -199,6 +199,8 @@ void RunRecorder::addAll(const QLTestResults& records, std::int64_t attempt, boo
 
 void RunRecorder::hurry() { session_.store.hurry(run_.id); }
 
+void RunRecorder::expectEnd() { session_.store.expectEnd(run_.id); }
+
 void RunRecorder::flush() { session_.store.flush(run_.id); }
 
 void RunRecorder::finish(const Outcome& outcome) {

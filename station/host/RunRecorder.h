@@ -46,6 +46,8 @@ class RunRecorder {
 
   /// Has all of this written, and does not wait.
   void hurry();
+  /// Has all of this entered, to be written with the end, and does not wait.
+  void expectEnd();
   /// Waits until all of this is on disk. Throws `results::StoreError`.
   void flush();
   /// Ends the run with the verdict of `outcome`, on disk when this returns. Throws

@@ -30,6 +30,10 @@ std::string firstFailure(const QLTestResults& records) {
   return failed == records.end() ? "" : failureText(**failed);
 }
 
+std::string notRecorded(Verdict verdict) {
+  return verdict == Verdict::Pass ? "passed, but not recorded: " : "not recorded: ";
+}
+
 std::string nameOf(const TestStarted& test) {
   return "test " + std::to_string(test.index) + " " + test.name;
 }
@@ -49,6 +53,7 @@ struct SiteSession::Device {
   std::vector<std::jthread> questions;  // each waits for an answer
   std::optional<std::string> hook;      // in progress
   std::atomic<bool> isStopped = false;  // while a question was open
+  bool hasEndHooks = true;
   bool confirmed = false;
   bool done = false;
 };
@@ -125,8 +130,10 @@ bool SiteSession::testNext(int round) {
     device.outcome.round = round;
     view().deviceStarted(device.outcome);
     test(device);
-    station_.engine.end(site_);
     view().deviceDone(device.outcome, device.tests);
+    if (!device.hasEndHooks) confirm(device);
+    station_.engine.end(site_);
+    tellOutcome(device.outcome);
     if (station_.devices != 0) outcomes_.push_back(std::move(device.outcome));
   }
   station_.face.devices().release(site_);
@@ -167,8 +174,6 @@ void SiteSession::test(Device& device) {
   outcome.traffic = station_.traffic.ended(outcome);
   outcome.seconds =
       std::chrono::duration<double>(SiteEvents::Clock::now() - device.started).count();
-  tell(outcome.serialNumber + ": " + outcomeText(outcome));
-  if (outcome.traffic) tell("what its instruments said: " + *outcome.traffic);
 }
 
 void SiteSession::onTimeLimit(Device& device) {
@@ -191,6 +196,7 @@ void SiteSession::on(Device& device, const DeviceStarted& event) {
   device.hook.reset();
   device.limit.stop();
   device.runIndex = event.runIndex;
+  device.hasEndHooks = event.hasEndHooks;
   device.run->deviceStarted(event.runIndex);
 }
 
@@ -212,7 +218,7 @@ void SiteSession::on(Device& device, const Tested& event) {
   device.test.reset();
   device.limit.stop();
   device.run->tested(event);
-  if (isLast) device.run->hurry();  // the store's disk and the log's at once
+  if (isLast) hurry(device);
   const std::string failure = firstFailure(event.records);
   std::copy_if(event.records.begin(), event.records.end(), std::back_inserter(device.recorded),
                hasFailed);
@@ -276,9 +282,18 @@ void SiteSession::on(Device& device, const FlowEnded& event) {
   const Verdict verdict = outcome.firstFailure ? Verdict::Fail : event.verdict;
   outcome.verdict = outcome.brokenOff ? Verdict::BrokenOff : verdict;
   recordBreakOff(device);
+  if (!device.hasEndHooks) {
+    device.done = true;
+    return;
+  }
   save(device);
+  confirm(device);
+}
+
+/// Lets the worker go on.
+void SiteSession::confirm(Device& device) const {
   device.confirmed = true;
-  station_.engine.tell(Confirmed{site_, outcome.verdict});
+  station_.engine.tell(Confirmed{site_, device.outcome.verdict});
 }
 
 void SiteSession::on(Device& device, const HookEnded& event) {
@@ -326,6 +341,16 @@ void SiteSession::on(Device& device, const WorkerEnded& event) {
   recordBreakOff(device);
 }
 
+/// Has the store work while the result log is written. What no hook waits for is made durable with
+/// the verdict.
+void SiteSession::hurry(Device& device) {
+  if (device.hasEndHooks) {
+    device.run->hurry();
+  } else {
+    device.run->expectEnd();
+  }
+}
+
 /// Before the verdict counts, or a hook of the plug-in acts on it, everything is on disk.
 void SiteSession::save(Device& device) {
   try {
@@ -334,9 +359,7 @@ void SiteSession::save(Device& device) {
     storeFailure_ = problem.what();
     Outcome& outcome = device.outcome;
     if (!outcome.brokenOff) {
-      outcome.brokenOff =
-          (outcome.verdict == Verdict::Pass ? "passed, but not recorded: " : "not recorded: ") +
-          std::string(problem.what());
+      outcome.brokenOff = notRecorded(outcome.verdict) + problem.what();
     }
     outcome.verdict = Verdict::BrokenOff;
     recordBreakOff(device);
@@ -351,7 +374,10 @@ void SiteSession::finish(Device& device) {
     storeFailure_ = problem.what();
     device.run.reset();  // it is over
     if (!outcome.brokenOff) {
-      outcome.brokenOff = std::string("the verdict could not be recorded: ") + problem.what();
+      // Without a hook that waited for it, nothing of the end was recorded before.
+      outcome.brokenOff = (device.hasEndHooks ? "the verdict could not be recorded: "
+                                              : notRecorded(outcome.verdict)) +
+                          problem.what();
     }
     outcome.verdict = Verdict::BrokenOff;
     recordBreakOff(device);
@@ -359,6 +385,11 @@ void SiteSession::finish(Device& device) {
 }
 
 void SiteSession::tell(const std::string& line) const { station_.diagnostics.write(site_, line); }
+
+void SiteSession::tellOutcome(const Outcome& outcome) const {
+  tell(outcome.serialNumber + ": " + outcomeText(outcome));
+  if (outcome.traffic) tell("what its instruments said: " + *outcome.traffic);
+}
 
 /// A finished test with its values, in the diagnostics.
 void SiteSession::tellTest(const Tested& test) const {

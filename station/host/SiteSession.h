@@ -74,12 +74,15 @@ class SiteSession {
   void breakOff(Device& device, const std::string& reason);
   void recordBreakOff(Device& device);
   bool canRecord() const;
+  static void hurry(Device& device);
   void save(Device& device);
+  void confirm(Device& device) const;
   void finish(Device& device);
   RunView& view() const { return station_.face.view(); }
   void onTimeLimit(Device& device);
   void hookFailed(Device& device, const std::string& problem);
   void tell(const std::string& line) const;
+  void tellOutcome(const Outcome& outcome) const;
   void tellTest(const Tested& test) const;
 
   const std::string site_;

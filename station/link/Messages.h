@@ -243,11 +243,13 @@ struct DeviceStarted {
   static constexpr const char* kType = "deviceStarted";
   std::string site = {};
   int runIndex = 0;
+  bool hasEndHooks = true;  ///< without, the device ends with `FlowEnded`
 
   template <typename Part>
   void parts(const Part& part) {
     part("site", site);
     part("runIndex", runIndex);
+    part("hasEndHooks", hasEndHooks);
   }
 };
 
@@ -375,7 +377,8 @@ struct Progressed {
   }
 };
 
-/// The last test of a device is done, or it was broken off. The site waits for `Confirmed`.
+/// The last test of a device is done, or it was broken off. The site waits for `Confirmed`, which
+/// it calls its hooks for, where it has any.
 struct FlowEnded {
   static constexpr const char* kType = "flowEnded";
   std::string site = {};

@@ -79,4 +79,10 @@ void Plugin::load(const QLTDictionary& stationInfo, const Load& wanted) {
           adviceFor(error) + seeLog);
   }
 }
+bool Plugin::hasEndHooks(const QLTestSuite& suite) const {
+  const std::type_info* const without = principalClass_->operations().withoutEndHooks;
+  // One that the plug-in made itself may be of any class.
+  return without == nullptr || typeid(suite) != *without;
+}
+
 }  // namespace station

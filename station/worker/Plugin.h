@@ -37,6 +37,8 @@ class Plugin {
   void load(const QLTDictionary& stationInfo, const Load& wanted);
 
   QLTestSiteManager& manager() const { return *manager_; }  ///< after `load`
+  /// Whether the end of a device calls anything of the suite's own.
+  bool hasEndHooks(const QLTestSuite& suite) const;
 
  private:
   const QLTBundle& bundle_;

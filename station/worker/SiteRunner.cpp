@@ -95,9 +95,10 @@ struct SiteRunner::TestRun {
   std::optional<std::string> exception;  // ends the device's run
 };
 
-SiteRunner::SiteRunner(std::shared_ptr<QLTestSuite> suite, std::string flowName,
+SiteRunner::SiteRunner(std::shared_ptr<QLTestSuite> suite, bool hasEndHooks, std::string flowName,
                        OwnLoggers& loggers, SiteLink& host, Traffic* traffic)
     : suite_(std::move(suite)),
+      hasEndHooks_(hasEndHooks),
       flowName_(std::move(flowName)),
       loggers_(loggers),
       host_(host),
@@ -149,18 +150,23 @@ void SiteRunner::test(const TestDevice& device) {
     if (const auto lost = lostInstrument(*suite_))
       ended.brokenOff = *lost + "; " + *ended.brokenOff;
   }
-  host_.tell(DeviceStarted{host_.site(), suite_->currentIndex()});
+  host_.tell(DeviceStarted{host_.site(), suite_->currentIndex(), hasEndHooks_});
   if (!ended.brokenOff) {
     ended.brokenOff = problemOf("the flow", [&] { ended.verdict = runFlow(); });
   }
+  if (!hasEndHooks_) endTraffic();  // the host takes what follows for the end
   host_.tell(ended);
   const auto confirmed = take<Confirmed>(host_.wait());
+  if (!hasEndHooks_) return;
   const auto problem = end(confirmed.verdict);
-  if (traffic_ != nullptr) {
-    const auto lost = traffic_->deviceEnds(host_.site());
-    if (lost) host_.tell(Warned{*lost});
-  }
+  endTraffic();
   host_.tell(HookEnded{host_.site(), problem});
+}
+
+void SiteRunner::endTraffic() {
+  if (traffic_ == nullptr) return;
+  const auto lost = traffic_->deviceEnds(host_.site());
+  if (lost) host_.tell(Warned{*lost});
 }
 
 void SiteRunner::start(const TestDevice& device) {

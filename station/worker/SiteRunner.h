@@ -21,9 +21,10 @@ namespace station {
 /// For one thread; the runners of several sites may work at once.
 class SiteRunner {
  public:
-  /// `traffic` may be null. Nobody uses the suite's instruments meanwhile.
-  SiteRunner(std::shared_ptr<QLTestSuite> suite, std::string flowName, OwnLoggers& loggers,
-             SiteLink& host, Traffic* traffic);
+  /// `traffic` may be null. Nobody uses the suite's instruments meanwhile. Without `hasEndHooks`
+  /// the hooks at the end of a device are not called.
+  SiteRunner(std::shared_ptr<QLTestSuite> suite, bool hasEndHooks, std::string flowName,
+             OwnLoggers& loggers, SiteLink& host, Traffic* traffic);
 
   /// Opens instruments again whose lines are gone, and waits until all are there or a stop comes.
   void prepare();
@@ -47,8 +48,10 @@ class SiteRunner {
   TestRun run(QLTestMethod& method, std::int32_t index) const;
   static void takeRecords(QLTestMethod& method, std::int32_t index, TestRun& test);
   std::optional<std::string> end(Verdict verdict);
+  void endTraffic();
 
   std::shared_ptr<QLTestSuite> suite_;
+  const bool hasEndHooks_;
   std::string flowName_;
   OwnLoggers& loggers_;
   SiteLink& host_;

@@ -115,12 +115,12 @@ std::shared_ptr<RemoteOperator> personFor(QLTestSuite& suite, Channel& channel) 
 /// One site at work: its thread tests devices until it is told to unload.
 struct Site {
   /// `number` is its place among the loaded ones, from 1.
-  Site(const std::shared_ptr<QLTestSuite>& suite, int number, const std::string& flow,
-       OwnLoggers& loggers, Channel& channel, Traffic* traffic)
+  Site(const std::shared_ptr<QLTestSuite>& suite, bool hasEndHooks, int number,
+       const std::string& flow, OwnLoggers& loggers, Channel& channel, Traffic* traffic)
       : number(number),
         link(channel, suite->siteName()),
         person(personFor(*suite, channel)),
-        runner(suite, flow, loggers, link, traffic) {
+        runner(suite, hasEndHooks, flow, loggers, link, traffic) {
     suite->setResultObserver([this](const QLTestMethod&, const auto& record) {
       link.tell(Reported{link.site(), {record}});
     });
@@ -234,7 +234,7 @@ void Worker::work() {
   loggers.open(*columns);
   if (traffic_ != nullptr) traffic_->beginTesting(instrumentNames(plugin.manager(), suites));
   tell(Ready{});
-  serve(suites, load->flow, loggers);
+  serve(plugin, suites, load->flow, loggers);
 }
 
 std::optional<OpenLoggers> Worker::prepare(const Suites& suites) {
@@ -271,7 +271,8 @@ std::optional<Load> Worker::expectLoad() {
   return take<Load>(message);
 }
 
-void Worker::serve(const Suites& suites, const std::string& flow, OwnLoggers& loggers) {
+void Worker::serve(const Plugin& plugin, const Suites& suites, const std::string& flow,
+                   OwnLoggers& loggers) {
   std::deque<Site> sites;  // which never moves them
   std::map<std::string, Site*> siteOf;
   const HoldWatch holds([this](const std::string& site, const std::string& text) {
@@ -279,8 +280,9 @@ void Worker::serve(const Suites& suites, const std::string& flow, OwnLoggers& lo
   });
   std::vector<std::jthread> threads;  // end before the sites
   for (const auto& suite : suites) {
-    Site& site = sites.emplace_back(suite, static_cast<int>(sites.size()) + 1, flow, loggers,
-                                    channel_, traffic_);
+    Site& site =
+        sites.emplace_back(suite, plugin.hasEndHooks(*suite), static_cast<int>(sites.size()) + 1,
+                           flow, loggers, channel_, traffic_);
     siteOf[site.link.site()] = &site;
   }
   // Only now: each site has asked its instruments who they are, and may share them.

@@ -14,6 +14,8 @@
 
 namespace station {
 
+class Plugin;
+
 /// The process that holds a plug-in for its host: opens the bundle, loads the station, runs the
 /// tests and unloads, all as the host says. It judges nothing and writes no results.
 ///
@@ -36,7 +38,8 @@ class Worker {
   /// more.
   std::optional<OpenLoggers> prepare(const Suites& suites);
   std::optional<Load> expectLoad();
-  void serve(const Suites& suites, const std::string& flow, OwnLoggers& loggers);
+  void serve(const Plugin& plugin, const Suites& suites, const std::string& flow,
+             OwnLoggers& loggers);
   /// Waits for a message of this type; absent when the host wants no more.
   template <typename T>
   std::optional<T> expect();

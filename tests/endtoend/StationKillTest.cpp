@@ -50,13 +50,18 @@ class StationKill : public testing::Test {
     ASSERT_NO_THROW(test::writeTesterConfig("meter,Instrument,0,lock=" + lock_ + "\n"));
     std::string tests;
     for (int i = 1; i <= kTests; ++i) tests += TroubleBundle::test("T" + std::to_string(i), "");
-    bundle_.configure(tests, "",
-                      "<key>Resources</key><dict><key>m</key><string>meter</string></dict>");
+    for (const TroubleBundle* const bundle : {&bundle_, &plain_}) {
+      bundle->configure(tests, "",
+                        "<key>Resources</key><dict><key>m</key><string>meter</string></dict>");
+    }
   }
 
-  std::vector<std::string> arguments(int devices) const {
-    return {"run",    bundle_.path(), "--site", "left",     "--sn",
-            "left=A", "--log-dir",    logs_,    "--repeat", std::to_string(devices)};
+  /// The suites with and without hooks at a device's end take turns: their verdicts are recorded in
+  /// different ways.
+  std::vector<std::string> arguments(int devices) {
+    const TroubleBundle& bundle = runs_++ % 2 == 0 ? plain_ : bundle_;
+    return {"run",    bundle.path(), "--site", "left",     "--sn",
+            "left=A", "--log-dir",   logs_,    "--repeat", std::to_string(devices)};
   }
   void pause() {
     std::this_thread::sleep_for(
@@ -94,6 +99,8 @@ class StationKill : public testing::Test {
   const std::string logs_ = (folder_.path() / "logs").string();
   const std::string lock_ = (folder_.path() / "lock").string();
   TroubleBundle bundle_{TROUBLE_PLUGIN};
+  TroubleBundle plain_{TROUBLE_PLUGIN, "PlainSuite"};
+  int runs_ = 0;
   std::mt19937 random_{20261121};
   std::size_t passed_ = 0;
   std::size_t brokenOff_ = 0;

@@ -7,6 +7,7 @@
 
 #include "StationProcess.h"
 #include "TroubleBundle.h"
+#include "results/Content.h"
 #include "results/Queries.h"
 #include "results/Store.h"
 
@@ -60,6 +61,7 @@ class StationStore : public testing::Test {
 
   test::TemporaryFolder folder_;
   TroubleBundle bundle_{TROUBLE_PLUGIN};
+  TroubleBundle plain_{TROUBLE_PLUGIN, "PlainSuite"};
 };
 
 }  // namespace
@@ -251,6 +253,51 @@ TEST_F(StationStore, theHookOfAPassComesWhenEverythingIsRecorded) {
   EXPECT_THAT(station.results(), HasSubstr(",device,runtime error,0.0,,run time error,F,"));
 }
 
+TEST_F(StationStore, aSuiteWithoutHooksIsRecordedAsAnyOther) {
+  plain_.configure(TroubleBundle::test("Supply", "") +
+                   TroubleBundle::test("Volts", TroubleBundle::text("at", "right") +
+                                                    TroubleBundle::text("value", "2.5")));
+  StationProcess station({"run", plain_.path(), "--sn", "left=A", "--sn", "right=B", "--repeat",
+                          "2", "--record-traffic"});
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.errors(), IsEmpty());
+  EXPECT_THAT(station.output(), HasSubstr("2 passed, 2 failed, 0 broken off\n"));
+  for (const auto& [serial, verdict] : {std::pair("A", Verdict::Pass), {"B", Verdict::Fail}}) {
+    const std::vector<RunContent> runs = runsOf(storeOf(station), serial);
+    ASSERT_EQ(runs.size(), 2U) << serial;
+    for (const RunContent& content : runs) {
+      EXPECT_EQ(content.run.verdict, verdict);
+      EXPECT_EQ(content.run.message, std::nullopt);
+      EXPECT_EQ(content.run.records, 2);
+      EXPECT_EQ(content.measurements.size(), 2U);
+      EXPECT_EQ(content.steps.size(), 2U);
+      EXPECT_EQ(content.run.sha256, results::sha256Of(content));
+    }
+  }
+  // The header, and two lines for each device.
+  const std::string lines = station.results();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 9) << lines;
+  EXPECT_THAT(station.diagnostics(),
+              AllOf(HasSubstr("[left] A: PASS"), HasSubstr("[right] B: FAIL")));
+}
+
+TEST_F(StationStore, aSuiteWithoutHooksThatIsStoppedEndsAfterItsTest) {
+  const std::string gate = (folder_.path() / "gate").string();
+  plain_.configure(TroubleBundle::test("Waiting", TroubleBundle::text("await", gate)) +
+                   TroubleBundle::test("Volts", ""));
+  StationProcess station(
+      {"run", plain_.path(), "--site", "left", "--sn", "left=A", "--repeat", "3"});
+  ASSERT_TRUE(test::waitForFile(gate + ".left"));
+  station.send(SIGINT);
+  ASSERT_TRUE(station.waitForErrors());
+  std::ofstream(gate).close();
+  station.wait();
+  const RunContent content = runOf(station);
+  EXPECT_EQ(content.run.verdict, Verdict::BrokenOff);
+  EXPECT_EQ(content.steps.size(), 1U);
+  EXPECT_THAT(content.run.message, Optional(std::string("stopped on request before Volts")));
+}
+
 TEST_F(StationStore, aStationThatIsKilledLeavesAnIncompleteRunThatTheNextOneTells) {
   const std::string gate = (folder_.path() / "gate").string();
   const std::string calls = (folder_.path() / "calls").string();
@@ -300,17 +347,46 @@ TEST_F(StationStore, aStoreThatCannotBeUsedStopsEverythingBefore) {
 }
 
 TEST_F(StationStore, aStoreThatVanishesBreaksTheDeviceOff) {
-  const std::string gate = (folder_.path() / "gate").string();
-  bundle_.configure(TroubleBundle::test("Waiting", TroubleBundle::text("await", gate)));
-  StationProcess station(atLeft({"--repeat", "2"}));
-  ASSERT_TRUE(test::waitForFile(gate + ".left"));
-  removeStoreOf(station);
-  std::ofstream(gate).close();
-  EXPECT_EQ(station.wait(), 1);
-  EXPECT_THAT(station.steadyOutput(),
-              AllOf(HasSubstr("BROKEN OFF  0.0 s  passed, but not recorded: logs/results.db: "),
-                    HasSubstr("0 passed, 0 failed, 1 broken off\n")));
-  EXPECT_THAT(station.errors(), HasSubstr("the results store is not complete: "));
+  for (const TroubleBundle* const bundle : {&bundle_, &plain_}) {
+    const test::TemporaryFolder folder;
+    const std::string gate = (folder.path() / "gate").string();
+    bundle->configure(TroubleBundle::test("Waiting", TroubleBundle::text("await", gate)));
+    StationProcess station(
+        {"run", bundle->path(), "--site", "left", "--sn", "left=A", "--repeat", "2"});
+    ASSERT_TRUE(test::waitForFile(gate + ".left"));
+    removeStoreOf(station);
+    std::ofstream(gate).close();
+    EXPECT_EQ(station.wait(), 1);
+    EXPECT_THAT(station.steadyOutput(),
+                AllOf(HasSubstr("BROKEN OFF  0.0 s  passed, but not recorded: logs/results.db: "),
+                      HasSubstr("0 passed, 0 failed, 1 broken off\n")));
+    EXPECT_THAT(station.errors(), HasSubstr("the results store is not complete: "));
+    EXPECT_THAT(station.results(), HasSubstr(",F,\"passed, but not recorded: "));
+  }
+}
+
+TEST_F(StationStore, aLogThatFailsWithTheLastTestLeavesNoPass) {
+  const std::uint64_t limit = 16U << 20U;
+  const std::uint64_t line = 200'000;
+  std::string tests;
+  for (std::uint64_t size = 0; size < limit; size += line) {
+    tests += TroubleBundle::test("Volts", "");
+  }
+  for (const TroubleBundle* const bundle : {&bundle_, &plain_}) {
+    bundle->configure(tests, "<key>csvAttributeKeys</key><array><string>long</string></array>" +
+                                 TroubleBundle::text("long", std::string(line, 'x')));
+    StationProcess station({"run", bundle->path(), "--site", "left", "--sn", "left=A"},
+                           StationProcess::FileLimit{limit});
+    EXPECT_EQ(station.wait(), 1);
+    EXPECT_EQ(station.results().size(), limit);
+    EXPECT_THAT(station.output(), AllOf(HasSubstr("0 passed, 0 failed, 1 broken off\n"),
+                                        Not(HasSubstr("PASS  device"))));
+    const results::Run run = runOf(station).run;
+    EXPECT_EQ(run.verdict, Verdict::BrokenOff);
+    EXPECT_THAT(run.message, Optional(HasSubstr("the result log could not be written: ")));
+    // All tests have run: theirs, and the one that tells why.
+    EXPECT_EQ(run.records, static_cast<std::int64_t>((limit + line - 1) / line) + 1);
+  }
 }
 
 TEST_F(StationStore, aVerdictThatCannotBeRecordedIsNotShown) {

@@ -18,7 +18,9 @@ inline constexpr bool kIsSanitized = false;
 /// (one passing test), and "empty" where it is wanted.
 class TroubleBundle {
  public:
-  explicit TroubleBundle(const std::string& sharedObject) : bundle_(sharedObject, "TroubleSuite") {}
+  /// `suite` is "TroubleSuite", or "PlainSuite" for one without hooks.
+  explicit TroubleBundle(const std::string& sharedObject, const std::string& suite = "TroubleSuite")
+      : bundle_(sharedObject, suite) {}
 
   /// `tests` are the entries of the flow "main"; `attributes` those of the station attributes.
   void configure(const std::string& tests, const std::string& attributes = "",

@@ -126,6 +126,55 @@ TEST(QLTClass, ClassesThatAreMadeAtRunTimeMakeUpAStation) {
   std::filesystem::remove(kTesterConfig);
 }
 
+class WithoutHooks : public QLTestSuite {
+ public:
+  using QLTestSuite::QLTestSuite;
+  std::shared_ptr<QLTObject> onDUTStart(const QLTDictionary&, QLTError*) override {
+    return nullptr;
+  }
+  bool onSafeState(QLTError*) override { return true; }
+};
+class WithFinished : public QLTestSuite {
+ public:
+  using QLTestSuite::QLTestSuite;
+  bool onDUTFinished(QLTError*) override { return true; }
+};
+class WithFail : public QLTestSuite {
+ public:
+  using QLTestSuite::QLTestSuite;
+  bool onDUTFail(QLTError*) override { return true; }
+};
+class WithInherited : public WithFail {
+ public:
+  using WithFail::WithFail;
+};
+class WithPrivate : public QLTestSuite {
+ public:
+  using QLTestSuite::QLTestSuite;
+
+ private:
+  bool onException(QLTError*) override { return true; }
+};
+class WithOverload : public QLTestSuite {
+ public:
+  using QLTestSuite::onDUTFinished;
+  using QLTestSuite::QLTestSuite;
+  bool onDUTFinished(int) { return true; }
+};
+
+TEST(QLTClass, KnowsASuiteWithoutHooksAtADevicesEnd) {
+  using quillon::internal::operationsOf;
+  const std::type_info* const without = operationsOf<WithoutHooks>().withoutEndHooks;
+  ASSERT_NE(without, nullptr);
+  EXPECT_EQ(*without, typeid(WithoutHooks));
+  EXPECT_EQ(operationsOf<WithFinished>().withoutEndHooks, nullptr);
+  EXPECT_EQ(operationsOf<WithFail>().withoutEndHooks, nullptr);
+  EXPECT_EQ(operationsOf<WithInherited>().withoutEndHooks, nullptr);
+  EXPECT_EQ(operationsOf<WithPrivate>().withoutEndHooks, nullptr);
+  EXPECT_EQ(operationsOf<WithOverload>().withoutEndHooks, nullptr);  // nobody knows which is meant
+  EXPECT_EQ(plainSuites().withoutEndHooks, nullptr);
+}
+
 TEST(QLTClass, AClassOfTheProgramItselfGoesIntoTheMainBundle) {
   const QLTBundle& bundle = QLTBundle::mainBundle();
   const QLTClass* const cls = QLTClass::registerClass(bundle, "MadeLate", methodsThatRead(1));

@@ -264,6 +264,16 @@ class TroubleSuite : public QLTestSuite {
   }
 };
 
+/// Has no hooks.
+class PlainSuite : public QLTestSuite {
+ public:
+  using QLTestSuite::QLTestSuite;
+
+  static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary& entry, QLTError* error) {
+    return TroubleSuite::createInstrument(entry, error);
+  }
+};
+
 /// Does what its parameters say; "at" restricts the trouble to one site. Reports its first sub-test
 /// with "value". "asks" names a console that is to answer; "measures" one that is asked for that
 /// value, with "command".
@@ -449,5 +459,6 @@ class TroubleTest : public QLTestMethod {
 
 }  // namespace
 
+QLT_CLASS(PlainSuite);
 QLT_CLASS(TroubleSuite);
 QLT_CLASS(TroubleTest);
