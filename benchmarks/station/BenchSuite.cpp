@@ -17,6 +17,14 @@ class BenchSuite : public QLTestSuite {
   using QLTestSuite::QLTestSuite;
 };
 
+/// Has a hook that the verdict waits for.
+class HookSuite : public QLTestSuite {
+ public:
+  using QLTestSuite::QLTestSuite;
+
+  bool onDUTFinished(QLTError*) override { return true; }
+};
+
 /// Reports every sub-test with a value within its limits, after "pause" milliseconds each.
 class ReportTest : public QLTestMethod {
  public:
@@ -49,5 +57,6 @@ class CrashTest : public QLTestMethod {
 }  // namespace
 
 QLT_CLASS(BenchSuite);
+QLT_CLASS(HookSuite);
 QLT_CLASS(ReportTest);
 QLT_CLASS(CrashTest);
