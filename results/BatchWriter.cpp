@@ -10,14 +10,13 @@
 #include "common/Text.h"
 #include "results/Clock.h"
 #include "results/Content.h"
+#include "results/RunInserts.h"
 #include "results/RunRows.h"
 #include "results/Statements.h"
 #include "results/Uuid.h"
 
 namespace results {
 namespace {
-
-constexpr const char* kNothing = "ON CONFLICT DO NOTHING";
 
 /// Ids of rows that many others share, and that need to be entered once only.
 class Entered {
@@ -47,20 +46,13 @@ class BatchWriter::Rows {
   Rows(soci::session& session, const BatchWriter& writer)
       : session_(session),
         writer_(writer),
-        plan_(session, kNothing),
-        spec_(session, kNothing),
-        instrument_(session, kNothing),
-        run_(session),
+        enter_(session),
         step_(session,
               "ON CONFLICT (run_id, step, attempt) DO UPDATE SET number = excluded.number, "
               "test = excluded.test, started_us = excluded.started_us, "
               "ended_us = excluded.ended_us, verdict = excluded.verdict, "
               "error_domain = excluded.error_domain, error_code = excluded.error_code, "
               "error_text = excluded.error_text"),
-        measurement_(session),
-        attribute_(session),
-        runInstrument_(session),
-        event_(session),
         own_(session, "INSERT INTO running (run_id, session_id) VALUES (:run, :session)"),
         disown_(session, "DELETE FROM running WHERE run_id = :run"),
         supersede_(session,
@@ -92,30 +84,23 @@ class BatchWriter::Rows {
  private:
   void put(const BeginRun& begin) {
     const auto& [run, plan] = *begin.row;
-    if (plans_.isNew(plan.id)) plan_(plan);
-    run_(run);
+    if (plans_.isNew(plan.id)) enter_.plan(plan);
+    enter_.run(run);
     own_(run.id, writer_.sessionId_);
   }
   void put(const Step& step) { step_(step); }
   void put(const AddMeasurement& added) {
-    if (specs_.isNew(added.spec.id)) spec_(added.spec);
-    measurement_(added.measurement);
+    if (specs_.isNew(added.spec.id)) enter_.spec(added.spec);
+    enter_.measurement(added.measurement);
   }
-  void put(const Attribute& attribute) { attribute_(attribute); }
+  void put(const Attribute& attribute) { enter_.attribute(attribute); }
   void put(const AddInstrument& added) {
-    if (instruments_.isNew(added.instrument.id)) instrument_(added.instrument);
-    runInstrument_(added.use);
+    if (instruments_.isNew(added.instrument.id)) enter_.instrument(added.instrument);
+    enter_.runInstrument(added.use);
   }
   void put(const Supersede& what) { supersede_(runId_, what.step, what.attempt); }
   void put(const FinishRun& finish) { finishRun(runId_, finish); }
-  void put(const Event& event) {
-    Event entered = event;
-    long long last = 0;
-    session_ << "SELECT coalesce(max(sequence), 0) FROM event WHERE station_id = :station",
-        soci::use(event.stationId), soci::into(last);
-    entered.sequence = last + 1;
-    event_(entered);
-  }
+  void put(const Event& event) { enter_.event(event); }
   void put(const Recover& recover);
   void put(const PrepareEnd& /*now*/) { readAhead(runId_); }
   void put(const Touch& /*touch*/) {
@@ -131,15 +116,8 @@ class BatchWriter::Rows {
   Entered plans_;
   Entered specs_;
   Entered instruments_;
-  Insert<Plan> plan_;
-  Insert<Spec> spec_;
-  Insert<Instrument> instrument_;
-  Insert<Run> run_;
+  RunInserts enter_;
   Insert<Step> step_;
-  Insert<Measurement> measurement_;
-  Insert<Attribute> attribute_;
-  Insert<RunInstrument> runInstrument_;
-  Insert<Event> event_;
   Command<std::string, std::string> own_;
   Command<std::string> disown_;
   Command<std::string, std::int64_t, std::int64_t> supersede_;

@@ -6,6 +6,7 @@
 
 #include "results/Connection.h"
 #include "results/Content.h"
+#include "results/RunInserts.h"
 #include "results/RunJson.h"
 #include "results/Statements.h"
 
@@ -13,8 +14,6 @@ namespace results {
 namespace {
 
 using Outcome = Import::Outcome;
-
-constexpr const char* kNothing = "ON CONFLICT DO NOTHING";
 
 void requireId(const std::string& what, const std::string& id, const std::string& computed) {
   if (id != computed) {
@@ -72,18 +71,10 @@ void requireWhole(RunRecord& record) {
 class Rows {
  public:
   explicit Rows(soci::session& session)
-      : session_(session),
-        sums_(session, "id = :id"),
-        station_(session, kNothing),
-        plan_(session, kNothing),
-        spec_(session, kNothing),
-        instrument_(session, kNothing),
-        run_(session),
+      : sums_(session, "id = :id"),
+        station_(session, RunInserts::kNothing),
         step_(session),
-        measurement_(session),
-        attribute_(session),
-        runInstrument_(session),
-        event_(session) {}
+        enter_(session) {}
 
   Outcome add(const RunRecord& record) {
     const RunContent& content = record.content;
@@ -95,40 +86,23 @@ class Rows {
                                     (present.front().sha256 ? "" : " (it has not ended)")};
     }
     station_(record.station);
-    plan_(content.plan);
-    for (const Spec& spec : content.specs) spec_(spec);
-    for (const Instrument& instrument : content.instruments) instrument_(instrument);
-    run_(content.run);
+    enter_.plan(content.plan);
+    for (const Spec& spec : content.specs) enter_.spec(spec);
+    for (const Instrument& instrument : content.instruments) enter_.instrument(instrument);
+    enter_.run(content.run);
     for (const Step& row : content.steps) step_(row);
-    for (const Measurement& row : content.measurements) measurement_(row);
-    for (const Attribute& row : content.attributes) attribute_(row);
-    for (const RunInstrument& row : content.runInstruments) runInstrument_(row);
-    for (const Event& row : record.events) add(row);
+    for (const Measurement& row : content.measurements) enter_.measurement(row);
+    for (const Attribute& row : content.attributes) enter_.attribute(row);
+    for (const RunInstrument& row : content.runInstruments) enter_.runInstrument(row);
+    for (const Event& row : record.events) enter_.event(row);
     return {Outcome::Added, ""};
   }
 
  private:
-  /// Events are numbered by store: one of a copy gets the next number.
-  void add(Event event) {
-    long long last = 0;
-    session_ << "SELECT coalesce(max(sequence), 0) FROM event WHERE station_id = :station",
-        soci::use(event.stationId), soci::into(last);
-    event.sequence = last + 1;
-    event_(event);
-  }
-
-  soci::session& session_;
   Select<Run, std::string> sums_;
   Insert<Station> station_;
-  Insert<Plan> plan_;
-  Insert<Spec> spec_;
-  Insert<Instrument> instrument_;
-  Insert<Run> run_;
   Insert<Step> step_;
-  Insert<Measurement> measurement_;
-  Insert<Attribute> attribute_;
-  Insert<RunInstrument> runInstrument_;
-  Insert<Event> event_;
+  RunInserts enter_;
 };
 
 }  // namespace
