@@ -79,6 +79,7 @@ class BatchWriter::Rows {
   }
   void rolledBack() {
     for (Entered* entered : {&plans_, &specs_, &instruments_}) entered->rolledBack();
+    ahead_.reset();
   }
 
  private:
