@@ -21,7 +21,7 @@ void addRunCommand(CLI::App& app, Command& chosen) {
   command->callback([arguments, &chosen] {
     chosen = [arguments] {
       const RunOptions options = arguments->options();
-      const Signals signals;
+      Signals::takeForGood();
       Screen screen(options.json ? STDERR_FILENO : STDOUT_FILENO, STDERR_FILENO);
       const FaceMaker makeFace = [&options](const FaceContext& context) {
         return std::make_unique<TerminalFace>(options, context);

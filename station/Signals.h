@@ -16,6 +16,10 @@ class Signals {
   Signals(const Signals&) = delete;
   Signals& operator=(const Signals&) = delete;
 
+  /// One that never ends, for a program that lets a signal in its very last moments change nothing
+  /// of its exit status.
+  static void takeForGood();
+
   /// True from the first signal on.
   static bool stopRequested();
   /// A descriptor that is readable from the first signal on, for waiting along with others.

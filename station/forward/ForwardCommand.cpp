@@ -74,7 +74,7 @@ int once(const ForwardArguments& arguments) {
 
 int follow(const ForwardArguments& arguments) {
   Signals::setQuiet(true);
-  const Signals signals;
+  Signals::takeForGood();
   Screen screen;
   ForwardTeller teller(screen);
   results::Forwarder forwarder(optionsOf(arguments),

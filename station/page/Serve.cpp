@@ -78,7 +78,7 @@ std::chrono::system_clock::time_point next(std::chrono::minutes timeOfDay) {
 int serve(const ServeOptions& options) {
   // How long until a station that could not record is tried again by itself.
   constexpr std::chrono::seconds kAgain{30};
-  const Signals signals;
+  Signals::takeForGood();
   Screen screen;
   PageState state(hostName(), applicationVersion());
   PageSite site(state);

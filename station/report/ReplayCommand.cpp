@@ -165,7 +165,7 @@ int replay(const ReplayArguments& arguments) {
   const results::RunContent was = storedRun(arguments);
   ScratchFolder scratch;
   const RunOptions options = optionsFor(arguments, was, scratch.path());
-  const Signals signals;
+  Signals::takeForGood();
   Screen screen(STDOUT_FILENO, STDERR_FILENO);
   const FaceMaker makeFace = [&options](const FaceContext& context) {
     return std::make_unique<TerminalFace>(options, context);

@@ -1,5 +1,6 @@
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <thread>
 
 #include <poll.h>
@@ -107,6 +108,17 @@ TEST(Signals, whatStoodBeforeStandsAgain) {
   sigaction(SIGINT, nullptr, &after);
   EXPECT_EQ(after.sa_handler, before.sa_handler);
   EXPECT_EQ(Signals::descriptor(), -1);
+}
+
+TEST(Signals, takenForGoodOneAtTheVeryEndLeavesTheExitStatus) {
+  EXPECT_EXIT(
+      {
+        std::atexit([] { std::raise(SIGINT); });  // after what is destroyed later
+        Signals::takeForGood();
+        Signals::takeForGood();
+        std::exit(3);
+      },
+      testing::ExitedWithCode(3), "");
 }
 
 TEST(Signals, oneThatComesToANewWorkerBeforeItIsAnotherProgramIsNoRequest) {
