@@ -32,8 +32,8 @@ SerialNumberSource::SerialNumberSource(SerialNumbers given, std::vector<std::str
       rules_(std::move(pattern)),
       over_(Pipe::make(O_NONBLOCK)),
       prompt_(screen) {
-  warnOfEqualOnes();
   checkSites();
+  checkThatNoneIsTwice();
   checkPattern();
   checkThatOthersCanBeAsked();
   for (const std::string& site : sites_) {
@@ -41,15 +41,17 @@ SerialNumberSource::SerialNumberSource(SerialNumbers given, std::vector<std::str
   }
 }
 
-void SerialNumberSource::warnOfEqualOnes() const {
+/// One device is at one site only, whoever says otherwise has mistaken one.
+void SerialNumberSource::checkThatNoneIsTwice() const {
   std::map<std::string, std::string> siteOf;  // by serial number
   for (const std::string& site : sites_) {
     const auto given = given_.find(site);
     if (given == given_.end()) continue;
     const auto [same, isNew] = siteOf.emplace(given->second, site);
     if (isNew) continue;
-    screen_.warning("the sites " + same->second + " and " + site + " have the same serial number " +
-                    given->second);
+    throw CannotRun("--sn gives the sites " + printable(same->second) + " and " + printable(site) +
+                        " the same serial number " + printable(given->second),
+                    "A device is at one site only. Look at both, and give each its own number.");
   }
 }
 

@@ -25,8 +25,9 @@ namespace station {
 /// in the order of the sites.
 class SerialNumberSource : public DeviceSource {
  public:
-  /// `CannotRun` when `given` names another site, when there is nobody to ask for the others, or
-  /// when a number does not match `pattern`, as all of them must if there is one.
+  /// `CannotRun` when `given` names another site or the same number for two of them, when there is
+  /// nobody to ask for the others, or when a number does not match `pattern`, as all of them must
+  /// if there is one.
   SerialNumberSource(SerialNumbers given, std::vector<std::string> sites, Screen& screen,
                      std::optional<SerialPattern> pattern = {}, RunPurpose purpose = {});
 
@@ -48,7 +49,7 @@ class SerialNumberSource : public DeviceSource {
  private:
   void checkSites() const;
   void checkPattern() const;
-  void warnOfEqualOnes() const;
+  void checkThatNoneIsTwice() const;
   void checkThatOthersCanBeAsked() const;
   std::ptrdiff_t rankOf(const std::string& site) const;
 

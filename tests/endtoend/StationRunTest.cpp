@@ -358,14 +358,6 @@ TEST_F(StationRun, aDisabledSiteIsNotedAndNotTested) {
   EXPECT_THAT(station.results(), Not(HasSubstr("spare")));
 }
 
-TEST_F(StationRun, equalSerialNumbersAreAWarning) {
-  bundle_.configure(entry("Volts", ""));
-  StationProcess station({"run", bundle_.path(), "--sn", "left=A", "--sn", "right=A"});
-  EXPECT_EQ(station.wait(), 0);
-  EXPECT_THAT(station.errors(),
-              StartsWith("Warning: the sites left and right have the same serial number A\n"));
-}
-
 TEST_F(StationRun, attributesAndExtrasBecomeColumns) {
   bundle_.configure(
       entry("Volts", ""),

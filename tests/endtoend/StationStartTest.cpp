@@ -121,6 +121,8 @@ TEST_F(StationStart, wrongSerialNumbersAreRefused) {
   EXPECT_THAT(refusal({"--sn", "left= "}), HasSubstr("A serial number is needed."));
   EXPECT_THAT(refusal({"--sn", "left=A,B"}), HasSubstr("must not contain commas"));
   EXPECT_THAT(refusal({"--sn", "left=A", "--sn", "left=B"}), HasSubstr("twice for the site left"));
+  EXPECT_THAT(refusal({"--sn", "left=A", "--sn", "right=A"}),
+              HasSubstr("the sites left and right the same serial number A\n"));
   EXPECT_THAT(refusal({"--sn", "middle=A"}),
               HasSubstr("the site \"middle\", which is not one of those to test at\n"
                         "The sites are: left, right\n"));

@@ -118,6 +118,20 @@ TEST_F(StationTerminal, aSerialNumberThatIsBeingTestedIsAskedAgain) {
   EXPECT_EQ(station.wait(), 0);
 }
 
+TEST_F(StationTerminal, aSerialNumberThatIsGivenForAnotherSiteIsAskedAgain) {
+  const std::string gate = (folder_.path() / "gate").string();
+  bundle_.configure(TroubleBundle::test("Volts", TroubleBundle::text("await", gate)));
+  StationProcess station({"run", bundle_.path(), "--sn", "right=B"},
+                         StationProcess::Input::Terminal);
+  ASSERT_TRUE(test::waitForFile(gate + ".right"));
+  ASSERT_TRUE(isAsked(station, "left"));
+  station.type("B\n");
+  ASSERT_TRUE(isAsked(station, "left", "B is being tested at site right. (Ctrl-D ends.)"));
+  station.type("A\n");
+  std::ofstream(gate).close();
+  EXPECT_EQ(station.wait(), 0);
+}
+
 TEST_F(StationTerminal, aSiteTakesItsNextDeviceWhileAnotherIsAtWork) {
   const std::string gate = (folder_.path() / "gate").string();
   bundle_.configure(TroubleBundle::test(

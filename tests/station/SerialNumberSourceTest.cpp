@@ -52,10 +52,11 @@ TEST(SerialNumberSource, givesWhatTheCommandLineGaveForEachDevice) {
   EXPECT_EQ(captured.errors(), "");
 }
 
-TEST(SerialNumberSource, warnsOfEqualNumbers) {
-  test::CapturedScreen captured;
-  SerialNumberSource({{"left", "A"}, {"right", "A"}}, {"left", "right"}, captured.screen());
-  EXPECT_EQ(captured.errors(), "Warning: the sites left and right have the same serial number A\n");
+TEST(SerialNumberSource, refusesTheSameNumberForTwoSites) {
+  EXPECT_EQ(
+      refusalOf({{"left", "A"}, {"middle", "B"}, {"right", "A"}}, {"right", "middle", "left"}),
+      "--sn gives the sites right and left the same serial number A\n"
+      "A device is at one site only. Look at both, and give each its own number.");
 }
 
 TEST(SerialNumberSource, refusesANumberForAnotherSite) {
