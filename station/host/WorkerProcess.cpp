@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -65,6 +66,7 @@ struct Start {
     if (getppid() != host) _exit(kNotStarted);  // it died before
     if (!wrapped) {
       setpgid(0, 0);
+      leaveTerminal();
       dup2(input, STDIN_FILENO);
       dup2(output, STDOUT_FILENO);
       dup2(output, STDERR_FILENO);
@@ -74,6 +76,15 @@ struct Start {
     takeSignals();
     execv(wrapped ? "/bin/sh" : kThisProgram, arguments.data());
     _exit(kNotStarted);
+  }
+
+  /// The terminal is the host's: whoever read from it in another process group, the plug-in or a
+  /// tool that asks for a password, would stop all sites. Without one that fails at once.
+  static void leaveTerminal() {
+    const int terminal = open("/dev/tty", O_RDWR | O_NOCTTY | O_NONBLOCK);
+    if (terminal < 0) return;
+    ioctl(terminal, TIOCNOTTY);
+    close(terminal);
   }
 
   /// What was sent to the host's process group until now was meant for the host, whose handlers are

@@ -212,6 +212,14 @@ TEST_F(StationTerminal, endingTheSeriesAtThePromptKeepsItsTable) {
   EXPECT_THAT(station.output(), HasSubstr("1 passed, 0 failed, 0 broken off"));
 }
 
+TEST_F(StationTerminal, isNotForThePlugin) {
+  bundle_.configure(TroubleBundle::test("Password", TroubleBundle::flag("readsTerminal")));
+  StationProcess station({"run", bundle_.path(), "--site", "left", "--sn", "left=A"},
+                         StationProcess::Input::Terminal);
+  EXPECT_EQ(station.wait(), 0);
+  EXPECT_THAT(station.diagnostics(), HasSubstr("[left] no terminal\n"));
+}
+
 TEST_F(StationTerminal, coloursAreForTerminalsOnly) {
   StationProcess terminal({"run", bundle_.path(), "--site", "left", "--sn", "left=A"},
                           StationProcess::Input::Terminal);

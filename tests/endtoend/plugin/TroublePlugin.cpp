@@ -301,6 +301,7 @@ class TroubleTest : public QLTestMethod {
       close(STDERR_FILENO);
     }
     while (does("printsForEver")) std::puts("on and on");
+    if (does("readsTerminal")) readTerminal();
     QLTExclusive<Instrument> held;
     if (does("exclusive")) held = exclusive<Instrument>("m", error);
     if (param("await") != nullptr && isHere()) await();
@@ -429,6 +430,14 @@ class TroubleTest : public QLTestMethod {
   /// Writes into the connection of the station, which a plug-in has no business with.
   static void send(const std::string& bytes) {
     if (write(3, bytes.data(), bytes.size()) < 0) std::abort();
+  }
+  /// As tools do that ask for a password.
+  static void readTerminal() {
+    const int terminal = open("/dev/tty", O_RDWR | O_CLOEXEC);
+    char key = 0;
+    const bool isRead = terminal >= 0 && read(terminal, &key, 1) == 1;
+    QLTLog(isRead ? "read from the terminal" : "no terminal");
+    if (terminal >= 0) close(terminal);
   }
   bool asks(const std::string& name, QLTError* error) const {
     const auto console = resource<QLTDiags>(name, error);
