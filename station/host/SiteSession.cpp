@@ -38,6 +38,11 @@ std::string nameOf(const TestStarted& test) {
   return "test " + std::to_string(test.index) + " " + test.name;
 }
 
+// How long a worker may be between two tests or hooks, in seconds: where the station has no time
+// limit, and at least, since an instrument may be in the hands of another site.
+constexpr double kBetween = 60;
+constexpr double kLeastBetween = 1.5;
+
 }  // namespace
 
 struct SiteSession::Device {
@@ -156,6 +161,7 @@ void SiteSession::test(Device& device) {
   station_.engine.tell(
       TestDevice{site_, outcome.serialNumber, outcome.round, station_.traffic.fileOf(outcome.run),
                  station_.traffic.headOf(outcome.run, site_, outcome.serialNumber)});
+  isBetween(device, "what comes before onDUTStart");
   while (!device.done) {
     const auto event = station_.engine.next(site_, device.limit.deadline());
     if (!event) {
@@ -176,6 +182,11 @@ void SiteSession::test(Device& device) {
       std::chrono::duration<double>(SiteEvents::Clock::now() - device.started).count();
 }
 
+/// A worker that stands still altogether is ended, too.
+void SiteSession::isBetween(Device& device, const std::string& where) const {
+  device.limit.start(where, std::max(station_.timeLimit.value_or(kBetween), kLeastBetween));
+}
+
 void SiteSession::onTimeLimit(Device& device) {
   const std::string reason = device.limit.excess();
   device.limit.stop();
@@ -194,10 +205,10 @@ void SiteSession::on(Device& device, const HookStarted& event) const {
 
 void SiteSession::on(Device& device, const DeviceStarted& event) {
   device.hook.reset();
-  device.limit.stop();
   device.runIndex = event.runIndex;
   device.hasEndHooks = event.hasEndHooks;
   device.run->deviceStarted(event.runIndex);
+  isBetween(device, "what comes after onDUTStart");
 }
 
 void SiteSession::on(Device& device, const TestStarted& event) {
@@ -241,6 +252,7 @@ void SiteSession::on(Device& device, const Tested& event) {
                           .records = event.records});
   view().testDone(device.tests.back());
   tellTest(event);
+  isBetween(device, "what comes after test " + std::to_string(event.index) + " " + event.name);
 }
 
 void SiteSession::on(Device& device, const Asked& event) {
@@ -294,6 +306,7 @@ void SiteSession::on(Device& device, const FlowEnded& event) {
 void SiteSession::confirm(Device& device) const {
   device.confirmed = true;
   station_.engine.tell(Confirmed{site_, device.outcome.verdict});
+  isBetween(device, "what comes before the last hook");
 }
 
 void SiteSession::on(Device& device, const HookEnded& event) {

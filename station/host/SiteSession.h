@@ -79,6 +79,7 @@ class SiteSession {
   void confirm(Device& device) const;
   void finish(Device& device);
   RunView& view() const { return station_.face.view(); }
+  void isBetween(Device& device, const std::string& where) const;
   void onTimeLimit(Device& device);
   void hookFailed(Device& device, const std::string& problem);
   void tell(const std::string& line) const;

@@ -160,7 +160,10 @@ void WorkerProcess::signal(int signal) const {
   ::kill(ownGroup_ ? -process_ : process_, signal);
 }
 
-void WorkerProcess::terminate() const { signal(SIGTERM); }
+void WorkerProcess::terminate() const {
+  signal(SIGTERM);
+  signal(SIGCONT);  // for one that is stopped
+}
 void WorkerProcess::kill() const { signal(SIGKILL); }
 
 std::optional<int> WorkerProcess::status() {

@@ -243,6 +243,22 @@ TEST_F(StationWorker, aHookHasTheTimeLimitOfTheStation) {
                                        HasSubstr("0 passed, 1 failed, 0 broken off\n")));
 }
 
+TEST_F(StationWorker, oneThatStandsStillBetweenTwoTestsIsEnded) {
+  const std::string gate = (folder_.path() / "gate").string();
+  test::writeTesterConfig("meter,Instrument,0,stopsAfter=" + gate + ".left\n");
+  bundle_.configure(TroubleBundle::test("Voltages", TroubleBundle::text("value", "9") +
+                                                        TroubleBundle::text("await", gate)),
+                    "<key>timeLimit</key><real>1</real>",
+                    "<key>Resources</key><dict><key>m</key><string>meter</string></dict>");
+  std::ofstream(gate).close();
+  StationProcess station(atLeft());
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(
+      station.output(),
+      AllOf(HasSubstr("what comes after test 1 Voltages exceeded its time limit of 1.5 s\n"),
+            HasSubstr("0 passed, 0 failed, 1 broken off\n")));
+}
+
 TEST_F(StationWorker, oneThatClosesItsOutputCostsNoTime) {
   const std::string gate = (folder_.path() / "gate").string();
   bundle_.configure(TroubleBundle::test(

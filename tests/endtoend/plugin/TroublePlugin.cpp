@@ -23,6 +23,7 @@
 #include <QLTLogger.h>
 #include <QLTMakesSafe.h>
 #include <QLTOperator.h>
+#include <QLTReopenable.h>
 #include <QLTestMethod.h>
 #include <QLTestSiteManager.h>
 #include <QLTestSuite.h>
@@ -147,6 +148,23 @@ class Instrument : public QLTObject, public QLTMakesSafe, public QLTHasIdentity 
   int lock_;
 };
 
+/// One with a line. To ask whether it is lost stops the process once there is a file "stopsAfter".
+class Line : public Instrument, public QLTReopenable {
+ public:
+  explicit Line(const QLTDictionary& entry)
+      : Instrument(entry), stopsAfter_(attribute(entry, "stopsAfter")) {}
+
+  bool isLost() const override {
+    if (std::filesystem::remove(stopsAfter_)) std::raise(SIGSTOP);
+    return false;
+  }
+  std::string where() const override { return "nowhere"; }
+  bool reopen(QLTError*) override { return true; }
+
+ private:
+  std::string stopsAfter_;
+};
+
 /// Station attributes: while the station loads, "talks" is said on standard output and in the
 /// console log, "countsConfigurations" is the file that tells how often it was configured,
 /// "crashes" and "exits" end the program, "refusesToLoad" throws, "takesSink" takes
@@ -207,6 +225,7 @@ class TroubleSuite : public QLTestSuite {
     }
     if (attribute(entry, "dies") == "kill") std::raise(SIGKILL);
     if (attribute(entry, "dies") == "exit") std::exit(0);
+    if (entry.contains("stopsAfter")) return std::make_shared<Line>(entry);
     return std::make_shared<Instrument>(entry);
   }
 
