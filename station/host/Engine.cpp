@@ -309,8 +309,13 @@ void Engine::runSafeStates() {
   safeStates_.want(sites_.all());
   do {
     if (!worker_.isRunning()) startFresh();
-    safeStates_.ask([this](const std::string& site) { return sites_.isLoaded(site); },
-                    [this](const SafeState& told) { worker_.send(messageFrom(told)); });
+    const auto problem = [this](const std::string& site) {
+      return sites_.isLoaded(site)
+                 ? std::nullopt
+                 : std::optional("its instruments did not come up again for its safe state" +
+                                 sites_.causesOf(site));
+    };
+    safeStates_.ask(problem, [this](const SafeState& told) { worker_.send(messageFrom(told)); });
   } while (!awaitSafeStates());
   safeStateDue_ = false;
 }

@@ -12,17 +12,16 @@ void SafeStates::want(const std::vector<std::string>& sites) {
   wanted_.insert(sites.begin(), sites.end());
 }
 
-void SafeStates::ask(const std::function<bool(const std::string&)>& isLoaded,
+void SafeStates::ask(const std::function<std::optional<std::string>(const std::string&)>& problem,
                      const std::function<void(const SafeState&)>& ask) {
   for (const std::string& site : std::set(wanted_)) {
-    if (isLoaded(site)) {
+    const auto reason = problem(site);
+    if (!reason) {
       ask(SafeState{site, inTest_.contains(site)});
       continue;
     }
     wanted_.erase(site);
-    if (inTest_.erase(site) > 0) {
-      safety_.isUnsafe(site, "its instruments did not come up again for its safe state");
-    }
+    if (inTest_.erase(site) > 0) safety_.isUnsafe(site, *reason);
   }
   until_ = Clock::now() + limit_;
 }

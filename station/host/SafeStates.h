@@ -28,8 +28,9 @@ class SafeStates {
   void leftInTest(const std::set<std::string>& sites);
   /// From now on these sites want their safe state.
   void want(const std::vector<std::string>& sites);
-  /// Asks with `ask`, all at once, the sites that want it and are loaded.
-  void ask(const std::function<bool(const std::string&)>& isLoaded,
+  /// Asks with `ask`, all at once, the sites that want it and have no `problem`, which tells why
+  /// one is not loaded.
+  void ask(const std::function<std::optional<std::string>(const std::string&)>& problem,
            const std::function<void(const SafeState&)>& ask);
   void answered(const SafeStateDone& answer);
   /// No site wants it any more.

@@ -31,6 +31,19 @@ bool SiteBoard::isAmongLoaded(const std::string& site) const {
   return std::find(loaded_.begin(), loaded_.end(), site) != loaded_.end();
 }
 
+std::string SiteBoard::causesOf(const std::string& site) const {
+  const std::lock_guard lock(mutex_);
+  return causes(site);
+}
+
+std::string SiteBoard::causes(const std::string& site) const {
+  std::string text;
+  const auto known = unavailable_.find(site);
+  if (known == unavailable_.end()) return text;
+  for (const std::string& cause : known->second) text += "; " + cause;
+  return text;
+}
+
 void SiteBoard::open() {
   const std::lock_guard lock(mutex_);
   state_ = State::Open;
@@ -116,9 +129,7 @@ std::optional<std::string> SiteBoard::reserve(const std::string& site) {
   if (state_ == State::Ended) return ended_;
   if (const auto reason = safety_.reason(site)) return "unsafe: " + *reason;
   if (!isAmongLoaded(site)) {
-    std::string reason = "its instruments did not come up again";
-    for (const std::string& cause : unavailable_[site]) reason += "; " + cause;
-    return reason;
+    return "its instruments did not come up again" + causes(site);
   }
   if (Signals::stopRequested()) return kStoppedOnRequest;
   events_.at(site).clear();

@@ -33,6 +33,8 @@ class SiteBoard {
   std::vector<std::string> all() const;  ///< of the first worker
   /// Whether the present worker has loaded the site.
   bool isLoaded(const std::string& site) const;
+  /// Why it has not, each cause behind a semicolon.
+  std::string causesOf(const std::string& site) const;
   /// From now on devices can be tested.
   void open();
   /// No device begins any more with the present worker.
@@ -75,6 +77,7 @@ class SiteBoard {
 
  private:
   bool isAmongLoaded(const std::string& site) const;
+  std::string causes(const std::string& site) const;
   std::set<std::string> orphan(const std::function<WorkerEnded(const std::string&)>& news);
 
   enum class State { Closed, Open, Draining, Ended };

@@ -23,10 +23,12 @@ const QLTDictionary& section(const QLTDictionary& dictionary, std::string_view k
   return value != nullptr && value->dictionary() != nullptr ? *value->dictionary() : none;
 }
 
-/// The device file that was busy, if that was the reason; else "".
+/// The device file that was busy, if that was the reason; else "". A record that wraps the
+/// transport's has its code, but not the path.
 std::string busyDevice(QLTError error) {
   for (; error; error = error.underlyingError()) {
-    if (error.code() == EBUSY) return error.userInfo().text("path", "");
+    std::string path = error.userInfo().text("path", "");
+    if (error.code() == EBUSY && !path.empty()) return path;
   }
   return "";
 }

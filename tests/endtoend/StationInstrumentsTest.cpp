@@ -2,6 +2,9 @@
 #include <fstream>
 #include <thread>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "StationProcess.h"
 #include "TroubleBundle.h"
 #include "support/Eventually.h"
@@ -14,6 +17,7 @@ namespace {
 using test::StationProcess;
 using test::TroubleBundle;
 using testing::AllOf;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -134,6 +138,25 @@ TEST_F(StationLostInstrument, aSiteThatWaitsGoesOnWaitingWhenAnotherOneCrashes) 
   EXPECT_THAT(station.output(), AllOf(HasSubstr("left   PASS  Console"),
                                       HasSubstr("2 passed, 0 failed, 2 broken off\n")));
   EXPECT_THAT(station.errors(), Not(HasSubstr("UNSAFE")));
+}
+
+TEST_F(StationLostInstrument, aBusyOneIsToldWithTheProcessThatHasIt) {
+  const std::string once = (folder_.path() / "once").string();
+  test::writeTesterConfig("meter,Instrument,0,absentAfter=" + once + ";busy=" + line_.path() +
+                          "\n");
+  const int held = open(line_.path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  bundle_.configure(
+      TroubleBundle::test("Dying", TroubleBundle::text("dies", "segfault") + atLeft() +
+                                       TroubleBundle::text("unless", once)),
+      "", "<key>Resources</key><dict><key>m</key><string>meter</string></dict>");
+  StationProcess station(
+      {"run", bundle_.path(), "--sn", "left=A", "--sn", "right=B", "--repeat", "2"});
+  EXPECT_EQ(station.wait(), 1);
+  EXPECT_THAT(station.errors(),
+              ContainsRegex("left is UNSAFE: its instruments did not come up again for its safe "
+                            "state; instrument meter: no line.*\\(process " +
+                            std::to_string(getpid()) + "\\) has it\n"));
+  close(held);
 }
 
 TEST_F(StationLostInstrument, aSiteThatIsNotLoadedAgainSaysWhy) {

@@ -1,6 +1,7 @@
 // A plug-in that misbehaves as its configuration says, and tells what was called.
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -24,6 +25,7 @@
 #include <QLTMakesSafe.h>
 #include <QLTOperator.h>
 #include <QLTReopenable.h>
+#include <QLTUtil.h>
 #include <QLTestMethod.h>
 #include <QLTestSiteManager.h>
 #include <QLTestSuite.h>
@@ -210,11 +212,15 @@ class TroubleSuite : public QLTestSuite {
     return attribute(attributes, "fails") != "onUnload";
   }
   /// "dies" ends the process. When there is a file "diesAfter", the first "times" that are made
-  /// from then on end it; with a file "absentAfter" none is made.
+  /// from then on end it; with a file "absentAfter" none is made, for the device file "busy" is.
   static std::shared_ptr<QLTObject> createInstrument(const QLTDictionary& entry, QLTError* error) {
     if (attribute(entry, "class") != "Instrument") return nullptr;
     if (std::filesystem::exists(attribute(entry, "absentAfter"))) {
-      *error = QLTError::withDescription("test", 6, "no such meter");
+      const std::string busy = attribute(entry, "busy");
+      *error = busy.empty()
+                   ? QLTError::withDescription("test", 6, "no such meter")
+                   // As of a line, which root is never refused.
+                   : QLTUtil::handleError(QLTError("test", EBUSY, {{"path", busy}}), "no line");
       return nullptr;
     }
     const std::string after = attribute(entry, "diesAfter");
