@@ -26,6 +26,8 @@ namespace {
 constexpr int kAllPassed = 0;
 constexpr int kNotAllPassed = 1;
 
+constexpr const char* kNotToItsEnd = "was not tested to its end, for the station ended before";
+
 bool allPassed(const std::vector<Outcome>& outcomes) {
   return std::all_of(outcomes.begin(), outcomes.end(),
                      [](const Outcome& outcome) { return outcome.verdict == Verdict::Pass; });
@@ -106,12 +108,17 @@ int StationRun::runOn(Engine& engine, const std::filesystem::path& bundle, const
   store = openStore();
   events.keepIn(*store);
   // Before a face shows the last devices: one that was left has no verdict until then.
-  const bool isUnclean = recover(*store);
+  const results::Recovered left = recover(*store, diagnostics);
   const std::unique_ptr<Face> face =
       makeFace_({bundle, loaded, words, files, engine, *store, events, screen_});
-  if (isUnclean) engine.makeSafe();
+  if (left.unclean) engine.makeSafe();
   engine.openLoggers(results.columns());
   results.open();
+  // The records that the CSV file of the earlier session holds of them may all have passed.
+  for (const results::Run& run : left.runs) {
+    static_cast<void>(results.log(
+        {brokenOffRecord(run.site, run.serial, static_cast<int>(run.runIndex), kNotToItsEnd)}));
+  }
   const RunRecorder::Session recording{*store, planOf(loaded), runOf(words),
                                        loaded.stationAttributes, loaded.instruments};
   for (const std::string& site : loaded.disabledSites) {
@@ -202,15 +209,15 @@ bool StationRun::wantsUnavailable(const Loaded& loaded) const {
       });
 }
 
-/// Tells which devices earlier sessions have left without a verdict. True when one of them may have
-/// left the fixtures in the middle of a test.
-bool StationRun::recover(results::Store& store) {
-  const results::Recovered recovered = store.recover();
+/// Tells which devices earlier sessions have left without a verdict.
+results::Recovered StationRun::recover(results::Store& store, const ConsoleLogFile& diagnostics) {
+  results::Recovered recovered = store.recover();
   for (const results::Run& run : recovered.runs) {
     screen_.warning("the device " + printable(run.serial) + " at site " + printable(run.site) +
-                    " was not tested to its end, for the station ended before: test it again");
+                    " " + kNotToItsEnd + ": test it again");
+    diagnostics.write(run.site, run.serial + ", run " + run.id + ": " + kNotToItsEnd);
   }
-  return recovered.unclean;
+  return recovered;
 }
 
 std::unique_ptr<results::Store> StationRun::openStore() const {

@@ -47,7 +47,7 @@ class StationRun {
             const LogFiles& files, const ConsoleLogFile& diagnostics, EventLog& events,
             std::unique_ptr<results::Store>& store);
   std::unique_ptr<results::Store> openStore() const;
-  bool recover(results::Store& store);
+  results::Recovered recover(results::Store& store, const ConsoleLogFile& diagnostics);
   void tellUnavailable(const Loaded& loaded, const ConsoleLogFile& diagnostics);
   std::optional<std::string> otherThanRecorded(const Loaded& loaded) const;
   RecordingHead recordingHead(const std::filesystem::path& bundle, const Loaded& loaded) const;

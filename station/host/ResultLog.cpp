@@ -16,6 +16,23 @@ OpenLoggers columnsOf(const QLTDictionary& stationAttributes) {
 
 }  // namespace
 
+std::shared_ptr<QLTestResult> brokenOffRecord(const std::string& site,
+                                              const std::string& serialNumber, int runIndex,
+                                              const std::string& reason) {
+  auto record = std::make_shared<QLTestResult>();
+  record->setSerialNumber(serialNumber);
+  record->setSiteName(site);
+  record->setRunIndex(runIndex);
+  record->setTestName("device");
+  record->setTestNumberWithMajor(0, 0);
+  record->setSubTestName(kQLTestRuntimeErrorName);
+  record->setPriority(0);
+  record->setExpected("");
+  record->setActual(kQLTestRuntimeErrorValue);
+  record->setFailMessage(reason);
+  return record;
+}
+
 ResultLog::ResultLog(const std::string& path, const QLTDictionary& stationAttributes,
                      Screen& screen)
     : screen_(screen),

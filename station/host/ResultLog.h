@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -11,6 +12,12 @@
 #include "link/Messages.h"
 
 namespace station {
+
+/// A record that nobody can take for a pass, of a device that was not tested to its end. It belongs
+/// to no test. Its texts are empty where absent ones would shift the columns of the CSV file.
+std::shared_ptr<QLTestResult> brokenOffRecord(const std::string& site,
+                                              const std::string& serialNumber, int runIndex,
+                                              const std::string& reason);
 
 /// The CSV file, one for all sites. It is closed at the end.
 ///

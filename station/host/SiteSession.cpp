@@ -432,17 +432,12 @@ void SiteSession::recordBreakOff(Device& device) {
     return record->failMessage() == outcome.brokenOff;
   };
   if (std::any_of(device.recorded.begin(), device.recorded.end(), tellsTheSame)) return;
-  auto record = std::make_shared<QLTestResult>();
-  record->setSerialNumber(outcome.serialNumber);
-  record->setSiteName(site_);
-  record->setRunIndex(device.runIndex);
-  record->setTestName(device.test ? device.test->name : "device");
-  record->setTestNumberWithMajor(device.test ? device.test->index : 0, 0);
-  record->setSubTestName(kQLTestRuntimeErrorName);
-  record->setPriority(0);
-  record->setExpected("");
-  record->setActual(kQLTestRuntimeErrorValue);
-  record->setFailMessage(*outcome.brokenOff);
+  const auto record =
+      brokenOffRecord(site_, outcome.serialNumber, device.runIndex, *outcome.brokenOff);
+  if (device.test) {
+    record->setTestName(device.test->name);
+    record->setTestNumberWithMajor(device.test->index, 0);
+  }
   device.recorded.push_back(record);
   // It is shown as broken off either way.
   if (!station_.results.failed()) static_cast<void>(station_.results.log({record}));

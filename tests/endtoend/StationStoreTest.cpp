@@ -27,6 +27,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::Optional;
 using testing::StartsWith;
+using testing::UnorderedElementsAre;
 
 class StationStore : public testing::Test {
  protected:
@@ -57,6 +58,20 @@ class StationStore : public testing::Test {
     const std::vector<RunContent> runs = runsOf(storeOf(station), serial);
     EXPECT_EQ(runs.size(), 1U);
     return runs.empty() ? RunContent{} : runs.front();
+  }
+
+  /// The lines of all CSV files in a folder that contain `text`, in any order.
+  static std::vector<std::string> linesOf(const std::filesystem::path& folder,
+                                          const std::string& text) {
+    std::vector<std::string> lines;
+    for (const auto& file : std::filesystem::directory_iterator(folder)) {
+      if (file.path().extension() != ".csv") continue;
+      std::ifstream stream(file.path());
+      for (std::string line; std::getline(stream, line);) {
+        if (line.find(text) != std::string::npos) lines.push_back(line);
+      }
+    }
+    return lines;
   }
 
   test::TemporaryFolder folder_;
@@ -324,6 +339,13 @@ TEST_F(StationStore, aStationThatIsKilledLeavesAnIncompleteRunThatTheNextOneTell
   EXPECT_EQ(station.wait(), 0);
   EXPECT_THAT(station.errors(), HasSubstr("the device A at site left was not tested to its end, "
                                           "for the station ended before: test it again\n"));
+  // In the CSV file of the earlier session all that it has of the device has passed.
+  EXPECT_THAT(
+      linesOf(logs, ",A,left,"),
+      UnorderedElementsAre("1,A,left,Supply,volts,1.1,from 1.000000 to 2.000000,1.500000,P,\"\",",
+                           "0,A,left,device,runtime error,0.0,,run time error,F,"
+                           "\"was not tested to its end, for the station ended before\","));
+  EXPECT_THAT(station.output(), HasSubstr("1 passed, 0 failed, 0 broken off"));
   const std::vector<RunContent> runs = runsOf(logs + "/results.db", "A");
   ASSERT_EQ(runs.size(), 1U);
   EXPECT_EQ(runs[0].run.verdict, Verdict::Incomplete);
