@@ -227,9 +227,12 @@ std::unique_ptr<results::Store> StationRun::openStore() const {
     options.stationName = hostName();
     return std::make_unique<results::Store>(options);
   } catch (const results::StoreError& problem) {
-    throw CannotRun("cannot use the results store " + printable(problem.what()),
-                    "Nothing was tested, for the results would be lost. Check that its folder may "
-                    "be written to\nand that the disk is not full.");
+    throw CannotRun(
+        "cannot use the results store " + printable(problem.what()),
+        "Nothing was tested, for the results would be lost. A file that is damaged, or no "
+        "results store,\ncan be moved away: a new one is made. Else see that its folder "
+        "may be written to, that the disk\nis not full, and that no other program holds "
+        "the file.");
   }
 }
 
