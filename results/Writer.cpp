@@ -155,7 +155,7 @@ Writer::Batch Writer::take() {
   Batch batch;
   for (Change& change : abandoned_) batch.requests.push_back({std::move(change), nullptr});
   abandoned_.clear();
-  batch.expected = expected_;
+  if (!isUrgent()) batch.expected = expected_;  // else somebody would wait for somebody else's end
   retrying_ = false;
   takeQueue(batch);
   return batch;
@@ -168,55 +168,51 @@ void Writer::takeQueue(Batch& batch) {
   batch.last = added_;
   batch.hurried = std::exchange(hurried_, "");
   expected_.clear();
-  while (batch.errors.size() < batch.requests.size()) {
-    const auto run = runs_.find(batch.requests[batch.errors.size()].change.runId);
-    batch.errors.push_back(run == runs_.end() ? std::nullopt : run->second.failure);
+  for (std::size_t i = batch.errors.size(); i < batch.requests.size(); ++i) {
+    const auto run = runs_.find(batch.requests[i].change.runId);
+    const bool isLost = run != runs_.end() && run->second.failure;
+    batch.errors.push_back(isLost ? run->second.failure : StoreError(file_, "was not written"));
+    if (!isLost) batch.writable.push_back(i);
   }
 }
 
 /// Takes what is queued in the next moment into the same transaction: the end of a run belongs to
 /// what it ends, and needs no flush of the disk of its own.
-void Writer::join(Batch& batch, std::vector<std::size_t>& which, const BatchWriter::Sink& sink) {
+void Writer::join(Batch& batch, const BatchWriter::Sink& sink) {
   sink({std::exchange(batch.expected, ""), PrepareEnd{}});
-  const std::size_t first = batch.requests.size();
+  const std::size_t first = batch.writable.size();
   {
     std::unique_lock lock(mutex_);
     queued_.wait_for(lock, kGathering, [&] { return isUrgent(); });
     takeQueue(batch);
   }
   changed_.notify_all();  // there is room
-  for (std::size_t i = first; i < batch.requests.size(); ++i) {
-    if (batch.errors[i]) continue;
-    which.push_back(i);
-    sink(batch.requests[i].change);
+  for (std::size_t i = first; i < batch.writable.size(); ++i) {
+    sink(batch.requests[batch.writable[i]].change);
   }
 }
 
 void Writer::write(Batch& batch) {
-  std::vector<std::size_t> all;
-  for (std::size_t i = 0; i < batch.requests.size(); ++i) {
-    if (!batch.errors[i]) all.push_back(i);
-  }
-  if (all.empty() || writeTogether(batch, all)) return;
+  if (batch.writable.empty() || writeTogether(batch, batch.writable)) return;
   batch.expected.clear();  // another run's row must not join any more
   // One run's rows that contradict each other are no fault of the other runs.
   std::map<std::string, std::vector<std::size_t>> groups;
-  for (const std::size_t i : all) {
+  for (const std::size_t i : batch.writable) {
     const std::string& runId = batch.requests[i].change.runId;
     groups[runId.empty() ? std::to_string(i) : runId].push_back(i);
   }
-  for (auto& [name, group] : groups) writeTogether(batch, group);
+  for (const auto& [name, group] : groups) writeTogether(batch, group);
 }
 
 /// Writes some requests of a batch in one transaction, with what joined it, and enters what came of
 /// them. False when a row was refused, which another division may make good.
-bool Writer::writeTogether(Batch& batch, std::vector<std::size_t>& which) {
+bool Writer::writeTogether(Batch& batch, const std::vector<std::size_t>& which) {
   std::optional<StoreError> error;
   bool refused = false;
   try {
     batches_.write([&](const BatchWriter::Sink& sink) {
       for (const std::size_t i : which) sink(batch.requests[i].change);
-      if (!batch.expected.empty()) join(batch, which, sink);
+      if (!batch.expected.empty()) join(batch, sink);
     });
   } catch (const RowError& thrown) {
     error = thrown;

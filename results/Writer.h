@@ -53,10 +53,11 @@ class Writer {
     std::int64_t records = 0;
     std::optional<StoreError> failure;
   };
-  /// Requests with what came of them.
+  /// Requests with what came of them. One that was forgotten has failed.
   struct Batch {
     std::deque<Request> requests;
     std::vector<std::optional<StoreError>> errors;
+    std::vector<std::size_t> writable;  // those whose run has lost nothing
     std::uint64_t last = 0;  // how many were queued with it, ever
     std::string hurried;
     std::string expected;
@@ -68,10 +69,10 @@ class Writer {
   void work();
   Batch take();
   void takeQueue(Batch& batch);
-  void join(Batch& batch, std::vector<std::size_t>& which, const BatchWriter::Sink& sink);
+  void join(Batch& batch, const BatchWriter::Sink& sink);
   void write(Batch& batch);
   void checkpoint(const Batch& batch, bool isBusy);
-  bool writeTogether(Batch& batch, std::vector<std::size_t>& which);
+  bool writeTogether(Batch& batch, const std::vector<std::size_t>& which);
   void settle(Batch& batch);
   void settle(Request& request, const StoreError& error);
   void abandon(const std::string& runId, const StoreError& error, RunEnd end);

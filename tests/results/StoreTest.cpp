@@ -262,22 +262,25 @@ TEST(Store, WhatWasEnteredForAnEndThatDoesNotComeIsThereSoon) {
 TEST(Store, AnEndThatWasExpectedJoinsWhatOthersQueueMeanwhile) {
   const StoreFolder folder;
   Store store(folder.options);
-  const std::string left = store.beginRun(sampleRun("QB-1", "left"), samplePlan()).id;
-  const std::string right = store.beginRun(sampleRun("QB-2", "right"), samplePlan()).id;
-  store.addMeasurement(sampleMeasurement(left, 1), sampleSpec());
-  store.expectEnd(left);
-  store.addMeasurement(sampleMeasurement(right, 1), sampleSpec());
-  store.addMeasurement(sampleMeasurement(right, 1), sampleSpec());  // a second one of that sequence
-  store.expectEnd(right);
-  store.finishRun(left, {Verdict::Pass, {}, {}, 0});
-  EXPECT_THAT(errorOf([&] {
-                store.finishRun(right, {Verdict::Pass, {}, {}, 0});
-              }),
-              HasSubstr("UNIQUE constraint failed: measurement.run_id, measurement.sequence"));
-  EXPECT_EQ(folder.content(left).run.verdict, Verdict::Pass);
-  EXPECT_EQ(folder.content(left).measurements.size(), 1U);
-  store.check();
-  EXPECT_EQ(folder.content(right).run.verdict, Verdict::BrokenOff);
+  for (const int pause : {0, 1, 5, 5, 5}) {  // once the end is waited for, too
+    const std::string left = store.beginRun(sampleRun("QB-1", "left"), samplePlan()).id;
+    const std::string right = store.beginRun(sampleRun("QB-2", "right"), samplePlan()).id;
+    store.addMeasurement(sampleMeasurement(left, 1), sampleSpec());
+    store.expectEnd(left);
+    std::this_thread::sleep_for(std::chrono::milliseconds(pause));
+    store.addMeasurement(sampleMeasurement(right, 1), sampleSpec());
+    store.addMeasurement(sampleMeasurement(right, 1), sampleSpec());  // a second one
+    store.expectEnd(right);
+    store.finishRun(left, {Verdict::Pass, {}, {}, 0});
+    EXPECT_EQ(folder.content(left).run.verdict, Verdict::Pass) << pause;
+    EXPECT_EQ(folder.content(left).measurements.size(), 1U);
+    EXPECT_THAT(errorOf([&] {
+                  store.finishRun(right, {Verdict::Pass, {}, {}, 0});
+                }),
+                HasSubstr("UNIQUE constraint failed: measurement.run_id, measurement.sequence"));
+    store.check();
+    EXPECT_EQ(folder.content(right).run.verdict, Verdict::BrokenOff);
+  }
 }
 
 TEST(Store, ARunThatWasHurriedWithNothingToWriteEndsAsOthersDo) {
