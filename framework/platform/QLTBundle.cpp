@@ -160,6 +160,16 @@ class LastWords {
   const std::terminate_handler earlier_;
 };
 
+/// Opens a shared object; an exception of its static objects ends the program here, whichever
+/// compiler this was built with.
+void* openObject(const char* path) noexcept {
+  // The system declares that opening throws nothing. What is thrown all the same, some compilers
+  // let pass; by a pointer, which says no such thing, none does.
+  void* (*volatile const open)(const char*, int) = &dlopen;
+  // Local: two plug-ins may define the same names.
+  return open(path, RTLD_NOW | RTLD_LOCAL);
+}
+
 std::string textOr(const QLTDictionary& info, std::string_view key, std::string otherwise) {
   const QLTValue* value = info.find(key);
   return value == nullptr ? std::move(otherwise) : value->text();
@@ -234,10 +244,9 @@ std::unique_ptr<QLTBundle> QLTBundle::load(const fs::path& path, QLTError* error
   QLTLog(format("opening the plug-in %@, version %@", path.string(),
                 bundle->version().value_or("(none)")));
   QLTBundle* const outer = std::exchange(bundleBeingOpened(), bundle.get());
-  // Local: two plug-ins may define the same names.
   void* const handle = [&] {
     const LastWords lastWords;
-    return dlopen(executablePath.c_str(), RTLD_NOW | RTLD_LOCAL);
+    return openObject(executablePath.c_str());
   }();
   bundleBeingOpened() = outer;
   if (handle == nullptr) {
