@@ -10,10 +10,11 @@
 #include <soci/soci.h>
 #include <soci/sqlite3/soci-sqlite3.h>
 
+#include "common/Sanitizers.h"
 #include "results/Clock.h"
 #include "results/FileUsers.h"
 
-#ifdef __SANITIZE_THREAD__
+#ifdef QUILLON_THREAD_SANITIZER
 // The database library makes a table of type names at its first use, guarded as the language wants;
 // the guard's later readers are in code that the checker does not see.
 extern "C" __attribute__((visibility("default"))) const char* __tsan_default_suppressions();

@@ -7,18 +7,13 @@
 
 #include <unistd.h>
 
+#include "common/Sanitizers.h"
+
 namespace station {
 namespace {
 
 constexpr std::array kSignals{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT};
 constexpr std::size_t kStackSize = std::size_t{64} << 10U;
-
-// Sanitizers have handlers of their own.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kIsSanitized = true;
-#else
-constexpr bool kIsSanitized = false;
-#endif
 
 CrashPage* crashPage = nullptr;
 pid_t owner = 0;  // what the plug-in forks may crash by itself
@@ -41,7 +36,7 @@ void onCrash(int signal, siginfo_t* info, void*) {
 }  // namespace
 
 void witnessCrashes(std::unique_ptr<CrashPage> page) {
-  if (kIsSanitized) return;
+  if (quillon::internal::kIsSanitized) return;
   crashPage = page.release();
   owner = getpid();
   struct sigaction action {};

@@ -199,7 +199,7 @@ std::vector<Fault> faultsOf(const Operation& operation) {
   if (!operation.isRead()) {
     // What was confirmed is another write.
     for (const auto& [name, place] : {std::pair("WrongAddress", 2), std::pair("WrongValue", 4)}) {
-      all.push_back({name, data([place](std::string reply) {
+      all.push_back({name, data([place = place](std::string reply) {
                        reply[place] = static_cast<char>(reply[place] ^ 1);
                        return reply;
                      }),

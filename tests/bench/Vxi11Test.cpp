@@ -24,6 +24,7 @@
 #include "bench/PythonServer.h"
 #include "bench/ScpiMessages.h"
 #include "common/Descriptor.h"
+#include "common/Sanitizers.h"
 #include "simulators/SimulatorProcess.h"
 #include "support/ConsoleLog.h"
 #include "support/Errors.h"
@@ -32,7 +33,7 @@
 #include "support/TcpPeer.h"
 #include "support/Watchdog.h"
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef QUILLON_ADDRESS_SANITIZER
 // The protocol's library keeps some bytes of every connection; and what belongs to a call that
 // never came back cannot be freed.
 extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions();

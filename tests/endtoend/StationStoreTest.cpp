@@ -7,6 +7,7 @@
 
 #include "StationProcess.h"
 #include "TroubleBundle.h"
+#include "common/Sanitizers.h"
 #include "results/Content.h"
 #include "results/Queries.h"
 #include "results/Store.h"
@@ -234,7 +235,7 @@ TEST_F(StationStore, tellsTheEndOfAWorkerAsAnEvent) {
   const std::vector<results::Event> events = queries.lastEvents(content.run.stationId, 9);
   ASSERT_EQ(events.size(), 1U);
   EXPECT_EQ(events[0].kind, "worker_ended");
-  if (test::kIsSanitized) return;  // it sees the crash itself
+  if (quillon::internal::kIsSanitized) return;  // it sees the crash itself
   EXPECT_THAT(events[0].site, Optional(std::string("left")));
   EXPECT_THAT(events[0].text,
               Optional(std::string("the plug-in crashed at site left: segmentation fault")));

@@ -10,6 +10,7 @@
 
 #include "StationProcess.h"
 #include "TroubleBundle.h"
+#include "common/Sanitizers.h"
 #include "results/Queries.h"
 #include "support/SerialLine.h"
 #ifdef BENCH_TEST_BUNDLE
@@ -230,7 +231,7 @@ TEST_F(StationTraffic, ofAnotherConfigurationIsRefused) {
 }
 
 TEST_F(StationTraffic, ofACrashIsThereToTheLastByte) {
-  if (test::kIsSanitized) GTEST_SKIP() << "sanitizers see crashes themselves";
+  if (quillon::internal::kIsSanitized) GTEST_SKIP() << "sanitizers see crashes themselves";
   configure(TroubleBundle::test("Crash", TroubleBundle::text("dies", "kill")));
   answer("1.5");
   StationProcess station(run());

@@ -9,6 +9,7 @@
 
 #include "StationProcess.h"
 #include "TroubleBundle.h"
+#include "common/Sanitizers.h"
 #include "support/Eventually.h"
 
 // What becomes of the station when a plug-in takes its process along, and of the plug-in when the
@@ -116,7 +117,7 @@ TEST_F(StationWorker, theDevicesOfTheOtherSitesAreBrokenOffAsWell) {
                     dying("after " + gate + ".right", TroubleBundle::text("at", "left")));
   StationProcess station({"run", bundle_.path(), "--sn", "left=A", "--sn", "right=B"});
   EXPECT_EQ(station.wait(), 1);
-  const std::string elsewhere = test::kIsSanitized
+  const std::string elsewhere = quillon::internal::kIsSanitized
                                     ? ": segmentation fault in "
                                     : " at site left: segmentation fault; this device was in ";
   EXPECT_THAT(station.steadyOutput(),
@@ -125,14 +126,15 @@ TEST_F(StationWorker, theDevicesOfTheOtherSitesAreBrokenOffAsWell) {
                     HasSubstr("right  B              BROKEN OFF  0.0 s  the plug-in crashed" +
                               elsewhere + "test 1 Waiting\n")));
   EXPECT_THAT(station.diagnostics(),
-              HasSubstr(test::kIsSanitized ? "[station] the plug-in crashed: segmentation fault\n"
-                                           : "[left] the plug-in crashed at site left: "
-                                             "segmentation fault\n"));
+              HasSubstr(quillon::internal::kIsSanitized
+                            ? "[station] the plug-in crashed: segmentation fault\n"
+                            : "[left] the plug-in crashed at site left: "
+                              "segmentation fault\n"));
 }
 
 // Sanitizers have handlers of their own.
 TEST_F(StationWorker, aCrashIsToldToItsSiteWhateverItIs) {
-  if (test::kIsSanitized) GTEST_SKIP();
+  if (quillon::internal::kIsSanitized) GTEST_SKIP();
   for (const auto& [how, told] :
        {std::pair{"fault", "segmentation fault"}, std::pair{"stack", "segmentation fault"},
         std::pair{"abort", "aborted"}}) {

@@ -6,13 +6,6 @@
 
 namespace test {
 
-/// Sanitizers see crashes themselves.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kIsSanitized = true;
-#else
-inline constexpr bool kIsSanitized = false;
-#endif
-
 /// The trouble plug-in (see plugin/TroublePlugin.cpp) with a configuration of the test's own: the
 /// sites "left" and "right", a disabled site "spare", and the flows "main" (the default), "other"
 /// (one passing test), and "empty" where it is wanted.

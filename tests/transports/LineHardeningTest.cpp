@@ -32,6 +32,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "common/Sanitizers.h"
 #include "support/ConsoleLog.h"
 #include "support/Errors.h"
 #include "support/Pty.h"
@@ -225,7 +226,7 @@ class NoDescriptors {
 };
 
 TEST_F(LeakTest, ProcessWithoutDescriptors) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef QUILLON_ADDRESS_SANITIZER
   GTEST_SKIP() << "it would blind the sanitizer";
 #endif
   const test::TcpPeer peer;

@@ -30,6 +30,8 @@
 #include <QLTestSiteManager.h>
 #include <QLTestSuite.h>
 
+#include "common/Sanitizers.h"
+
 namespace {
 
 /// Appends one line in one write, as several sites may do at once.
@@ -46,14 +48,9 @@ void waitForFile(const std::string& path) {
   }
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kIsSanitized = true;
-#else
-constexpr bool kIsSanitized = false;
-#endif
-
 void crash() {
-  if (kIsSanitized) std::signal(SIGSEGV, SIG_DFL);  // else it would end otherwise
+  if (quillon::internal::kIsSanitized)
+    std::signal(SIGSEGV, SIG_DFL);  // else it would end otherwise
   std::raise(SIGSEGV);
 }
 
