@@ -73,6 +73,9 @@ station, and stand-ins for instruments that are not there.]])
   set(CPACK_DEBIAN_STATION_PACKAGE_SECTION electronics)
   set(CPACK_DEBIAN_STATION_PACKAGE_RECOMMENDS quillon-doc)
   set(CPACK_DEBIAN_STATION_PACKAGE_SHLIBDEPS ON)
+  # What is loaded when there is a server, and so is not found by looking into the program.
+  get_property(loaded GLOBAL PROPERTY QUILLON_LOADED_PACKAGES)
+  list(JOIN loaded ", " CPACK_DEBIAN_STATION_PACKAGE_DEPENDS)
 endif()
 
 # Where dpkg-shlibdeps finds the framework's library, which is in no installed package.

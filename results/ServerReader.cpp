@@ -12,6 +12,7 @@
 #include "results/RowStream.h"
 #include "results/StoreError.h"
 #include "results/central/CentralSchema.h"
+#include "results/central/PostgresClient.h"
 #include "results/central/Server.h"
 
 namespace results {
@@ -34,7 +35,7 @@ std::string wordsOf(const std::string& message) {
 }
 
 std::string reasonOf(const soci::postgresql_soci_error& error) {
-  const std::string state = error.sqlstate();
+  const std::string state = PostgresBackend::get().stateOf(&error);
   std::string words = wordsOf(error.get_error_message());
   if (state == kNoRight) {
     return "its role may not read this: " + words + " ('GRANT " + kReaderRole +
@@ -80,7 +81,10 @@ std::string connectText(const ServerAddress& address, std::chrono::milliseconds 
 ServerReader::ServerReader(const ServerAddress& address, std::chrono::milliseconds patience)
     : name_(address.name()) {
   try {
-    session_ = std::make_unique<soci::session>(soci::postgresql, connectText(address, patience));
+    session_ = std::make_unique<soci::session>(*PostgresBackend::get().factory,
+                                               connectText(address, patience));
+  } catch (const NoLibrary& missing) {
+    throw StoreError(name_, std::string(missing.what()) + ". " + missing.advice());
   } catch (const soci::soci_error& error) {
     throw StoreError(name_, "cannot be reached: " + wordsOf(error.what()));
   }

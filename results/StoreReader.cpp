@@ -12,7 +12,8 @@ std::unique_ptr<StoreReader> openToRead(const std::string& store,
     try {
       return std::make_unique<ServerReader>(ServerAddress(store), patience);
     } catch (const NoAddress& reason) {
-      throw StoreError("of all stations", reason.what());  // without the address: see the reason
+      // Without the address: see the reason.
+      throw StoreError("of all stations", std::string(reason.what()) + ". " + reason.advice());
     }
   }
   return std::make_unique<Connection>(store, Connection::Access::Read, patience, migrations());

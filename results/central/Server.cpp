@@ -4,33 +4,35 @@
 #include <cctype>
 #include <cerrno>
 
-#include <libpq-fe.h>
 #include <poll.h>
 
 #include "common/Format.h"
+#include "results/central/PostgresClient.h"
 
 namespace results {
 namespace {
 
 using Result = std::unique_ptr<PGresult, void (*)(PGresult*)>;
 
+const PostgresClient& client() { return PostgresClient::get(); }
+
 std::string reasonOf(const PGconn* connection) {
-  const std::string words = wordsOfServer(PQerrorMessage(connection));
+  const std::string words = wordsOfServer(client().PQerrorMessage(connection));
   return words.empty() ? "the connection is broken" : words;
 }
 
 [[noreturn]] void fail(PGconn* connection) { throw ServerError(reasonOf(connection), ""); }
 
 [[noreturn]] void fail(const PGresult* result, PGconn* connection) {
-  const char* const state = PQresultErrorField(result, PG_DIAG_SQLSTATE);
-  if (state == nullptr || PQstatus(connection) == CONNECTION_BAD) {
-    const char* const words = PQresultErrorField(result, PG_DIAG_MESSAGE_PRIMARY);
+  const char* const state = client().PQresultErrorField(result, PG_DIAG_SQLSTATE);
+  if (state == nullptr || client().PQstatus(connection) == CONNECTION_BAD) {
+    const char* const words = client().PQresultErrorField(result, PG_DIAG_MESSAGE_PRIMARY);
     throw ServerError(words != nullptr ? words : reasonOf(connection),
                       state == nullptr ? "" : state);
   }
-  std::string text = PQresultErrorField(result, PG_DIAG_MESSAGE_PRIMARY);
+  std::string text = client().PQresultErrorField(result, PG_DIAG_MESSAGE_PRIMARY);
   for (const int part : {int{PG_DIAG_MESSAGE_DETAIL}, int{PG_DIAG_MESSAGE_HINT}}) {
-    const char* const words = PQresultErrorField(result, part);
+    const char* const words = client().PQresultErrorField(result, part);
     if (words != nullptr) text += std::string(" (") + words + ")";
   }
   throw ServerError(text, state);
@@ -77,12 +79,12 @@ bool ServerError::isOfData() const {
 class Server::Line {
  public:
   Line(const ServerAddress& address, const Limits& limits)
-      : limits_(limits), connection_(start(address), PQfinish) {
+      : limits_(limits), connection_(start(address), client().PQfinish) {
     if (!connection_) throw ServerError("no memory for a connection", "");
-    PQsetNoticeProcessor(
+    client().PQsetNoticeProcessor(
         connection_.get(), [](void*, const char*) {}, nullptr);
     finishConnecting();
-    if (PQsetnonblocking(connection_.get(), 1) != 0) fail(connection_.get());
+    if (client().PQsetnonblocking(connection_.get(), 1) != 0) fail(connection_.get());
   }
 
   PGconn* get() const { return connection_.get(); }
@@ -90,21 +92,22 @@ class Server::Line {
   /// Sends what is queued, and takes what comes meanwhile.
   void flush() {
     while (true) {
-      const int left = PQflush(get());
+      const int left = client().PQflush(get());
       if (left < 0) fail(get());
       if (left == 0) return;
-      if ((wait(POLLIN | POLLOUT) & POLLIN) != 0 && PQconsumeInput(get()) == 0) fail(get());
+      if ((wait(POLLIN | POLLOUT) & POLLIN) != 0 && client().PQconsumeInput(get()) == 0)
+        fail(get());
     }
   }
 
   /// The next result of what was sent; null when there is no more.
   Result next() {
     flush();
-    while (PQisBusy(get()) != 0) {
+    while (client().PQisBusy(get()) != 0) {
       wait(POLLIN);
-      if (PQconsumeInput(get()) == 0) fail(get());
+      if (client().PQconsumeInput(get()) == 0) fail(get());
     }
-    return {PQgetResult(get()), PQclear};
+    return {client().PQgetResult(get()), client().PQclear};
   }
 
   /// All results of what was sent; the last one, or the error.
@@ -123,9 +126,11 @@ class Server::Line {
   }
 
  private:
-  static bool isCopy(const Result& result) { return PQresultStatus(result.get()) == PGRES_COPY_IN; }
+  static bool isCopy(const Result& result) {
+    return client().PQresultStatus(result.get()) == PGRES_COPY_IN;
+  }
   static bool isError(const Result& result) {
-    const ExecStatusType status = PQresultStatus(result.get());
+    const ExecStatusType status = client().PQresultStatus(result.get());
     return status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK && status != PGRES_EMPTY_QUERY &&
            status != PGRES_COPY_IN;
   }
@@ -141,15 +146,15 @@ class Server::Line {
     }
     names.push_back(nullptr);
     values.push_back(nullptr);
-    return PQconnectStartParams(names.data(), values.data(), 0);
+    return client().PQconnectStartParams(names.data(), values.data(), 0);
   }
 
   void finishConnecting() {
-    if (PQstatus(get()) == CONNECTION_BAD) fail(get());
+    if (client().PQstatus(get()) == CONNECTION_BAD) fail(get());
     auto state = PGRES_POLLING_WRITING;
     while (state != PGRES_POLLING_OK) {
       wait(state == PGRES_POLLING_READING ? POLLIN : POLLOUT);
-      state = PQconnectPoll(get());
+      state = client().PQconnectPoll(get());
       if (state == PGRES_POLLING_FAILED) fail(get());
     }
   }
@@ -169,7 +174,7 @@ class Server::Line {
                               " s",
                           "");
       }
-      pollfd waited{PQsocket(get()), static_cast<short>(events), 0};
+      pollfd waited{client().PQsocket(get()), static_cast<short>(events), 0};
       const int ready = poll(&waited, 1, static_cast<int>(std::min(left, kSlice).count()));
       if (ready > 0) return waited.revents;
       if (ready < 0 && errno != EINTR) throw ServerError("the connection is broken", "");
@@ -199,19 +204,19 @@ std::vector<Server::Row> Server::ask(const std::string& statement,
   for (const Field& parameter : parameters) {
     values.push_back(parameter ? parameter->c_str() : nullptr);
   }
-  if (PQsendQueryParams(line_->get(), statement.c_str(), static_cast<int>(values.size()), nullptr,
-                        values.data(), nullptr, nullptr, 0) == 0) {
+  if (client().PQsendQueryParams(line_->get(), statement.c_str(), static_cast<int>(values.size()),
+                                 nullptr, values.data(), nullptr, nullptr, 0) == 0) {
     fail(line_->get());
   }
   const Result result = line_->finish();
-  std::vector<Row> rows(static_cast<std::size_t>(PQntuples(result.get())));
+  std::vector<Row> rows(static_cast<std::size_t>(client().PQntuples(result.get())));
   for (std::size_t row = 0; row < rows.size(); ++row) {
-    for (int column = 0; column < PQnfields(result.get()); ++column) {
+    for (int column = 0; column < client().PQnfields(result.get()); ++column) {
       const auto at = static_cast<int>(row);
       Field& field = rows[row].emplace_back();
-      if (PQgetisnull(result.get(), at, column) == 0) {
-        field.emplace(PQgetvalue(result.get(), at, column),
-                      static_cast<std::size_t>(PQgetlength(result.get(), at, column)));
+      if (client().PQgetisnull(result.get(), at, column) == 0) {
+        field.emplace(client().PQgetvalue(result.get(), at, column),
+                      static_cast<std::size_t>(client().PQgetlength(result.get(), at, column)));
       }
     }
   }
@@ -219,7 +224,7 @@ std::vector<Server::Row> Server::ask(const std::string& statement,
 }
 
 void Server::run(const std::string& statements) {
-  if (PQsendQuery(line_->get(), statements.c_str()) == 0) fail(line_->get());
+  if (client().PQsendQuery(line_->get(), statements.c_str()) == 0) fail(line_->get());
   line_->finish();
 }
 
@@ -230,8 +235,8 @@ void Server::transaction(const std::function<void()>& work) {
     work();
   } catch (...) {
     try {
-      if (PQtransactionStatus(line_->get()) == PQTRANS_INTRANS ||
-          PQtransactionStatus(line_->get()) == PQTRANS_INERROR) {
+      if (client().PQtransactionStatus(line_->get()) == PQTRANS_INTRANS ||
+          client().PQtransactionStatus(line_->get()) == PQTRANS_INERROR) {
         run("ROLLBACK");
       }
     } catch (const ServerError&) {
@@ -249,7 +254,7 @@ Server::Copy::Copy(Server& server, const std::string& into) : server_(server) {
 void Server::Copy::add(std::string_view lines) {
   PGconn* const connection = server_.line_->get();
   // 0: there was no memory to queue them.
-  if (PQputCopyData(connection, lines.data(), static_cast<int>(lines.size())) != 1) {
+  if (client().PQputCopyData(connection, lines.data(), static_cast<int>(lines.size())) != 1) {
     fail(connection);
   }
   server_.line_->flush();
@@ -257,7 +262,7 @@ void Server::Copy::add(std::string_view lines) {
 
 void Server::Copy::end() {
   PGconn* const connection = server_.line_->get();
-  if (PQputCopyEnd(connection, nullptr) != 1) fail(connection);
+  if (client().PQputCopyEnd(connection, nullptr) != 1) fail(connection);
   server_.line_->finish();
 }
 

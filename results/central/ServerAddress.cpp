@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include <libpq-fe.h>
+#include "results/central/PostgresClient.h"
 
 namespace results {
 namespace {
@@ -21,6 +21,14 @@ constexpr std::array<std::pair<const char*, const char*>, 5> kChosen{{
 }};
 
 using Options = std::unique_ptr<PQconninfoOption, void (*)(PQconninfoOption*)>;
+
+const PostgresClient& client() {
+  try {
+    return PostgresClient::get();
+  } catch (const NoLibrary& missing) {
+    throw NoAddress(missing.what(), missing.advice());
+  }
+}
 
 std::map<std::string, std::string> settingsOf(const Options& options) {
   std::map<std::string, std::string> settings;
@@ -56,7 +64,7 @@ ServerAddress::ServerAddress(const std::string& url) : url_(url) {
   if (!isMeant(url)) throw NoAddress("the server's address is no postgresql:// URL", kForm);
   // What the library says of an address that it cannot read may hold a password, and what stands
   // for a port may be the beginning of one.
-  const Options options(PQconninfoParse(url.c_str(), nullptr), PQconninfoFree);
+  const Options options(client().PQconninfoParse(url.c_str(), nullptr), client().PQconninfoFree);
   if (options) settings_ = settingsOf(options);
   if (!options ||
       valueOr(settings_, "port", "").find_first_not_of("0123456789,") != std::string::npos) {
@@ -70,7 +78,7 @@ ServerAddress::ServerAddress(const std::string& url) : url_(url) {
         "out here.");
   }
   // What is not given comes from the environment, or is the library's own choice.
-  const Options defaults(PQconndefaults(), PQconninfoFree);
+  const Options defaults(client().PQconndefaults(), client().PQconninfoFree);
   auto all = defaults ? settingsOf(defaults) : std::map<std::string, std::string>();
   for (const auto& [name, value] : settings_) all[name] = value;
   const std::string port = valueOr(all, "port", "5432");

@@ -6,7 +6,8 @@
 
 namespace results {
 
-/// Why a text is no address of a server. `what()` never has a password.
+/// Why a text is no address of a server, or cannot be read as one on this computer. `what()` never
+/// has a password.
 class NoAddress : public std::runtime_error {
  public:
   NoAddress(const std::string& reason, std::string advice)

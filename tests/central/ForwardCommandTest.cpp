@@ -28,8 +28,10 @@ struct Said {
   int status = 0;
 };
 
-Said quillon(const std::string& arguments) {
-  FILE* const pipe = popen((std::string(STATION) + " " + arguments + " 2>&1").c_str(), "r");
+/// `environment`: "NAME=VALUE ", or nothing.
+Said quillon(const std::string& arguments, const std::string& environment = "") {
+  FILE* const pipe =
+      popen((environment + std::string(STATION) + " " + arguments + " 2>&1").c_str(), "r");
   Said said;
   std::array<char, 4096> chunk{};
   for (std::size_t count = 0; (count = fread(chunk.data(), 1, chunk.size(), pipe)) > 0;) {
@@ -144,6 +146,45 @@ TEST(ForwardCommand, TakesNoPasswordAndTellsNone) {
   }
   EXPECT_EQ(quillon("forward --to results.db").status, 2);
   EXPECT_EQ(quillon("forward").status, 2);
+}
+
+// Every start of the program would take twice as long with them and the libraries that they need.
+TEST(ServersLibraries, AreNoPartOfTheProgram) {
+  const Said loaded = quillon("", "LD_TRACE_LOADED_OBJECTS=1 ");
+  EXPECT_THAT(loaded.text, HasSubstr("libquillon.so"));
+  EXPECT_THAT(loaded.text, Not(HasSubstr(LIBPQ)));
+  EXPECT_THAT(loaded.text, Not(HasSubstr(LIBSOCI_POSTGRESQL)));
+}
+
+TEST(ServersLibraries, AreNamedWithReasonAndPackageWhenTheyAreBroken) {
+  FleetStation station;
+  const std::string store = " --store " + station.folder.options.file.string();
+  const std::string server = " 'postgresql://line@/quillon?host=/nowhere'";
+  {
+    results::Store writer(station.folder.options);
+    testDevice(writer, "QB-1");
+  }
+  struct Case {
+    std::string library;
+    std::string package;
+    std::string arguments;
+  };
+  const std::string forward = "forward" + store + " --to" + server;
+  const std::string list = "results list --store" + server;
+  for (const Case& each : {Case{LIBPQ, "libpq", forward}, Case{LIBPQ, "libpq", list},
+                           Case{LIBSOCI_POSTGRESQL, "libsoci-postgresql", list}}) {
+    const test::TemporaryFolder folder;
+    const std::string broken = folder.write(each.library, "no library").string();
+    const std::string environment = "LD_LIBRARY_PATH=" + folder.path().string() + " ";
+    const Said said = quillon(each.arguments, environment);
+    EXPECT_NE(said.status, 0);
+    EXPECT_THAT(said.text, HasSubstr(broken + ": file too short")) << each.arguments;
+    EXPECT_THAT(said.text, HasSubstr("Install the package " + each.package)) << each.arguments;
+    // What needs no server needs none of them.
+    const Said local = quillon("results list" + store, environment);
+    EXPECT_EQ(local.status, 0) << local.text;
+    EXPECT_THAT(local.text, HasSubstr("QB-1"));
+  }
 }
 
 }  // namespace
