@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstddef>
+#include <map>
 #include <set>
 #include <string>
 #include <thread>
@@ -28,6 +30,28 @@ TEST(Sha256, GivesThePublishedSums) {
   results::Sha256 sum;
   for (int i = 0; i < 1000; ++i) sum.add(std::string(1000, 'a'));
   EXPECT_EQ(sum.hex(), "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
+}
+
+TEST(Sha256, TakesBytesInAnyPieces) {
+  // Around the ends of blocks, where the length is put. As sha256sum has them.
+  const std::map<std::size_t, std::string> sums{
+      {55, "9f4390f8d30c2dd92ec9f095b65e2b9ae9b0a925a5258e241c9f1e910f734318"},
+      {56, "b35439a4ac6f0948b6d6f9e3c6af0f5f590ce20f1bde7090ef7970686ec6738a"},
+      {63, "7d3e74a05d7db15bce4ad9ec0658ea98e3f06eeecf16b4c6fff2da457ddc2f34"},
+      {64, "ffe054fe7ae0cb6dc65c3af9b61d5209f439851db43d0ba5997337df154668eb"},
+      {119, "31eba51c313a5c08226adf18d4a359cfdfd8d2e816b13f4af952f7ea6584dcfb"},
+      {120, "2f3d335432c70b580af0e8e1b3674a7c020d683aa5f73aaaedfdc55af904c21c"}};
+  for (const auto& [length, expected] : sums) {
+    const std::string bytes(length, 'a');
+    EXPECT_EQ(results::sha256(bytes), expected) << length;
+    for (const std::size_t first : {std::size_t{0}, std::size_t{1}, length - 1, length}) {
+      results::Sha256 sum;
+      sum.add(bytes.substr(0, first));
+      sum.add("");
+      sum.add(bytes.substr(first));
+      EXPECT_EQ(sum.hex(), expected) << length << " after " << first;
+    }
+  }
 }
 
 TEST(Uuid, IsOfVersionSeven) {
