@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "Today.h"
 #include "view/RunViews.h"
 
 namespace station {
@@ -25,7 +24,6 @@ TerminalFace::TerminalFace(const RunOptions& options, const FaceContext& context
     : serialNumbers_(numbersFor(context.loaded, options.serialNumbers), context.loaded.sites,
                      context.screen, context.words.serialPattern, options.purpose),
       desk_(answersOf(options), serialNumbers_, context.screen),
-      view_(makeRunView(options, context.loaded, context.screen, countersOfToday(context.store),
-                        usualTimes(context.store, context.loaded))) {}
+      view_(makeRunView(options, context.loaded, context.screen, context.store)) {}
 
 }  // namespace station

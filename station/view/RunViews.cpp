@@ -7,6 +7,7 @@
 #include "JsonView.h"
 #include "LiveView.h"
 #include "Report.h"
+#include "Today.h"
 
 namespace station {
 namespace {
@@ -40,12 +41,12 @@ Report::Detail detailOf(const RunOptions& options) {
 }
 
 std::unique_ptr<RunView> viewForPeople(const RunOptions& options, const Loaded& loaded,
-                                       Screen& screen, const Counters& earlierToday,
-                                       const UsualTimes& usual) {
+                                       Screen& screen, const results::Store& store) {
   // The diagnostics, or a debugger, would write into lines that are drawn in place.
   const bool isAlone = !options.verbose && options.wrap.empty();
   if (isAlone && LiveView::isPossible(screen)) {
-    return std::make_unique<LiveView>(screen, loaded.sites, detailOf(options), earlierToday, usual);
+    return std::make_unique<LiveView>(screen, loaded.sites, detailOf(options),
+                                      countersOfToday(store), usualTimes(store, loaded));
   }
   return std::make_unique<Report>(screen, loaded.sites, loaded.tests, detailOf(options));
 }
@@ -53,9 +54,8 @@ std::unique_ptr<RunView> viewForPeople(const RunOptions& options, const Loaded& 
 }  // namespace
 
 std::unique_ptr<RunView> makeRunView(const RunOptions& options, const Loaded& loaded,
-                                     Screen& screen, const Counters& earlierToday,
-                                     const UsualTimes& usual) {
-  auto people = viewForPeople(options, loaded, screen, earlierToday, usual);
+                                     Screen& screen, const results::Store& store) {
+  auto people = viewForPeople(options, loaded, screen, store);
   if (!options.json) return people;
   return std::make_unique<WithJson>(std::move(people));
 }
