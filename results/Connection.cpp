@@ -71,6 +71,9 @@ Connection::Connection(std::string file, Access access, std::chrono::millisecond
   open(access, patience);
   attempt([&](soci::session& session) {
     if (access == Access::Write) {
+      // Making a store, or bringing one up to date, is all or nothing without waiting for the disk
+      // at each step. What counts is what is committed later, and that takes it along.
+      session << "PRAGMA synchronous = NORMAL";
       useWriteAheadLog(patience);
       requireSound();
       migrate(migrations);
