@@ -67,7 +67,7 @@ StationRun::StationRun(RunOptions options, FaceMaker makeFace, Screen& screen)
 
 int StationRun::run() {
   ConsoleLogFile diagnostics(options_.verbose);
-  std::unique_ptr<results::Store> store;  // outlives the engine, whose end may be an event
+  OpenedStore store;  // outlives the engine, whose end may be an event
   EventLog events(diagnostics);
   Engine engine(options_, screen_, diagnostics, events);
   engine.onDifference([this](const std::string& text) {
@@ -77,6 +77,8 @@ int StationRun::run() {
   makeLogFolder(options_.logFolder);
   const LogFiles files = makeLogFiles(
       options_.logFolder, QLTCSVLogger::timeStampedFileName(bundle.stem()), diagnostics);
+  // While the plug-in is checked and loaded, which takes as long. What fails there is told first.
+  store = std::async(std::launch::async, [this] { return openStore(); });
   const Checked checked = engine.check();
   judgeConfiguration(checked.findings,
                      {bundle.string(), files.diagnostics, options_.allowUnknownKeys}, screen_);
@@ -101,16 +103,16 @@ int StationRun::run() {
 
 int StationRun::runOn(Engine& engine, const std::filesystem::path& bundle, const Loaded& loaded,
                       const LogFiles& files, const ConsoleLogFile& diagnostics, EventLog& events,
-                      std::unique_ptr<results::Store>& store) {
+                      const OpenedStore& opened) {
   const StationWords words = readStationWords(loaded.stationAttributes);
   tellUnavailable(loaded, diagnostics);
   ResultLog results(files.results, loaded.stationAttributes, screen_);
-  store = openStore();
-  events.keepIn(*store);
+  results::Store& store = *opened.get();
+  events.keepIn(store);
   // Before a face shows the last devices: one that was left has no verdict until then.
-  const results::Recovered left = recover(*store, diagnostics);
+  const results::Recovered left = recover(store, diagnostics);
   const std::unique_ptr<Face> face =
-      makeFace_({bundle, loaded, words, files, engine, *store, events, screen_});
+      makeFace_({bundle, loaded, words, files, engine, store, events, screen_});
   if (left.unclean) engine.makeSafe();
   engine.openLoggers(results.columns());
   results.open();
@@ -119,7 +121,7 @@ int StationRun::runOn(Engine& engine, const std::filesystem::path& bundle, const
     static_cast<void>(results.log(
         {brokenOffRecord(run.site, run.serial, static_cast<int>(run.runIndex), kNotToItsEnd)}));
   }
-  const RunRecorder::Session recording{*store, planOf(loaded), runOf(words),
+  const RunRecorder::Session recording{store, planOf(loaded), runOf(words),
                                        loaded.stationAttributes, loaded.instruments};
   for (const std::string& site : loaded.disabledSites) {
     screen_.line("Site " + printable(site) + " is disabled in the station's configuration.");

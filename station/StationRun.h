@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -36,6 +37,9 @@ class StationRun {
   const std::optional<std::string>& difference() const { return difference_; }
 
  private:
+  /// Opened by another thread. Throws what `openStore` threw.
+  using OpenedStore = std::shared_future<std::unique_ptr<results::Store>>;
+
   /// What became of a series of devices.
   struct Series {
     std::vector<Outcome> outcomes;
@@ -45,7 +49,7 @@ class StationRun {
 
   int runOn(Engine& engine, const std::filesystem::path& bundle, const Loaded& loaded,
             const LogFiles& files, const ConsoleLogFile& diagnostics, EventLog& events,
-            std::unique_ptr<results::Store>& store);
+            const OpenedStore& opened);
   std::unique_ptr<results::Store> openStore() const;
   results::Recovered recover(results::Store& store, const ConsoleLogFile& diagnostics);
   void tellUnavailable(const Loaded& loaded, const ConsoleLogFile& diagnostics);
