@@ -257,10 +257,10 @@ TEST(DigitalClasses, aRelayBoardHasCommandsOfItsOwn) {
 
 TEST(DigitalClasses, aRelayBoardThatFallsSilentIsToldToBeSafeBeforeItIsAsked) {
   for (const bool confirms : {false, true}) {
-    Board board;
     std::mutex mutex;
     bool isSilent = false;
     std::vector<std::string> heard;
+    Board board;  // its thread uses them to its end
     QLTDictionary commands{{"on", "on {}"},
                            {"off", "off {}"},
                            {"timeOut", "0.1"},

@@ -219,8 +219,8 @@ TEST_F(ScpiTest, aQueueWithoutEndIsReadOnlySoFar) {
 TEST_F(ScpiTest, theRestOfALongQueueIsNotLeftForTheNextCommand) {
   QLTBenchScpiSettings settings = ScpiPeer::patient();
   settings.longestQueue = 3;
-  ScpiPeer peer(test::Answers(), settings);
   std::atomic<int> left = 0;
+  ScpiPeer peer(test::Answers(), settings);
   peer.answer("SYST:ERR?", [&left] {
     if (left == 0) return std::vector<std::string>{"0,\"No error\"\n"};
     return std::vector<std::string>{"-310,\"Error " + std::to_string(left--) + "\"\n"};
