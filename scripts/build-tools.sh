@@ -1,7 +1,7 @@
 # Read by ./demo and ./test: what they need from the system.
 
 QUILLON_BUILD_PACKAGES="g++ cmake ninja-build pkg-config libexpat1-dev libcli11-dev nlohmann-json3-dev \
-libre2-dev libsoci-dev libboost1.81-dev libgpiod-dev liblxi-dev libmodbus-dev libpq-dev libsqlite3-dev libtirpc-dev libjs-chart.js"
+libre2-dev libsoci-dev libboost1.81-dev libgpiod-dev liblxi-dev libmd-dev libmodbus-dev libpq-dev libsqlite3-dev libtirpc-dev libjs-chart.js"
 QUILLON_TEST_PACKAGES="clang-format clang-tidy libclang-dev llvm-dev locales libgtest-dev libgmock-dev python3 doxygen mandoc dpkg-dev file \
 chromium chromium-driver python3-selenium python3-pymodbus python3-serial-asyncio python3-pyvisa python3-pyvisa-py postgresql-15"
 
