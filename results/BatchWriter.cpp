@@ -38,6 +38,13 @@ class Entered {
   std::vector<std::string> fresh_;  // of the transaction
 };
 
+/// Changes something of no account, so that the transaction has to reach the disk: the database
+/// writes nothing where a row stays as it is.
+void touch(soci::session& session, const std::string& sessionId) {
+  session << "UPDATE session SET closed_us = 0 WHERE id = :id", soci::use(sessionId);
+  session << "UPDATE session SET closed_us = NULL WHERE id = :id", soci::use(sessionId);
+}
+
 }  // namespace
 
 /// Writes single changes within a transaction.
@@ -104,9 +111,7 @@ class BatchWriter::Rows {
   void put(const Event& event) { enter_.event(event); }
   void put(const Recover& recover);
   void put(const PrepareEnd& /*now*/) { readAhead(runId_); }
-  void put(const Touch& /*touch*/) {
-    session_ << "UPDATE session SET closed_us = NULL WHERE id = :id", soci::use(writer_.sessionId_);
-  }
+  void put(const Touch& /*touch*/) { touch(session_, writer_.sessionId_); }
 
   /// The run as it is afterwards; absent when it is not in the store.
   std::optional<Run> finishRun(const std::string& runId, const FinishRun& finish);
@@ -254,6 +259,7 @@ void BatchWriter::enterStation(soci::session& session) {
              "VALUES (:id, :station, :boot, :pid, :started, :now) ON CONFLICT DO NOTHING",
       soci::use(sessionId_), soci::use(station_.id), soci::use(process_.bootId), soci::use(pid),
       soci::use(started), soci::use(now);
+  touch(session, sessionId_);  // what is there since a failure may not be on the disk
 }
 
 void BatchWriter::write(const std::function<void(const Sink&)>& each) {

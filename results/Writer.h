@@ -58,7 +58,7 @@ class Writer {
     std::deque<Request> requests;
     std::vector<std::optional<StoreError>> errors;
     std::vector<std::size_t> writable;  // those whose run has lost nothing
-    std::uint64_t last = 0;  // how many were queued with it, ever
+    std::uint64_t last = 0;             // how many were queued with it, ever
     std::string hurried;
     std::string expected;
   };
