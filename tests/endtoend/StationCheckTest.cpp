@@ -223,7 +223,7 @@ TEST_F(StationCheck, aPrincipalClassThatIsNoSuiteIsAnErrorAlsoWithoutSites) {
   EXPECT_THAT(said.output, StartsWith("Errors\n" + contents() +
                                       "Info.plist:5:26: PrincipalClass: TroubleTest is not a suite "
                                       "class\n    It must name a class derived from QLTestSuite"));
-  EXPECT_THAT(said.output, HasSubstr("its classes are: TroubleSuite, TroubleTest\n"));
+  EXPECT_THAT(said.output, HasSubstr("its classes are: PlainSuite, TroubleSuite, TroubleTest\n"));
   bundle_.bundle().setInfo(test::PluginBundle::info("Nothing"));
   EXPECT_THAT(check().output, HasSubstr("PrincipalClass: the plug-in has no class Nothing\n"));
 }

@@ -97,7 +97,7 @@ TEST_F(StationList, showsSitesInstrumentsFlowsAndTests) {
                 "\n"
                 "  Principal class:  TroubleSuite\n"
                 "  Its own hooks:    customizeConfig, createInstrument, onUnload\n"
-                "  Suite classes:    TroubleSuite\n"
+                "  Suite classes:    PlainSuite, TroubleSuite\n"
                 "  Test methods:     TroubleTest\n"
                 "  Instruments of:   " +
                 testerConfig() +
@@ -134,7 +134,7 @@ TEST_F(StationList, writesJsonForTools) {
                          {"runningFramework", QUILLON_VERSION},
                          {"principalClass", "TroubleSuite"},
                          {"hooks", {"customizeConfig", "createInstrument", "onUnload"}},
-                         {"suiteClasses", {"TroubleSuite"}},
+                         {"suiteClasses", {"PlainSuite", "TroubleSuite"}},
                          {"methodClasses", {"TroubleTest"}},
                          {"instrumentClasses", json::array()},
                          {"testerConfig", testerConfig()},
