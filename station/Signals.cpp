@@ -1,8 +1,11 @@
 #include "Signals.h"
 
+#include <array>
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
+#include <new>
 #include <string_view>
 
 #include <fcntl.h>
@@ -94,7 +97,11 @@ Signals::~Signals() {
   atOncePipe = {};
 }
 
-void Signals::takeForGood() { [[maybe_unused]] static const Signals* const forGood = new Signals; }
+void Signals::takeForGood() {
+  // Not destroyed, and no memory that is left behind.
+  alignas(Signals) static std::array<std::byte, sizeof(Signals)> room{};
+  [[maybe_unused]] static const Signals* const forGood = new (room.data()) Signals;
+}
 
 bool Signals::stopRequested() { return requests > 0; }
 int Signals::descriptor() { return stopPipe.reading.get(); }
