@@ -141,7 +141,8 @@ TEST_F(StationKill, aWorkerThatIsKilledCostsItsDeviceOnly) {
 TEST_F(StationKill, aHostThatIsKilledLosesNothingThatItHasShown) {
   for (int killed = 0; killed < kills(); ++killed) {
     StationProcess station(arguments(1000));
-    ASSERT_TRUE(station.waitForOutput("PASS  T1"));
+    // In the first device, or in a later one: a slow machine may have shown none by then.
+    ASSERT_TRUE(station.waitForOutput(killed % 2 == 0 ? "PASS  T1" : "PASS  device"));
     pause();
     const pid_t worker = childOf(station.process());
     station.send(SIGKILL);
