@@ -300,13 +300,13 @@ void SiteSession::on(Device& device, const FlowEnded& event) {
   }
   save(device);
   confirm(device);
+  isBetween(device, "what comes before the last hook");
 }
 
 /// Lets the worker go on.
 void SiteSession::confirm(Device& device) const {
   device.confirmed = true;
   station_.engine.tell(Confirmed{site_, device.outcome.verdict});
-  isBetween(device, "what comes before the last hook");
 }
 
 void SiteSession::on(Device& device, const HookEnded& event) {
